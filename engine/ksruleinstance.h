@@ -1,0 +1,67 @@
+#ifndef KEELSTONE_ENGINE_KSRULEINSTANCE_H
+#define KEELSTONE_ENGINE_KSRULEINSTANCE_H
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/ksrulerecords.h"
+#include "platform/export.h"
+#include "results/keelstoneupdateruledata.h"
+
+namespace keelstone {
+
+/// The evaluation of one parser run on one device. A host makes one, asks IsInBlockTime
+/// (and then calls SetOnlyUpdateKSValue), loads rules and histories, hands every variable
+/// to ProcessVariable, takes the results and calls SerializeLocalDB. Used by one thread;
+/// any number of instances run side by side, also for one unit.
+class KEELSTONE_EXPORT KSRuleInstance {
+ public:
+  /// `evaluationTime` in seconds since the epoch is the time of every value of the run.
+  /// `reserved` is kept and not read. An on-demand run checks but learns nothing.
+  KSRuleInstance(const std::string& variableSource, const std::string& nodeId,
+                 const std::string& deviceName, const std::string& nodePathSchema,
+                 const std::string& structureId, const std::string& variableParam,
+                 const std::string& domainId, const std::string& reserved,
+                 std::int32_t evaluationTime, bool onDemandTask);
+  ~KSRuleInstance();
+  KSRuleInstance(const KSRuleInstance&) = delete;
+  KSRuleInstance& operator=(const KSRuleInstance&) = delete;
+
+  /// Whether the device is in a block period now (by the system's clock; both ends of a
+  /// period belong to it).
+  bool IsInBlockTime();
+  /// Whether any variable of this source has a rule definition.
+  bool IsDefineRule();
+  /// Load the device's rules and histories from the domain's databases; false when the
+  /// domain has no data manager.
+  bool InitCacheData();
+  bool InitHistoryData();
+  /// Whether a rule of this variable was loaded, on any interface.
+  bool IsVarDefineRule(const std::string& variableName);
+
+  /// Evaluates one value: false when the variable has no enabled definition, its type
+  /// code is not that of the definition, or the value text gives no value (each logged).
+  /// A variable whose stored history is refused is left alone, logged once a run.
+  bool ProcessVariable(const VarInfo& variable);
+
+  /// The results so far; shared, filled further by every ProcessVariable.
+  std::shared_ptr<KSRuleUpdateResultData> GetUpdateResultData() const;
+  /// Hands the changed rules and histories to the write-behind cache. Call it once, at
+  /// the end.
+  void SerializeLocalDB();
+
+  /// Stops learning for the rest of the run; alerts and golden values are still checked.
+  void SetOnlyUpdateKSValue();
+  bool IsOndemandTask() const;
+
+ private:
+  class Evaluation;
+  std::unique_ptr<Evaluation> evaluation_;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_ENGINE_KSRULEINSTANCE_H

@@ -1,0 +1,127 @@
+#ifndef KEELSTONE_PLATFORM_CPPSQLITE3_H
+#define KEELSTONE_PLATFORM_CPPSQLITE3_H
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace keelstone {
+
+/// A failed call of SQLite: its result code and "what was done: why it failed".
+class KEELSTONE_EXPORT CppSQLite3Exception : public std::exception {
+ public:
+  CppSQLite3Exception(int code, std::string message);
+  int errorCode() const noexcept { return code_; }
+  const char* errorMessage() const noexcept { return message_.c_str(); }
+  const char* what() const noexcept override { return message_.c_str(); }
+
+ private:
+  int code_;
+  std::string message_;
+};
+
+/// The rows of a running SELECT, standing on one row or at the end. It borrows its
+/// statement, which must outlive it. One thread.
+class KEELSTONE_EXPORT CppSQLite3Query {
+ public:
+  bool eof() const noexcept { return atEnd_; }
+  void nextRow();
+  int numFields() const;
+  /// Position of a column by its name; CppSQLite3Exception when there is none.
+  int fieldIndex(std::string_view name) const;
+  bool fieldIsNull(int field) const;
+  /// The value of the current row's column; `nullValue` for NULL.
+  int getIntField(int field, int nullValue = 0) const;
+  int getIntField(std::string_view name, int nullValue = 0) const;
+  std::int64_t getInt64Field(int field, std::int64_t nullValue = 0) const;
+  /// The bytes as stored, NUL included; valid until nextRow.
+  std::string_view getStringField(int field, std::string_view nullValue = {}) const;
+  std::string_view getStringField(std::string_view name, std::string_view nullValue = {}) const;
+
+ private:
+  friend class CppSQLite3Statement;
+  explicit CppSQLite3Query(sqlite3_stmt* statement);
+  void Require(int field) const;
+
+  sqlite3_stmt* statement_;
+  bool atEnd_ = false;
+};
+
+/// A compiled statement; finalised by its destructor. Parameters count from 1. One
+/// thread; the database must stay open as long as it lives.
+class KEELSTONE_EXPORT CppSQLite3Statement {
+ public:
+  CppSQLite3Statement(CppSQLite3Statement&& other) noexcept;
+  CppSQLite3Statement& operator=(CppSQLite3Statement&& other) noexcept;
+  ~CppSQLite3Statement();
+
+  /// Binds text of any bytes; the empty text is bound as text, never as NULL. SQLite
+  /// takes a copy.
+  void bind(int parameter, std::string_view text);
+  void bind(int parameter, const char* text) { bind(parameter, std::string_view(text)); }
+  void bind(int parameter, int value);
+  void bind(int parameter, std::int64_t value);
+  void bindNull(int parameter);
+  /// The same without a copy: the text must stay as it is until the statement is reset,
+  /// bound anew or finalised.
+  void bindStatic(int parameter, std::string_view text);
+
+  /// Runs the statement to its end; the number of rows it changed.
+  int execDML();
+  /// Starts a SELECT; stands on the first row.
+  CppSQLite3Query execQuery();
+  /// Makes the statement ready to run again; bindings stay.
+  void reset();
+  void finalize() noexcept;
+
+ private:
+  friend class CppSQLite3DB;
+  explicit CppSQLite3Statement(sqlite3_stmt* statement) noexcept : statement_(statement) {}
+
+  sqlite3_stmt* statement_;
+};
+
+/// One connection to a database file. Errors throw CppSQLite3Exception; the destructor
+/// closes. One thread at a time.
+class KEELSTONE_EXPORT CppSQLite3DB {
+ public:
+  CppSQLite3DB() = default;
+  CppSQLite3DB(const CppSQLite3DB&) = delete;
+  CppSQLite3DB& operator=(const CppSQLite3DB&) = delete;
+  ~CppSQLite3DB();
+
+  /// How a file is opened.
+  enum class Mode { kReadOnly, kReadWrite, kCreate };
+
+  /// Opens (kCreate: makes) the file. A file that another process is writing is waited
+  /// for, kBusyTimeoutMs at most per statement.
+  void open(const std::string& file, Mode mode = Mode::kCreate);
+  bool isOpen() const noexcept { return db_ != nullptr; }
+  void close() noexcept;
+
+  bool tableExists(const std::string& table);
+  /// Runs one statement without result rows; the number of rows it changed.
+  int execDML(const std::string& sql);
+  CppSQLite3Statement compileStatement(const std::string& sql);
+  /// The text of the last error.
+  std::string errorMessage() const;
+  sqlite3* handle() noexcept { return db_; }
+
+  static constexpr int kBusyTimeoutMs = 10000;
+
+ private:
+  void RequireOpen() const;
+
+  sqlite3* db_ = nullptr;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_PLATFORM_CPPSQLITE3_H

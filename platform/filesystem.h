@@ -1,0 +1,61 @@
+#ifndef KEELSTONE_PLATFORM_FILESYSTEM_H
+#define KEELSTONE_PLATFORM_FILESYSTEM_H
+
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+
+namespace keelstone {
+
+/// The database files of a domain; the numbers are part of the interface.
+enum EnumDbType : int {
+  kDbGlobalSetting = 9,
+  kDbVariableRule = 10,
+  kDbObjectRule = 11,
+  kDbBlockSetting = 12,
+  kDbInterfaceType = 13,
+  kDbObjectHistory = 1000,
+};
+
+/// The system root folder, below which configuration, data and log lie. Any thread.
+class KEELSTONE_EXPORT VXFileSystem {
+ public:
+  /// The folder with a separator at its end. Until a host sets one: the environment
+  /// variable KEELSTONE_ROOT, else "./keelstone-root".
+  static std::string GetSystemRootFolder();
+  /// Set it before the first use of a domain: what is open keeps the folder it has.
+  /// The empty text goes back to the default.
+  static void SetSystemRootFolder(const std::string& folder);
+};
+
+/// Resolves where the databases of the domains lie below one folder. Immutable; any
+/// thread.
+class KEELSTONE_EXPORT FSResFileSystem {
+ public:
+  explicit FSResFileSystem(std::string folder);
+
+  /// `<folder>/<domain>/KSObjectRule.db` and its like. A domain id that is no plain file
+  /// name is percent-encoded, so that no id names a file outside the folder and no two
+  /// ids share one. The empty text for an unknown type.
+  std::string GetDBFile(int dbType, const std::string& domainId) const;
+  /// The folder of the domain's databases.
+  std::string GetDomainFolder(const std::string& domainId) const;
+  const std::string& GetFolder() const noexcept { return folder_; }
+
+ private:
+  std::string folder_;
+};
+
+/// A domain id as a file name: '/', '\', '%', control characters and the dots of "."
+/// and ".." as %XX, the empty id as "%"; every other byte as it is.
+KEELSTONE_EXPORT std::string DomainFolderName(std::string_view domainId);
+
+/// Makes the folder of `path` and those above it; false when that cannot be done.
+[[nodiscard]] bool MakeParentFolders(const std::string& path);
+/// Whether a file stands there; false also when its status cannot be had.
+[[nodiscard]] bool FileExists(const std::string& path);
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_PLATFORM_FILESYSTEM_H

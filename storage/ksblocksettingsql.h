@@ -1,0 +1,39 @@
+#ifndef KEELSTONE_STORAGE_KSBLOCKSETTINGSQL_H
+#define KEELSTONE_STORAGE_KSBLOCKSETTINGSQL_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engine/ksrulerecords.h"
+#include "platform/export.h"
+#include "storage/cksdboperatebase.h"
+
+namespace keelstone {
+
+/// The block periods of a domain (table "KSBlockSetting", database type 12): when named
+/// devices are not to be judged. Read once into memory. Any thread.
+class KEELSTONE_EXPORT KSBlockSettingSql final : public CKSDBOperateBase {
+ public:
+  explicit KSBlockSettingSql(const std::string& subPath);
+  ~KSBlockSettingSql() override;
+
+  bool InitDB(const std::string& domainId) override;
+  /// Reads the table anew: 1 when it was read (a missing file or table is an empty one),
+  /// 0 after an error, which leaves what was loaded before.
+  int LoadDBData() override;
+
+  /// Appends (start, end), seconds since the epoch, of every period that names the
+  /// object's device, in the order of the table; answers how many.
+  int GetBlockTimeByObjectId(std::vector<std::pair<std::int64_t, std::int64_t>>& out,
+                             const ObjectDefine* object) const;
+
+ private:
+  std::vector<std::shared_ptr<const BlockSettingItem>> items_ KS_GUARDED_BY(mutex_);
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_STORAGE_KSBLOCKSETTINGSQL_H
