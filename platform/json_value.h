@@ -21,15 +21,15 @@ class KEELSTONE_EXPORT JsonError : public std::runtime_error {
 
 enum class JsonType : std::uint8_t {
   Null,
-  Int,      // signed 64-bit
-  UInt,     // unsigned 64-bit, used for what Int cannot hold
-  Real,     // double
-  String,   // bytes; UTF-8 by convention, not by force
+  Int,     // signed 64-bit
+  UInt,    // unsigned 64-bit, used for what Int cannot hold
+  Real,    // double
+  String,  // bytes; UTF-8 by convention, not by force
   Boolean,
   Array,
   Object,
-  Time,     // seconds since the epoch, signed 64-bit; its text is the bare integer
-  Binary,   // bytes; its text is a JSON string in base64
+  Time,    // seconds since the epoch, signed 64-bit; its text is the bare integer
+  Binary,  // bytes; its text is a JSON string in base64
 };
 
 /// How a text is written from a value.
@@ -50,11 +50,10 @@ struct JsonWriteOptions {
 ///
 /// | to       | from                                                            |
 /// |----------|-----------------------------------------------------------------|
-/// | asInt, asInt64, asUInt, asUInt64, asTime | Int, UInt, Time and Real (cut towards zero) within range, Boolean, Null |
-/// | asDouble, asFloat | Int, UInt, Time, Real, Boolean, Null                   |
-/// | asBool   | Boolean, Null, numbers (not 0)                                  |
-/// | asString | String, Null, Boolean ("true"), numbers by their text           |
-/// | asBinary | Binary, Null, String (base64)                                   |
+/// | asInt, asInt64, asUInt, asUInt64, asTime | Int, UInt, Time and Real (cut towards zero) within
+/// range, Boolean, Null | | asDouble, asFloat | Int, UInt, Time, Real, Boolean, Null | | asBool   |
+/// Boolean, Null, numbers (not 0)                                  | | asString | String, Null,
+/// Boolean ("true"), numbers by their text           | | asBinary | Binary, Null, String (base64) |
 ///
 /// Everything else throws JsonError, as does a const member lookup on what is neither
 /// Null nor Object, and an element lookup on what is neither Null nor Array.
@@ -144,7 +143,9 @@ class KEELSTONE_EXPORT JsonValue {
   // Objects.
   const JsonValue& operator[](std::string_view key) const;
   const JsonValue& operator[](const char* key) const { return (*this)[std::string_view(key)]; }
-  const JsonValue& operator[](const std::string& key) const { return (*this)[std::string_view(key)]; }
+  const JsonValue& operator[](const std::string& key) const {
+    return (*this)[std::string_view(key)];
+  }
   /// The member, made as Null when it is not there (Null becomes an object).
   JsonValue& operator[](std::string_view key);
   JsonValue& operator[](const char* key) { return (*this)[std::string_view(key)]; }

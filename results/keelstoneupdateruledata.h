@@ -145,9 +145,7 @@ class KEELSTONE_EXPORT KSRuleUpdateResultData {
   const std::vector<std::shared_ptr<KSValueUpdateResultItem>>& GetKSValueUpdateResults() const {
     return valueItems_;
   }
-  const std::vector<std::shared_ptr<KSAlertData>>& GetKSAlertResults() const {
-    return alertItems_;
-  }
+  const std::vector<std::shared_ptr<KSAlertData>>& GetKSAlertResults() const { return alertItems_; }
 
   /// Sets the node id of every item, and the task ids of every alert.
   void ReSetDeviceID(const std::string& nodeId, const std::vector<std::string>& taskIds);
