@@ -183,6 +183,7 @@ int KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers(
         inner.emplace("KSObjectRuleSql", "GetMultiRuleHistoryDataBeDevParsers - out");
         SelectUnits(db, FormatPositional(kSelectUnitHistories, {kHistoryTable}), Present(keys),
                     type, [&out](CppSQLite3Query query) {
+                      if (query.eof()) return;
                       UnitFiler<DevParserHistory> filer(out, query);
                       for (; !query.eof(); query.nextRow()) {
                         filer.InterfaceOf(query)[std::string(query.getStringField(1))] =
@@ -201,6 +202,7 @@ int KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers(
       [&](CppSQLite3DB& db) {
         SelectUnits(db, FormatPositional(kSelectUnitRules, {kRuleTable}), Present(keys), type,
                     [&out](CppSQLite3Query query) {
+                      if (query.eof()) return;
                       UnitFiler<DevParserRule> filer(out, query);
                       const DefinitionReader reader(query);
                       for (; !query.eof(); query.nextRow()) {
@@ -282,8 +284,8 @@ bool KSObjectRuleSql::IsExistRuleDefinitionByDevice(const ObjectDefine* object,
 }
 
 int KSObjectRuleSql::GetRuleHistoryData(DevParserHistory& out, const ObjectDefine* object,
-                                        const std::string& variableSource,
-                                        const std::string& param, Enum_VariableSourceType type) {
+                                        const std::string& variableSource, const std::string& param,
+                                        Enum_VariableSourceType type) {
   if (object == nullptr) return 0;
   const FSPerformance whole("KSObjectRuleSql", "GetRuleHistoryData");
   std::optional<FSPerformance> inner;  // made inside the frame, logged after its lock is free

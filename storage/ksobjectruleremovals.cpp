@@ -23,11 +23,13 @@ constexpr const char* kDeleteSources =
     "delete from {0} where variableSource IN ({1}) and  variableSourceType= ?";
 constexpr const char* kVacuum = "VACUUM;";
 
-constexpr std::array<std::string_view, 14> kRuleColumns = {
-    "deviceName",    "interfaceValue",     "variableSource",   "param",
-    "variableName",  "variableSourceType", "variableDataType", "interfacePath",
-    "vxNodePathSchema", "ruleGenerateType", "ruleTypeId",      "ruleAlgParameter",
-    "isEnable",      "isDel"};
+constexpr std::array<std::string_view, 14> kRuleColumns = {"deviceName",       "interfaceValue",
+                                                           "variableSource",   "param",
+                                                           "variableName",     "variableSourceType",
+                                                           "variableDataType", "interfacePath",
+                                                           "vxNodePathSchema", "ruleGenerateType",
+                                                           "ruleTypeId",       "ruleAlgParameter",
+                                                           "isEnable",         "isDel"};
 constexpr std::array<std::string_view, 7> kHistoryColumns = {
     "deviceName",   "interfaceValue",     "variableSource", "param",
     "variableName", "variableSourceType", "HistoryData"};
@@ -69,8 +71,8 @@ void DeleteSources(CppSQLite3DB& db, const char* table, const std::vector<std::s
                    const Columns& columns, Enum_VariableSourceType type) {
   RequireHarmless(sources, columns);
   {
-    auto statement = db.compileStatement(
-        FormatPositional(kDeleteSources, {table, QuotedList(sources)}));
+    auto statement =
+        db.compileStatement(FormatPositional(kDeleteSources, {table, QuotedList(sources)}));
     statement.bind(1, static_cast<int>(type));
     statement.execDML();
   }
@@ -144,8 +146,7 @@ int KSObjectRuleSql::RemoveRuleDefinitionData(const ObjectDefine* object,
 int KSObjectRuleSql::RemoveRuleHistoryData(const ObjectDefine* object,
                                            const std::string& variableSource,
                                            const std::string& variableName,
-                                           const std::string& param,
-                                           Enum_VariableSourceType type) {
+                                           const std::string& param, Enum_VariableSourceType type) {
   if (object == nullptr) return 0;
   auto definition = std::make_shared<RuleDefinitionData>();
   definition->variableSource = variableSource;
@@ -243,9 +244,7 @@ int KSObjectRuleSql::RemoveRuleHistoryBySource(const std::vector<std::string>& s
   if (sources.empty()) return -1;
   return StatusOf(TableFrame::Run(
       *this, HistoryOperation("KSObjectRuleSql::RemoveRuleHistoryBySource", TableAccess::kChange),
-      [&](CppSQLite3DB& db) {
-        DeleteSources(db, kHistoryTable, sources, kHistoryColumns, type);
-      }));
+      [&](CppSQLite3DB& db) { DeleteSources(db, kHistoryTable, sources, kHistoryColumns, type); }));
 }
 
 }  // namespace keelstone

@@ -58,8 +58,8 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
       GuidFromText(domainId), operation.dbType, operation.dbType);
   if (record != nullptr) {
     const MutexLock lock(record->mutex);
-    outcome = RunLocked(table.fileSystem_->GetDBFile(operation.dbType, domainId), operation, body,
-                        log);
+    outcome =
+        RunLocked(table.fileSystem_->GetDBFile(operation.dbType, domainId), operation, body, log);
   } else {
     LogFailure(operation, log);
   }
