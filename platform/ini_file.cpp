@@ -3,7 +3,6 @@
 #include <ini.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "platform/strings.h"
 
@@ -61,8 +60,9 @@ char* IniFile::ReadLine(char* buffer, int size, void* self) {
   if (file.nextLine_ == file.lines_.size()) return nullptr;
   try {
     const std::string_view content = file.TakeLine(static_cast<std::size_t>(size) - 2);
-    std::memcpy(buffer, content.data(), content.size());
-    std::memcpy(buffer + content.size(), "\n", 2);
+    char* const end = buffer + content.copy(buffer, content.size());
+    end[0] = '\n';
+    end[1] = '\0';
     return buffer;
   } catch (...) {
     file.failure_ = std::current_exception();
@@ -109,7 +109,7 @@ std::string IniFile::WithValue(std::string_view section, std::string_view key,
   std::string text = text_;
   if (const Entry* const entry = Find(section, key)) {
     const std::size_t separator = text.find_first_of("=:", lines_[entry->line].begin);
-    if (entry->value.empty()) return text.insert(separator + 1, " " + std::string(value));
+    if (entry->value.empty()) return text.insert(separator + 1, std::string(" ").append(value));
     const std::size_t old = text.find_first_not_of(kBlanks, separator + 1);
     return text.replace(old, entry->value.size(), value);
   }

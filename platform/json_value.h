@@ -48,22 +48,29 @@ struct JsonWriteOptions {
 /// gives Null, and Null converts to 0, 0.0, false and "" and counts as an empty array
 /// and object. Conversions between kinds:
 ///
-/// | to       | from                                                            |
-/// |----------|-----------------------------------------------------------------|
-/// | asInt, asInt64, asUInt, asUInt64, asTime | Int, UInt, Time and Real (cut towards zero) within
-/// range, Boolean, Null | | asDouble, asFloat | Int, UInt, Time, Real, Boolean, Null | | asBool   |
-/// Boolean, Null, numbers (not 0)                                  | | asString | String, Null,
-/// Boolean ("true"), numbers by their text           | | asBinary | Binary, Null, String (base64) |
+/// | to                                  | from                                         |
+/// |-------------------------------------|----------------------------------------------|
+/// | asInt, asUInt, asInt64, asUInt64,   | Int, UInt, Time and Real (cut towards zero), |
+/// | asTime                              | all within range; Boolean, Null              |
+/// | asDouble, asFloat                   | Int, UInt, Time, Real, Boolean, Null         |
+/// | asBool                              | Boolean, Null, numbers (0 and NaN: false)    |
+/// | asString                            | String, Null, Boolean, numbers by their text |
+/// | asBinary                            | Binary, Null, String (base64)                |
 ///
+/// A Real is judged by its range before it is cut: 2147483647.5 is no int.
 /// Everything else throws JsonError, as does a const member lookup on what is neither
 /// Null nor Object, and an element lookup on what is neither Null nor Array.
 ///
 /// Threads: a value is used by one thread at a time; values that share a node may be
 /// used by several threads at once.
+///
+/// References to elements and members are good until their array or object is written
+/// otherwise, dropped or copied: what is written through an older reference would show
+/// in the copy too. A value may be assigned to a part of itself.
 class KEELSTONE_EXPORT JsonValue {
  public:
   class ConstIterator;
-  struct Node;  // defined in the source file
+  struct Node;  // platform/json_node.h, not for hosts
 
   JsonValue() noexcept : type_(JsonType::Null) { payload_.integer = 0; }
   /// The empty value of a kind: 0, false, "", [] or {}.
@@ -85,7 +92,7 @@ class KEELSTONE_EXPORT JsonValue {
 
   JsonValue(const JsonValue& other) noexcept;
   JsonValue(JsonValue&& other) noexcept;
-  JsonValue& operator=(const JsonValue& other) noexcept;
+  JsonValue& operator=(const JsonValue& other);
   JsonValue& operator=(JsonValue&& other) noexcept;
   ~JsonValue();
 
@@ -174,7 +181,7 @@ class KEELSTONE_EXPORT JsonValue {
   friend KEELSTONE_EXPORT bool operator==(const JsonValue& a, const JsonValue& b);
 
  private:
-  friend class JsonTreeBuilder;  // the reader's way to fill arrays and objects
+  friend class JsonNodes;  // the way from values to nodes, for what reads and writes texts
 
   union Payload {
     std::int64_t integer;
@@ -185,7 +192,8 @@ class KEELSTONE_EXPORT JsonValue {
   };
 
   bool hasNode() const noexcept;
-  Node& ownNode(JsonType wanted);  // the node for writing, unshared
+  // The node for writing, not shared; `before` keeps the shared one that it came from.
+  Node& ownNode(JsonValue& before);
 
   JsonType type_;
   Payload payload_;
