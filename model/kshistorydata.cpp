@@ -65,6 +65,7 @@ class OwnLayout {
     if (after == nullptr) return false;
     const std::from_chars_result read = std::from_chars(next_, after, value);
     if (read.ec != std::errc() || read.ptr != after) return false;
+    if (!IsOwnWriting({next_, static_cast<std::size_t>(after - next_)}, value)) return false;
     next_ = after;
     return true;
   }
@@ -74,12 +75,28 @@ class OwnLayout {
     const char* const before = next_;
     if (!Read(wide)) return false;
     value = NarrowToFloat(wide);
-    if (std::isfinite(value)) return true;
+    // What is no float is written otherwise than it was read.
+    if (static_cast<double>(value) == wide) return true;
     next_ = before;
     return false;
   }
 
  private:
+  /// Whether a real stands as the library writes it, so that its text can be kept.
+  bool IsOwnWriting(std::string_view text, double value) {
+    // Decimals of up to 15 digits all have doubles of their own: the shortest text of the
+    // double is the decimal itself, and only the notation can differ.
+    const bool isPlain = value == 0.0 || (std::fabs(value) >= 1e-4 && std::fabs(value) < 1e15);
+    const std::size_t point = text.find('.');
+    if (isPlain && text.size() <= 16 && point != std::string_view::npos) {
+      const bool hasExponent = text.find_first_of("eE") != std::string_view::npos;
+      return !hasExponent && (text.back() != '0' || point + 2 == text.size());
+    }
+    written_.clear();
+    AppendNumber(written_, value);
+    return written_ == text;
+  }
+
   const char* SkipDigits(const char* c) const {
     while (c != end_ && IsDigit(*c)) ++c;
     return c;
@@ -111,6 +128,7 @@ class OwnLayout {
 
   const char* next_;
   const char* end_;
+  std::string written_;
 };
 
 template <class T>
@@ -204,7 +222,7 @@ bool NumercialHistoryData<T>::FromString(const std::string& text) {
     const JsonValue& constant = document;
     if (constant["dataType"].asInt() != dataType) return false;
     const JsonValue& list = constant["dataList"];
-    if (!list.isArray()) return false;
+    if (!list.isArray() && !list.isNull()) return false;
     hasListText_ = false;
     listText_.Clear();
     for (const JsonValue& element : list) {
