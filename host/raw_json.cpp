@@ -59,9 +59,7 @@ bool RawJson::Parse(std::string_view text, JsonParseError& error) {
   return false;
 }
 
-RawJson::Value RawJson::root() const noexcept {
-  return nodes_.empty() ? Value() : Value(this, 0);
-}
+RawJson::Value RawJson::root() const noexcept { return nodes_.empty() ? Value() : Value(this, 0); }
 
 bool RawJson::Append(Kind kind, std::string_view text) {
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) return false;

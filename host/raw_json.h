@@ -82,8 +82,7 @@ class RawJson::Value {
  private:
   friend class RawJson;
   friend class Iterator;
-  Value(const RawJson* document, std::size_t index) noexcept
-      : document_(document), index_(index) {}
+  Value(const RawJson* document, std::size_t index) noexcept : document_(document), index_(index) {}
   const Node& node() const noexcept { return document_->nodes_[index_]; }
 
   const RawJson* document_ = nullptr;

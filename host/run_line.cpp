@@ -25,8 +25,9 @@ bool FitsInt64(std::string_view integer) noexcept {
 
 /// Fills one member per name from an object; of two members with one name the last stays.
 template <class Fields, std::size_t N>
-Fields TakeFields(const RawJson::Value& object,
-                  const std::array<std::pair<std::string_view, RawJson::Value Fields::*>, N>& names) {
+Fields TakeFields(
+    const RawJson::Value& object,
+    const std::array<std::pair<std::string_view, RawJson::Value Fields::*>, N>& names) {
   Fields fields;
   for (auto member = object.begin(); member != object.end(); ++member) {
     const auto known = std::find_if(names.begin(), names.end(), [&](const auto& entry) {
@@ -110,7 +111,8 @@ bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
   where_.clear();
   JsonParseError error;
   if (!json_.Parse(line, error)) {
-    fault_ = "not JSON: " + Printable(error.message) + " at byte " + std::to_string(error.offset + 1);
+    fault_ =
+        "not JSON: " + Printable(error.message) + " at byte " + std::to_string(error.offset + 1);
     return false;
   }
   if (!json_.root().Is(Kind::kObject)) {
@@ -136,9 +138,9 @@ bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
 bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
   run.domain = defaultDomain_;
   return Require("time", fields.time) && TakeInt32("time", fields.time, run.time) &&
-         TakeString("domain", fields.domain, run.domain) &&
-         Require("device", fields.device) && TakeString("device", fields.device, run.device) &&
-         Require("source", fields.source) && TakeString("source", fields.source, run.source) &&
+         TakeString("domain", fields.domain, run.domain) && Require("device", fields.device) &&
+         TakeString("device", fields.device, run.device) && Require("source", fields.source) &&
+         TakeString("source", fields.source, run.source) &&
          TakeString("param", fields.param, run.param) &&
          TakeString("nodeId", fields.nodeId, run.nodeId) &&
          TakeString("nodePathSchema", fields.nodePathSchema, run.nodePathSchema) &&
@@ -196,15 +198,16 @@ bool RunLineReader::ReadVariable(const Value& object, std::vector<VarInfo>& vari
 bool RunLineReader::ChooseType(const VariableFields& fields, const TypeName*& type) {
   if (fields.type) {
     if (!fields.type.Is(Kind::kString)) return Fail("type", "must be a string");
-    type = std::find_if(TypeName::kAll.begin(), TypeName::kAll.end(), [&](const TypeName& known) {
-      return known.name == fields.type.text();
-    });
+    type = std::find_if(TypeName::kAll.begin(), TypeName::kAll.end(),
+                        [&](const TypeName& known) { return known.name == fields.type.text(); });
     if (type != TypeName::kAll.end()) return true;
     return Fail("type", '"' + Printable(fields.type.text(), kShownValueBytes) +
                             "\" is none of int64, float, double, string, table");
   }
   switch (fields.value.kind()) {
-    case Kind::kNull: type = nullptr; break;
+    case Kind::kNull:
+      type = nullptr;
+      break;
     case Kind::kNumber: {
       const std::string_view text = fields.value.text();
       const bool whole = IsIntegerText(text) && FitsInt64(text);
@@ -213,9 +216,13 @@ bool RunLineReader::ChooseType(const VariableFields& fields, const TypeName*& ty
     }
     case Kind::kFalse:
     case Kind::kTrue:
-    case Kind::kString: type = TypeName::Of(KSDataString); break;
+    case Kind::kString:
+      type = TypeName::Of(KSDataString);
+      break;
     case Kind::kArray:
-    case Kind::kObject: type = TypeName::Of(KSDataTable); break;
+    case Kind::kObject:
+      type = TypeName::Of(KSDataTable);
+      break;
   }
   return true;
 }
@@ -223,9 +230,14 @@ bool RunLineReader::ChooseType(const VariableFields& fields, const TypeName*& ty
 bool RunLineReader::ReadScalar(const Value& value, const TypeName& type, VarInfo& variable) {
   const bool numeric = type.dataType != KSDataString;
   switch (value.kind()) {
-    case Kind::kNumber: return ReadNumber(value.text(), type, variable);
-    case Kind::kFalse: variable.valueText = numeric ? "0" : "false"; return true;
-    case Kind::kTrue: variable.valueText = numeric ? "1" : "true"; return true;
+    case Kind::kNumber:
+      return ReadNumber(value.text(), type, variable);
+    case Kind::kFalse:
+      variable.valueText = numeric ? "0" : "false";
+      return true;
+    case Kind::kTrue:
+      variable.valueText = numeric ? "1" : "true";
+      return true;
     case Kind::kString:
       if (!numeric) {
         variable.valueText = value.text();

@@ -111,7 +111,7 @@ class RunScheduler {
   RunWork& work_;
   const Limits limits_;
 
-  mutable Mutex mutex_;  // guards all below; nothing else is taken or done while it is held
+  mutable Mutex mutex_;      // guards all below; nothing else is taken or done while it is held
   Condition workComes_;      // something to evaluate or to flush, or the end
   Condition deliveryComes_;  // the earliest run is done, or the end
   Condition roomComes_;      // a run was delivered, or a stop

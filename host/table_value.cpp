@@ -38,9 +38,7 @@ class TableError : public std::runtime_error {
 
 void Fail(const std::string& field, const std::string& text) { throw TableError(field, text); }
 
-std::string Quoted(std::string_view name) {
-  return '"' + Printable(name, kShownNameBytes) + '"';
-}
+std::string Quoted(std::string_view name) { return '"' + Printable(name, kShownNameBytes) + '"'; }
 
 std::string RowName(std::size_t row) { return "row " + std::to_string(row + 1); }
 
@@ -50,7 +48,8 @@ double NearestDouble(std::string_view text) {
   if (failure == std::errc()) return value;
   // Beyond the range: too small reads as zero, too large is refused.
   if (const auto rounded = LeadingDouble(text)) return *rounded;
-  Fail("value", "the number " + Printable(text, kShownNameBytes) + " is beyond what a double holds");
+  Fail("value",
+       "the number " + Printable(text, kShownNameBytes) + " is beyond what a double holds");
 }
 
 JsonValue NumberValue(std::string_view text) {
@@ -67,11 +66,16 @@ JsonValue NumberValue(std::string_view text) {
 JsonValue CellValue(const Value& cell) {
   if (!cell) return {};
   switch (cell.kind()) {
-    case Kind::kNull: return {};
-    case Kind::kFalse: return false;
-    case Kind::kTrue: return true;
-    case Kind::kNumber: return NumberValue(cell.text());
-    case Kind::kString: return cell.text();
+    case Kind::kNull:
+      return {};
+    case Kind::kFalse:
+      return false;
+    case Kind::kTrue:
+      return true;
+    case Kind::kNumber:
+      return NumberValue(cell.text());
+    case Kind::kString:
+      return cell.text();
     case Kind::kArray: {
       JsonValue array(JsonType::Array);
       for (const Value element : cell) array.append(CellValue(element));
@@ -99,11 +103,21 @@ void AppendNumberText(std::string& out, std::string_view text) {
 
 void AppendCellText(std::string& out, const Value& cell) {
   switch (cell ? cell.kind() : Kind::kNull) {
-    case Kind::kNull: out.append("null"); return;
-    case Kind::kFalse: out.append("false"); return;
-    case Kind::kTrue: out.append("true"); return;
-    case Kind::kNumber: AppendNumberText(out, cell.text()); return;
-    case Kind::kString: AppendJsonString(out, cell.text()); return;
+    case Kind::kNull:
+      out.append("null");
+      return;
+    case Kind::kFalse:
+      out.append("false");
+      return;
+    case Kind::kTrue:
+      out.append("true");
+      return;
+    case Kind::kNumber:
+      AppendNumberText(out, cell.text());
+      return;
+    case Kind::kString:
+      AppendJsonString(out, cell.text());
+      return;
     case Kind::kArray:
       out.push_back('[');
       for (auto element = cell.begin(); element != cell.end(); ++element) {
@@ -181,8 +195,8 @@ class Table {
     for (const Value row : rows) {
       if (!row.Is(Kind::kArray)) Fail("value", RowName(rows_.size()) + " is no array");
       if (row.size() != columns_.size()) {
-        Fail("value", RowName(rows_.size()) + " has " + std::to_string(row.size()) +
-                          " cells for " + std::to_string(columns_.size()) + " columns");
+        Fail("value", RowName(rows_.size()) + " has " + std::to_string(row.size()) + " cells for " +
+                          std::to_string(columns_.size()) + " columns");
       }
       rows_.push_back(row);
     }
@@ -301,8 +315,8 @@ void Read(const Value& value, const TableDigestOptions& options, VarInfo& variab
 
 }  // namespace
 
-std::optional<TableFault> ReadTable(const RawJson::Value& value,
-                                    const TableDigestOptions& options, VarInfo& variable) {
+std::optional<TableFault> ReadTable(const RawJson::Value& value, const TableDigestOptions& options,
+                                    VarInfo& variable) {
   try {
     Read(value, options, variable);
   } catch (const TableError& error) {

@@ -18,12 +18,18 @@ void AppendHexByte(std::string& out, std::string_view prefix, unsigned char byte
 /// The letter of a control character's short escape; 0 when it has none.
 char ShortEscape(unsigned char c) noexcept {
   switch (c) {
-    case '\n': return 'n';
-    case '\t': return 't';
-    case '\r': return 'r';
-    case '\b': return 'b';
-    case '\f': return 'f';
-    default: return 0;
+    case '\n':
+      return 'n';
+    case '\t':
+      return 't';
+    case '\r':
+      return 'r';
+    case '\b':
+      return 'b';
+    case '\f':
+      return 'f';
+    default:
+      return 0;
   }
 }
 
@@ -35,7 +41,11 @@ struct Character {
 Character FirstCharacter(std::string_view bytes) noexcept {
   const auto lead = static_cast<unsigned char>(bytes[0]);
   if (lead < 0x80) return {lead, 1};
-  const std::size_t length = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+  const std::size_t length = lead < 0xC2   ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
   if (length == 0 || bytes.size() < length) return {};
   std::uint32_t code = lead & (0x7FU >> length);
   for (std::size_t i = 1; i < length; ++i) {
@@ -52,8 +62,7 @@ Character FirstCharacter(std::string_view bytes) noexcept {
 /// Control characters of both sets, and the marks that reorder what is shown.
 bool IsUnsafe(std::uint32_t code) noexcept {
   return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x061C || code == 0x200E ||
-         code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
-         (code >= 0x2066 && code <= 0x2069);
+         code == 0x200F || (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
 }
 
 }  // namespace
