@@ -10,8 +10,8 @@ import sys
 import unittest
 
 FOLDER = sys.argv.pop()
-NEUTRAL = re.compile(r"(lo|(eth|wlan|veth|ifb|bond|br|tun|tap|if|disk|cpu|thermal_zone)\d+|all|root|"
-                     r"cpu|io|memory|hwmon\d+/temp\d+)$")
+NEUTRAL = re.compile(r"(lo|(eth|wlan|veth|ifb|bond|br|tun|tap|if|disk|cpu|thermal_zone)\d+|"
+                     r"all|root|cpu|io|memory|hwmon\d+/temp\d+)$")
 
 
 def record(*arguments):
@@ -86,10 +86,10 @@ class RunsOfTheHostsFormat(unittest.TestCase):
         self.assertEqual(times, sorted(times))
         self.assertGreaterEqual(len(set(times)), 300)
         self.assertEqual({run["device"] for run in runs}, {"host-1"})
-        # The labels lie in the second half, after what is normal could be learned.
+        # The labels lie after a time in which what is normal could be learned.
         for fault in read_example("faults.jsonl"):
             self.assertLess(fault["from"], fault["to"])
-            self.assertGreater(fault["from"], (times[0] + times[-1]) / 2)
+            self.assertGreater(fault["from"], times[0] + 300)
             self.assertLessEqual(fault["to"], times[-1])
 
 
