@@ -78,9 +78,8 @@ class KEELSTONE_EXPORT KSDataManagerSql {
   int GetRuleDefinitionDataByDevInf(RuleDefinitionMap& out, const ObjectDefine* object,
                                     const std::string& variableSource, const std::string& param,
                                     Enum_VariableSourceType type);
-  bool IsExistRuleDefinitionByDevice(const ObjectDefine* object,
-                                     const std::string& variableSource, const std::string& param,
-                                     Enum_RuleGenerateType generateType,
+  bool IsExistRuleDefinitionByDevice(const ObjectDefine* object, const std::string& variableSource,
+                                     const std::string& param, Enum_RuleGenerateType generateType,
                                      Enum_VariableSourceType type);
   int GetRuleHistoryData(DevParserHistory& out, const ObjectDefine* object,
                          const std::string& variableSource, const std::string& param,
@@ -102,9 +101,8 @@ class KEELSTONE_EXPORT KSDataManagerSql {
   int RemoveRuleHistoryDatas(
       std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>&
           items);
-  int RemoveRuleDefinitionDataNoVar(const ObjectDefine* object,
-                                    const std::string& variableSource, const std::string& param,
-                                    Enum_VariableSourceType type);
+  int RemoveRuleDefinitionDataNoVar(const ObjectDefine* object, const std::string& variableSource,
+                                    const std::string& param, Enum_VariableSourceType type);
   int RemoveRuleDefinitionNoExistSource(const std::vector<std::string>& sources,
                                         Enum_VariableSourceType type);
   int RemoveRuleDefinitionNoExistDevice(const std::vector<std::string>& devices,

@@ -33,8 +33,8 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
                             Enum_VariableSourceType type) const;
   /// The definition itself, shared with the table and never changed; empty when absent.
   std::shared_ptr<const RuleDefinitionData> GetRuleDefinitionData(
-      const std::string& variableSource, const std::string& variableName,
-      const std::string& param, Enum_VariableSourceType type) const;
+      const std::string& variableSource, const std::string& variableName, const std::string& param,
+      Enum_VariableSourceType type) const;
   /// Whether the source has a definition, of this name unless the name is empty.
   bool IsExistRuleDefinition(const std::string& variableSource, const std::string& variableName,
                              Enum_VariableSourceType type) const;
