@@ -15,7 +15,6 @@ namespace keelstone {
 namespace {
 
 constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t kMax64 = std::numeric_limits<std::int64_t>::max();
 constexpr std::uint64_t kMaxUnsigned = std::numeric_limits<std::uint64_t>::max();
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
