@@ -1,0 +1,78 @@
+#include "engine/variable_values.h"
+
+#include <cmath>
+#include <optional>
+
+#include "platform/json_reader.h"
+#include "platform/json_value.h"
+#include "platform/numbers.h"
+
+namespace keelstone {
+
+namespace {
+
+template <class T>
+std::shared_ptr<KSDataBase> MakePoint(std::int64_t time, std::optional<T> value) {
+  return value ? std::make_shared<KSDataPoint<T>>(time, *value) : nullptr;
+}
+
+std::optional<float> LeadingFloat(const std::string& text) {
+  const std::optional<double> wide = LeadingDouble(text);
+  if (!wide) return std::nullopt;
+  const float number = NarrowToFloat(*wide);
+  return std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
+}
+
+JsonValue ConvertElement(EnumKSDataType dataType, const JsonValue& element) {
+  if (element.isArray() || element.isObject()) return element;  // has no text to convert
+  const std::string text = element.asString();
+  return dataType == KSDataInt64 ? JsonValue(AtollSaturated(text)) : JsonValue(AtofFinite(text));
+}
+
+JsonValue ConvertArray(EnumKSDataType dataType, const JsonValue& array) {
+  JsonValue converted(JsonType::Array);
+  for (const JsonValue& element : array) converted.append(ConvertElement(dataType, element));
+  return converted;
+}
+
+JsonValue ConvertMembers(EnumKSDataType dataType, const JsonValue& object) {
+  JsonValue converted(JsonType::Object);
+  for (auto member = object.begin(); !(member == object.end()); ++member) {
+    JsonValue& place = converted[member.name()];
+    if (member->isString()) {
+      const std::string& text = member->stringRef();
+      place = dataType == KSDataInt64 ? JsonValue(AtoiLow32(text)) : JsonValue(AtofFinite(text));
+    } else if (member->isArray()) {
+      place = ConvertArray(dataType, *member);
+    } else if (member->isObject()) {
+      place = ConvertMembers(dataType, *member).toString();
+    } else {
+      place = *member;
+    }
+  }
+  return converted;
+}
+
+}  // namespace
+
+std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_t time) {
+  switch (variable.dataType) {
+    case KSDataInt64:
+      return MakePoint(time, LeadingInt64(variable.valueText));
+    case KSDataFloat:
+      return MakePoint(time, LeadingFloat(variable.valueText));
+    case KSDataDouble:
+      return MakePoint(time, LeadingDouble(variable.valueText));
+    default:
+      return nullptr;
+  }
+}
+
+std::string ConvertVariableRuleParam(EnumKSDataType dataType, const std::string& param) {
+  JsonValue document;
+  if (!JsonReader::Parse(param, document)) return JsonValue().toString();
+  if (dataType == KSDataFloat || !document.isObject()) return document.toString();
+  return ConvertMembers(dataType, document).toString();
+}
+
+}  // namespace keelstone
