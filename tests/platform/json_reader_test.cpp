@@ -18,6 +18,8 @@ JsonValue Parsed(std::string_view text, const JsonReadOptions& options = {}) {
   return value;
 }
 
+std::string Key(int number) { return std::string("key").append(std::to_string(number)); }
+
 /// Writes down what a text holds; breaks off before the event number `limit`.
 class Recorder final : public JsonHandler {
  public:
@@ -25,8 +27,8 @@ class Recorder final : public JsonHandler {
   bool OnNull() override { return Put("null"); }
   bool OnBool(bool value) override { return Put(value ? "true" : "false"); }
   bool OnNumber(std::string_view text) override { return Put(text); }
-  bool OnString(std::string_view bytes) override { return Put('"' + std::string(bytes)); }
-  bool OnKey(std::string_view bytes) override { return Put(':' + std::string(bytes)); }
+  bool OnString(std::string_view bytes) override { return Put(std::string(1, '"').append(bytes)); }
+  bool OnKey(std::string_view bytes) override { return Put(std::string(1, ':').append(bytes)); }
   bool OnArrayBegin() override { return Put("["); }
   bool OnArrayEnd() override { return Put("]"); }
   bool OnObjectBegin() override { return Put("{"); }
@@ -73,7 +75,7 @@ TEST(JsonReader, NumbersBecomeTheNarrowestKindThatHoldsThem) {
     EXPECT_EQ(value.type(), c.type) << c.text;
     EXPECT_EQ(value.toString(), c.written) << c.text;
     // In the middle of a longer text the parser takes other ways.
-    const std::string longer = "[" + std::string(c.text) + ",\"" + std::string(40, 'x') + "\"]";
+    const std::string longer = std::string("[") + c.text + ",\"" + std::string(40, 'x') + "\"]";
     EXPECT_EQ(Parsed(longer)[0].toString(), c.written) << c.text;
   }
 }
@@ -99,13 +101,14 @@ TEST(JsonReader, EveryNumberComesBackBitForBit) {
 TEST(JsonReader, OfTwoMembersWithOneNameTheLastWinsAtTheFirstsPlace) {
   EXPECT_EQ(Parsed(R"({"a":1,"b":{"a":3},"a":[2]})").toString(), R"({"a":[2],"b":{"a":3}})");
   std::string text = "{";
-  for (int i = 0; i < 40; ++i)
-    text += "\"k" + std::to_string(i % 20) + "\":" + std::to_string(i) + ",";
+  for (int i = 0; i < 40; ++i) {
+    text.append("\"").append(Key(i % 20)).append("\":").append(std::to_string(i)).append(",");
+  }
   text.back() = '}';
   const JsonValue value = Parsed(text);
   EXPECT_EQ(value.size(), 20U);
-  EXPECT_EQ(value.begin().name(), "k0");
-  EXPECT_EQ(value["k3"].asInt(), 23);
+  EXPECT_EQ(value.begin().name(), "key0");
+  EXPECT_EQ(value["key3"].asInt(), 23);
 }
 
 TEST(JsonReader, ErrorsNameThePlace) {
@@ -190,10 +193,10 @@ TEST(JsonReader, StringsOfAnyLengthAndEscapesComeWhole) {
             "\"\\/\b\f\n\r\tA\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
   // The parser hands long strings on in parts, cut where its buffer ends.
   for (std::size_t size = 4080; size < 4110; ++size) {
-    const std::string tail = "\\ud83d\\ude00" + std::string(5000, 'y') + "\\n";
-    const std::string text = "\"\\t" + std::string(size, 'x') + tail + "\"";
-    const std::string expected =
-        "\t" + std::string(size, 'x') + "\xF0\x9F\x98\x80" + std::string(5000, 'y') + "\n";
+    const std::string head(size, 'x');
+    const std::string tail(5000, 'y');
+    const std::string text = "\"\\t" + head + "\\ud83d\\ude00" + tail + "\\n\"";
+    const std::string expected = "\t" + head + "\xF0\x9F\x98\x80" + tail + "\n";
     ASSERT_EQ(Parsed(text).asString(), expected);
     ASSERT_EQ(Parsed("{" + text + ":[]}").begin().name(), expected);
   }
@@ -206,7 +209,7 @@ TEST(JsonReader, StringsOfAnyLengthAndEscapesComeWhole) {
 
 TEST(JsonReader, BytesThatAreNotUtf8PassUnlessForbidden) {
   for (const char* bytes : {"\xFF", "\xC0\xAF", "\xED\xA0\x80", "\xE2\x82", "\xF5\x80\x80\x80"}) {
-    const std::string text = "[\"long enough for a block \xC3\xA9 " + std::string(bytes) + "\"]";
+    const std::string text = std::string("[\"long enough for a block \xC3\xA9 ") + bytes + "\"]";
     EXPECT_EQ(Parsed(text).toString(), text);
     JsonValue value;
     JsonParseError error;
@@ -246,7 +249,7 @@ TEST(JsonReader, MayReadTheTextOfTheValueItFills) {
 
 TEST(JsonReader, ReadsLargeObjectsInLinearTime) {
   JsonValue object;
-  for (int i = 0; i < 100000; ++i) object["key" + std::to_string(i * 7919 % 100000)] = i;
+  for (int i = 0; i < 100000; ++i) object[Key(i * 7919 % 100000)] = i;
   const JsonValue back = Parsed(object.toString());
   EXPECT_EQ(back.size(), 100000U);
   EXPECT_EQ(back, object);
