@@ -21,7 +21,8 @@ namespace keelstone {
 /// the file is missing, 1 when the table is missing and -1 when the statements ran,
 /// whether or not an error was caught and logged meanwhile. Failed writes are counted
 /// (GetFailedWriteCount). Writes over many rows commit every 600 rows; an error rolls
-/// back the open batch only. Any thread.
+/// back the open batch only. Without an object nothing is done, the answer is 0. Any
+/// thread.
 class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
  public:
   KSObjectRuleSql();
