@@ -1,5 +1,7 @@
 #include "calc/ksrulealgmgr.h"
 
+#include "model/textfeature.h"
+
 namespace keelstone {
 
 namespace {
@@ -12,6 +14,10 @@ std::shared_ptr<KSDataFeature> MakeFeature(EnumKSDataType dataType) {
       return std::make_shared<KSNumercialDataFeature<float>>();
     case KSDataDouble:
       return std::make_shared<KSNumercialDataFeature<double>>();
+    case KSDataString:
+      return std::make_shared<KSStringDataFeature>();
+    case KSDataTable:
+      return std::make_shared<KSTableDataFeature>();
     default:
       return nullptr;
   }
@@ -27,6 +33,10 @@ std::shared_ptr<HistoryDataBase> MakeHistory(EnumKSDataType dataType) {
       return std::make_shared<FloatHistoryData>();
     case KSDataDouble:
       return std::make_shared<DoubleHistoryData>();
+    case KSDataString:
+      return std::make_shared<StrHisotryData>();
+    case KSDataTable:
+      return std::make_shared<TableHistoryData>();
     default:
       return nullptr;
   }
@@ -37,11 +47,22 @@ KSRuleAlgMgr* KSRuleAlgMgr::Instance() {
   return instance;
 }
 
-KSRuleAlgMgr::KSRuleAlgMgr() : numericAlg_(std::make_shared<NumicalRuleCalculateAlg>()) {}
+KSRuleAlgMgr::KSRuleAlgMgr()
+    : stringAlg_(std::make_shared<StrRuleCalculateAlg>()),
+      numericAlg_(std::make_shared<NumicalRuleCalculateAlg>()),
+      tableAlg_(std::make_shared<TableRuleCalculateAlg>()) {}
 
 const std::shared_ptr<RuleCalculateAlgBase>& KSRuleAlgMgr::GetAlg(EnumAlgType type) const {
   static const std::shared_ptr<RuleCalculateAlgBase> kNone;
-  return type == KSAlgNumerical ? numericAlg_ : kNone;
+  switch (type) {
+    case KSAlgNumerical:
+      return numericAlg_;
+    case KSAlgString:
+      return stringAlg_;
+    case KSAlgTable:
+      return tableAlg_;
+  }
+  return kNone;
 }
 
 std::shared_ptr<IRuleBase> KSRuleAlgMgr::CalculateRule(

@@ -41,7 +41,9 @@ class KEELSTONE_EXPORT KSRuleAlgMgr {
   ~KSRuleAlgMgr() = delete;
   const std::shared_ptr<RuleCalculateAlgBase>& GetAlg(EnumAlgType type) const;
 
+  const std::shared_ptr<RuleCalculateAlgBase> stringAlg_;
   const std::shared_ptr<RuleCalculateAlgBase> numericAlg_;
+  const std::shared_ptr<RuleCalculateAlgBase> tableAlg_;
 };
 
 /// A new, empty history of a data type; empty for an unknown one.

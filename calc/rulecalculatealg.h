@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_CALC_RULECALCULATEALG_H
 #define KEELSTONE_CALC_RULECALCULATEALG_H
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -29,6 +30,21 @@ class KEELSTONE_EXPORT RuleCalculateAlgBase {
   std::shared_ptr<IRuleBase> GetRuleByType(EnumRuleType ruleType, EnumKSDataType dataType) const;
 
   const EnumAlgType algType;
+
+ protected:
+  /// A kind of rule that an algorithm tries.
+  struct Candidate {
+    EnumRuleType type;
+    bool lessCount = false;  // see IRuleBase::setIsLessCountCondition
+  };
+
+  /// The first candidate that accepts; those without a class for the type are passed over.
+  std::shared_ptr<IRuleBase> FirstFitting(std::initializer_list<Candidate> candidates,
+                                          const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                          const std::shared_ptr<HistoryDataBase>& history,
+                                          const std::shared_ptr<KSDataFeature>& feature,
+                                          EnumKSDataType dataType,
+                                          const std::string& domainId) const;
 };
 
 /// Learns rules of numbers. Tries, in this order: equal (which also judges short
@@ -36,6 +52,28 @@ class KEELSTONE_EXPORT RuleCalculateAlgBase {
 class KEELSTONE_EXPORT NumicalRuleCalculateAlg final : public RuleCalculateAlgBase {
  public:
   NumicalRuleCalculateAlg() : RuleCalculateAlgBase(KSAlgNumerical) {}
+  std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                           const std::shared_ptr<HistoryDataBase>& history,
+                                           const std::shared_ptr<KSDataFeature>& feature,
+                                           EnumKSDataType dataType,
+                                           const std::string& domainId) override;
+};
+
+/// Learns rules of strings: equal, then enumeration.
+class KEELSTONE_EXPORT StrRuleCalculateAlg final : public RuleCalculateAlgBase {
+ public:
+  StrRuleCalculateAlg() : RuleCalculateAlgBase(KSAlgString) {}
+  std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                           const std::shared_ptr<HistoryDataBase>& history,
+                                           const std::shared_ptr<KSDataFeature>& feature,
+                                           EnumKSDataType dataType,
+                                           const std::string& domainId) override;
+};
+
+/// Learns the rule of tables.
+class KEELSTONE_EXPORT TableRuleCalculateAlg final : public RuleCalculateAlgBase {
+ public:
+  TableRuleCalculateAlg() : RuleCalculateAlgBase(KSAlgTable) {}
   std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                                            const std::shared_ptr<HistoryDataBase>& history,
                                            const std::shared_ptr<KSDataFeature>& feature,

@@ -3,6 +3,9 @@
 #include <array>
 #include <cstddef>
 
+#include "model/ksstringrules.h"
+#include "model/ksstrregexrule.h"
+#include "model/kstablemd5equalrule.h"
 #include "model/numeric_rules.h"
 
 namespace keelstone {
@@ -23,7 +26,11 @@ std::shared_ptr<IRuleBase> MakeNumeric(EnumRuleType type, EnumKSDataType dataTyp
   }
 }
 
-std::shared_ptr<IRuleBase> MakeNone(EnumRuleType, EnumKSDataType) { return nullptr; }
+/// Strings and tables have one class whatever the data type.
+template <class Rule>
+std::shared_ptr<IRuleBase> Make(EnumRuleType type, EnumKSDataType) {
+  return std::make_shared<Rule>(type);
+}
 
 template <auto kAccessor>
 std::shared_ptr<KSRuleSettingBase> Typed(const KSRuleGlobalSetting& document) {
@@ -33,10 +40,12 @@ std::shared_ptr<KSRuleSettingBase> Typed(const KSRuleGlobalSetting& document) {
 using Document = KSRuleGlobalSetting;
 
 constexpr std::array kRows = {
-    RuleTypeRow{kStrEqual, "strEqual", Typed<&Document::GetStrEqualSetting>, true, MakeNone},
-    RuleTypeRow{kStrNoEqual, "strNoEqual", nullptr, false, MakeNone},
-    RuleTypeRow{kStrEnum, "strEnum", Typed<&Document::GetStrEnumSetting>, true, MakeNone},
-    RuleTypeRow{kStrRegex, "strRegex", nullptr, false, MakeNone},
+    RuleTypeRow{kStrEqual, "strEqual", Typed<&Document::GetStrEqualSetting>, true,
+                Make<KSStringEqualRule>},
+    RuleTypeRow{kStrNoEqual, "strNoEqual", nullptr, false, Make<KSStrNoEqualRule>},
+    RuleTypeRow{kStrEnum, "strEnum", Typed<&Document::GetStrEnumSetting>, true,
+                Make<KSStringEnumRule>},
+    RuleTypeRow{kStrRegex, "strRegex", nullptr, false, Make<KSStrRegexRule>},
     RuleTypeRow{kIntEqual, "intEqual", Typed<&Document::GetIntEqualSetting>, true,
                 MakeNumeric<NumericEqualRule>},
     RuleTypeRow{kIntNoEqual, "intNoEqual", nullptr, false, MakeNumeric<NumericNotEqualRule>},
@@ -52,7 +61,8 @@ constexpr std::array kRows = {
     RuleTypeRow{kIntGEQ, "intGEQ", nullptr, false, MakeNumeric<NumericGreaterEqualRule>},
     // The table type keeps its history by its own settings, but its interval is read
     // where the types without settings look.
-    RuleTypeRow{kTableMd5, "tableMd5", Typed<&Document::GetMD5TableSetting>, false, MakeNone},
+    RuleTypeRow{kTableMd5, "tableMd5", Typed<&Document::GetMD5TableSetting>, false,
+                Make<KSTableMd5EqualRule>},
 };
 static_assert(kRows.size() == kRuleTypeCount);
 

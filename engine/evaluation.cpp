@@ -138,7 +138,9 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
   Judgement judgement = MeetRule(variable, *definition);
   if (judgement.isHistoryRefused) {
     LogRefusedHistory(variable);
-    return true;
+    // Numbers keep what is stored as it is; strings and tables begin a new history.
+    if (IsNumeric(DataTypeOf(variable))) return true;
+    judgement.history = MakeHistory(DataTypeOf(variable));
   }
   JudgeValue(variable, *definition, point, judgement);
   if (judgement.rule) {
@@ -237,24 +239,21 @@ bool KSRuleInstance::Evaluation::IsFiltered(const std::string& interfaceValue) {
 KSRuleInstance::Evaluation::Judgement KSRuleInstance::Evaluation::MeetRule(
     const VarInfo& variable, const Definition& definition) const {
   const EnumKSDataType dataType = DataTypeOf(variable);
+  const RuleDefinitionData& own = *definition.own;
   KSRuleAlgMgr* const manager = KSRuleAlgMgr::Instance();
   Judgement judgement;
-  judgement.rule = manager->GetRuleByType(
-      AlgTypeOf(dataType), static_cast<EnumRuleType>(definition.own->ruleType), dataType);
-  const bool hasHistory = !definition.own->history.empty();
+  judgement.mayLearn = dynamicCalculation_ && !onDemandTask_;
+  judgement.rule = manager->GetRuleByType(AlgTypeOf(dataType),
+                                          static_cast<EnumRuleType>(own.ruleType), dataType);
   if (judgement.rule) {
     judgement.rule->Init(definition.own, subject_.domainId);
-    judgement.mayLearn = dynamicCalculation_ && !onDemandTask_ && judgement.rule->IsDynamic();
+    judgement.mayLearn = judgement.mayLearn && judgement.rule->IsDynamic();
     judgement.history = judgement.rule->GetHistoryData();
     judgement.feature = judgement.rule->GetDataFeature();
-    judgement.isHistoryRefused = hasHistory && !judgement.rule->GetRuleData();
-    return judgement;
-  }
-  judgement.mayLearn = dynamicCalculation_ && !onDemandTask_;
-  if (judgement.mayLearn) {
-    manager->GetHistoryAndDataFeatrue(definition.own->history, dataType, judgement.history,
-                                      judgement.feature);
-    judgement.isHistoryRefused = hasHistory && !judgement.feature;
+    judgement.isHistoryRefused = !own.history.empty() && !judgement.rule->GetRuleData();
+  } else if (judgement.mayLearn) {
+    manager->GetHistoryAndDataFeatrue(own.history, dataType, judgement.history, judgement.feature);
+    judgement.isHistoryRefused = !own.history.empty() && !judgement.feature;
   }
   return judgement;
 }

@@ -3,9 +3,13 @@
 #include <cmath>
 #include <optional>
 
+#include "model/kstabledatapoint.h"
+#include "platform/compressor.h"
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
+#include "platform/logger.h"
 #include "platform/numbers.h"
+#include "platform/strings.h"
 
 namespace keelstone {
 
@@ -21,6 +25,20 @@ std::optional<float> LeadingFloat(const std::string& text) {
   if (!wide) return std::nullopt;
   const float number = NarrowToFloat(*wide);
   return std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
+}
+
+std::shared_ptr<KSDataBase> MakeTablePoint(const VarInfo& variable, std::int64_t time) {
+  auto point = std::make_shared<KSTableDataPoint>(time, variable.valueText);
+  point->hashColumns = variable.tableKeys;
+  point->hashSort = (variable.tableFlag & 0xFF) != 0;
+  std::string table = variable.value.toString();
+  point->rawValueSize = static_cast<std::int64_t>(table.size());
+  if (!CompressString(table)) {
+    KS_LOG("FS_Keelstone", "KSRuleInstance::CreateDataPoint", "ksruleinstance", kLogError,
+           "Compress table value is failure");
+  }
+  point->SetTableValue(table);
+  return point;
 }
 
 JsonValue ConvertElement(EnumKSDataType dataType, const JsonValue& element) {
@@ -63,6 +81,11 @@ std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_
       return MakePoint(time, LeadingFloat(variable.valueText));
     case KSDataDouble:
       return MakePoint(time, LeadingDouble(variable.valueText));
+    case KSDataString:
+      return std::make_shared<KSDataPoint<std::string>>(time,
+                                                        std::string(Trim(variable.valueText, " ")));
+    case KSDataTable:
+      return MakeTablePoint(variable, time);
     default:
       return nullptr;
   }

@@ -12,6 +12,7 @@ namespace keelstone {
 
 /// The data point of a variable, with `time` (seconds since the epoch) as its time. Empty
 /// for an unknown data type, and when the value text of a number gives no finite number.
+/// Strings lose leading and trailing spaces; a table's content is compressed.
 std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_t time);
 
 /// A parameter text from the variable rules with its strings made numbers, as a rule of

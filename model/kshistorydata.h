@@ -10,6 +10,7 @@
 
 #include "model/ksdatapoint.h"
 #include "model/ksruleenums.h"
+#include "model/kstabledatapoint.h"
 #include "platform/export.h"
 
 namespace keelstone {
@@ -33,9 +34,10 @@ class KEELSTONE_EXPORT HistoryDataBase {
   /// Appends a point and drops the oldest, so that at most `maxCount` stay (the new one
   /// always does). A point of another type is passed over.
   virtual void AddData(const std::shared_ptr<KSDataBase>& point, std::int32_t maxCount);
-  /// The JSON text of a point's value; `text` stays as it is for a point of another type.
+  /// The value of a point as text: a number's JSON text, a string itself, a table's
+  /// digest. `text` stays as it is for a point of another type.
   virtual void GetDataValue(const std::shared_ptr<KSDataBase>& point, std::string& text) const;
-  /// Time of the newest point; what an empty history answers is its type's matter.
+  /// Time of the newest point; when empty 0 for numbers and -1 for strings and tables.
   virtual std::int64_t GetLastTime() const;
 
   const EnumKSDataType dataType;
@@ -47,7 +49,7 @@ class HistoryListText {
  public:
   std::size_t size() const noexcept { return text_.size() - begin_; }
   std::string_view view() const noexcept { return std::string_view(text_).substr(begin_); }
-  /// Drops the first `count` elements; each ends with the only '}' that it holds.
+  /// Drops the first `count` elements; each ends with the only '}' outside its strings.
   void DropFront(std::size_t count);
   /// Starts a further element and answers the text to append it to.
   std::string& NextElement();
@@ -58,34 +60,42 @@ class HistoryListText {
   std::size_t begin_ = 0;
 };
 
-/// A history of numbers: int64, float or double.
-template <class T>
-class KEELSTONE_EXPORT NumercialHistoryData : public HistoryDataBase {
+/// A history of one type of points.
+template <class Point>
+class KEELSTONE_EXPORT PointHistory : public HistoryDataBase {
  public:
   bool FromString(const std::string& text) override;
   std::string ToString() const override;
   std::int32_t GetDataCount() const override;
   void AddData(const std::shared_ptr<KSDataBase>& point, std::int32_t maxCount) override;
   void GetDataValue(const std::shared_ptr<KSDataBase>& point, std::string& text) const override;
-  /// 0 when empty.
   std::int64_t GetLastTime() const override;
 
-  const std::vector<KSDataPoint<T>>& points() const noexcept { return points_; }
+  const std::vector<Point>& points() const noexcept { return points_; }
 
  protected:
-  explicit NumercialHistoryData(EnumKSDataType type) : HistoryDataBase(type) {}
+  explicit PointHistory(EnumKSDataType type) : HistoryDataBase(type) {}
 
  private:
-  bool FromOwnText(std::string_view text);
+  bool FromOwnLayout(std::string_view text);
 
-  std::vector<KSDataPoint<T>> points_;
+  std::vector<Point> points_;
   HistoryListText listText_;  // the text of all points, while hasListText_
   bool hasListText_ = true;
 };
 
-extern template class NumercialHistoryData<std::int64_t>;
-extern template class NumercialHistoryData<float>;
-extern template class NumercialHistoryData<double>;
+extern template class PointHistory<KSDataPoint<std::int64_t>>;
+extern template class PointHistory<KSDataPoint<float>>;
+extern template class PointHistory<KSDataPoint<double>>;
+extern template class PointHistory<KSDataPoint<std::string>>;
+extern template class PointHistory<KSTableDataPoint>;
+
+/// A history of numbers: int64, float or double.
+template <class T>
+class KEELSTONE_EXPORT NumercialHistoryData : public PointHistory<KSDataPoint<T>> {
+ protected:
+  using PointHistory<KSDataPoint<T>>::PointHistory;
+};
 
 class KEELSTONE_EXPORT IntHistoryData final : public NumercialHistoryData<std::int64_t> {
  public:
@@ -98,6 +108,19 @@ class KEELSTONE_EXPORT FloatHistoryData final : public NumercialHistoryData<floa
 class KEELSTONE_EXPORT DoubleHistoryData final : public NumercialHistoryData<double> {
  public:
   DoubleHistoryData() : NumercialHistoryData(KSDataDouble) {}
+};
+
+/// (The name is part of the interface as it is spelled.)
+class KEELSTONE_EXPORT StrHisotryData final : public PointHistory<KSDataPoint<std::string>> {
+ public:
+  StrHisotryData() : PointHistory(KSDataString) {}
+};
+
+/// Its elements also hold "hashSort", "hashColumns", "rawValueSize" and "tableValue", the
+/// compressed table in base64.
+class KEELSTONE_EXPORT TableHistoryData final : public PointHistory<KSTableDataPoint> {
+ public:
+  TableHistoryData() : PointHistory(KSDataTable) {}
 };
 
 }  // namespace keelstone
