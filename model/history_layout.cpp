@@ -62,8 +62,23 @@ bool HistoryLayout::Read(double& value) {
   if (after == nullptr) return false;
   const std::from_chars_result read = std::from_chars(next_, after, value);
   if (read.ec != std::errc() || read.ptr != after) return false;
+  if (!IsOwnWriting({next_, static_cast<std::size_t>(after - next_)}, value)) return false;
   next_ = after;
   return true;
+}
+
+bool HistoryLayout::IsOwnWriting(std::string_view text, double value) {
+  // Decimals of up to 15 digits all have doubles of their own: the shortest text of the
+  // double is the decimal itself, and only the notation can differ.
+  const bool isPlain = value == 0.0 || (std::fabs(value) >= 1e-4 && std::fabs(value) < 1e15);
+  const std::size_t point = text.find('.');
+  if (isPlain && text.size() <= 16 && point != std::string_view::npos) {
+    const bool hasExponent = text.find_first_of("eE") != std::string_view::npos;
+    return !hasExponent && (text.back() != '0' || point + 2 == text.size());
+  }
+  written_.clear();
+  AppendNumber(written_, value);
+  return written_ == text;
 }
 
 bool HistoryLayout::Read(float& value) {
@@ -71,7 +86,8 @@ bool HistoryLayout::Read(float& value) {
   const char* const before = next_;
   if (!Read(wide)) return false;
   value = NarrowToFloat(wide);
-  if (std::isfinite(value)) return true;
+  // What is no float is written otherwise than it was read.
+  if (static_cast<double>(value) == wide) return true;
   next_ = before;
   return false;
 }

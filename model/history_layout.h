@@ -33,7 +33,7 @@ class HistoryLayout {
 
   /// An integer of at most 18 digits without leading zeros; "-0" is left to the reader.
   bool Read(std::int64_t& value);
-  /// A number in JSON's grammar that has a fraction or an exponent.
+  /// A real that stands as the library writes it: its text is kept.
   bool Read(double& value);
   bool Read(float& value);
   /// A string without escapes; the view is into the text.
@@ -43,9 +43,11 @@ class HistoryLayout {
  private:
   const char* SkipDigits(const char* c) const;
   const char* EndOfReal() const;
+  bool IsOwnWriting(std::string_view text, double value);
 
   const char* next_;
   const char* end_;
+  std::string written_;
 };
 
 /// The layout around the list of points.

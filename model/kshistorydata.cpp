@@ -79,7 +79,7 @@ bool PointHistory<Point>::FromString(const std::string& text) {
     const JsonValue& constant = document;
     if (constant["dataType"].asInt() != dataType) return false;
     const JsonValue& list = constant["dataList"];
-    if (!list.isArray()) return false;
+    if (!list.isArray() && !list.isNull()) return false;
     hasListText_ = false;
     listText_.Clear();
     for (const JsonValue& element : list) {
