@@ -1,0 +1,438 @@
+"""Four FRR routers in namespaces of their own, joined by veth links.
+
+A router is a process tree below one holder process in new network, host-name, mount and process-id
+namespaces. The kernel ends everything in it when the holder ends, and the holder ends with the
+recorder, so nothing is left behind however the recorder goes.
+"""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import time
+
+DAEMON_FOLDER = "/usr/lib/frr"
+DAEMONS = ("zebra", "staticd", "ospfd", "bgpd")
+NAMES = ("r1", "r2", "r3", "r4")
+INTERNAL_AS = 65001
+EXTERNAL_AS = 65002
+
+# (router, interface, router, interface, bits per second of the shaper or None)
+LINKS = (
+    ("r1", "eth1", "r2", "eth1", None),
+    ("r1", "eth2", "r3", "eth1", None),
+    ("r2", "eth2", "r3", "eth2", 4_000_000),
+    ("r2", "eth3", "r4", "eth1", 2_000_000),
+    ("r3", "eth3", "r4", "eth2", 1_000_000),
+)
+
+# (from, to): a steady stream of pings between the loopback addresses
+STREAMS = (
+    ("r1", "r2"),
+    ("r1", "r3"),
+    ("r1", "r4"),
+    ("r2", "r3"),
+    ("r2", "r4"),
+    ("r3", "r4"),
+)
+
+PROBED = {"r1": ("r2", "r4"), "r2": ("r3", "r4"), "r3": ("r1", "r4"), "r4": ("r1",)}
+
+NEEDED_PROGRAMS = {
+    "vtysh": "frr",
+    "ip": "iproute2",
+    "tc": "iproute2",
+    "ping": "iputils-ping",
+    "ps": "procps",
+    "nsenter": "util-linux",
+    "unshare": "util-linux",
+    "setpriv": "util-linux",
+    "mount": "mount",
+}
+
+
+class LabError(Exception):
+    """Something that the lab needs is missing or did not come up; the text is for the person."""
+
+
+def number(name):
+    return int(name[1:])
+
+
+def loopback(name):
+    return f"10.255.0.{number(name)}"
+
+
+def autonomous_system(name):
+    return EXTERNAL_AS if name == "r4" else INTERNAL_AS
+
+
+def link_address(name, other):
+    low, high = sorted((number(name), number(other)))
+    return f"10.0.{low}{high}.{1 if number(name) == low else 2}"
+
+
+def links_of(name):
+    """(own interface, other router, shaper) of each link of a router."""
+    for left, left_port, right, right_port, rate in LINKS:
+        if name == left:
+            yield left_port, right, rate
+        elif name == right:
+            yield right_port, left, rate
+
+
+def port_towards(name, other):
+    return next(port for port, neighbor, _ in links_of(name) if neighbor == other)
+
+
+# ------------------------------------------------------------------------------ configuration
+
+
+def zebra_config(name):
+    lines = [f"hostname {name}", "interface lo", f" ip address {loopback(name)}/32", "exit"]
+    for port, other, _ in links_of(name):
+        lines += [
+            f"interface {port}",
+            f" description to {other}",
+            f" ip address {link_address(name, other)}/30",
+            "exit",
+        ]
+    return lines
+
+
+STATIC_ROUTES = {
+    "r1": ["ip route 198.51.100.0/24 Null0"],
+    "r2": ["ip route 10.99.2.0/24 Null0"],
+    "r3": ["ip route 10.99.3.0/24 10.0.34.2"],
+    "r4": ["ip route 203.0.113.0/24 Null0", "ip route 192.0.2.0/25 Null0"],
+}
+
+# The border routers announce loopbacks of their AS, which they know from OSPF.
+ANNOUNCED = {
+    "r1": ["198.51.100.0/24"],
+    "r2": ["10.255.0.1/32", "10.255.0.2/32"],
+    "r3": ["10.255.0.1/32", "10.255.0.3/32"],
+    "r4": ["10.255.0.4/32", "203.0.113.0/24", "192.0.2.0/25"],
+}
+
+
+def staticd_config(name):
+    return [f"hostname {name}", *STATIC_ROUTES[name]]
+
+
+def ospfd_config(name):
+    lines = [f"hostname {name}"]
+    if autonomous_system(name) != INTERNAL_AS:
+        return lines
+    for port, other, _ in links_of(name):
+        if autonomous_system(other) == INTERNAL_AS:
+            lines += [
+                f"interface {port}",
+                " ip ospf area 0",
+                " ip ospf network point-to-point",
+                " ip ospf hello-interval 5",
+                " ip ospf dead-interval 20",
+                "exit",
+            ]
+    lines += [
+        "interface lo",
+        " ip ospf area 0",
+        "exit",
+        "router ospf",
+        f" ospf router-id {loopback(name)}",
+        *([" redistribute static"] if name != "r1" else []),
+        " timers throttle spf 50 200 2000",
+        "exit",
+    ]
+    return lines
+
+
+def bgp_neighbors(name):
+    """(address, router) of each BGP session: loopbacks inside an AS, links between the two."""
+    own = autonomous_system(name)
+    for other in NAMES:
+        if other != name and autonomous_system(other) == own:
+            yield loopback(other), other
+    for _, other, _ in links_of(name):
+        if autonomous_system(other) != own:
+            yield link_address(other, name), other
+
+
+def bgpd_config(name):
+    own = autonomous_system(name)
+    lines = [
+        f"hostname {name}",
+        f"router bgp {own}",
+        f" bgp router-id {loopback(name)}",
+        " no bgp ebgp-requires-policy",
+        # Without this the older of two equal paths wins, and the routes depend on past faults.
+        " bgp bestpath compare-routerid",
+        " timers bgp 5 20",
+    ]
+    internal = []
+    for address, other in bgp_neighbors(name):
+        remote = autonomous_system(other)
+        lines += [
+            f" neighbor {address} remote-as {remote}",
+            f" neighbor {address} description {other}",
+            f" neighbor {address} timers connect 3",
+            f" neighbor {address} advertisement-interval 1",
+        ]
+        if remote == own:
+            lines.append(f" neighbor {address} update-source {loopback(name)}")
+            internal.append(address)
+    # One path each, or a link that goes and comes back changes which of two the kernel hashes to.
+    lines += [" address-family ipv4 unicast", "  maximum-paths 1", "  maximum-paths ibgp 1"]
+    lines += [f"  network {prefix}" for prefix in ANNOUNCED[name]]
+    lines += [f"  neighbor {address} next-hop-self" for address in internal]
+    lines += [" exit-address-family", "exit"]
+    return lines
+
+
+CONFIGS = {
+    "zebra": zebra_config,
+    "staticd": staticd_config,
+    "ospfd": ospfd_config,
+    "bgpd": bgpd_config,
+}
+
+
+# ------------------------------------------------------------------------------------ routers
+
+
+class Router:
+    """One router. Its commands may run on any thread; start and stop belong to one thread."""
+
+    def __init__(self, name, log_folder):
+        self.name = name
+        self._log_folder = log_folder
+        self._children = []
+        # The holder's first child is process 1 of the new namespaces; it reaps and waits.
+        self._holder = subprocess.Popen(
+            ["setpriv", "--pdeathsig", "KILL",
+             "unshare", "--net", "--uts", "--mount", "--pid", "--fork", "--kill-child",
+             "--mount-proc", "sh", "-c", "while :; do sleep 3600 & wait $!; done"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            start_new_session=True)  # fmt: skip
+        self.pid = self._wait_for_namespace()
+
+    def _wait_for_namespace(self):
+        holder = self._holder.pid
+        for _ in range(200):
+            if self._holder.poll() is not None:
+                break
+            with open(f"/proc/{holder}/task/{holder}/children", encoding="ascii") as file:
+                children = file.read().split()
+            # The shell has replaced unshare's child once its private /proc is mounted.
+            if children and _command_name(children[0]) == "sh":
+                return int(children[0])
+            time.sleep(0.02)
+        raise LabError("namespaces cannot be made (network, UTS, mount, PID: run as root, "
+                       "outside a locked-down container)")  # fmt: skip
+
+    def inside(self, command):
+        """The command line that runs `command` inside this router."""
+        return ["nsenter", "-t", str(self.pid), "--net", "--uts", "--mount", "--pid", *command]
+
+    def run(self, command, timeout=10.0):
+        """Runs a command to its end; answers (exit code, output). A hung one counts as failed."""
+        try:
+            done = subprocess.run(self.inside(command), stdin=subprocess.DEVNULL,
+                                  capture_output=True, timeout=timeout, check=False)  # fmt: skip
+        except subprocess.TimeoutExpired:
+            return -1, ""
+        return done.returncode, done.stdout.decode("utf-8", "replace")
+
+    def must(self, *command):
+        done = subprocess.run(self.inside(command), stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=30, check=False)  # fmt: skip
+        if done.returncode != 0:
+            raise LabError(f"{self.name}: {' '.join(command)}: "
+                           f"{(done.stderr or done.stdout).strip()}")  # fmt: skip
+        return done.stdout
+
+    def background(self, command, log_name):
+        log_path = os.path.join(self._log_folder, f"{self.name}-{log_name}.log")
+        with open(log_path, "ab") as log:
+            process = subprocess.Popen(self.inside(command), stdin=subprocess.DEVNULL,
+                                       stdout=log, stderr=log, start_new_session=True)  # fmt: skip
+        self._children.append(process)
+        return process
+
+    def vtysh(self, *commands):
+        arguments = ["vtysh", "-N", self.name]
+        for command in commands:
+            arguments += ["-c", command]
+        return self.must(*arguments)
+
+    def configure(self, *commands):
+        self.vtysh("configure terminal", *commands)
+
+    def prepare(self):
+        """Names the host and gives it private FRR folders, so that the machine's stay untouched."""
+        self.must("hostname", self.name)
+        script = ["set -e"]
+        for folder in ("/run/frr", "/etc/frr"):
+            script += [
+                f"mkdir -p {folder}",
+                f"mount -t tmpfs -o mode=0755,size=16m lab {folder}",
+                f"mkdir {folder}/{self.name}",
+            ]
+        script += [
+            "echo 1 > /proc/sys/net/ipv4/ip_forward",
+            "for f in /proc/sys/net/ipv6/conf/*/disable_ipv6; do"
+            " [ ! -e $f ] || echo 1 > $f; done",
+            "for f in /proc/sys/net/ipv4/conf/*/rp_filter; do echo 0 > $f; done",
+            "ip link set lo up",
+        ]
+        for daemon in DAEMONS:
+            text = "\n".join(CONFIGS[daemon](self.name))
+            script.append(f"cat > /etc/frr/{self.name}/{daemon}.conf <<'END'\n{text}\nEND")
+        script += [
+            f"echo 'no service integrated-vtysh-config' > /etc/frr/{self.name}/vtysh.conf",
+            "chown -R frr:frr /run/frr /etc/frr",
+        ]
+        self.must("sh", "-c", "\n".join(script))
+
+    def start_daemon(self, daemon):
+        self.background([f"{DAEMON_FOLDER}/{daemon}", "-N", self.name, "--log", "stdout"], daemon)
+
+    def stop_daemon(self, daemon):
+        path = f"/run/frr/{self.name}/{daemon}.pid"
+        self.must("sh", "-c", f"kill $(cat {path}) && rm -f {path}")
+
+    def start_daemons(self):
+        for daemon in DAEMONS:
+            self.start_daemon(daemon)
+            self.wait_for_daemon(daemon)
+
+    def wait_for_daemon(self, daemon):
+        for _ in range(100):
+            code, _ = self.run(["vtysh", "-N", self.name, "-d", daemon, "-c", "show version"])
+            if code == 0:
+                return
+            time.sleep(0.1)
+        raise LabError(f"{self.name}: {daemon} does not answer; its log is in {self._log_folder}")
+
+    def stop(self):
+        if self._holder.poll() is None:
+            self._holder.send_signal(signal.SIGKILL)
+        self._holder.wait()
+        for child in self._children:
+            # What it runs has gone with the namespace; it only has to notice.
+            try:
+                child.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                child.kill()
+                child.wait()
+
+
+def _command_name(pid):
+    try:
+        with open(f"/proc/{pid}/comm", encoding="utf-8") as file:
+            return file.read().strip()
+    except OSError:
+        return ""
+
+
+class Lab:
+    """The four routers and their links; a context manager that always takes them down again."""
+
+    def __init__(self, log_folder):
+        self._log_folder = log_folder
+        self.routers = {}
+
+    def __enter__(self):
+        try:
+            for name in NAMES:
+                self.routers[name] = Router(name, self._log_folder)
+            for router in self.routers.values():
+                router.prepare()
+            for index, link in enumerate(LINKS):
+                self._join(index, *link)
+            for router in self.routers.values():
+                router.start_daemons()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        for router in self.routers.values():
+            router.stop()
+
+    def _join(self, index, left, left_port, right, right_port, rate):
+        ends = ((self.routers[left], left_port), (self.routers[right], right_port))
+        made = subprocess.run(
+            ["ip", "link", "add", left_port, "netns", str(ends[0][0].pid), "type", "veth",
+             "peer", "name", right_port, "netns", str(ends[1][0].pid)],
+            capture_output=True, text=True, check=False)  # fmt: skip
+        if made.returncode != 0:
+            raise LabError(f"a veth link cannot be made: {made.stderr.strip()}")
+        for side, (router, port) in enumerate(ends):
+            router.must("ip", "link", "set", port, "address", f"02:00:00:00:{index + 1:02x}:{side + 1:02x}")  # fmt: skip
+            router.must("ip", "link", "set", port, "up")
+            if rate is not None:
+                router.must("tc", "qdisc", "add", "dev", port, "root", "tbf",
+                            "rate", str(rate), "burst", "16kb", "latency", "100ms")  # fmt: skip
+
+    def start_traffic(self):
+        for source, target in STREAMS:
+            self.routers[source].background(
+                ["ping", "-q", "-i", "0.05", "-s", "472", "-I", loopback(source),
+                 loopback(target)], f"ping-{target}")  # fmt: skip
+
+    def converged(self):
+        """Every BGP session is up and every loopback is reached from everywhere."""
+        for name, router in self.routers.items():
+            code, text = router.run(
+                ["vtysh", "-N", name, "-d", "bgpd", "-c", "show bgp ipv4 unicast summary json"])
+            if code != 0 or any(peer["state"] != "Established"
+                                for peer in json.loads(text)["peers"].values()):  # fmt: skip
+                return False
+            for other in NAMES:
+                code, _ = router.run(["ping", "-q", "-c", "1", "-W", "1", "-I", loopback(name), loopback(other)])  # fmt: skip
+                if code != 0:
+                    return False
+        return True
+
+    def wait_until_converged(self, limit=120.0):
+        end = time.monotonic() + limit
+        while not self.converged():
+            if time.monotonic() > end:
+                raise LabError("the routers did not find each other within "
+                               f"{limit:.0f} s; their logs are in {self._log_folder}")  # fmt: skip
+            time.sleep(1.0)
+
+
+def missing():
+    """What the lab needs and does not find, one readable line each."""
+    lines = []
+    if os.geteuid() != 0:
+        lines.append("root is needed to make namespaces and links: run it with sudo")
+    for program, package in NEEDED_PROGRAMS.items():
+        if shutil.which(program) is None:
+            lines.append(f"the program {program} is missing (package {package})")
+    for daemon in DAEMONS:
+        if not os.access(os.path.join(DAEMON_FOLDER, daemon), os.X_OK):
+            lines.append(f"{DAEMON_FOLDER}/{daemon} is missing (package frr)")
+    if not lines:
+        lines += _missing_kernel_features()
+    return lines
+
+
+def _missing_kernel_features():
+    probes = (
+        ("network, UTS, mount and PID namespaces", "true"),
+        ("veth links", "ip link add lab0 type veth peer name lab1"),
+        ("the tbf queueing discipline", "ip link add lab0 type veth peer name lab1 && "
+         "tc qdisc add dev lab0 root tbf rate 1mbit burst 16kb latency 100ms"),
+        ("tmpfs", "mount -t tmpfs lab /mnt"),
+    )  # fmt: skip
+    for feature, script in probes:
+        done = subprocess.run(["unshare", "--net", "--uts", "--mount", "--pid", "--fork",
+                               "--mount-proc", "sh", "-c", script],
+                              capture_output=True, text=True, check=False)  # fmt: skip
+        if done.returncode != 0:
+            yield f"the kernel does not offer {feature}: {done.stderr.strip()}"
