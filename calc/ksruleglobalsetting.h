@@ -40,20 +40,24 @@ class KEELSTONE_EXPORT KSTypedRuleSetting : public KSRuleSettingBase {
   ~KSTypedRuleSetting() = default;
 };
 
-class KEELSTONE_EXPORT KSStrEqualRuleSetting : public KSTypedRuleSetting {
+/// What the rules that expect one lasting text share.
+class KEELSTONE_EXPORT KSLastingTextSetting : public KSTypedRuleSetting {
  public:
-  bool LoadSetting(const JsonValue& document) override;
-
   std::int32_t dataCountMinLimit = 3;
   std::int32_t valueStatusCount = 6;
   double changeFrequency = 0.33F;
   std::int32_t countEqualValueLimit = 3;
 
  protected:
-  bool LoadFrom(const JsonValue& document, const char* key);
+  ~KSLastingTextSetting() = default;
 };
 
-class KEELSTONE_EXPORT KSMd5TableRuleSetting final : public KSStrEqualRuleSetting {
+class KEELSTONE_EXPORT KSStrEqualRuleSetting final : public KSLastingTextSetting {
+ public:
+  bool LoadSetting(const JsonValue& document) override;
+};
+
+class KEELSTONE_EXPORT KSMd5TableRuleSetting final : public KSLastingTextSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
 };
@@ -103,20 +107,24 @@ class KEELSTONE_EXPORT KSIntRangeRuleSetting final : public KSTypedRuleSetting {
   std::int32_t stdCoefficient = 3;
 };
 
-class KEELSTONE_EXPORT KSIntConstantRuleSetting : public KSTypedRuleSetting {
+/// What the rules of values that hardly ever fall share.
+class KEELSTONE_EXPORT KSTrendRuleSetting : public KSTypedRuleSetting {
  public:
-  bool LoadSetting(const JsonValue& document) override;
-
   std::int32_t dataCountMinLimit = 10;
   double deltaEZero = 0.2F;
   std::int32_t deltaLZeroCount = 1;
   std::int32_t deltaLZeroValue = 10;
 
  protected:
-  bool LoadFrom(const JsonValue& document, const char* key);
+  ~KSTrendRuleSetting() = default;
 };
 
-class KEELSTONE_EXPORT KSIntIncreaseRuleSetting final : public KSIntConstantRuleSetting {
+class KEELSTONE_EXPORT KSIntConstantRuleSetting final : public KSTrendRuleSetting {
+ public:
+  bool LoadSetting(const JsonValue& document) override;
+};
+
+class KEELSTONE_EXPORT KSIntIncreaseRuleSetting final : public KSTrendRuleSetting {
  public:
   KSIntIncreaseRuleSetting() { timeIntervalLimit = 21600; }
   bool LoadSetting(const JsonValue& document) override;

@@ -9,7 +9,7 @@ set(KEELSTONE_PUBLIC_HEADERS
   platform/logger.h platform/mutex.h platform/numbers.h platform/resource_adaptor.h
   engine/ksruleinstance.h engine/ksrulerecords.h
   model/irulebase.h model/ksdatafeature.h model/ksdatapoint.h model/kshistorydata.h
-  model/ksruledata.h model/ksruleenums.h
+  model/ksruledata.h model/ksruleenums.h model/kstabledatapoint.h
   calc/ksrulealgmgr.h calc/ksruleglobalsetting.h calc/rulecalculatealg.h calc/rulesettings.h
   storage/cksdboperatebase.h storage/dbwritewrapper.h storage/ksblocksettingsql.h
   storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h

@@ -46,16 +46,15 @@ struct KEELSTONE_EXPORT RuleDefinitionData {
   std::int32_t enableState = 0;  // 0: the flag decides, 1: enabled, else: disabled
   std::int32_t ruleGenerateType = kRuleLearned;
   std::int32_t variableSourceType = kVariableSourceUnknown;
-  std::string variableSource;      // identity of the parser
+  std::string variableSource;  // identity of the parser
   std::string variableName;
   std::int32_t variableType = -1;  // the parser's type code; 0: not yet known
   std::string variableParam;       // the parser's parameter text
 
   RuleDefinitionData() = default;
   RuleDefinitionData(int type, int generateType, const std::string& param);
-  RuleDefinitionData(int type, int sourceType, const std::string& param,
-                     const std::string& source, const std::string& name, int valueType,
-                     const std::string& parserParam);
+  RuleDefinitionData(int type, int sourceType, const std::string& param, const std::string& source,
+                     const std::string& name, int valueType, const std::string& parserParam);
 
   bool IsEnable() const noexcept { return enableState == 0 ? enableFlag : enableState == 1; }
 };

@@ -51,6 +51,10 @@ class KEELSTONE_EXPORT FSResFileSystem {
 /// and ".." as %XX, the empty id as "%"; every other byte as it is.
 KEELSTONE_EXPORT std::string DomainFolderName(std::string_view domainId);
 
+/// The file name of a database ("KSObjectRule.db"); nullptr when the type is none of
+/// EnumDbType.
+[[nodiscard]] const char* DBFileName(int dbType) noexcept;
+
 /// Makes the folder of `path` and those above it; false when that cannot be done.
 [[nodiscard]] bool MakeParentFolders(const std::string& path);
 /// Whether a file stands there; false also when its status cannot be had.

@@ -21,15 +21,15 @@ class KEELSTONE_EXPORT JsonError : public std::runtime_error {
 
 enum class JsonType : std::uint8_t {
   Null,
-  Int,      // signed 64-bit
-  UInt,     // unsigned 64-bit, used for what Int cannot hold
-  Real,     // double
-  String,   // bytes; UTF-8 by convention, not by force
+  Int,     // signed 64-bit
+  UInt,    // unsigned 64-bit, used for what Int cannot hold
+  Real,    // double
+  String,  // bytes; UTF-8 by convention, not by force
   Boolean,
   Array,
   Object,
-  Time,     // seconds since the epoch, signed 64-bit; its text is the bare integer
-  Binary,   // bytes; its text is a JSON string in base64
+  Time,    // seconds since the epoch, signed 64-bit; its text is the bare integer
+  Binary,  // bytes; its text is a JSON string in base64
 };
 
 /// How a text is written from a value.
@@ -48,23 +48,29 @@ struct JsonWriteOptions {
 /// gives Null, and Null converts to 0, 0.0, false and "" and counts as an empty array
 /// and object. Conversions between kinds:
 ///
-/// | to       | from                                                            |
-/// |----------|-----------------------------------------------------------------|
-/// | asInt, asInt64, asUInt, asUInt64, asTime | Int, UInt, Time and Real (cut towards zero) within range, Boolean, Null |
-/// | asDouble, asFloat | Int, UInt, Time, Real, Boolean, Null                   |
-/// | asBool   | Boolean, Null, numbers (not 0)                                  |
-/// | asString | String, Null, Boolean ("true"), numbers by their text           |
-/// | asBinary | Binary, Null, String (base64)                                   |
+/// | to                                  | from                                         |
+/// |-------------------------------------|----------------------------------------------|
+/// | asInt, asUInt, asInt64, asUInt64,   | Int, UInt, Time and Real (cut towards zero), |
+/// | asTime                              | all within range; Boolean, Null              |
+/// | asDouble, asFloat                   | Int, UInt, Time, Real, Boolean, Null         |
+/// | asBool                              | Boolean, Null, numbers (0 and NaN: false)    |
+/// | asString                            | String, Null, Boolean, numbers by their text |
+/// | asBinary                            | Binary, Null, String (base64)                |
 ///
+/// A Real is judged by its range before it is cut: 2147483647.5 is no int.
 /// Everything else throws JsonError, as does a const member lookup on what is neither
 /// Null nor Object, and an element lookup on what is neither Null nor Array.
 ///
 /// Threads: a value is used by one thread at a time; values that share a node may be
 /// used by several threads at once.
+///
+/// References to elements and members are good until their array or object is written
+/// otherwise, dropped or copied: what is written through an older reference would show
+/// in the copy too. A value may be assigned to a part of itself.
 class KEELSTONE_EXPORT JsonValue {
  public:
   class ConstIterator;
-  struct Node;  // defined in the source file
+  struct Node;  // platform/json_node.h, not for hosts
 
   JsonValue() noexcept : type_(JsonType::Null) { payload_.integer = 0; }
   /// The empty value of a kind: 0, false, "", [] or {}.
@@ -86,7 +92,7 @@ class KEELSTONE_EXPORT JsonValue {
 
   JsonValue(const JsonValue& other) noexcept;
   JsonValue(JsonValue&& other) noexcept;
-  JsonValue& operator=(const JsonValue& other) noexcept;
+  JsonValue& operator=(const JsonValue& other);
   JsonValue& operator=(JsonValue&& other) noexcept;
   ~JsonValue();
 
@@ -144,7 +150,9 @@ class KEELSTONE_EXPORT JsonValue {
   // Objects.
   const JsonValue& operator[](std::string_view key) const;
   const JsonValue& operator[](const char* key) const { return (*this)[std::string_view(key)]; }
-  const JsonValue& operator[](const std::string& key) const { return (*this)[std::string_view(key)]; }
+  const JsonValue& operator[](const std::string& key) const {
+    return (*this)[std::string_view(key)];
+  }
   /// The member, made as Null when it is not there (Null becomes an object).
   JsonValue& operator[](std::string_view key);
   JsonValue& operator[](const char* key) { return (*this)[std::string_view(key)]; }
@@ -173,7 +181,7 @@ class KEELSTONE_EXPORT JsonValue {
   friend KEELSTONE_EXPORT bool operator==(const JsonValue& a, const JsonValue& b);
 
  private:
-  friend class JsonTreeBuilder;  // the reader's way to fill arrays and objects
+  friend class JsonNodes;  // the way from values to nodes, for what reads and writes texts
 
   union Payload {
     std::int64_t integer;
@@ -184,7 +192,8 @@ class KEELSTONE_EXPORT JsonValue {
   };
 
   bool hasNode() const noexcept;
-  Node& ownNode(JsonType wanted);  // the node for writing, unshared
+  // The node for writing, not shared; `before` keeps the shared one that it came from.
+  Node& ownNode(JsonValue& before);
 
   JsonType type_;
   Payload payload_;

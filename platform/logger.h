@@ -53,8 +53,7 @@ class KEELSTONE_EXPORT Logger {
 
   /// Writes one line; `format` and what follows as for printf.
   void Log(const char* module, const char* second, const char* function, const char* source,
-           int line, int level, const char* format, ...)
-      __attribute__((format(printf, 8, 9)));
+           int line, int level, const char* format, ...) __attribute__((format(printf, 8, 9)));
 
   /// Brings what has been logged to the file.
   void Flush();
@@ -72,12 +71,12 @@ class KEELSTONE_EXPORT Logger {
 
 /// Logs from a function whose qualified name and source stem are given; the arguments
 /// are not evaluated when the level is off.
-#define KS_LOG(module, function, source, level, ...)                                        \
-  do {                                                                                      \
-    if (::keelstone::Logger::Instance().IsOn(level)) {                                      \
-      ::keelstone::Logger::Instance().Log(module, "", function, source, __LINE__, level,    \
-                                          __VA_ARGS__);                                     \
-    }                                                                                       \
+#define KS_LOG(module, function, source, level, ...)                                     \
+  do {                                                                                   \
+    if (::keelstone::Logger::Instance().IsOn(level)) {                                   \
+      ::keelstone::Logger::Instance().Log(module, "", function, source, __LINE__, level, \
+                                          __VA_ARGS__);                                  \
+    }                                                                                    \
   } while (false)
 
 #endif  // KEELSTONE_PLATFORM_LOGGER_H

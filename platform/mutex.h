@@ -5,7 +5,7 @@
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/shared_mutex.hpp>
-#include <cstdint>
+#include <boost/thread/thread_only.hpp>
 
 // Clang checks these annotations with -Wthread-safety; other compilers see nothing.
 #if defined(__clang__)
@@ -108,22 +108,32 @@ class Condition {
   void NotifyAll() { condition_.notify_all(); }
 
   void Wait(Mutex& mutex) KS_REQUIRES(mutex) {
-    boost::unique_lock<boost::mutex> lock(mutex.mutex_, boost::adopt_lock);
-    condition_.wait(lock);
-    lock.release();
+    Borrowed borrowed(mutex.mutex_);
+    condition_.wait(borrowed.lock);
   }
 
   /// Waits until `deadline` on the steady clock at the latest; false when the
   /// deadline has passed.
   bool WaitUntil(Mutex& mutex, boost::chrono::steady_clock::time_point deadline)
       KS_REQUIRES(mutex) {
-    boost::unique_lock<boost::mutex> lock(mutex.mutex_, boost::adopt_lock);
-    const bool inTime = condition_.wait_until(lock, deadline) == boost::cv_status::no_timeout;
-    lock.release();
-    return inTime;
+    Borrowed borrowed(mutex.mutex_);
+    return condition_.wait_until(borrowed.lock, deadline) == boost::cv_status::no_timeout;
   }
 
  private:
+  /// The caller's hold on the mutex for the time of a wait. A host's boost::thread that
+  /// is interrupted does not break off a wait of the library: the exception would pass
+  /// through code that cannot be left half done.
+  struct Borrowed {
+    explicit Borrowed(boost::mutex& mutex) : lock(mutex, boost::adopt_lock) {}
+    ~Borrowed() { lock.release(); }
+    Borrowed(const Borrowed&) = delete;
+    Borrowed& operator=(const Borrowed&) = delete;
+
+    boost::this_thread::disable_interruption uninterrupted;
+    boost::unique_lock<boost::mutex> lock;
+  };
+
   boost::condition_variable condition_;
 };
 

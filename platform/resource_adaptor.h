@@ -38,8 +38,7 @@ class KEELSTONE_EXPORT FSResourceAdaptor {
   ~FSResourceAdaptor() = delete;
 
   Mutex mutex_;  // guards records_; innermost
-  std::map<std::tuple<Guid, int, int>, std::shared_ptr<LockRecord>> records_
-      KS_GUARDED_BY(mutex_);
+  std::map<std::tuple<Guid, int, int>, std::shared_ptr<LockRecord>> records_ KS_GUARDED_BY(mutex_);
 };
 
 }  // namespace keelstone

@@ -15,6 +15,9 @@ std::string_view Trim(std::string_view text, std::string_view characters = " \t\
 /// the text itself, when there is none.
 std::vector<std::string> Split(std::string_view text, std::string_view separator);
 
+/// `text` with the ASCII letters in lower case.
+std::string AsciiLower(std::string_view text);
+
 /// Whether `text` holds `part`, ASCII letters compared without regard to case. The empty
 /// part is in every text.
 bool ContainsIgnoreCase(std::string_view text, std::string_view part);

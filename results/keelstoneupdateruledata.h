@@ -45,9 +45,9 @@ struct KEELSTONE_EXPORT KSRuleUpdateResultItem {
   void SetRuleDefinition(const RuleDefinitionData& definition);
   JsonValue ToJsonValue() const;
   std::string ToJsonString() const;
-  /// Reads the same keys back; a missing one gives 0 or "". JsonError when a member is of
-  /// a kind that does not convert.
-  void LoadFromJson(const JsonValue& value);
+  /// Reads the same keys back; a missing one gives 0 or "". False, and no change, when a
+  /// member is of a kind that does not convert.
+  bool LoadFromJson(const JsonValue& value);
 };
 
 /// A variable's golden value changed.
@@ -77,7 +77,7 @@ struct KEELSTONE_EXPORT KSValueUpdateResultItem {
   void SetRuleDefinition(const RuleDefinitionData& definition);
   JsonValue ToJsonValue() const;
   std::string ToJsonString() const;
-  void LoadFromJson(const JsonValue& value);
+  bool LoadFromJson(const JsonValue& value);
 };
 
 /// A value broke its rule.
@@ -113,7 +113,7 @@ class KEELSTONE_EXPORT KSAlertData {
 
   JsonValue ToJsonValue() const;
   std::string ToJsonString() const;
-  void LoadFromJson(const JsonValue& value);
+  bool LoadFromJson(const JsonValue& value);
 
  private:
   std::string nodeId_;
@@ -132,8 +132,9 @@ class KEELSTONE_EXPORT KSAlertData {
 /// All that one evaluation found.
 class KEELSTONE_EXPORT KSRuleUpdateResultData {
  public:
-  /// Appends and answers the new number of items. An item whose rule parameter (golden
-  /// value) is longer than kMaxResultTextBytes is dropped and logged (level 2).
+  /// Appends and answers the new number of items; an empty pointer is passed over. An item whose
+  /// rule parameter (golden value) is longer than kMaxResultTextBytes is dropped and logged (level
+  /// 2).
   int AddKSRuleUpdateResultItem(std::shared_ptr<KSRuleUpdateResultItem> item);
   int AddKSValueUpdateResultItem(std::shared_ptr<KSValueUpdateResultItem> item);
   /// Appends whatever its size.
@@ -145,9 +146,7 @@ class KEELSTONE_EXPORT KSRuleUpdateResultData {
   const std::vector<std::shared_ptr<KSValueUpdateResultItem>>& GetKSValueUpdateResults() const {
     return valueItems_;
   }
-  const std::vector<std::shared_ptr<KSAlertData>>& GetKSAlertResults() const {
-    return alertItems_;
-  }
+  const std::vector<std::shared_ptr<KSAlertData>>& GetKSAlertResults() const { return alertItems_; }
 
   /// Sets the node id of every item, and the task ids of every alert.
   void ReSetDeviceID(const std::string& nodeId, const std::vector<std::string>& taskIds);
@@ -155,8 +154,9 @@ class KEELSTONE_EXPORT KSRuleUpdateResultData {
   /// An object with the arrays "ruleItems", "valueItems" and "alertItems".
   JsonValue ToJsonValue() const;
   std::string ToJsonString() const;
-  /// Replaces the content; no item is judged by its size. JsonError as for the items.
-  void LoadFromJson(const JsonValue& value);
+  /// Replaces the content; no item is judged by its size. False, and empty, when an item
+  /// is refused.
+  bool LoadFromJson(const JsonValue& value);
 
  private:
   std::vector<std::shared_ptr<KSRuleUpdateResultItem>> ruleItems_;

@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_STORAGE_CKSDBOPERATEBASE_H
 #define KEELSTONE_STORAGE_CKSDBOPERATEBASE_H
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -28,9 +29,11 @@ class KEELSTONE_EXPORT CKSDBOperateBase {
   explicit CKSDBOperateBase(const std::string& subPath);
 
   mutable SharedMutex mutex_;  // guards domainId_ and what a derived table has loaded
-  std::shared_ptr<const FSResFileSystem> fileSystem_;
+  std::shared_ptr<const FSResFileSystem> fileSystem_;  // set by the constructor
 
  private:
+  friend class TableFrame;
+
   std::string domainId_ KS_GUARDED_BY(mutex_);
 };
 

@@ -46,9 +46,12 @@ class KEELSTONE_EXPORT DBWriteWrapper {
 
   /// Writes what is pending of one domain and answers the number of rows that this call
   /// wrote. Returns when every row handed over before the call is written, also those
-  /// that another flush had taken.
+  /// that another flush had taken. From within a flush (a host's log callback) it does
+  /// nothing and answers 0.
   int WriteDomain(const std::string& domainId);
-  /// Writes everything that is pending, domain by domain; returns as WriteDomain does.
+  /// Writes everything that is pending, "BachCount" rows a call: the rules of all domains
+  /// in order of their ids, then the histories. Returns as WriteDomain does, also from
+  /// within a flush.
   void ForceWriteDisk();
 
  private:

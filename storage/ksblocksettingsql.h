@@ -9,6 +9,7 @@
 
 #include "engine/ksrulerecords.h"
 #include "platform/export.h"
+#include "platform/mutex.h"
 #include "storage/cksdboperatebase.h"
 
 namespace keelstone {
@@ -31,6 +32,9 @@ class KEELSTONE_EXPORT KSBlockSettingSql final : public CKSDBOperateBase {
                              const ObjectDefine* object) const;
 
  private:
+  // Held while the table is read, so that the newest reading stands; taken before mutex_
+  // and the lock record.
+  Mutex changeMutex_;
   std::vector<std::shared_ptr<const BlockSettingItem>> items_ KS_GUARDED_BY(mutex_);
 };
 

@@ -2,6 +2,7 @@
 #define KEELSTONE_STORAGE_KSDATAMANAGERSQL_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -28,7 +29,8 @@ KEELSTONE_EXPORT extern bool g_bIsParserProcess;
 /// thread.
 class KEELSTONE_EXPORT KSDataManagerSql {
  public:
-  KSDataManagerSql() = default;
+  /// Empty tables of no domain, until Init.
+  KSDataManagerSql();
   KSDataManagerSql(const KSDataManagerSql&) = delete;
   KSDataManagerSql& operator=(const KSDataManagerSql&) = delete;
 
@@ -78,9 +80,8 @@ class KEELSTONE_EXPORT KSDataManagerSql {
   int GetRuleDefinitionDataByDevInf(RuleDefinitionMap& out, const ObjectDefine* object,
                                     const std::string& variableSource, const std::string& param,
                                     Enum_VariableSourceType type);
-  bool IsExistRuleDefinitionByDevice(const ObjectDefine* object,
-                                     const std::string& variableSource, const std::string& param,
-                                     Enum_RuleGenerateType generateType,
+  bool IsExistRuleDefinitionByDevice(const ObjectDefine* object, const std::string& variableSource,
+                                     const std::string& param, Enum_RuleGenerateType generateType,
                                      Enum_VariableSourceType type);
   int GetRuleHistoryData(DevParserHistory& out, const ObjectDefine* object,
                          const std::string& variableSource, const std::string& param,
@@ -102,9 +103,8 @@ class KEELSTONE_EXPORT KSDataManagerSql {
   int RemoveRuleHistoryDatas(
       std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>&
           items);
-  int RemoveRuleDefinitionDataNoVar(const ObjectDefine* object,
-                                    const std::string& variableSource, const std::string& param,
-                                    Enum_VariableSourceType type);
+  int RemoveRuleDefinitionDataNoVar(const ObjectDefine* object, const std::string& variableSource,
+                                    const std::string& param, Enum_VariableSourceType type);
   int RemoveRuleDefinitionNoExistSource(const std::vector<std::string>& sources,
                                         Enum_VariableSourceType type);
   int RemoveRuleDefinitionNoExistDevice(const std::vector<std::string>& devices,
@@ -114,16 +114,39 @@ class KEELSTONE_EXPORT KSDataManagerSql {
   std::shared_ptr<KSObjectRuleSql> GetObjectRuleTable() const;
 
  private:
-  // Each lock guards its pointer and the calls made through it; they are never nested.
-  mutable SharedMutex globalSettingMutex_;
-  std::shared_ptr<KSGlobalSettingSql> globalSetting_ KS_GUARDED_BY(globalSettingMutex_);
-  mutable SharedMutex objectRuleMutex_;
-  std::shared_ptr<KSObjectRuleSql> objectRule_ KS_GUARDED_BY(objectRuleMutex_);
-  mutable SharedMutex variableRuleMutex_;
-  std::shared_ptr<KSVariableRuleSql> variableRule_ KS_GUARDED_BY(variableRuleMutex_);
-  mutable SharedMutex blockSettingMutex_;
-  std::shared_ptr<KSBlockSettingSql> blockSetting_ KS_GUARDED_BY(blockSettingMutex_);
-  std::string domainId_;
+  // One table and its lock, which guards the pointer (never empty) and the lookups made
+  // through it. No file is read or written under such a lock; they are never nested.
+  template <class Table>
+  class Place {
+   public:
+    explicit Place(std::shared_ptr<Table> table) : table_(std::move(table)) {}
+    std::shared_ptr<Table> Get() const {
+      const ReaderLock lock(mutex_);
+      return table_;
+    }
+    void Set(std::shared_ptr<Table> table) {
+      const WriterLock lock(mutex_);
+      table_.swap(table);
+    }
+    template <class Lookup, class... Arguments>
+    auto Ask(Lookup lookup, Arguments&... arguments) const {
+      const ReaderLock lock(mutex_);
+      return std::invoke(lookup, *table_, arguments...);
+    }
+
+   private:
+    mutable SharedMutex mutex_;
+    std::shared_ptr<Table> table_ KS_GUARDED_BY(mutex_);
+  };
+
+  std::string GetDomainId() const;
+
+  Place<KSGlobalSettingSql> globalSetting_;
+  Place<KSObjectRuleSql> objectRule_;
+  Place<KSVariableRuleSql> variableRule_;
+  Place<KSBlockSettingSql> blockSetting_;
+  mutable Mutex domainMutex_;  // guards domainId_; innermost
+  std::string domainId_ KS_GUARDED_BY(domainMutex_);
 };
 
 /// Counts the readings of any domain's global settings: as long as the number stays the

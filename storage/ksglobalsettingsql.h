@@ -9,6 +9,7 @@
 #include "calc/rulesettings.h"
 #include "platform/export.h"
 #include "platform/json_value.h"
+#include "platform/mutex.h"
 #include "storage/cksdboperatebase.h"
 
 namespace keelstone {
@@ -25,8 +26,10 @@ class KEELSTONE_EXPORT KSGlobalSettingSql final : public CKSDBOperateBase {
   ~KSGlobalSettingSql() override;
 
   bool InitDB(const std::string& domainId) override;
-  /// Reads the table anew: 1 when it was read (a missing file or table leaves the
-  /// defaults), 0 after an error.
+  /// Reads the table anew: 1 when it was read, 0 after an error, which leaves what was
+  /// loaded before. A missing file or table changes nothing, so at first it leaves the
+  /// defaults. A reading resets the two switches and the texts; what else has no row keeps
+  /// its value.
   int LoadDBData() override;
 
   std::string GetRuleTypeJson() const;
@@ -44,20 +47,14 @@ class KEELSTONE_EXPORT KSGlobalSettingSql final : public CKSDBOperateBase {
   std::shared_ptr<const RuleSettings> GetRuleSettings() const;
 
  private:
-  void Apply(const JsonValue& row) KS_REQUIRES(mutex_);
+  struct Content;  // what the readings of the table have left; immutable
 
-  std::string ruleTypeText_ KS_GUARDED_BY(mutex_);
-  JsonValue ruleType_ KS_GUARDED_BY(mutex_);
-  std::string generalSettingText_ KS_GUARDED_BY(mutex_);
-  JsonValue generalSetting_ KS_GUARDED_BY(mutex_);
-  std::string interfaceFilterText_ KS_GUARDED_BY(mutex_);
-  JsonValue interfaceFilter_ KS_GUARDED_BY(mutex_);
-  std::shared_ptr<const InterfaceFilterSet> interfaceFilterSet_ KS_GUARDED_BY(mutex_);
-  bool dynamicRule_ KS_GUARDED_BY(mutex_) = true;
-  std::int32_t tableLimitCount_ KS_GUARDED_BY(mutex_) = 5000;
-  std::int32_t strRowLimitCount_ KS_GUARDED_BY(mutex_) = 100;
-  bool engine_ KS_GUARDED_BY(mutex_) = true;
-  std::shared_ptr<const RuleSettings> ruleSettings_ KS_GUARDED_BY(mutex_);
+  std::shared_ptr<const Content> GetContent() const;
+
+  // Held while the table is read, so that the newest reading stands; taken before mutex_
+  // and the lock record.
+  Mutex changeMutex_;
+  std::shared_ptr<const Content> content_ KS_GUARDED_BY(mutex_);  // never empty
 };
 
 }  // namespace keelstone

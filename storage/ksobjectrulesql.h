@@ -21,7 +21,8 @@ namespace keelstone {
 /// the file is missing, 1 when the table is missing and -1 when the statements ran,
 /// whether or not an error was caught and logged meanwhile. Failed writes are counted
 /// (GetFailedWriteCount). Writes over many rows commit every 600 rows; an error rolls
-/// back the open batch only. Any thread.
+/// back the open batch only. Without an object nothing is done, the answer is 0. Any
+/// thread.
 class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
  public:
   KSObjectRuleSql();
@@ -43,8 +44,7 @@ class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
   /// Rules of one object by variable name, with their histories.
   virtual int GetRuleDefinitionDataByDevInf(RuleDefinitionMap& out, const ObjectDefine* object,
                                             const std::string& variableSource,
-                                            const std::string& param,
-                                            Enum_VariableSourceType type);
+                                            const std::string& param, Enum_VariableSourceType type);
   /// Rules of all interfaces of one device and parser; the source type is always 2.
   virtual int GetRuleDefinitionDataByDev(DevParserRule& out, const ObjectDefine* object,
                                          const std::string& variableSource,
@@ -75,8 +75,7 @@ class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
   /// All variables of one object and parser, and their histories.
   virtual int RemoveRuleDefinitionDataNoVar(const ObjectDefine* object,
                                             const std::string& variableSource,
-                                            const std::string& param,
-                                            Enum_VariableSourceType type);
+                                            const std::string& param, Enum_VariableSourceType type);
   /// Rules and histories of every source that is not in `sources` (compared exactly). An
   /// empty list removes nothing.
   virtual int RemoveRuleDefinitionNoExistSource(const std::vector<std::string>& sources,
@@ -93,9 +92,8 @@ class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
   /// Upserts histories; makes the file and the table when they are missing.
   virtual int SetRuleHistoryData(const std::vector<ObjectRuleHistoryData>& rows);
   virtual int SetRuleHistoryData(const std::string& historyData, const ObjectDefine* object,
-                                 const std::string& variableSource,
-                                 const std::string& variableName, const std::string& param,
-                                 Enum_VariableSourceType type);
+                                 const std::string& variableSource, const std::string& variableName,
+                                 const std::string& param, Enum_VariableSourceType type);
 
   // The bodies of the two bulk writers, for rows that lie where they are: what the
   // write-behind cache flushes is not copied together first.

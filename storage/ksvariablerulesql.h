@@ -9,6 +9,8 @@
 
 #include "engine/ksrulerecords.h"
 #include "platform/export.h"
+#include "platform/json_value.h"
+#include "platform/mutex.h"
 #include "storage/cksdboperatebase.h"
 
 namespace keelstone {
@@ -27,14 +29,16 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
   /// is logged and passed over; of two rows with one key the later wins.
   int LoadDBData() override;
 
+  // A definition is found by source, name and parameter; the source type plays no part.
+
   /// Copies the definition of the variable into `out`: -1 when there is one, else 2.
   int GetRuleDefinitionData(RuleDefinitionData& out, const std::string& variableSource,
                             const std::string& variableName, const std::string& param,
                             Enum_VariableSourceType type) const;
   /// The definition itself, shared with the table and never changed; empty when absent.
   std::shared_ptr<const RuleDefinitionData> GetRuleDefinitionData(
-      const std::string& variableSource, const std::string& variableName,
-      const std::string& param, Enum_VariableSourceType type) const;
+      const std::string& variableSource, const std::string& variableName, const std::string& param,
+      Enum_VariableSourceType type) const;
   /// Whether the source has a definition, of this name unless the name is empty.
   bool IsExistRuleDefinition(const std::string& variableSource, const std::string& variableName,
                              Enum_VariableSourceType type) const;
@@ -52,6 +56,13 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
   static void SpliteKey(std::string_view key, std::string& variableSource,
                         std::string& variableName, std::string& param);
 
+  /// Fills `definition` from its row and answers its key.
+  static std::string ReadRow(const JsonValue& row, RuleDefinitionData& definition);
+  bool WriteRows(const std::vector<std::shared_ptr<const RuleDefinitionData>>& added);
+
+  // Held while the table is read or extended, so that memory changes in the order of the
+  // file; taken before mutex_ and the lock record. Lookups never wait for it.
+  Mutex changeMutex_;
   Definitions definitions_ KS_GUARDED_BY(mutex_);
 };
 

@@ -1,0 +1,54 @@
+#ifndef KEELSTONE_CALC_KSRULEALGMGR_H
+#define KEELSTONE_CALC_KSRULEALGMGR_H
+
+#include <memory>
+#include <string>
+
+#include "calc/rulecalculatealg.h"
+#include "engine/ksrulerecords.h"
+#include "model/irulebase.h"
+#include "model/ksruleenums.h"
+#include "platform/export.h"
+
+namespace keelstone {
+
+/// The process-wide entrance to learning: makes rules, histories and features by type and
+/// forwards to the algorithm of a family. Stateless after its construction, never
+/// destroyed. Any thread.
+class KEELSTONE_EXPORT KSRuleAlgMgr {
+ public:
+  static KSRuleAlgMgr* Instance();
+
+  /// See RuleCalculateAlgBase::CalculateRule; empty for an unknown family.
+  std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                           const std::shared_ptr<HistoryDataBase>& history,
+                                           const std::shared_ptr<KSDataFeature>& feature,
+                                           EnumKSDataType dataType, const std::string& domainId,
+                                           EnumAlgType algType);
+  /// A new, empty rule; empty for an unknown family and for a pair without a class.
+  std::shared_ptr<IRuleBase> GetRuleByType(EnumAlgType algType, EnumRuleType ruleType,
+                                           EnumKSDataType dataType);
+  /// A new history of the type, read from its text, and its feature. Both stay untouched
+  /// for an unknown type; a text that is refused leaves the history with what was read
+  /// before the fault, and the feature untouched. (The name is part of the interface as it
+  /// is spelled.)
+  void GetHistoryAndDataFeatrue(const std::string& historyText, EnumKSDataType dataType,
+                                std::shared_ptr<HistoryDataBase>& history,
+                                std::shared_ptr<KSDataFeature>& feature);
+
+ private:
+  KSRuleAlgMgr();
+  ~KSRuleAlgMgr() = delete;
+  const std::shared_ptr<RuleCalculateAlgBase>& GetAlg(EnumAlgType type) const;
+
+  const std::shared_ptr<RuleCalculateAlgBase> stringAlg_;
+  const std::shared_ptr<RuleCalculateAlgBase> numericAlg_;
+  const std::shared_ptr<RuleCalculateAlgBase> tableAlg_;
+};
+
+/// A new, empty history of a data type; empty for an unknown one.
+KEELSTONE_EXPORT std::shared_ptr<HistoryDataBase> MakeHistory(EnumKSDataType dataType);
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_CALC_KSRULEALGMGR_H

@@ -1,0 +1,86 @@
+#ifndef KEELSTONE_CALC_RULECALCULATEALG_H
+#define KEELSTONE_CALC_RULECALCULATEALG_H
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "engine/ksrulerecords.h"
+#include "model/irulebase.h"
+#include "model/ksruleenums.h"
+#include "platform/export.h"
+
+namespace keelstone {
+
+/// A family of learning algorithms. Stateless: any thread.
+class KEELSTONE_EXPORT RuleCalculateAlgBase {
+ public:
+  explicit RuleCalculateAlgBase(EnumAlgType type) : algType(type) {}
+  virtual ~RuleCalculateAlgBase();
+
+  /// The first rule of the family that accepts history and feature, with an empty
+  /// parameter (the caller goes on with UpdateRule); empty when none fits.
+  virtual std::shared_ptr<IRuleBase> CalculateRule(
+      const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+      const std::shared_ptr<HistoryDataBase>& history,
+      const std::shared_ptr<KSDataFeature>& feature, EnumKSDataType dataType,
+      const std::string& domainId) = 0;
+
+  /// A new, empty rule; empty when the pair has no class.
+  std::shared_ptr<IRuleBase> GetRuleByType(EnumRuleType ruleType, EnumKSDataType dataType) const;
+
+  const EnumAlgType algType;
+
+ protected:
+  /// A kind of rule that an algorithm tries.
+  struct Candidate {
+    EnumRuleType type;
+    bool lessCount = false;  // see IRuleBase::setIsLessCountCondition
+  };
+
+  /// The first candidate that accepts; those without a class for the type are passed over.
+  std::shared_ptr<IRuleBase> FirstFitting(std::initializer_list<Candidate> candidates,
+                                          const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                          const std::shared_ptr<HistoryDataBase>& history,
+                                          const std::shared_ptr<KSDataFeature>& feature,
+                                          EnumKSDataType dataType,
+                                          const std::string& domainId) const;
+};
+
+/// Learns rules of numbers. Tries, in this order: equal (which also judges short
+/// histories), increase, constant, range, enumeration, equal (full histories only).
+class KEELSTONE_EXPORT NumicalRuleCalculateAlg final : public RuleCalculateAlgBase {
+ public:
+  NumicalRuleCalculateAlg() : RuleCalculateAlgBase(KSAlgNumerical) {}
+  std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                           const std::shared_ptr<HistoryDataBase>& history,
+                                           const std::shared_ptr<KSDataFeature>& feature,
+                                           EnumKSDataType dataType,
+                                           const std::string& domainId) override;
+};
+
+/// Learns rules of strings: equal, then enumeration.
+class KEELSTONE_EXPORT StrRuleCalculateAlg final : public RuleCalculateAlgBase {
+ public:
+  StrRuleCalculateAlg() : RuleCalculateAlgBase(KSAlgString) {}
+  std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                           const std::shared_ptr<HistoryDataBase>& history,
+                                           const std::shared_ptr<KSDataFeature>& feature,
+                                           EnumKSDataType dataType,
+                                           const std::string& domainId) override;
+};
+
+/// Learns the rule of tables.
+class KEELSTONE_EXPORT TableRuleCalculateAlg final : public RuleCalculateAlgBase {
+ public:
+  TableRuleCalculateAlg() : RuleCalculateAlgBase(KSAlgTable) {}
+  std::shared_ptr<IRuleBase> CalculateRule(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                           const std::shared_ptr<HistoryDataBase>& history,
+                                           const std::shared_ptr<KSDataFeature>& feature,
+                                           EnumKSDataType dataType,
+                                           const std::string& domainId) override;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_CALC_RULECALCULATEALG_H

@@ -1,0 +1,32 @@
+#include "diag/fsperformance.h"
+
+#include <chrono>
+#include <utility>
+
+#include "platform/logger.h"
+
+namespace keelstone {
+
+namespace {
+
+std::int64_t SteadyNanoseconds() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
+}  // namespace
+
+FSPerformance::FSPerformance(const char* classLabel, const char* functionLabel, std::string extra)
+    : classLabel_(classLabel),
+      functionLabel_(functionLabel),
+      extra_(std::move(extra)),
+      start_(Logger::Instance().IsOn(kLogInformation) ? SteadyNanoseconds() : -1) {}
+
+FSPerformance::~FSPerformance() {
+  if (start_ < 0 || !Logger::Instance().IsOn(kLogInformation)) return;
+  const double milliseconds = static_cast<double>(SteadyNanoseconds() - start_) / 1e6;
+  KS_LOG("Performance", "FSPerformance::~FSPerformance", "fsperformance", kLogInformation,
+         "%s :: %s Cost %f ms. %s", classLabel_, functionLabel_, milliseconds, extra_.c_str());
+}
+
+}  // namespace keelstone

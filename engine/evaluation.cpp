@@ -1,0 +1,348 @@
+#include "engine/evaluation.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <utility>
+
+#include "diag/fsperformance.h"
+#include "engine/variable_values.h"
+#include "platform/clock.h"
+#include "platform/ini_reader.h"
+#include "platform/logger.h"
+#include "platform/numbers.h"
+#include "platform/strings.h"
+#include "storage/dbwritewrapper.h"
+#include "storage/ksdomaindatamanager.h"
+
+namespace keelstone {
+
+namespace {
+
+constexpr const char* kModule = "FS_Keelstone";
+constexpr const char* kSourceFile = "ksruleinstance";
+constexpr const char* kProcessVariable = "KSRuleInstance::ProcessVariable";
+
+// A variable without a rule keeps this many values until one is learned.
+constexpr std::int32_t kValuesWithoutRule = 10;
+constexpr std::int32_t kTablesWithoutRule = 5;
+
+std::int32_t ReadIni(const char* key, std::int32_t otherwise) {
+  return IniReader::GetInt("Keelstone", key, otherwise, "fix_frontserver.ini");
+}
+
+std::shared_ptr<const RuleSettings> SettingsOf(const KSDataManagerSql* manager) {
+  return manager != nullptr ? manager->GetRuleSettings()
+                            : std::make_shared<const RuleSettings>(KSRuleGlobalSetting());
+}
+
+EnumKSDataType DataTypeOf(const VarInfo& variable) {
+  return static_cast<EnumKSDataType>(variable.dataType);
+}
+
+bool IsNumeric(EnumKSDataType dataType) {
+  return dataType == KSDataInt64 || dataType == KSDataFloat || dataType == KSDataDouble;
+}
+
+/// The value of a two-step map, or nullptr.
+template <class Map>
+auto* FindTwice(Map& map, const std::string& first, const std::string& second) {
+  const auto outer = map.find(first);
+  if (outer == map.end()) return static_cast<decltype(&outer->second.begin()->second)>(nullptr);
+  const auto inner = outer->second.find(second);
+  return inner == outer->second.end() ? nullptr : &inner->second;
+}
+
+}  // namespace
+
+KSRuleInstance::Evaluation::Evaluation(Subject subject, bool onDemandTask)
+    : subject_(std::move(subject)),
+      onDemandTask_(onDemandTask),
+      manager_(KSDomainDataManager::Instance()->GetKSDataManager(subject_.domainId)),
+      settings_(SettingsOf(manager_.get())),
+      dynamicCalculation_(manager_ && manager_->IsEnableDynamicCal()),
+      intervalTime_(ReadIni("IntervalTime", 1800)),
+      strValueLength_(static_cast<std::size_t>(std::max(ReadIni("StrValueLength", 1024), 0))),
+      results_(std::make_shared<KSRuleUpdateResultData>()) {}
+
+bool KSRuleInstance::Evaluation::IsInBlockTime() {
+  if (!manager_) return false;
+  const ObjectDefine object = MakeObject({});
+  std::vector<std::pair<std::int64_t, std::int64_t>> periods;
+  manager_->GetBlockTimeByObjectId(periods, &object);
+  const std::int64_t now = Clock::NowSeconds();
+  for (const auto& [start, end] : periods) {
+    if (now < start || now > end) continue;
+    KS_LOG(kModule, "KSRuleInstance::IsInBlockTime", kSourceFile, kLogNotice,
+           "Time: %" PRId64 " is in block time of device: %s.", now, subject_.deviceName.c_str());
+    return true;
+  }
+  return false;
+}
+
+bool KSRuleInstance::Evaluation::IsDefineRule() const {
+  if (!rules_.empty()) return true;
+  return manager_ &&
+         manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
+}
+
+bool KSRuleInstance::Evaluation::LoadRules() {
+  const FSPerformance timing("KeelstoneRunner", "InitCacheData");
+  if (!manager_) return false;
+  const ObjectDefine object = MakeObject({});
+  manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
+                                       subject_.variableParam, kVariableSourceParser);
+  return true;
+}
+
+bool KSRuleInstance::Evaluation::LoadHistories() {
+  const FSPerformance timing("KeelstoneRunner", "InitHistoryData");
+  if (!manager_) return false;
+  const ObjectDefine object = MakeObject({});
+  manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource, subject_.variableParam,
+                               kVariableSourceParser);
+  return true;
+}
+
+bool KSRuleInstance::Evaluation::IsVarDefineRule(const std::string& variableName) {
+  if (!definedVariables_) {
+    definedVariables_.emplace();
+    for (const auto& [interfaceValue, definitions] : rules_) {
+      for (const auto& [name, definition] : definitions) definedVariables_->insert(name);
+    }
+  }
+  return definedVariables_->contains(variableName);
+}
+
+bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
+  const std::optional<Definition> definition = FindDefinition(variable);
+  if (!definition) {
+    KS_LOG(kModule, kProcessVariable, kSourceFile, kLogInformation,
+           "Variable:%s is not define rule.", variable.variableName.c_str());
+    return false;
+  }
+  if (definition->own->ruleGenerateType == kRuleLearned && IsFiltered(variable.interfaceValue)) {
+    return true;
+  }
+  if (!TakeVariableType(variable, *definition)) {
+    KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
+           "Variable type is changed. the variable type is mismatch to variable value type.Var:%s",
+           variable.variableName.c_str());
+    return false;
+  }
+  const std::shared_ptr<KSDataBase> point = CreateDataPoint(variable, subject_.time);
+  if (!point) {
+    KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError, "nullptr == pData");
+    return false;
+  }
+
+  Judgement judgement = MeetRule(variable, *definition);
+  if (judgement.isHistoryRefused) {
+    LogRefusedHistory(variable);
+    // Numbers keep what is stored as it is; strings and tables begin a new history.
+    if (IsNumeric(DataTypeOf(variable))) return true;
+    judgement.history = MakeHistory(DataTypeOf(variable));
+  }
+  JudgeValue(variable, *definition, point, judgement);
+  if (judgement.rule) {
+    Conclude(variable, *definition, point, judgement);
+  } else if (judgement.mayLearn && judgement.history) {
+    GenerateHistoryData(variable, point, *judgement.history);
+  }
+  return true;
+}
+
+void KSRuleInstance::Evaluation::SerializeLocalDB() {
+  if (pendingRules_.empty() && pendingHistories_.empty()) return;
+  DBWriteWrapper::Instance()->CacheData(subject_.domainId, subject_.deviceName,
+                                        std::exchange(pendingRules_, {}),
+                                        std::exchange(pendingHistories_, {}));
+}
+
+// Pending definitions come first, then what was loaded, then the variable rules. Whatever
+// is found is worked on as a copy: other instances and the write-behind worker hold the
+// record too.
+std::optional<KSRuleInstance::Evaluation::Definition> KSRuleInstance::Evaluation::FindDefinition(
+    const VarInfo& variable) {
+  Definition definition;
+  definition.shared = DBWriteWrapper::Instance()->GetCachedRuleDefinition(
+      subject_.domainId, subject_.deviceName, variable.interfaceValue, subject_.variableSource,
+      subject_.variableParam, variable.variableName);
+  const bool isPending = definition.shared != nullptr;
+  if (!isPending) {
+    const auto* const loaded = FindTwice(rules_, variable.interfaceValue, variable.variableName);
+    if (loaded != nullptr) definition.shared = *loaded;
+  }
+  if (!definition.shared) return FindNewDefinition(variable);
+  {
+    const DefinitionLock lock(*definition.shared);
+    definition.own = std::make_shared<RuleDefinitionData>(*definition.shared);
+  }
+  if (!isPending) TakeHistoryText(variable, *definition.own);
+  return definition;
+}
+
+std::optional<KSRuleInstance::Evaluation::Definition> KSRuleInstance::Evaluation::FindNewDefinition(
+    const VarInfo& variable) const {
+  Definition definition;
+  definition.own = std::make_shared<RuleDefinitionData>();
+  RuleDefinitionData& own = *definition.own;
+  if (!manager_ ||
+      manager_->GetRuleDefinitionData(own, variable.variableName, subject_.variableSource, {},
+                                      kVariableSourceParser) >= 0) {
+    return std::nullopt;
+  }
+  if (!own.IsEnable()) return std::nullopt;
+  definition.isNew = own.ruleType != kTableMd5;
+  if (IsNumeric(DataTypeOf(variable))) {
+    own.ruleParam = ConvertVariableRuleParam(DataTypeOf(variable), own.ruleParam);
+  }
+  TakeHistoryText(variable, own);
+  return definition;
+}
+
+void KSRuleInstance::Evaluation::TakeHistoryText(const VarInfo& variable,
+                                                 RuleDefinitionData& definition) const {
+  if (DBWriteWrapper::Instance()->GetCachedHistoryData(
+          subject_.domainId, subject_.deviceName, variable.interfaceValue, subject_.variableSource,
+          subject_.variableParam, variable.variableName, definition.history) == 1) {
+    return;
+  }
+  const auto* const loaded = FindTwice(histories_, variable.interfaceValue, variable.variableName);
+  if (loaded != nullptr) definition.history = *loaded;
+}
+
+bool KSRuleInstance::Evaluation::TakeVariableType(const VarInfo& variable,
+                                                  const Definition& definition) const {
+  if (definition.own->variableType != 0) {
+    return definition.own->variableType == variable.variableType;
+  }
+  definition.own->variableType = variable.variableType;
+  if (definition.shared) {
+    const DefinitionLock lock(*definition.shared);
+    definition.shared->variableType = variable.variableType;
+  }
+  return true;
+}
+
+bool KSRuleInstance::Evaluation::IsFiltered(const std::string& interfaceValue) {
+  if (interfaceValue.empty() || !manager_) return false;
+  const std::uint64_t generation = GlobalSettingsGeneration();
+  if (!filter_ || generation != filterGeneration_) {
+    filter_ = manager_->GetInterfaceFilterSet();
+    filterGeneration_ = generation;
+  }
+  return std::any_of(filter_->begin(), filter_->end(), [&](const std::string& entry) {
+    return ContainsIgnoreCase(interfaceValue, entry);
+  });
+}
+
+KSRuleInstance::Evaluation::Judgement KSRuleInstance::Evaluation::MeetRule(
+    const VarInfo& variable, const Definition& definition) const {
+  const EnumKSDataType dataType = DataTypeOf(variable);
+  const RuleDefinitionData& own = *definition.own;
+  KSRuleAlgMgr* const manager = KSRuleAlgMgr::Instance();
+  Judgement judgement;
+  judgement.mayLearn = dynamicCalculation_ && !onDemandTask_;
+  judgement.rule = manager->GetRuleByType(AlgTypeOf(dataType),
+                                          static_cast<EnumRuleType>(own.ruleType), dataType);
+  if (judgement.rule) {
+    judgement.rule->Init(definition.own, subject_.domainId);
+    judgement.mayLearn = judgement.mayLearn && judgement.rule->IsDynamic();
+    judgement.history = judgement.rule->GetHistoryData();
+    judgement.feature = judgement.rule->GetDataFeature();
+    judgement.isHistoryRefused = !own.history.empty() && !judgement.rule->GetRuleData();
+  } else if (judgement.mayLearn) {
+    manager->GetHistoryAndDataFeatrue(own.history, dataType, judgement.history, judgement.feature);
+    judgement.isHistoryRefused = !own.history.empty() && !judgement.feature;
+  }
+  return judgement;
+}
+
+void KSRuleInstance::Evaluation::JudgeValue(const VarInfo& variable, const Definition& definition,
+                                            const std::shared_ptr<KSDataBase>& point,
+                                            Judgement& judgement) const {
+  if (judgement.mayLearn && !TimeIntervalLessThanThreshold(judgement)) {
+    Relearn(variable, definition, point, judgement);
+  } else if (judgement.rule && !judgement.rule->IsDynamic()) {
+    judgement.goldenChanged = judgement.rule->CheckGoldenValue(point);
+  }
+}
+
+void KSRuleInstance::Evaluation::Relearn(const VarInfo& variable, const Definition& definition,
+                                         const std::shared_ptr<KSDataBase>& point,
+                                         Judgement& judgement) const {
+  const EnumKSDataType dataType = DataTypeOf(variable);
+  const std::shared_ptr<IRuleBase> learned =
+      KSRuleAlgMgr::Instance()->CalculateRule(definition.own, judgement.history, judgement.feature,
+                                              dataType, subject_.domainId, AlgTypeOf(dataType));
+  if (learned) {
+    const bool isUpdated = learned->UpdateRule();
+    judgement.ruleChanged = !learned->IsEqual(judgement.rule.get());
+    judgement.goldenChanged = isUpdated && judgement.ruleChanged;
+    judgement.rule = learned;
+  }
+  if (judgement.rule && judgement.rule->GetHistoryData()) {
+    judgement.rule->GetHistoryData()->AddData(
+        point, settings_->HistoryDataCount(judgement.rule->GetType()));
+    judgement.historyAdded = true;
+  }
+}
+
+// With a rule its own history decides, without one the history alone; with neither there is
+// nothing to learn from.
+bool KSRuleInstance::Evaluation::TimeIntervalLessThanThreshold(const Judgement& judgement) const {
+  if (!judgement.history) return !judgement.rule;
+  const std::int32_t limit =
+      judgement.rule ? settings_->LiveInterval(judgement.rule->GetType()) : intervalTime_;
+  return WrappingDifference(subject_.time, judgement.history->GetLastTime()) <= limit;
+}
+
+// The alert shows the definition as it stood when the value was judged; only then is the
+// rule written back into it.
+void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definition& definition,
+                                          const std::shared_ptr<KSDataBase>& point,
+                                          const Judgement& judgement) {
+  IRuleBase& rule = *judgement.rule;
+  if (rule.CheckAlert(point)) CollectAlertRueslt(variable, *definition.own);
+  const bool followsValue =
+      (rule.GetType() == kIntConstant || rule.GetType() == kIntIncrease) && !rule.IsDynamic();
+  if (followsValue) rule.UpdateParam(point);
+
+  const std::shared_ptr<RuleDefinitionData> current = rule.GetRuleDefineData();
+  if (!current) return;
+  if (judgement.goldenChanged) UpdateKSValueResultItem(variable, rule, *current);
+  if (followsValue) {
+    CollectRuleUpdateRueslt(variable, definition);
+  } else if (definition.isNew || judgement.ruleChanged) {
+    RuleUpdateResultItem(variable, rule, *current);
+    CollectRuleUpdateRueslt(variable, definition);
+  } else if (judgement.historyAdded && !current->history.empty()) {
+    CollectHistory(variable, current->history);
+  }
+
+  if (definition.shared) {
+    const DefinitionLock lock(*definition.shared);
+    definition.shared->ruleType = current->ruleType;
+    definition.shared->ruleParam.swap(current->ruleParam);
+    definition.shared->history.swap(current->history);
+  }
+}
+
+void KSRuleInstance::Evaluation::GenerateHistoryData(const VarInfo& variable,
+                                                     const std::shared_ptr<KSDataBase>& point,
+                                                     HistoryDataBase& history) {
+  if (WrappingDifference(subject_.time, history.GetLastTime()) <= intervalTime_) return;
+  history.AddData(point,
+                  variable.dataType == KSDataTable ? kTablesWithoutRule : kValuesWithoutRule);
+  CollectHistory(variable, history.ToString());
+}
+
+void KSRuleInstance::Evaluation::LogRefusedHistory(const VarInfo& variable) {
+  if (!refusedHistories_.emplace(variable.interfaceValue, variable.variableName).second) return;
+  KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
+         "History of variable:%s is refused, device:%s, interface:%s.",
+         variable.variableName.c_str(), subject_.deviceName.c_str(),
+         variable.interfaceValue.c_str());
+}
+
+}  // namespace keelstone

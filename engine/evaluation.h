@@ -1,0 +1,125 @@
+#ifndef KEELSTONE_ENGINE_EVALUATION_H
+#define KEELSTONE_ENGINE_EVALUATION_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "calc/ksrulealgmgr.h"
+#include "calc/rulesettings.h"
+#include "engine/ksruleinstance.h"
+#include "engine/ksrulerecords.h"
+#include "model/irulebase.h"
+#include "storage/ksdatamanagersql.h"
+
+namespace keelstone {
+
+/// The inside of a rule instance: who is evaluated, what was loaded for it, and the way of
+/// one value through the rules. One thread.
+class KSRuleInstance::Evaluation {
+ public:
+  /// Whose values these are, as the instance's constructor takes it.
+  struct Subject {
+    std::string variableSource;
+    std::string nodeId;
+    std::string deviceName;
+    std::string nodePathSchema;
+    std::string structureId;
+    std::string variableParam;
+    std::string domainId;
+    std::string reserved;
+    std::int32_t time;  // seconds since the epoch
+  };
+
+  Evaluation(Subject subject, bool onDemandTask);
+
+  bool IsInBlockTime();
+  bool IsDefineRule() const;
+  bool LoadRules();
+  bool LoadHistories();
+  bool IsVarDefineRule(const std::string& variableName);
+  bool ProcessVariable(const VarInfo& variable);
+  void SerializeLocalDB();
+
+  std::shared_ptr<KSRuleUpdateResultData> results() const { return results_; }
+  void SetOnlyUpdateKSValue() { onDemandTask_ = true; }
+  bool IsOndemandTask() const { return onDemandTask_; }
+
+ private:
+  /// A variable's definition for the length of one evaluation. `own` is this evaluation's
+  /// copy, which rules read and write; `shared` is the record that others hold too, empty
+  /// while the definition is new.
+  struct Definition {
+    std::shared_ptr<RuleDefinitionData> own;
+    std::shared_ptr<RuleDefinitionData> shared;
+    bool isNew = false;
+
+    const std::shared_ptr<RuleDefinitionData>& record() const { return shared ? shared : own; }
+  };
+
+  /// What was found out about one value.
+  struct Judgement {
+    std::shared_ptr<IRuleBase> rule;
+    std::shared_ptr<HistoryDataBase> history;
+    std::shared_ptr<KSDataFeature> feature;
+    bool mayLearn = false;
+    bool isHistoryRefused = false;
+    bool goldenChanged = false;
+    bool ruleChanged = false;
+    bool historyAdded = false;
+  };
+
+  std::optional<Definition> FindDefinition(const VarInfo& variable);
+  std::optional<Definition> FindNewDefinition(const VarInfo& variable) const;
+  void TakeHistoryText(const VarInfo& variable, RuleDefinitionData& definition) const;
+  bool TakeVariableType(const VarInfo& variable, const Definition& definition) const;
+  bool IsFiltered(const std::string& interfaceValue);
+
+  Judgement MeetRule(const VarInfo& variable, const Definition& definition) const;
+  void JudgeValue(const VarInfo& variable, const Definition& definition,
+                  const std::shared_ptr<KSDataBase>& point, Judgement& judgement) const;
+  void Relearn(const VarInfo& variable, const Definition& definition,
+               const std::shared_ptr<KSDataBase>& point, Judgement& judgement) const;
+  bool TimeIntervalLessThanThreshold(const Judgement& judgement) const;
+  void Conclude(const VarInfo& variable, const Definition& definition,
+                const std::shared_ptr<KSDataBase>& point, const Judgement& judgement);
+  void GenerateHistoryData(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
+                           HistoryDataBase& history);
+  void LogRefusedHistory(const VarInfo& variable);
+
+  ObjectDefine MakeObject(const std::string& interfaceValue) const;
+  void CollectAlertRueslt(const VarInfo& variable, const RuleDefinitionData& definition);
+  void CollectRuleUpdateRueslt(const VarInfo& variable, const Definition& definition);
+  void CollectHistory(const VarInfo& variable, std::string historyText);
+  void UpdateKSValueResultItem(const VarInfo& variable, const IRuleBase& rule,
+                               const RuleDefinitionData& definition);
+  void RuleUpdateResultItem(const VarInfo& variable, const IRuleBase& rule,
+                            const RuleDefinitionData& definition);
+
+  const Subject subject_;
+  bool onDemandTask_;
+  const std::shared_ptr<KSDataManagerSql> manager_;
+  const std::shared_ptr<const RuleSettings> settings_;  // as they were at construction
+  const bool dynamicCalculation_;
+  const std::int32_t intervalTime_;  // s
+  const std::size_t strValueLength_;
+  const std::shared_ptr<KSRuleUpdateResultData> results_;
+
+  DevParserRule rules_;
+  DevParserHistory histories_;
+  std::vector<ObjectRuleData> pendingRules_;
+  std::vector<ObjectRuleHistoryData> pendingHistories_;
+  std::optional<std::set<std::string>> definedVariables_;
+  std::set<std::pair<std::string, std::string>> refusedHistories_;  // interface, variable
+
+  std::shared_ptr<const InterfaceFilterSet> filter_;
+  std::uint64_t filterGeneration_ = 0;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_ENGINE_EVALUATION_H

@@ -1,0 +1,77 @@
+#include "engine/ksruleinstance.h"
+
+#include <exception>
+
+#include "engine/evaluation.h"
+#include "platform/logger.h"
+
+namespace keelstone {
+
+namespace {
+
+// Nothing that an evaluation throws (memory that cannot be had, say) reaches the host.
+template <class Step>
+bool Guarded(const char* function, Step step) {
+  try {
+    return step();
+  } catch (const std::exception& error) {
+    KS_LOG("FS_Keelstone", function, "ksruleinstance", kLogError, "c++ exception in rw:%s.",
+           error.what());
+  }
+  return false;
+}
+
+}  // namespace
+
+KSRuleInstance::KSRuleInstance(const std::string& variableSource, const std::string& nodeId,
+                               const std::string& deviceName, const std::string& nodePathSchema,
+                               const std::string& structureId, const std::string& variableParam,
+                               const std::string& domainId, const std::string& reserved,
+                               std::int32_t evaluationTime, bool onDemandTask)
+    : evaluation_(std::make_unique<Evaluation>(
+          Evaluation::Subject{variableSource, nodeId, deviceName, nodePathSchema, structureId,
+                              variableParam, domainId, reserved, evaluationTime},
+          onDemandTask)) {}
+
+KSRuleInstance::~KSRuleInstance() = default;
+
+bool KSRuleInstance::IsInBlockTime() {
+  return Guarded("KSRuleInstance::IsInBlockTime", [this] { return evaluation_->IsInBlockTime(); });
+}
+
+bool KSRuleInstance::IsDefineRule() { return evaluation_->IsDefineRule(); }
+
+bool KSRuleInstance::InitCacheData() {
+  return Guarded("KSRuleInstance::InitCacheData", [this] { return evaluation_->LoadRules(); });
+}
+
+bool KSRuleInstance::InitHistoryData() {
+  return Guarded("KSRuleInstance::InitHistoryData",
+                 [this] { return evaluation_->LoadHistories(); });
+}
+
+bool KSRuleInstance::IsVarDefineRule(const std::string& variableName) {
+  return evaluation_->IsVarDefineRule(variableName);
+}
+
+bool KSRuleInstance::ProcessVariable(const VarInfo& variable) {
+  return Guarded("KSRuleInstance::ProcessVariable",
+                 [&] { return evaluation_->ProcessVariable(variable); });
+}
+
+std::shared_ptr<KSRuleUpdateResultData> KSRuleInstance::GetUpdateResultData() const {
+  return evaluation_->results();
+}
+
+void KSRuleInstance::SerializeLocalDB() {
+  Guarded("KSRuleInstance::SerializeLocalDB", [this] {
+    evaluation_->SerializeLocalDB();
+    return true;
+  });
+}
+
+void KSRuleInstance::SetOnlyUpdateKSValue() { evaluation_->SetOnlyUpdateKSValue(); }
+
+bool KSRuleInstance::IsOndemandTask() const { return evaluation_->IsOndemandTask(); }
+
+}  // namespace keelstone

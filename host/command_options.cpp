@@ -1,0 +1,33 @@
+#include "host/command_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "platform/filesystem.h"
+#include "platform/logger.h"
+
+namespace keelstone::host {
+
+void AddCommonOptions(CLI::App& command, CommonOptions& options) {
+  command
+      .add_option("--root", options.root,
+                  "Root folder of configuration, data and log (default: the environment variable "
+                  "KEELSTONE_ROOT, else ./keelstone-root)")
+      ->type_name("DIR");
+  command.add_option("--domain", options.domain, "Domain to work on")
+      ->type_name("ID")
+      ->capture_default_str();
+  command
+      .add_option("--log-level", options.logLevel,
+                  "What goes into the log: 0 progress, 1 information, 2 notices, 3 errors, 4 "
+                  "nothing")
+      ->type_name("N")
+      ->check(CLI::Range(0, 4))
+      ->capture_default_str();
+}
+
+void Apply(const CommonOptions& options) {
+  if (!options.root.empty()) VXFileSystem::SetSystemRootFolder(options.root);
+  Logger::Instance().SetLevel(options.logLevel);
+}
+
+}  // namespace keelstone::host

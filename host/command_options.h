@@ -1,0 +1,27 @@
+#ifndef KEELSTONE_HOST_COMMAND_OPTIONS_H
+#define KEELSTONE_HOST_COMMAND_OPTIONS_H
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace keelstone::host {
+
+/// What every command takes.
+struct CommonOptions {
+  std::string root;  // empty: KEELSTONE_ROOT, else ./keelstone-root
+  std::string domain = "default";
+  int logLevel = 1;
+};
+
+void AddCommonOptions(CLI::App& command, CommonOptions& options);
+
+/// Puts the root folder and the log level in place; before anything else of the library
+/// is used.
+void Apply(const CommonOptions& options);
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_COMMAND_OPTIONS_H

@@ -1,0 +1,102 @@
+#include "host/domain_registry.h"
+
+#include <utility>
+
+#include "calc/ksruleglobalsetting.h"
+#include "host/domain_files.h"
+#include "host/text_escape.h"
+#include "storage/ksdomaindatamanager.h"
+
+namespace keelstone::host {
+
+namespace {
+
+constexpr std::size_t kShownDomainBytes = 80;
+
+std::string Named(const std::string& domainId) {
+  return "domain \"" + Printable(domainId, kShownDomainBytes) + "\"";
+}
+
+RuleDefinitionData NewDefinition(const std::string& source, const VarInfo& variable) {
+  RuleDefinitionData definition(kRuleTypeNone, kVariableSourceParser, "", source,
+                                variable.variableName, variable.variableType, "");
+  definition.enableFlag = true;
+  return definition;
+}
+
+}  // namespace
+
+DomainRegistry::DomainRegistry(Console& console, bool enroll, bool writes)
+    : console_(console), enroll_(enroll), writes_(writes) {}
+
+bool DomainRegistry::Refuse(const std::string& id, const std::string& why) {
+  fault_ = Named(id) + " cannot be used: " + Printable(why);
+  return false;
+}
+
+bool DomainRegistry::PrepareFiles(const std::string& id) {
+  using Condition = DomainCheck::Condition;
+  const DomainCheck check = CheckDomain(id, writes_);
+  if (check.condition == Condition::kUnusable) return Refuse(id, check.detail);
+  if (check.condition == Condition::kComplete) return true;
+  if (enroll_) {
+    const std::string failure = MakeDomain(id, DefaultGeneralSettings());
+    return failure.empty() || Refuse(id, failure);
+  }
+  const std::string remedy =
+      "; `keelstone init` with this domain makes what is missing, and "
+      "`evaluate --enroll` does so too";
+  console_.Say(check.condition == Condition::kAbsent
+                   ? Named(id) + " has no databases, its values are rejected: " +
+                         Printable(check.detail) + remedy
+                   : Named(id) + " is not complete, what is learned may not be kept: " +
+                         Printable(check.detail) + remedy);
+  return true;
+}
+
+const Domain* DomainRegistry::Find(const std::string& id) {
+  if (const auto known = entries_.find(id); known != entries_.end()) return &known->second->domain;
+  if (!PrepareFiles(id)) return nullptr;
+  auto entry = std::make_unique<Entry>();
+  Domain& domain = entry->domain;
+  domain.id = id;
+  domain.data = KSDomainDataManager::Instance()->GetKSDataManager(id);
+  domain.engineOn = domain.data->IsEnableKSFunction();
+  domain.tableRowLimit = domain.data->GetTableLimitcount();
+  domain.stringLineLimit = domain.data->GetStrRowLimitcount();
+  if (!domain.engineOn) {
+    console_.Say(Named(id) +
+                 " has its engine switched off (EnableKSFunction): nothing of it is "
+                 "evaluated");
+  }
+  return &entries_.emplace(id, std::move(entry)).first->second->domain;
+}
+
+void DomainRegistry::NoteVariables(const ParsedRun& run) {
+  if (!enroll_) return;
+  Entry& entry = *entries_.find(run.domain)->second;
+  NameSet& defined = entry.defined[run.source];
+  RuleDefinitionData ignored;
+  for (const VarInfo& variable : run.variables) {
+    if (defined.contains(variable.variableName)) continue;
+    defined.insert(variable.variableName);
+    const bool isDefined =
+        entry.domain.data->GetRuleDefinitionData(ignored, variable.variableName, run.source, "",
+                                                 kVariableSourceParser) < 0;
+    if (isDefined) continue;
+    if (entry.noted.empty()) withNoted_.push_back(&entry);
+    entry.noted.push_back(NewDefinition(run.source, variable));
+  }
+}
+
+bool DomainRegistry::DefineNoted() {
+  for (Entry* entry : std::exchange(withNoted_, {})) {
+    const auto noted = std::exchange(entry->noted, {});
+    if (!entry->domain.data->AddRuleDefinitions(noted)) {
+      return Refuse(entry->domain.id, "its variable rules cannot be written");
+    }
+  }
+  return true;
+}
+
+}  // namespace keelstone::host

@@ -1,0 +1,79 @@
+#ifndef KEELSTONE_HOST_DOMAIN_REGISTRY_H
+#define KEELSTONE_HOST_DOMAIN_REGISTRY_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "host/console.h"
+#include "host/run_line.h"
+#include "storage/ksdatamanagersql.h"
+
+namespace keelstone::host {
+
+/// A domain as the evaluation of its runs needs it; fixed once it is known.
+struct Domain {
+  std::string id;
+  std::shared_ptr<KSDataManagerSql> data;
+  bool engineOn = true;
+  std::int64_t tableRowLimit = 0;    // a table with more rows is rejected
+  std::int64_t stringLineLimit = 0;  // a string with more lines is rejected
+};
+
+/// The domains that the input names, and the enrolment of what they do not define yet.
+/// Used by the thread that reads the input; the domains live as long as the registry and
+/// are read by every thread.
+class DomainRegistry {
+ public:
+  /// With `enroll`, a domain without databases is made and NoteVariables takes effect.
+  /// `writes`: whether the evaluation needs to write the domain's databases.
+  DomainRegistry(Console& console, bool enroll, bool writes);
+
+  /// The domain; null when its databases cannot be used, and fault() says why. What a
+  /// person should know of the domain is said once.
+  const Domain* Find(const std::string& id);
+
+  /// Takes down which variables of the run have no definition yet. The first type code
+  /// of a variable that is taken down holds.
+  void NoteVariables(const ParsedRun& run);
+  /// Defines what was taken down; false when that cannot be written, see fault().
+  [[nodiscard]] bool DefineNoted();
+
+  const std::string& fault() const noexcept { return fault_; }
+
+ private:
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+      return std::hash<std::string_view>{}(text);
+    }
+  };
+  using NameSet = std::unordered_set<std::string, TextHash, std::equal_to<>>;
+  template <class Mapped>
+  using TextMap = std::unordered_map<std::string, Mapped, TextHash, std::equal_to<>>;
+
+  struct Entry {
+    Domain domain;
+    TextMap<NameSet> defined;               // source → names known to be defined
+    std::vector<RuleDefinitionData> noted;  // to be defined, in input order
+  };
+
+  bool PrepareFiles(const std::string& id);
+  bool Refuse(const std::string& id, const std::string& why);
+
+  Console& console_;
+  const bool enroll_;
+  const bool writes_;
+  TextMap<std::unique_ptr<Entry>> entries_;
+  std::vector<Entry*> withNoted_;
+  std::string fault_;
+};
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_DOMAIN_REGISTRY_H

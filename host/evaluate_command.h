@@ -1,0 +1,31 @@
+#ifndef KEELSTONE_HOST_EVALUATE_COMMAND_H
+#define KEELSTONE_HOST_EVALUATE_COMMAND_H
+
+#include <string>
+#include <vector>
+
+#include "host/command_options.h"
+
+namespace keelstone::host {
+
+struct EvaluateOptions {
+  CommonOptions common;
+  std::vector<std::string> files;  // "-" is standard input; none: standard input
+  std::string format;              // "json" or "text"; empty: by what standard output is
+  unsigned threads = 0;            // 0: the cores
+  bool all = false;
+  bool enroll = false;
+  bool onDemand = false;
+  bool failOnAlert = false;
+  bool strict = false;
+  bool quiet = false;
+};
+
+void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options);
+
+/// Evaluates the inputs; the exit code.
+int RunEvaluate(const EvaluateOptions& options);
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_EVALUATE_COMMAND_H

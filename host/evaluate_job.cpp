@@ -1,0 +1,223 @@
+#include "host/evaluate_job.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <thread>
+
+#include "host/exit_codes.h"
+#include "host/text_escape.h"
+#include "platform/filesystem.h"
+#include "platform/logger.h"
+#include "storage/cksdboperatebase.h"
+#include "storage/dbwritewrapper.h"
+
+namespace keelstone::host {
+
+namespace {
+
+// What is handed to the workers (and enrolled) at a time.
+constexpr std::size_t kBatchRuns = 512;
+constexpr std::size_t kBatchBytes = 4U << 20U;
+
+unsigned ThreadCount(unsigned wanted) {
+  return wanted != 0 ? wanted : std::max(1U, std::thread::hardware_concurrency());
+}
+
+bool IsBlank(std::string_view line) {
+  return line.find_first_not_of(" \t\r\n") == std::string_view::npos;
+}
+
+void Add(RunTally& sum, const RunTally& tally) {
+  sum.variables += tally.variables;
+  sum.rejected += tally.rejected;
+  sum.alerts += tally.alerts;
+  sum.goldenValues += tally.goldenValues;
+  sum.rules += tally.rules;
+}
+
+}  // namespace
+
+EvaluateJob::EvaluateJob(const EvaluateOptions& options, OutputFormat format,
+                         std::uint64_t inputTotal)
+    : options_(options),
+      format_(format),
+      console_(!options.quiet && ::isatty(STDERR_FILENO) == 1),
+      output_(STDOUT_FILENO),
+      domains_(console_, options.enroll, !options.onDemand),
+      lines_(options.common.domain) {
+  progress_.inputTotal = inputTotal;
+}
+
+int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
+  std::signal(SIGPIPE, SIG_IGN);
+  // Before any other thread, so that all of them leave the signals to the watch.
+  watch_ = std::make_unique<SignalWatch>([this](int signal) { OnSignal(signal); });
+  ownedScheduler_ = std::make_unique<RunScheduler>(
+      *this, RunScheduler::Limits{.threads = ThreadCount(options_.threads)});
+  RunScheduler& scheduler = *ownedScheduler_;
+  scheduler_.store(&scheduler);
+  if (stop_.Requested()) scheduler.Stop();
+
+  Broken broken = Broken::kNo;
+  try {
+    broken = ReadInputs(inputs);
+  } catch (const std::exception& error) {
+    broken = Fail(error.what());
+  }
+  scheduler.Drain();
+  // Before the last output is written, so that nobody who reads it slowly can keep what
+  // is evaluated from the disk.
+  DBWriteWrapper::Instance()->ForceWriteDisk();
+  scheduler.Finish();
+  if (broken == Broken::kNo && scheduler.dropped() > 0) broken = Broken::kStopped;
+  return Conclude(broken);
+}
+
+void EvaluateJob::OnSignal(int signal) {
+  console_.Say(std::string("keelstone: stopping at ") + ::strsignal(signal) +
+               "; what has begun is finished");
+  stop_.Request();
+  if (RunScheduler* scheduler = scheduler_.load()) scheduler->Stop();
+}
+
+bool EvaluateJob::Evaluate(host::Run& run) noexcept {
+  const bool onDemand = options_.onDemand || run.parsed.onDemand;
+  const RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand);
+  run.tally = TallyOf(outcome);
+  run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)
+                                              : TextOutput(run.parsed, outcome);
+  return outcome.mayHavePending;
+}
+
+void EvaluateJob::Flush(const std::string& domain) noexcept {
+  DBWriteWrapper::Instance()->WriteDomain(domain);
+}
+
+void EvaluateJob::Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) noexcept {
+  std::string text;
+  for (const auto& run : runs) {
+    Add(progress_.tally, run->tally);
+    text += run->output;
+  }
+  progress_.runs += runs.size();
+  progress_.inputBytes = runs.back()->inputPosition;
+  if (!output_.Write(text) && !stop_.Requested()) {
+    stop_.Request();
+    scheduler_.load()->Stop();
+  }
+  console_.Show(progress_);
+}
+
+EvaluateJob::Broken EvaluateJob::Fail(const std::string& why) {
+  console_.Say("keelstone: " + why);
+  return Broken::kFailed;
+}
+
+EvaluateJob::Broken EvaluateJob::ReadInputs(const std::vector<InputFile>& inputs) {
+  for (const InputFile& input : inputs) {
+    Broken broken = ReadInput(input);
+    // What came before the fault is evaluated, whatever the fault is.
+    if (const Broken last = SubmitBatch(); last != Broken::kNo) return last;
+    if (broken != Broken::kNo) return broken;
+  }
+  return Broken::kNo;
+}
+
+EvaluateJob::Broken EvaluateJob::ReadInput(const InputFile& input) {
+  FileDescriptor file;
+  if (input.path != "-") {
+    file = FileDescriptor(::open(input.path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) return Fail(input.name + ": " + std::strerror(errno));
+  }
+  LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_);
+  const Broken broken = ReadLines(input, reader);
+  inputBase_ += reader.position();
+  return broken;
+}
+
+EvaluateJob::Broken EvaluateJob::ReadLines(const InputFile& input, LineReader& reader) {
+  while (true) {
+    // Nothing that is here already waits for input that is yet to come.
+    if (batch_.size() >= kBatchRuns || batchBytes_ >= kBatchBytes || !reader.HasLine()) {
+      if (const Broken broken = SubmitBatch(); broken != Broken::kNo) return broken;
+    }
+    std::string_view line;
+    switch (reader.Next(line)) {
+      case LineReader::Got::kEnd:
+        return Broken::kNo;
+      case LineReader::Got::kStopped:
+        return Broken::kStopped;
+      case LineReader::Got::kFailed:
+        return Fail(input.name + ": " + std::strerror(errno));
+      case LineReader::Got::kLine:
+        break;
+    }
+    if (const Broken broken = TakeLine(input, reader, line); broken != Broken::kNo) return broken;
+  }
+}
+
+EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineReader& reader,
+                                          std::string_view line) {
+  if (IsBlank(line)) return Broken::kNo;
+  auto run = std::make_unique<host::Run>();
+  if (!lines_.Read(line, run->parsed)) {
+    console_.Say(input.name + ":" + std::to_string(reader.lineNumber()) + ": " + lines_.fault());
+    ++skipped_;
+    return options_.strict ? Broken::kStrict : Broken::kNo;
+  }
+  run->domain = domains_.Find(run->parsed.domain);
+  if (run->domain == nullptr) {
+    domainRefused_ = true;
+    return Fail(input.name + ":" + std::to_string(reader.lineNumber()) + ": " + domains_.fault());
+  }
+  domains_.NoteVariables(run->parsed);
+  run->bytes = line.size();
+  run->inputPosition = inputBase_ + reader.position();
+  batchBytes_ += line.size();
+  batch_.push_back(std::move(run));
+  return Broken::kNo;
+}
+
+EvaluateJob::Broken EvaluateJob::SubmitBatch() {
+  if (batch_.empty()) return Broken::kNo;
+  if (!domains_.DefineNoted()) {
+    batch_.clear();
+    domainRefused_ = true;
+    return Fail(domains_.fault());
+  }
+  submitted_ += batch_.size();
+  batchBytes_ = 0;
+  const bool taken = scheduler_.load()->Submit(std::exchange(batch_, {}));
+  return taken ? Broken::kNo : Broken::kStopped;
+}
+
+int EvaluateJob::Conclude(Broken broken) {
+  console_.EndProgress();
+  if (output_.failure() != 0) {
+    console_.Say(std::string("keelstone: standard output cannot be written: ") +
+                 std::strerror(output_.failure()));
+  }
+  const std::uint64_t failedWrites = GetFailedWriteCount();
+  if (failedWrites > 0) {
+    console_.Say("keelstone: " + std::to_string(failedWrites) +
+                 " writes to the databases have failed; " +
+                 Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why");
+  }
+  if (!options_.quiet) {
+    console_.Say("keelstone: " + SummaryText(progress_, skipped_, console_.Elapsed()));
+  }
+  Logger::Instance().Flush();
+  if (domainRefused_ && submitted_ == 0) return kExitUnusable;
+  const bool isWhole = broken == Broken::kNo || broken == Broken::kStrict;
+  if (!isWhole || output_.failure() != 0 || failedWrites > 0) return kExitBrokenOff;
+  if (options_.failOnAlert && progress_.tally.alerts > 0) return kExitAlert;
+  return skipped_ > 0 ? kExitLinesSkipped : kExitDone;
+}
+
+}  // namespace keelstone::host

@@ -1,0 +1,76 @@
+#ifndef KEELSTONE_HOST_EVALUATE_JOB_H
+#define KEELSTONE_HOST_EVALUATE_JOB_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/console.h"
+#include "host/domain_registry.h"
+#include "host/evaluate_command.h"
+#include "host/line_reader.h"
+#include "host/output_writer.h"
+#include "host/result_output.h"
+#include "host/run_scheduler.h"
+#include "host/stop_request.h"
+
+namespace keelstone::host {
+
+/// One input of an evaluation.
+struct InputFile {
+  std::string path;  // "-" for standard input
+  std::string name;  // as it stands in messages
+};
+
+/// One evaluation from the first line to the exit code. The thread that calls Run reads
+/// and parses; the scheduler's workers evaluate and format; its delivery thread writes.
+class EvaluateJob final : private RunWork {
+ public:
+  EvaluateJob(const EvaluateOptions& options, OutputFormat format, std::uint64_t inputTotal);
+
+  /// Once.
+  int Run(const std::vector<InputFile>& inputs);
+
+ private:
+  /// Why reading ended before the end of the inputs.
+  enum class Broken { kNo, kStopped, kStrict, kFailed };
+
+  bool Evaluate(host::Run& run) noexcept override;
+  void Flush(const std::string& domain) noexcept override;
+  void Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) noexcept override;
+
+  void OnSignal(int signal);
+  Broken ReadInputs(const std::vector<InputFile>& inputs);
+  Broken ReadInput(const InputFile& input);
+  Broken ReadLines(const InputFile& input, LineReader& reader);
+  Broken TakeLine(const InputFile& input, const LineReader& reader, std::string_view line);
+  Broken SubmitBatch();
+  Broken Fail(const std::string& why);
+  int Conclude(Broken broken);
+
+  const EvaluateOptions& options_;
+  const OutputFormat format_;
+  Console console_;
+  StopRequest stop_;
+  OutputWriter output_;  // the delivery thread's
+  DomainRegistry domains_;
+  RunLineReader lines_;
+  std::vector<std::unique_ptr<host::Run>> batch_;
+  std::size_t batchBytes_ = 0;
+  std::uint64_t inputBase_ = 0;  // bytes of the inputs before the present one
+  std::uint64_t submitted_ = 0;
+  std::uint64_t skipped_ = 0;
+  bool domainRefused_ = false;
+  EvaluationProgress progress_;  // the delivery thread's until the scheduler has finished
+  // The watch goes first at the end, and its thread finds the scheduler only once it is made.
+  std::unique_ptr<RunScheduler> ownedScheduler_;
+  std::atomic<RunScheduler*> scheduler_{nullptr};
+  std::unique_ptr<SignalWatch> watch_;
+};
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_EVALUATE_JOB_H

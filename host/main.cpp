@@ -1,0 +1,56 @@
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "host/evaluate_command.h"
+#include "host/exit_codes.h"
+#include "host/init_command.h"
+#include "host/output_writer.h"
+
+namespace keelstone::host {
+namespace {
+
+constexpr const char* kExamples = R"(Examples:
+  keelstone init --root ./demo
+  keelstone evaluate --root ./demo --enroll runs.jsonl
+
+`keelstone COMMAND --help` says more about a command.
+)";
+
+int RunProgram(int argc, char** argv) {
+  CLI::App program(
+      "Learns what is normal for every value of a network device and says at once "
+      "when a value breaks it.",
+      "keelstone");
+  program.set_version_flag("--version", "keelstone " KEELSTONE_VERSION);
+  program.require_subcommand(1);
+  program.footer(kExamples);
+  InitOptions init;
+  AddInitCommand(program, init);
+  EvaluateOptions evaluate;
+  AddEvaluateCommand(program, evaluate);
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? kExitDone : kExitUnusable;
+  }
+  if (program.got_subcommand("init")) {
+    Apply(init.common);
+    return RunInit(init);
+  }
+  Apply(evaluate.common);
+  return RunEvaluate(evaluate);
+}
+
+}  // namespace
+}  // namespace keelstone::host
+
+int main(int argc, char** argv) {
+  keelstone::host::GuardStandardDescriptors();
+  try {
+    return keelstone::host::RunProgram(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "keelstone: " << error.what() << '\n';
+    return keelstone::host::kExitBrokenOff;
+  }
+}

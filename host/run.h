@@ -1,0 +1,41 @@
+#ifndef KEELSTONE_HOST_RUN_H
+#define KEELSTONE_HOST_RUN_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "host/run_line.h"
+
+namespace keelstone::host {
+
+struct Domain;
+
+/// What one run came to.
+struct RunTally {
+  std::uint64_t variables = 0;  // handed to the engine
+  std::uint64_t rejected = 0;
+  std::uint64_t alerts = 0;
+  std::uint64_t goldenValues = 0;
+  std::uint64_t rules = 0;
+};
+
+/// One run on its way from the reader over a worker to the output.
+struct Run {
+  ParsedRun parsed;
+  const Domain* domain = nullptr;
+  std::size_t bytes = 0;            // length of its line
+  std::uint64_t inputPosition = 0;  // bytes of all inputs up to its end
+
+  std::string output;  // what is to be written for it
+  RunTally tally;
+
+  // The scheduler's own: place in the input, whether it is evaluated, next of its unit.
+  std::uint64_t sequence = 0;
+  bool done = false;
+  Run* next = nullptr;
+};
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_RUN_H

@@ -1,0 +1,35 @@
+#ifndef KEELSTONE_HOST_RUN_EVALUATION_H
+#define KEELSTONE_HOST_RUN_EVALUATION_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/domain_registry.h"
+#include "host/run_line.h"
+#include "results/keelstoneupdateruledata.h"
+
+namespace keelstone::host {
+
+/// What the engine made of one run.
+struct RunOutcome {
+  bool blocked = false;
+  std::uint64_t variables = 0;        // values handed to the engine
+  std::vector<std::string> rejected;  // names, in input order
+  bool mayHavePending = false;        // rows may have been handed to the write-behind cache
+  std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
+};
+
+/// Lines of a text: a line feed ends a line and does not open one.
+std::int64_t CountLines(std::string_view text) noexcept;
+
+/// Hands one run to the engine. A value over the domain's limits is rejected here; what
+/// the engine cannot take is rejected, whatever goes wrong. Any thread, but one run of a
+/// unit at a time.
+RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand) noexcept;
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_RUN_EVALUATION_H

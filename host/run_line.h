@@ -1,0 +1,70 @@
+#ifndef KEELSTONE_HOST_RUN_LINE_H
+#define KEELSTONE_HOST_RUN_LINE_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/ksrulerecords.h"
+#include "host/raw_json.h"
+
+namespace keelstone::host {
+
+/// One parser run on one device, as a line of the input gives it.
+struct ParsedRun {
+  std::int32_t time = 0;  // seconds since the epoch
+  std::string domain;
+  std::string device;
+  std::string source;
+  std::string param;
+  std::string nodeId;
+  std::string nodePathSchema;
+  std::string structureId;
+  bool onDemand = false;
+  std::vector<VarInfo> variables;  // without those that were not read
+};
+
+/// Reads lines of the input. Unknown members are passed over; of two with one name the
+/// last counts. One thread.
+class RunLineReader {
+ public:
+  /// Runs that name no domain belong to `defaultDomain`.
+  explicit RunLineReader(std::string defaultDomain);
+
+  /// Reads one line; false when it is no run, and fault() then says in which field of
+  /// which variable (counted from 0) what is wrong, in printable characters.
+  [[nodiscard]] bool Read(std::string_view line, ParsedRun& run);
+  const std::string& fault() const noexcept { return fault_; }
+
+ private:
+  using Value = RawJson::Value;
+  struct RunFields;
+  struct VariableFields;
+  struct TypeName;
+
+  bool Fail(std::string_view field, std::string_view what);
+  bool ReadRun(const RunFields& fields, ParsedRun& run);
+  bool ReadVariables(const Value& variables, ParsedRun& run);
+  bool ReadVariable(const Value& object, std::vector<VarInfo>& variables);
+  bool ReadValue(const VariableFields& fields, VarInfo& variable);
+  bool ReadScalar(const Value& value, const TypeName& type, VarInfo& variable);
+  bool ReadNumber(std::string_view text, const TypeName& type, VarInfo& variable);
+  bool ReadTableValue(const VariableFields& fields, VarInfo& variable);
+  bool CheckTableFields(const VariableFields& fields);
+  bool ChooseType(const VariableFields& fields, const TypeName*& type);
+
+  bool Require(std::string_view field, const Value& value);
+  bool TakeString(std::string_view field, const Value& value, std::string& out);
+  bool TakeBool(std::string_view field, const Value& value, bool& out);
+  bool TakeInt32(std::string_view field, const Value& value, std::int32_t& out);
+
+  std::string defaultDomain_;
+  RawJson json_;
+  std::string fault_;
+  std::string where_;  // "variables[3]." while a variable is read
+};
+
+}  // namespace keelstone::host
+
+#endif  // KEELSTONE_HOST_RUN_LINE_H

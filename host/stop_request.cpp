@@ -1,0 +1,77 @@
+#include "host/stop_request.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <system_error>
+#include <utility>
+
+namespace keelstone::host {
+
+namespace {
+
+constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+FileDescriptor Require(int fd, const char* what) {
+  if (fd < 0) throw std::system_error(errno, std::generic_category(), what);
+  return FileDescriptor(fd);
+}
+
+sigset_t WatchedSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : kSignals) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    // Left alone when ignored: nohup and shells that start jobs in the background do so.
+    if (action.sa_handler != SIG_IGN) sigaddset(&set, signal);
+  }
+  return set;
+}
+
+}  // namespace
+
+StopRequest::StopRequest() : event_(Require(::eventfd(0, EFD_CLOEXEC), "eventfd")) {}
+
+void StopRequest::Request() {
+  requested_.store(true, std::memory_order_release);
+  const std::uint64_t one = 1;
+  // It can fail only when the counter is full, and then it is readable already.
+  [[maybe_unused]] const auto written = ::write(event_.get(), &one, sizeof one);
+}
+
+SignalWatch::SignalWatch(std::function<void(int signal)> onSignal)
+    : onSignal_(std::move(onSignal)) {
+  const sigset_t set = WatchedSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signals_ = Require(::signalfd(-1, &set, SFD_CLOEXEC), "signalfd");
+  thread_ = std::thread([this] { Watch(); });
+}
+
+SignalWatch::~SignalWatch() {
+  end_.Request();
+  thread_.join();
+}
+
+void SignalWatch::Watch() {
+  std::array<pollfd, 2> awaited = {{{signals_.get(), POLLIN, 0}, {end_.fd(), POLLIN, 0}}};
+  while (::poll(awaited.data(), awaited.size(), -1) < 0 && errno == EINTR) {
+  }
+  signalfd_siginfo info{};
+  if (awaited[0].revents == 0 || ::read(signals_.get(), &info, sizeof info) != sizeof info) return;
+  // From here on this thread takes the signals as any process does, so that a second one
+  // ends a program that cannot come to its end.
+  const sigset_t set = WatchedSignals();
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  onSignal_(static_cast<int>(info.ssi_signo));
+  pollfd end = {end_.fd(), POLLIN, 0};
+  while (::poll(&end, 1, -1) < 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace keelstone::host

@@ -1,0 +1,54 @@
+#include "model/irulebase.h"
+
+namespace keelstone {
+
+IRuleBase::~IRuleBase() = default;
+
+void IRuleBase::Init(const std::shared_ptr<RuleDefinitionData>&, const std::string&) {}
+bool IRuleBase::CheckRule(const std::string&) { return false; }
+bool IRuleBase::UpdateRule() { return false; }
+bool IRuleBase::CheckGoldenValue(const std::shared_ptr<KSDataBase>&) { return false; }
+bool IRuleBase::CheckAlert(const std::shared_ptr<KSDataBase>&) { return false; }
+void IRuleBase::UpdateParam(const std::shared_ptr<KSDataBase>&) {}
+void IRuleBase::setIsLessCountCondition(bool) {}
+
+bool IRuleBase::IsDynamic() const {
+  return !ruleDefine_ || ruleDefine_->ruleGenerateType == kRuleLearned;
+}
+
+bool IRuleBase::IsEqual(const IRuleBase* other) const {
+  if (other == nullptr || GetType() != other->GetType()) return false;
+  return ruleData_ && other->ruleData_ && ruleData_->IsEqual(other->ruleData_.get());
+}
+
+void IRuleBase::SetHistoryAndDataFeature(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                         const std::shared_ptr<HistoryDataBase>& history,
+                                         const std::shared_ptr<KSDataFeature>& feature) {
+  ruleDefine_ = ruleDefine;
+  history_ = history;
+  feature_ = feature;
+}
+
+std::int32_t IRuleBase::GetHisotryCount() const { return history_ ? history_->GetDataCount() : 0; }
+
+std::string IRuleBase::GetRuleParam() const {
+  return ruleData_ ? ruleData_->ParamToString() : std::string();
+}
+
+std::string IRuleBase::GetRuleKSValue() const {
+  return ruleData_ ? ruleData_->GetGlodenValue() : std::string();
+}
+
+std::int64_t IRuleBase::GetRuleKSValueTime() const {
+  return ruleData_ ? ruleData_->GetGlodenValueTime() : 0;
+}
+
+std::shared_ptr<RuleDefinitionData> IRuleBase::GetRuleDefineData() {
+  if (!ruleDefine_) return nullptr;
+  ruleDefine_->ruleType = GetType();
+  ruleDefine_->ruleParam = GetRuleParam();
+  if (history_) ruleDefine_->history = history_->ToString();
+  return ruleDefine_;
+}
+
+}  // namespace keelstone

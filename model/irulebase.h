@@ -1,0 +1,89 @@
+#ifndef KEELSTONE_MODEL_IRULEBASE_H
+#define KEELSTONE_MODEL_IRULEBASE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "engine/ksrulerecords.h"
+#include "model/ksdatafeature.h"
+#include "model/ksdatapoint.h"
+#include "model/kshistorydata.h"
+#include "model/ksruledata.h"
+#include "model/ksruleenums.h"
+#include "platform/export.h"
+
+namespace keelstone {
+
+/// A rule: what one variable's values should be. It ties together the definition that it
+/// was built from, the history of the values, statistics over them, and its parameter
+/// with the golden value. Made empty by its type; usable after Init (a stored rule) or
+/// after SetHistoryAndDataFeature and a CheckRule that accepts (a learned one).
+///
+/// An operation that finds what it needs missing, or a point of another type, answers
+/// false and changes nothing. None throws. A rule shares what its pointers hold and
+/// copies none of it. One thread at a time.
+class KEELSTONE_EXPORT IRuleBase {
+ public:
+  explicit IRuleBase(EnumRuleType type) : ruleType_(type) {}
+  IRuleBase(const IRuleBase&) = default;
+  IRuleBase& operator=(const IRuleBase&) = default;
+  virtual ~IRuleBase();
+
+  /// Builds the rule from a stored definition. When the history text is refused the rule
+  /// has no rule data and no definition afterwards.
+  virtual void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                    const std::string& domainId);
+  /// The learning test: whether this kind fits history and feature under the domain's
+  /// settings. True leaves rule data with an empty parameter.
+  virtual bool CheckRule(const std::string& domainId);
+  /// Learns the parameter and the golden value; true when it did so.
+  virtual bool UpdateRule();
+  /// True when the point becomes the golden value; it is then stored.
+  virtual bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point);
+  /// True when the point breaks the rule.
+  virtual bool CheckAlert(const std::shared_ptr<KSDataBase>& point);
+  virtual EnumRuleType GetType() const { return ruleType_; }
+  /// Whether the engine learned the rule and relearns it: so without a definition, and
+  /// when its generate type is 0.
+  virtual bool IsDynamic() const;
+  /// Same type and same parameter.
+  virtual bool IsEqual(const IRuleBase* other) const;
+  /// Lets a prescribed rule take the point as its parameter.
+  virtual void UpdateParam(const std::shared_ptr<KSDataBase>& point);
+  /// Chooses between the two learning tests of an equal rule.
+  virtual void setIsLessCountCondition(bool lessCount);
+
+  void SetHistoryAndDataFeature(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                                const std::shared_ptr<HistoryDataBase>& history,
+                                const std::shared_ptr<KSDataFeature>& feature);
+  std::shared_ptr<KSRuleDataBase> GetRuleData() const { return ruleData_; }
+  std::shared_ptr<HistoryDataBase> GetHistoryData() const { return history_; }
+  std::shared_ptr<KSDataFeature> GetDataFeature() const { return feature_; }
+  /// Number of points; 0 without a history. (The name is part of the interface as it is
+  /// spelled.)
+  std::int32_t GetHisotryCount() const;
+  /// The parameter text; "" without rule data.
+  std::string GetRuleParam() const;
+  /// The golden value as JSON text; "" without rule data.
+  std::string GetRuleKSValue() const;
+  /// Seconds since the epoch; 0 without rule data.
+  std::int64_t GetRuleKSValueTime() const;
+  /// Writes type, parameter and history text back into the definition and answers it;
+  /// empty when there is none.
+  std::shared_ptr<RuleDefinitionData> GetRuleDefineData();
+
+ protected:
+  std::shared_ptr<HistoryDataBase> history_;
+  std::shared_ptr<KSRuleDataBase> ruleData_;
+  std::shared_ptr<KSDataFeature> feature_;
+  std::shared_ptr<RuleDefinitionData> ruleDefine_;
+  std::string domainId_;
+
+ private:
+  EnumRuleType ruleType_;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_MODEL_IRULEBASE_H

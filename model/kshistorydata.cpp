@@ -1,0 +1,144 @@
+#include "model/kshistorydata.h"
+
+#include <algorithm>
+#include <type_traits>
+#include <utility>
+
+#include "model/history_element.h"
+#include "model/history_layout.h"
+#include "platform/json_reader.h"
+#include "platform/json_value.h"
+
+namespace keelstone {
+
+HistoryDataBase::~HistoryDataBase() = default;
+bool HistoryDataBase::FromString(const std::string&) { return false; }
+std::string HistoryDataBase::ToString() const { return {}; }
+std::int32_t HistoryDataBase::GetDataCount() const { return 0; }
+void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) {}
+void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
+std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
+
+void HistoryListText::DropFront(std::size_t count) {
+  for (; count > 0 && size() > 0; --count) {
+    // Strings may hold braces: hop over them, from quote to quote.
+    std::size_t at = text_.find_first_of("\"}", begin_);
+    while (at != std::string::npos && text_[at] == '"') {
+      at = text_.find_first_of("\"\\", at + 1);
+      while (at != std::string::npos && text_[at] == '\\') at = text_.find_first_of("\"\\", at + 2);
+      if (at != std::string::npos) at = text_.find_first_of("\"}", at + 1);
+    }
+    if (at == std::string::npos) return Clear();
+    begin_ = std::min(at + 2, text_.size());  // the brace and the comma after it
+  }
+}
+
+std::string& HistoryListText::NextElement() {
+  if (size() == 0) {
+    Clear();
+  } else {
+    text_ += ',';
+  }
+  return text_;
+}
+
+void HistoryListText::Clear() noexcept {
+  text_.clear();
+  begin_ = 0;
+}
+
+template <class Point>
+bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
+  HistoryLayout layout(text);
+  if (!layout.SkipHead(dataType)) return false;
+  const std::size_t before = points_.size();
+  const char* const listBegin = layout.position();
+  bool isSound = true;
+  do {
+    Point point;
+    isSound = ReadElement(layout, point);
+    if (isSound) points_.push_back(std::move(point));
+  } while (isSound && layout.Skip(','));
+  const char* const listEnd = layout.position();
+  if (!isSound || !layout.SkipTail()) {
+    points_.resize(before);
+    return false;
+  }
+  if (hasListText_) {
+    listText_.NextElement().append(listBegin, static_cast<std::size_t>(listEnd - listBegin));
+  }
+  return true;
+}
+
+template <class Point>
+bool PointHistory<Point>::FromString(const std::string& text) {
+  if (FromOwnLayout(text)) return true;
+  JsonValue document;
+  if (!JsonReader::Parse(text, document)) return false;
+  try {
+    const JsonValue& constant = document;
+    if (constant["dataType"].asInt() != dataType) return false;
+    const JsonValue& list = constant["dataList"];
+    if (!list.isArray()) return false;
+    hasListText_ = false;
+    listText_.Clear();
+    for (const JsonValue& element : list) {
+      Point point;
+      ReadElement(element, point);
+      points_.push_back(std::move(point));
+    }
+    return true;
+  } catch (const JsonError&) {
+    return false;
+  }
+}
+
+template <class Point>
+std::string PointHistory<Point>::ToString() const {
+  if (points_.empty()) return {};
+  if (hasListText_) return HistoryText(dataType, listText_.view());
+  HistoryListText list;
+  for (const Point& point : points_) AppendElement(list.NextElement(), point);
+  return HistoryText(dataType, list.view());
+}
+
+template <class Point>
+std::int32_t PointHistory<Point>::GetDataCount() const {
+  return static_cast<std::int32_t>(points_.size());
+}
+
+template <class Point>
+void PointHistory<Point>::AddData(const std::shared_ptr<KSDataBase>& point, std::int32_t maxCount) {
+  const auto* const added = dynamic_cast<const Point*>(point.get());
+  if (added == nullptr) return;
+  const std::size_t kept = maxCount < 1 ? 0 : static_cast<std::size_t>(maxCount) - 1;
+  if (points_.size() > kept) {
+    const std::size_t dropped = points_.size() - kept;
+    points_.erase(points_.begin(), points_.begin() + static_cast<std::ptrdiff_t>(dropped));
+    if (hasListText_) listText_.DropFront(dropped);
+  }
+  points_.push_back(*added);
+  if (hasListText_) AppendElement(listText_.NextElement(), *added);
+}
+
+template <class Point>
+void PointHistory<Point>::GetDataValue(const std::shared_ptr<KSDataBase>& point,
+                                       std::string& text) const {
+  const auto* const valued = dynamic_cast<const Point*>(point.get());
+  if (valued != nullptr) text = ValueText(*valued);
+}
+
+template <class Point>
+std::int64_t PointHistory<Point>::GetLastTime() const {
+  constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
+  if (points_.empty()) return kIsText ? -1 : 0;
+  return points_.back().time;
+}
+
+template class PointHistory<KSDataPoint<std::int64_t>>;
+template class PointHistory<KSDataPoint<float>>;
+template class PointHistory<KSDataPoint<double>>;
+template class PointHistory<KSDataPoint<std::string>>;
+template class PointHistory<KSTableDataPoint>;
+
+}  // namespace keelstone

@@ -1,0 +1,94 @@
+#ifndef KEELSTONE_MODEL_NUMERIC_EQUAL_RULE_H
+#define KEELSTONE_MODEL_NUMERIC_EQUAL_RULE_H
+
+#include <cstdint>
+
+#include "model/history_steps.h"
+#include "model/numeric_rule.h"
+
+namespace keelstone {
+
+/// The value should stay what it is: learned from histories whose successive values
+/// mostly do not change.
+template <class T>
+class NumericEqualRule final : public NumericRule<T, IntEqualData> {
+  using Base = NumericRule<T, IntEqualData>;
+
+ public:
+  using typename Base::Data;
+
+  explicit NumericEqualRule(EnumRuleType type = kIntEqual) : Base(type) {}
+
+  bool CheckRule(const std::string& domainId) override {
+    this->domainId_ = domainId;
+    const auto lesson = this->Prepare(domainId);
+    if (lesson.feature == nullptr || !lesson.settings->intEqual) return false;
+    const auto& settings = *lesson.settings->intEqual;
+    const bool fits = isLessCountCondition_ ? FitsLessCount(*lesson.feature, settings)
+                                            : FitsFullCount(*lesson.feature, settings);
+    return fits && this->Accept(domainId);
+  }
+
+  bool UpdateRule() override {
+    Data* const data = this->RuleData();
+    if (data == nullptr) return false;
+    const auto settings = DomainRuleSettings(this->domainId_);
+    if (const auto* const stable = StablePoint(settings ? settings->intEqual.get() : nullptr)) {
+      data->value = stable->value;
+      data->golden = *stable;
+    }
+    return true;
+  }
+
+  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
+    return this->TakeGoldenIf(point, [](const Data& data, T value) { return value == data.value; });
+  }
+
+  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
+    return this->AlertIf(point, [](const Data& data, T value) { return value != data.value; });
+  }
+
+  void setIsLessCountCondition(bool lessCount) override { isLessCountCondition_ = lessCount; }
+
+ private:
+  using Feature = KSNumercialDataFeature<T>;
+  using Settings = KSIntEqualRuleSetting;
+
+  // The number of differences, rounded through single precision as the thresholds expect.
+  static double Differences(const Feature& feature) {
+    return static_cast<double>(static_cast<float>(feature.count - 1));
+  }
+
+  static bool HasFewValues(const Feature& feature, const Settings& settings) {
+    return static_cast<std::int64_t>(feature.valueCounts.size()) <= settings.valueStatusCount;
+  }
+
+  bool FitsLessCount(const Feature& feature, const Settings& settings) const {
+    const double differences = Differences(feature);
+    if (feature.count >= settings.dataCountThreshold) {
+      // Exactly the ratio is enough here, and not enough below.
+      return !(differences * settings.condition0DeltaEZero > feature.zeroDeltaCount);
+    }
+    return feature.count > settings.dataCountMinLimit && HasFewValues(feature, settings) &&
+           differences * settings.condition1DeltaEZero < feature.zeroDeltaCount &&
+           StablePoint(&settings) != nullptr;
+  }
+
+  static bool FitsFullCount(const Feature& feature, const Settings& settings) {
+    return feature.count >= settings.dataCountThreshold && HasFewValues(feature, settings) &&
+           Differences(feature) * settings.condition2DeltaEZero < feature.zeroDeltaCount;
+  }
+
+  const KSDataPoint<T>* StablePoint(const Settings* settings) const {
+    const auto* const history = this->History();
+    if (history == nullptr) return nullptr;
+    return NewestStablePoint(history->points(),
+                             settings == nullptr ? 3 : settings->countEqualValueLimit);
+  }
+
+  bool isLessCountCondition_ = false;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_MODEL_NUMERIC_EQUAL_RULE_H

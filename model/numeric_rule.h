@@ -1,0 +1,143 @@
+#ifndef KEELSTONE_MODEL_NUMERIC_RULE_H
+#define KEELSTONE_MODEL_NUMERIC_RULE_H
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "calc/rulesettings.h"
+#include "model/irulebase.h"
+#include "model/ksdatafeature.h"
+#include "model/kshistorydata.h"
+#include "model/ksruledata.h"
+#include "model/numeric_traits.h"
+#include "platform/json_reader.h"
+#include "platform/json_value.h"
+
+namespace keelstone {
+
+// How each kind of rule data reads its parameter. A refused conversion throws JsonError
+// before anything is changed.
+template <class T>
+void ReadParam(const JsonValue& param, IntEqualData<T>& data) {
+  data.value = NumericTraits<T>::Read(param["ruleParam"]);
+}
+
+template <class T>
+void ReadParam(const JsonValue& param, IntEnumData<T>& data) {
+  const JsonValue& list = param["ruleParam"];
+  boost::container::flat_set<T> values;
+  if (list.isArray()) {
+    for (const JsonValue& value : list) values.insert(NumericTraits<T>::Read(value));
+  }
+  data.values = std::move(values);
+}
+
+template <class T>
+void ReadParam(const JsonValue& param, IntRangeData<T>& data) {
+  const T maxValue = NumericTraits<T>::Read(param["maxValue"]);
+  data.minValue = NumericTraits<T>::Read(param["minValue"]);
+  data.maxValue = maxValue;
+}
+
+/// What all numeric rules share: the value type T, the class of their rule data, reading
+/// a stored definition, and the preconditions of learning.
+template <class T, template <class> class DataTemplate>
+class NumericRule : public IRuleBase {
+ public:
+  using Traits = NumericTraits<T>;
+  using Data = DataTemplate<T>;
+  using Point = KSDataPoint<T>;
+
+  using IRuleBase::IRuleBase;
+
+  void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+            const std::string& domainId) override {
+    if (!ruleDefine) return;
+    const auto history = std::make_shared<typename Traits::History>();
+    history_ = history;
+    if (!ruleDefine->history.empty() && !history->FromString(ruleDefine->history)) return;
+    const auto feature = std::make_shared<KSNumercialDataFeature<T>>();
+    feature_ = feature;
+    if (!feature->Calculate(history)) return;
+    ruleData_ = BuildData(ruleDefine->ruleParam);
+    ruleDefine_ = ruleDefine;
+    domainId_ = domainId;
+  }
+
+ protected:
+  /// Told whether a parameter text that parses has the member "ruleParam".
+  virtual void NoteHasParameter(bool) {}
+
+  /// What a learning test looks at; `feature` is nullptr when there is nothing to learn
+  /// from.
+  struct Lesson {
+    const KSNumercialDataFeature<T>* feature = nullptr;
+    std::shared_ptr<const RuleSettings> settings;
+  };
+
+  Lesson Prepare(const std::string& domainId) const {
+    Lesson lesson;
+    if (GetHisotryCount() == 0) return lesson;
+    lesson.settings = DomainRuleSettings(domainId);
+    if (lesson.settings) lesson.feature = Feature();
+    return lesson;
+  }
+
+  bool Accept(const std::string& domainId) {
+    ruleData_ = BuildData({});
+    domainId_ = domainId;
+    return true;
+  }
+
+  const NumercialHistoryData<T>* History() const {
+    return dynamic_cast<const NumercialHistoryData<T>*>(history_.get());
+  }
+  const KSNumercialDataFeature<T>* Feature() const {
+    return dynamic_cast<const KSNumercialDataFeature<T>*>(feature_.get());
+  }
+  Data* RuleData() const { return dynamic_cast<Data*>(ruleData_.get()); }
+  static const Point* AsPoint(const std::shared_ptr<KSDataBase>& point) {
+    return dynamic_cast<const Point*>(point.get());
+  }
+
+  /// Makes the point the golden one when the rule data and the point are of this type and
+  /// `fits(data, value)` says so.
+  template <class Predicate>
+  bool TakeGoldenIf(const std::shared_ptr<KSDataBase>& point, Predicate fits) {
+    Data* const data = RuleData();
+    const Point* const number = AsPoint(point);
+    if (data == nullptr || number == nullptr || !fits(*data, number->value)) return false;
+    data->golden = *number;
+    return true;
+  }
+
+  /// Whether `breaks(data, value)` for rule data and a point of this type.
+  template <class Predicate>
+  bool AlertIf(const std::shared_ptr<KSDataBase>& point, Predicate breaks) const {
+    const Data* const data = RuleData();
+    const Point* const number = AsPoint(point);
+    return data != nullptr && number != nullptr && breaks(*data, number->value);
+  }
+
+ private:
+  /// Rule data with the starting values, then with the parameter as far as the text gives
+  /// it.
+  std::shared_ptr<Data> BuildData(const std::string& paramText) {
+    auto data = std::make_shared<Data>();
+    JsonValue param;
+    if (paramText.empty() || !JsonReader::Parse(paramText, param)) return data;
+    try {
+      const JsonValue& constant = param;
+      NoteHasParameter(constant.isObject() && constant.isMember("ruleParam"));
+      ReadParam(constant, *data);
+    } catch (const JsonError&) {
+      // The starting values stand.
+    }
+    return data;
+  }
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_MODEL_NUMERIC_RULE_H

@@ -1,0 +1,256 @@
+#include "platform/cppsqlite3.h"
+
+#include <sqlite3.h>
+
+#include <limits>
+#include <utility>
+
+#include "platform/strings.h"
+
+namespace keelstone {
+
+namespace {
+
+[[noreturn]] void Fail(int code, const char* operation, const char* reason) {
+  throw CppSQLite3Exception(code, std::string(operation) + ": " + reason);
+}
+
+[[noreturn]] void Fail(sqlite3* db, const char* operation) {
+  Fail(sqlite3_extended_errcode(db), operation, sqlite3_errmsg(db));
+}
+
+/// Throws unless `code`, the answer of a call on `statement`, is SQLITE_OK.
+void Check(int code, sqlite3_stmt* statement, const char* operation) {
+  if (code == SQLITE_OK) return;
+  if (statement == nullptr) Fail(code, operation, "the statement is finalised");
+  // The connection's text belongs to its last failed call, which a refused parameter
+  // number or a misuse is not always.
+  sqlite3* const db = sqlite3_db_handle(statement);
+  const bool isLast = (sqlite3_extended_errcode(db) & 0xFF) == (code & 0xFF);
+  Fail(code, operation, isLast ? sqlite3_errmsg(db) : sqlite3_errstr(code));
+}
+
+/// Takes one step; true on a row. At the end and on an error the statement is reset, so
+/// that it holds no lock and can be bound and run again.
+bool Step(sqlite3_stmt* statement, const char* operation) {
+  const int code = sqlite3_step(statement);
+  if (code == SQLITE_ROW) return true;
+  if (code == SQLITE_DONE) {
+    sqlite3_reset(statement);
+    return false;
+  }
+  const CppSQLite3Exception failure(
+      code, std::string(operation) + ": " + sqlite3_errmsg(sqlite3_db_handle(statement)));
+  sqlite3_reset(statement);
+  throw failure;
+}
+
+void BindText(sqlite3_stmt* statement, int parameter, std::string_view text,
+              sqlite3_destructor_type lifetime) {
+  // Without an address SQLite would bind NULL.
+  const char* const bytes = text.data() != nullptr ? text.data() : "";
+  Check(statement == nullptr
+            ? SQLITE_MISUSE
+            : sqlite3_bind_text64(statement, parameter, bytes, text.size(), lifetime, SQLITE_UTF8),
+        statement, "bind text");
+}
+
+}  // namespace
+
+CppSQLite3Exception::CppSQLite3Exception(int code, std::string message)
+    : code_(code), message_(std::move(message)) {}
+
+// ---- Query
+
+CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* statement) : statement_(statement) {
+  atEnd_ = !Step(statement_, "execQuery");
+}
+
+void CppSQLite3Query::nextRow() {
+  if (atEnd_) return;
+  atEnd_ = true;  // also when the step fails
+  atEnd_ = !Step(statement_, "nextRow");
+}
+
+int CppSQLite3Query::numFields() const { return sqlite3_column_count(statement_); }
+
+int CppSQLite3Query::fieldIndex(std::string_view name) const {
+  const int fields = numFields();
+  for (int field = 0; field < fields; ++field) {
+    const char* const column = sqlite3_column_name(statement_, field);
+    if (column != nullptr && name == column) return field;
+  }
+  throw CppSQLite3Exception(SQLITE_RANGE, "fieldIndex: no column named " + std::string(name));
+}
+
+void CppSQLite3Query::Require(int field) const {
+  if (atEnd_) Fail(SQLITE_MISUSE, "read field", "no more rows");
+  if (field < 0 || field >= numFields()) Fail(SQLITE_RANGE, "read field", "no such column");
+}
+
+bool CppSQLite3Query::fieldIsNull(int field) const {
+  Require(field);
+  return sqlite3_column_type(statement_, field) == SQLITE_NULL;
+}
+
+int CppSQLite3Query::getIntField(int field, int nullValue) const {
+  return fieldIsNull(field) ? nullValue : sqlite3_column_int(statement_, field);
+}
+
+int CppSQLite3Query::getIntField(std::string_view name, int nullValue) const {
+  return getIntField(fieldIndex(name), nullValue);
+}
+
+std::int64_t CppSQLite3Query::getInt64Field(int field, std::int64_t nullValue) const {
+  return fieldIsNull(field) ? nullValue : sqlite3_column_int64(statement_, field);
+}
+
+std::string_view CppSQLite3Query::getStringField(int field, std::string_view nullValue) const {
+  if (fieldIsNull(field)) return nullValue;
+  // The text first: asking for it may convert the value and change its length.
+  const unsigned char* const bytes = sqlite3_column_text(statement_, field);
+  if (bytes == nullptr) Fail(SQLITE_NOMEM, "read field", sqlite3_errstr(SQLITE_NOMEM));
+  const int size = sqlite3_column_bytes(statement_, field);
+  return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+}
+
+std::string_view CppSQLite3Query::getStringField(std::string_view name,
+                                                 std::string_view nullValue) const {
+  return getStringField(fieldIndex(name), nullValue);
+}
+
+// ---- Statement
+
+CppSQLite3Statement::CppSQLite3Statement(CppSQLite3Statement&& other) noexcept
+    : statement_(std::exchange(other.statement_, nullptr)) {}
+
+CppSQLite3Statement& CppSQLite3Statement::operator=(CppSQLite3Statement&& other) noexcept {
+  if (this != &other) {
+    finalize();
+    statement_ = std::exchange(other.statement_, nullptr);
+  }
+  return *this;
+}
+
+CppSQLite3Statement::~CppSQLite3Statement() { finalize(); }
+
+void CppSQLite3Statement::bind(int parameter, std::string_view text) {
+  BindText(statement_, parameter, text, SQLITE_TRANSIENT);
+}
+
+void CppSQLite3Statement::bindStatic(int parameter, std::string_view text) {
+  BindText(statement_, parameter, text, SQLITE_STATIC);
+}
+
+void CppSQLite3Statement::bind(int parameter, int value) {
+  bind(parameter, static_cast<std::int64_t>(value));
+}
+
+void CppSQLite3Statement::bind(int parameter, std::int64_t value) {
+  Check(sqlite3_bind_int64(statement_, parameter, value), statement_, "bind integer");
+}
+
+void CppSQLite3Statement::bindNull(int parameter) {
+  Check(sqlite3_bind_null(statement_, parameter), statement_, "bind null");
+}
+
+int CppSQLite3Statement::execDML() {
+  if (statement_ == nullptr) Fail(SQLITE_MISUSE, "execDML", "the statement is finalised");
+  reset();
+  sqlite3* const db = sqlite3_db_handle(statement_);
+  const sqlite3_int64 before = sqlite3_total_changes64(db);
+  while (Step(statement_, "execDML")) {
+  }
+  // Statements that change no rows leave SQLite's count as it was.
+  return sqlite3_total_changes64(db) == before ? 0 : sqlite3_changes(db);
+}
+
+CppSQLite3Query CppSQLite3Statement::execQuery() {
+  if (statement_ == nullptr) Fail(SQLITE_MISUSE, "execQuery", "the statement is finalised");
+  reset();
+  return CppSQLite3Query(statement_);
+}
+
+void CppSQLite3Statement::reset() {
+  // The answer repeats the error of the last step, which has been thrown already.
+  sqlite3_reset(statement_);
+}
+
+void CppSQLite3Statement::finalize() noexcept {
+  sqlite3_finalize(std::exchange(statement_, nullptr));
+}
+
+// ---- DB
+
+CppSQLite3DB::~CppSQLite3DB() { close(); }
+
+void CppSQLite3DB::open(const std::string& file, Mode mode) {
+  close();
+  int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  switch (mode) {
+    case Mode::kReadOnly:
+      flags |= SQLITE_OPEN_READONLY;
+      break;
+    case Mode::kReadWrite:
+      flags |= SQLITE_OPEN_READWRITE;
+      break;
+    case Mode::kCreate:
+      flags |= SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+      break;
+  }
+  if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
+    const CppSQLite3Exception failure(
+        db_ != nullptr ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM,
+        "open " + file + ": " + (db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory"));
+    close();
+    throw failure;
+  }
+  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+  // Statements quote texts with double quotes: what names no column is a literal,
+  // however the library was built.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 1, nullptr);
+}
+
+void CppSQLite3DB::close() noexcept {
+  // Statements that still live keep the connection until the last is finalised.
+  sqlite3_close_v2(std::exchange(db_, nullptr));
+}
+
+void CppSQLite3DB::RequireOpen() const {
+  if (db_ == nullptr) Fail(SQLITE_MISUSE, "use of a database", "it is not open");
+}
+
+bool CppSQLite3DB::tableExists(const std::string& table) {
+  CppSQLite3Statement statement = compileStatement(
+      "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
+  statement.bind(1, table);
+  return !statement.execQuery().eof();
+}
+
+int CppSQLite3DB::execDML(const std::string& sql) { return compileStatement(sql).execDML(); }
+
+CppSQLite3Statement CppSQLite3DB::compileStatement(const std::string& sql) {
+  RequireOpen();
+  constexpr auto kMaxLength = static_cast<std::size_t>(std::numeric_limits<int>::max()) - 1;
+  if (sql.size() > kMaxLength) Fail(SQLITE_TOOBIG, "compile", sqlite3_errstr(SQLITE_TOOBIG));
+  sqlite3_stmt* compiled = nullptr;
+  const char* rest = nullptr;
+  // The length includes the terminating NUL, which saves SQLite a copy.
+  const int length = static_cast<int>(sql.size()) + 1;
+  if (sqlite3_prepare_v2(db_, sql.c_str(), length, &compiled, &rest) != SQLITE_OK) {
+    Fail(db_, "compile");
+  }
+  CppSQLite3Statement statement(compiled);
+  if (compiled == nullptr) Fail(SQLITE_MISUSE, "compile", "no statement in the text");
+  if (!Trim(rest, " \t\r\n;").empty()) {
+    Fail(SQLITE_MISUSE, "compile", "more than one statement in the text");
+  }
+  return statement;
+}
+
+std::string CppSQLite3DB::errorMessage() const {
+  return db_ != nullptr ? sqlite3_errmsg(db_) : "the database is not open";
+}
+
+}  // namespace keelstone

@@ -1,0 +1,377 @@
+#include "platform/json_reader.h"
+
+#include <algorithm>
+#include <boost/json/basic_parser_impl.hpp>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/json_node.h"
+#include "platform/numbers.h"
+#include "platform/utf8.h"
+
+namespace keelstone {
+
+JsonHandler::~JsonHandler() = default;
+
+namespace {
+
+/// Builds the value that a text holds: finished values wait on a stack until the end of
+/// their array or object says how many belong to it.
+class TreeBuilder {
+ public:
+  JsonValue Take() { return std::move(values_.back()); }
+
+  bool Null() { return Push(JsonValue()); }
+  bool Bool(bool value) { return Push(JsonValue(value)); }
+  bool Integer(std::int64_t value, std::string_view) { return Push(JsonValue(value)); }
+  bool Integer(std::uint64_t value, std::string_view) { return Push(JsonValue(value)); }
+  bool Real(std::string_view text) {
+    const auto value = LeadingDouble(text);
+    return value.has_value() && Push(JsonValue(*value));
+  }
+  bool String(std::string_view bytes) { return Push(JsonValue(bytes)); }
+  bool Key(std::string_view bytes) {
+    keys_.emplace_back(bytes);
+    return true;
+  }
+  bool ArrayBegin() { return true; }
+  bool ObjectBegin() { return true; }
+
+  bool ArrayEnd(std::size_t count) {
+    auto node = std::make_unique<JsonArrayNode>();
+    const auto first = values_.end() - static_cast<std::ptrdiff_t>(count);
+    node->elements.assign(std::make_move_iterator(first), std::make_move_iterator(values_.end()));
+    values_.erase(first, values_.end());
+    return Push(JsonNodes::Value(std::move(node)));
+  }
+
+  bool ObjectEnd(std::size_t count) {
+    auto node = std::make_unique<JsonObjectNode>();
+    node->Reserve(count);
+    const auto firstValue = values_.end() - static_cast<std::ptrdiff_t>(count);
+    const auto firstKey = keys_.end() - static_cast<std::ptrdiff_t>(count);
+    for (auto value = firstValue, end = values_.end(); value != end; ++value) {
+      std::string& key = firstKey[value - firstValue];
+      const std::size_t position = node->Find(key);
+      if (position == JsonObjectNode::kNowhere) {
+        node->Add(std::move(key), std::move(*value));
+      } else {
+        node->members[position].value = std::move(*value);
+      }
+    }
+    values_.erase(firstValue, values_.end());
+    keys_.erase(firstKey, keys_.end());
+    return Push(JsonNodes::Value(std::move(node)));
+  }
+
+ private:
+  bool Push(JsonValue&& value) {
+    values_.push_back(std::move(value));
+    return true;
+  }
+
+  std::vector<JsonValue> values_;
+  std::vector<std::string> keys_;
+};
+
+/// Hands on to a JsonHandler.
+class HandlerSink {
+ public:
+  explicit HandlerSink(JsonHandler& handler) : handler_(handler) {}
+
+  bool Null() { return handler_.OnNull(); }
+  bool Bool(bool value) { return handler_.OnBool(value); }
+  template <class Integral>
+  bool Integer(Integral, std::string_view text) {
+    return handler_.OnNumber(text);
+  }
+  bool Real(std::string_view text) { return handler_.OnNumber(text); }
+  bool String(std::string_view bytes) { return handler_.OnString(bytes); }
+  bool Key(std::string_view bytes) { return handler_.OnKey(bytes); }
+  bool ArrayBegin() { return handler_.OnArrayBegin(); }
+  bool ArrayEnd(std::size_t) { return handler_.OnArrayEnd(); }
+  bool ObjectBegin() { return handler_.OnObjectBegin(); }
+  bool ObjectEnd(std::size_t) { return handler_.OnObjectEnd(); }
+
+ private:
+  JsonHandler& handler_;
+};
+
+/// The parser's handler: puts strings together that come in parts, restores the text of
+/// numbers and passes over what an earlier run has delivered.
+template <class Sink>
+class Events {
+ public:
+  using string_view = boost::json::string_view;
+  using error_code = boost::json::error_code;
+
+  static constexpr std::size_t max_array_size = std::numeric_limits<std::size_t>::max();
+  static constexpr std::size_t max_object_size = max_array_size;
+  static constexpr std::size_t max_string_size = max_array_size;
+  static constexpr std::size_t max_key_size = max_array_size;
+
+  /// `parsed` is what the parser reads, `text` the same with nothing made plain.
+  Events(Sink& sink, std::string_view parsed, std::string_view text, std::size_t delivered)
+      : sink_(sink), parsed_(parsed), text_(text), delivered_(delivered) {}
+
+  bool on_document_begin(error_code&) { return true; }
+  bool on_document_end(error_code&) { return true; }
+  bool on_null(error_code& failure) {
+    return Deliver(failure, [&] { return sink_.Null(); });
+  }
+  bool on_bool(bool value, error_code& failure) {
+    return Deliver(failure, [&] { return sink_.Bool(value); });
+  }
+
+  // Parts of a number come only where it breaks off with the text, which is an error.
+  bool on_number_part(string_view, error_code&) { return true; }
+  bool on_int64(std::int64_t value, string_view number, error_code& failure) {
+    return Deliver(failure, [&] { return sink_.Integer(value, TextOf(number)); });
+  }
+  bool on_uint64(std::uint64_t value, string_view number, error_code& failure) {
+    return Deliver(failure, [&] { return sink_.Integer(value, TextOf(number)); });
+  }
+  // The parser's double is not the nearest one.
+  bool on_double(double, string_view number, error_code& failure) {
+    return Deliver(failure, [&] {
+      const std::string_view real = TextOf(number);
+      if (sink_.Real(real)) return true;
+      refusedNumber_ = static_cast<std::size_t>(real.data() - text_.data());
+      return false;
+    });
+  }
+
+  bool on_string_part(string_view part, std::size_t, error_code&) { return KeepPart(part); }
+  bool on_key_part(string_view part, std::size_t, error_code&) { return KeepPart(part); }
+  bool on_string(string_view last, std::size_t, error_code& failure) {
+    if (parts_.empty()) {
+      return Deliver(failure, [&] { return sink_.String(std::string_view(last)); });
+    }
+    parts_.append(last.data(), last.size());
+    const bool goOn = Deliver(failure, [&] { return sink_.String(std::string_view(parts_)); });
+    parts_.clear();
+    return goOn;
+  }
+  bool on_key(string_view last, std::size_t, error_code& failure) {
+    if (parts_.empty()) {
+      return Deliver(failure, [&] { return sink_.Key(std::string_view(last)); });
+    }
+    parts_.append(last.data(), last.size());
+    const bool goOn = Deliver(failure, [&] { return sink_.Key(std::string_view(parts_)); });
+    parts_.clear();
+    return goOn;
+  }
+
+  bool on_array_begin(error_code& failure) {
+    return Deliver(failure, [&] { return sink_.ArrayBegin(); });
+  }
+  bool on_array_end(std::size_t count, error_code& failure) {
+    return Deliver(failure, [&] { return sink_.ArrayEnd(count); });
+  }
+  bool on_object_begin(error_code& failure) {
+    return Deliver(failure, [&] { return sink_.ObjectBegin(); });
+  }
+  bool on_object_end(std::size_t count, error_code& failure) {
+    return Deliver(failure, [&] { return sink_.ObjectEnd(count); });
+  }
+
+  bool on_comment_part(string_view, error_code&) { return true; }
+  bool on_comment(string_view, error_code&) { return true; }
+
+  bool BrokeOff() const { return brokeOff_; }
+  std::size_t Delivered() const { return count_; }
+  std::size_t RefusedNumber() const { return refusedNumber_; }
+
+ private:
+  template <class Event>
+  bool Deliver(error_code& failure, Event event) {
+    if (count_ < delivered_ || event()) {
+      ++count_;
+      return true;
+    }
+    brokeOff_ = true;
+    failure = boost::json::error::exception;
+    return false;
+  }
+
+  bool KeepPart(string_view part) {
+    parts_.append(part.data(), part.size());
+    return true;
+  }
+
+  std::string_view TextOf(string_view number) const {
+    return text_.substr(static_cast<std::size_t>(number.data() - parsed_.data()), number.size());
+  }
+
+  Sink& sink_;
+  const std::string_view parsed_;
+  const std::string_view text_;
+  const std::size_t delivered_;  // by an earlier run
+  std::size_t count_ = 0;
+  std::size_t refusedNumber_ = 0;
+  bool brokeOff_ = false;
+  std::string parts_;
+};
+
+bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+
+/// Puts blanks in place of comments and short exponents in place of long ones, byte for
+/// byte, so that places in the text stay where they are. Done here because the parser
+/// refuses "/***/", takes "[1,/**/]" and refuses exponents beyond 32 bits. What stands
+/// outside the JSON grammar stays outside.
+class PlainText {
+ public:
+  static std::string Of(std::string_view text, bool allowComments) {
+    PlainText plain(text);
+    plain.Run(allowComments);
+    return std::move(plain.text_);
+  }
+
+  /// Whether there may be a comment; "//" and "/*" stand in strings, too.
+  static bool MayHoldComment(std::string_view text) noexcept {
+    for (std::size_t at = text.find('/'); at != std::string_view::npos;
+         at = text.find('/', at + 1)) {
+      if (at + 1 < text.size() && (text[at + 1] == '/' || text[at + 1] == '*')) return true;
+    }
+    return false;
+  }
+
+ private:
+  explicit PlainText(std::string_view text) : text_(text) {}
+
+  void Run(bool allowComments) {
+    std::size_t at = 0;
+    while (at < text_.size()) {
+      const char c = text_[at];
+      if (c == '"') {
+        at = PassString(at);
+      } else if (c == '/' && allowComments) {
+        at = BlankComment(at);
+      } else if (c == 'e' || c == 'E') {
+        at = ShortenExponent(at);
+      } else {
+        ++at;
+      }
+    }
+  }
+
+  std::size_t PassString(std::size_t at) const {
+    for (++at; at < text_.size() && text_[at] != '"'; ++at) {
+      if (text_[at] == '\\') ++at;
+    }
+    return at + 1;
+  }
+
+  /// An unfinished comment stays for the parser to refuse.
+  std::size_t BlankComment(std::size_t at) {
+    std::size_t end = at + 1;
+    if (text_.compare(at, 2, "//") == 0) {
+      end = std::min(text_.find('\n', at), text_.size());
+    } else if (text_.compare(at, 2, "/*") == 0) {
+      const std::size_t close = text_.find("*/", at + 2);
+      if (close == std::string::npos) return text_.size();
+      end = close + 2;
+    } else {
+      return end;
+    }
+    std::fill(text_.begin() + static_cast<std::ptrdiff_t>(at),
+              text_.begin() + static_cast<std::ptrdiff_t>(end), ' ');
+    return end;
+  }
+
+  std::size_t ShortenExponent(std::size_t at) {
+    constexpr std::size_t kLongest = 9;
+    ++at;
+    if (at < text_.size() && (text_[at] == '+' || text_[at] == '-')) ++at;
+    std::size_t end = at;
+    while (end < text_.size() && IsDigit(text_[end])) ++end;
+    if (end - at > kLongest) {
+      std::fill(text_.begin() + static_cast<std::ptrdiff_t>(at),
+                text_.begin() + static_cast<std::ptrdiff_t>(end), '0');
+    }
+    return end;
+  }
+
+  std::string text_;
+};
+
+/// How one run of the parser over a text ended.
+struct Outcome {
+  bool done = false;
+  bool brokeOff = false;      // by the sink
+  bool longExponent = false;  // the parser's own limit, not JSON's
+  std::size_t delivered = 0;
+  std::size_t refusedNumber = 0;
+  JsonParseError error;
+};
+
+template <class Sink>
+Outcome RunParser(std::string_view parsed, std::string_view text, Sink& sink,
+                  std::size_t delivered) {
+  boost::json::parse_options options;
+  options.max_depth = JsonReader::kMaxDepth;
+  options.allow_invalid_utf8 = true;  // judged before where it matters
+  boost::json::basic_parser<Events<Sink>> parser(options, sink, parsed, text, delivered);
+  boost::json::error_code failure;
+  const std::size_t used = parser.write_some(false, parsed.data(), parsed.size(), failure);
+  Outcome outcome;
+  outcome.brokeOff = parser.handler().BrokeOff();
+  outcome.delivered = parser.handler().Delivered();
+  outcome.refusedNumber = parser.handler().RefusedNumber();
+  outcome.longExponent = failure == boost::json::error::exponent_overflow;
+  outcome.done = !failure && used == parsed.size();
+  if (outcome.done || outcome.brokeOff) return outcome;
+  outcome.error = {used, failure ? failure.message() : "more after the value"};
+  return outcome;
+}
+
+template <class Sink>
+Outcome Read(std::string_view text, Sink& sink, const JsonReadOptions& options) {
+  // The parser counts digits in int.
+  if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    return {.error = {0, "text too large"}};
+  }
+  if (options.requireUtf8) {
+    const std::size_t invalid = FirstInvalidUtf8(text);
+    if (invalid != text.size()) return {.error = {invalid, "invalid UTF-8"}};
+  }
+  if (options.allowComments && PlainText::MayHoldComment(text)) {
+    return RunParser(PlainText::Of(text, true), text, sink, 0);
+  }
+  Outcome outcome = RunParser(text, text, sink, 0);
+  if (!outcome.longExponent) return outcome;
+  return RunParser(PlainText::Of(text, options.allowComments), text, sink, outcome.delivered);
+}
+
+}  // namespace
+
+bool JsonReader::Parse(std::string_view text, JsonValue& value, JsonParseError* error,
+                       const JsonReadOptions& options) {
+  TreeBuilder builder;
+  Outcome outcome = Read(text, builder, options);
+  if (outcome.done) {
+    value = builder.Take();
+    return true;
+  }
+  value = JsonValue();
+  if (outcome.brokeOff) {
+    outcome.error = {outcome.refusedNumber, "number beyond the range of a double"};
+  }
+  if (error != nullptr) *error = std::move(outcome.error);
+  return false;
+}
+
+bool JsonReader::Parse(std::string_view text, JsonHandler& handler, JsonParseError* error,
+                       const JsonReadOptions& options) {
+  HandlerSink sink(handler);
+  Outcome outcome = Read(text, sink, options);
+  if (outcome.done) return true;
+  if (!outcome.brokeOff && error != nullptr) *error = std::move(outcome.error);
+  return false;
+}
+
+}  // namespace keelstone

@@ -1,0 +1,180 @@
+#include "platform/numbers.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <system_error>
+
+namespace keelstone {
+namespace {
+
+constexpr double kTwoTo63 = 9223372036854775808.0;
+constexpr double kTwoTo53 = 9007199254740992.0;
+
+bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+
+bool IsHexDigit(char c) noexcept {
+  return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+/// What C's isspace takes for white space in its own locale.
+bool IsSpace(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+/// Drops white space and one sign from the start; true when the sign is a minus.
+bool TakeSign(std::string_view& text) noexcept {
+  while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
+  if (text.empty() || (text.front() != '-' && text.front() != '+')) return false;
+  const bool negative = text.front() == '-';
+  text.remove_prefix(1);
+  return negative;
+}
+
+/// The exponent written in `text` ("e+12"), kept within what can be added up safely.
+std::int64_t WrittenExponent(std::string_view text) noexcept {
+  constexpr std::int64_t kBound = std::int64_t{1} << 62;
+  if (text.empty()) return 0;
+  text.remove_prefix(1);
+  const std::int64_t value = AtollSaturated(text);
+  return std::clamp(value, -kBound, kBound);
+}
+
+/// Whether a number that no double holds is too large (and not too small). `text` is the
+/// unsigned number; each of its digits is worth `stepsPerDigit` steps of the exponent.
+bool IsTooLarge(std::string_view text, const char* exponentLetters, std::int64_t stepsPerDigit) {
+  const std::size_t letter = text.find_first_of(exponentLetters);
+  const std::string_view digits = text.substr(0, letter);
+  const std::size_t point = std::min(digits.find('.'), digits.size());
+  const std::size_t first = std::min(digits.find_first_not_of("0."), digits.size());
+  const std::int64_t place = static_cast<std::int64_t>(point) - static_cast<std::int64_t>(first);
+  const std::string_view exponent =
+      letter == std::string_view::npos ? std::string_view() : text.substr(letter);
+  return place * stepsPerDigit + WrittenExponent(exponent) > 0;
+}
+
+/// Reads the unsigned number at the start of `text`; too small a number gives 0.
+std::optional<double> ReadMagnitude(std::string_view text, std::chars_format format) noexcept {
+  const bool hex = format == std::chars_format::hex;
+  // from_chars would take a sign, "inf" and "nan" here.
+  if (text.empty() ||
+      !(text.front() == '.' || (hex ? IsHexDigit(text.front()) : IsDigit(text.front())))) {
+    return std::nullopt;
+  }
+  double value = 0.0;
+  const auto [end, failure] =
+      std::from_chars(text.data(), text.data() + text.size(), value, format);
+  if (failure == std::errc::invalid_argument) return std::nullopt;
+  if (failure == std::errc::result_out_of_range) {
+    const std::string_view number = text.substr(0, static_cast<std::size_t>(end - text.data()));
+    if (IsTooLarge(number, hex ? "pP" : "eE", hex ? 4 : 1)) return std::nullopt;
+    return 0.0;
+  }
+  return value;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> LeadingInt64(std::string_view text) noexcept {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  const bool negative = TakeSign(text);
+  if (text.empty() || !IsDigit(text.front())) return std::nullopt;
+  std::uint64_t magnitude = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
+  if (result.ec != std::errc() || magnitude > kLargest) {
+    return negative ? std::numeric_limits<std::int64_t>::min()
+                    : std::numeric_limits<std::int64_t>::max();
+  }
+  const auto value = static_cast<std::int64_t>(magnitude);
+  return negative ? -value : value;
+}
+
+std::optional<double> LeadingDouble(std::string_view text) noexcept {
+  const bool negative = TakeSign(text);
+  std::optional<double> magnitude;
+  if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+    magnitude = ReadMagnitude(text.substr(2), std::chars_format::hex);
+    // "0x" that no digit follows is the number 0 and a rest; a hexadecimal number that
+    // is too large has digits and is no number here.
+    const bool hasDigits =
+        IsHexDigit(text[2]) || (text[2] == '.' && text.size() > 3 && IsHexDigit(text[3]));
+    if (!magnitude && !hasDigits) magnitude = 0.0;
+  } else {
+    magnitude = ReadMagnitude(text, std::chars_format::general);
+  }
+  if (magnitude && negative) magnitude = -*magnitude;
+  return magnitude;
+}
+
+std::int64_t AtollSaturated(std::string_view text) noexcept {
+  return LeadingInt64(text).value_or(0);
+}
+
+std::int32_t AtoiLow32(std::string_view text) noexcept {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(AtollSaturated(text)));
+}
+
+double AtofFinite(std::string_view text) noexcept { return LeadingDouble(text).value_or(0.0); }
+
+namespace {
+
+template <class Integer>
+void AppendInteger(std::string& text, Integer value) {
+  char buffer[24];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+  text.append(buffer, result.ptr);
+}
+
+}  // namespace
+
+void AppendNumber(std::string& text, std::int64_t value) { AppendInteger(text, value); }
+
+void AppendNumber(std::string& text, std::uint64_t value) { AppendInteger(text, value); }
+
+void AppendNumber(std::string& text, double value) {
+  if (!std::isfinite(value)) {
+    text += "null";
+    return;
+  }
+  const double size = std::fabs(value);
+  char buffer[40];
+  char* const room = buffer + sizeof buffer - 2;
+  char* end = nullptr;
+  if (size < kTwoTo53 && size == std::trunc(size) && !std::signbit(value)) {
+    end = std::to_chars(buffer, room, static_cast<std::int64_t>(value)).ptr;
+    *end++ = '.';
+    *end++ = '0';
+  } else if (size == 0.0 || (size >= 1e-4 && size < 1e16)) {
+    end = std::to_chars(buffer, room, value, std::chars_format::fixed).ptr;
+    if (size == std::trunc(size)) {
+      *end++ = '.';
+      *end++ = '0';
+    }
+  } else {
+    end = std::to_chars(buffer, room, value, std::chars_format::scientific).ptr;
+  }
+  text.append(buffer, end);
+}
+
+std::int64_t SaturateToInt64(double value) noexcept {
+  if (std::isnan(value)) return 0;
+  if (value >= kTwoTo63) return std::numeric_limits<std::int64_t>::max();
+  if (value < -kTwoTo63) return std::numeric_limits<std::int64_t>::min();
+  return static_cast<std::int64_t>(value);
+}
+
+std::int32_t SaturateToInt32(std::int64_t value) noexcept {
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(
+      value, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
+}
+
+float NarrowToFloat(double value) noexcept {
+  // The largest double that rounds to the largest float; halfway and beyond is infinity.
+  constexpr double kHalfBeyond = 0x1.ffffffp127;
+  if (std::fabs(value) >= kHalfBeyond) {
+    return std::copysign(std::numeric_limits<float>::infinity(),
+                         static_cast<float>(value > 0 ? 1 : -1));
+  }
+  return static_cast<float>(value);
+}
+
+}  // namespace keelstone

@@ -1,0 +1,238 @@
+#include "storage/dbwritewrapper.h"
+
+#include <algorithm>
+#include <atomic>
+#include <boost/thread/thread.hpp>
+#include <exception>
+#include <list>
+#include <utility>
+
+#include "platform/ini_reader.h"
+#include "platform/logger.h"
+#include "storage/ksdomaindatamanager.h"
+#include "storage/pending_rows.h"
+#include "storage/table_frame.h"
+
+namespace keelstone {
+
+namespace {
+
+constexpr const char* kModule = "FS_Keelstone";
+constexpr const char* kFlushFunction = "DBWriteWrapper::ForceWriteDisk";
+constexpr const char* kSource = "dbwritewrapper";
+
+int ReadSetting(const char* key, int otherwise) {
+  return IniReader::GetInt("Keelstone", key, otherwise, "fix_frontserver.ini", "frontserver.ini");
+}
+
+// True while this thread flushes: a host's log callback runs inside a flush, and a flush
+// that it asks for would wait for the one it runs in.
+thread_local bool isFlushing = false;
+
+class FlushingMark {
+ public:
+  FlushingMark() noexcept { isFlushing = true; }
+  ~FlushingMark() { isFlushing = false; }
+  FlushingMark(const FlushingMark&) = delete;
+  FlushingMark& operator=(const FlushingMark&) = delete;
+};
+
+// Runs one step of a flush. What fails here is outside the tables, which catch and count
+// their own errors; the flush goes on with the next step.
+template <class Step>
+void RunStep(const Step& step) noexcept {
+  try {
+    step();
+  } catch (const std::exception& error) {
+    CountFailedWrite();
+    KS_LOG(kModule, kFlushFunction, kSource, kLogError, "c++ exception in rw:%s.", error.what());
+  } catch (...) {
+    CountFailedWrite();
+    KS_LOG(kModule, kFlushFunction, kSource, kLogError, "unkown error.");
+  }
+}
+
+std::shared_ptr<KSObjectRuleSql> TableOf(const std::string& domainId) {
+  return KSDomainDataManager::Instance()->GetKSDataManager(domainId)->GetObjectRuleTable();
+}
+
+// Calls `write` with `size` rows at a time, saying so.
+template <class Row, class Write>
+void WriteInBatches(const std::vector<const Row*>& rows, std::size_t size, const char* operation,
+                    const Write& write) {
+  for (std::size_t done = 0; done < rows.size();) {
+    const std::size_t count = std::min(size, rows.size() - done);
+    const auto first = rows.begin() + static_cast<std::ptrdiff_t>(done);
+    KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
+           "Force write cache data to data base. %s-%s: %d", operation,
+           count == size ? "batch" : "over", static_cast<int>(count));
+    write(std::vector<const Row*>(first, first + static_cast<std::ptrdiff_t>(count)));
+    done += count;
+  }
+}
+
+void WriteRulesInBatches(const std::string& domainId, const PendingGeneration& generation,
+                         std::size_t size) {
+  RunStep([&] {
+    const auto table = TableOf(domainId);
+    WriteInBatches(generation.RuleRows(), size, "SetRuleAlgParam",
+                   [&](const auto& rows) { table->WriteRuleRows(rows); });
+  });
+}
+
+void WriteHistoryInBatches(const std::string& domainId, const PendingGeneration& generation,
+                           std::size_t size) {
+  RunStep([&] {
+    const auto table = TableOf(domainId);
+    WriteInBatches(generation.HistoryRows(), size, "SetRuleHistoryData",
+                   [&](const auto& rows) { table->WriteHistoryRows(rows); });
+  });
+}
+
+// Writes a generation with one call a table; the number of its rows.
+int WriteWhole(const std::string& domainId, const PendingGeneration& generation) {
+  int written = 0;
+  RunStep([&] {
+    const auto table = TableOf(domainId);
+    const auto rules = generation.RuleRows();
+    if (!rules.empty()) table->WriteRuleRows(rules);
+    written += static_cast<int>(rules.size());
+    const auto history = generation.HistoryRows();
+    if (!history.empty()) table->WriteHistoryRows(history);
+    written += static_cast<int>(history.size());
+  });
+  return written;
+}
+
+}  // namespace
+
+struct DBWriteWrapper::State {
+  PendingRows pending;
+  int cacheTime = 0;           // s; set before the worker starts, like wakeAt
+  std::int64_t cacheSize = 1;  // rows; the worker flushes at once when so many are pending
+  std::int64_t wakeAt = 1;     // rows; the worker is notified from here on
+  Mutex wakeMutex;             // guards started; orders tests of the pending rows with
+  Condition wake;              // notifications, so that none is lost; innermost
+  bool started KS_GUARDED_BY(wakeMutex) = false;
+  // Never joined nor destroyed: the worker does not end.
+  boost::thread* worker = nullptr;
+
+  void WaitForRows();
+};
+
+void DBWriteWrapper::State::WaitForRows() {
+  const auto deadline = boost::chrono::steady_clock::now() + boost::chrono::seconds(cacheTime);
+  const MutexLock lock(wakeMutex);
+  if (cacheTime == 0) {
+    // Without a time to wait every row is due at once, and without rows nothing is.
+    while (pending.OpenRows() < wakeAt) wake.Wait(wakeMutex);
+    return;
+  }
+  while (pending.OpenRows() < wakeAt && wake.WaitUntil(wakeMutex, deadline)) {
+  }
+}
+
+DBWriteWrapper* DBWriteWrapper::Instance() {
+  static auto* const instance = new DBWriteWrapper;
+  return instance;
+}
+
+DBWriteWrapper::DBWriteWrapper() : state_(new State) {
+  state_->cacheTime = std::max(ReadSetting("CacheTime", 60), 0);
+  state_->cacheSize = std::max(ReadSetting("CacheSize", 10000), 1);
+  state_->wakeAt = state_->cacheTime == 0 ? 1 : state_->cacheSize;
+  try {
+    state_->worker = new boost::thread([this] { Work(); });
+  } catch (const std::exception& error) {
+    KS_LOG(kModule, "DBWriteWrapper::DBWriteWrapper", kSource, kLogError,
+           "The worker cannot be started, rows wait for a flush by the host: %s", error.what());
+    return;
+  }
+  const MutexLock lock(state_->wakeMutex);
+  while (!state_->started) state_->wake.Wait(state_->wakeMutex);
+}
+
+void DBWriteWrapper::Work() {
+  {
+    const MutexLock lock(state_->wakeMutex);
+    state_->started = true;
+    state_->wake.NotifyAll();
+  }
+  while (true) {
+    RunStep([this] {
+      state_->WaitForRows();
+      ForceWriteDisk();
+    });
+  }
+}
+
+void DBWriteWrapper::CacheData(const std::string& domainId, const std::string& unitKey,
+                               std::vector<ObjectRuleData> rules,
+                               std::vector<ObjectRuleHistoryData> history) {
+  state_->pending.Add(domainId, unitKey, std::move(rules), std::move(history));
+  if (state_->pending.OpenRows() < state_->wakeAt) return;
+  const MutexLock lock(state_->wakeMutex);
+  state_->wake.NotifyAll();
+}
+
+std::shared_ptr<RuleDefinitionData> DBWriteWrapper::GetCachedRuleDefinition(
+    const std::string& domainId, const std::string& unitKey, const std::string& interfaceValue,
+    const std::string& variableSource, const std::string& param,
+    const std::string& variableName) const {
+  return state_->pending.FindDefinition(domainId, unitKey,
+                                        {interfaceValue, variableSource, param, variableName});
+}
+
+int DBWriteWrapper::GetCachedHistoryData(const std::string& domainId, const std::string& unitKey,
+                                         const std::string& interfaceValue,
+                                         const std::string& variableSource,
+                                         const std::string& param, const std::string& variableName,
+                                         std::string& historyOut) const {
+  const PendingKey key{interfaceValue, variableSource, param, variableName};
+  return state_->pending.FindHistory(domainId, unitKey, key, historyOut) ? 1 : 0;
+}
+
+int DBWriteWrapper::WriteDomain(const std::string& domainId) {
+  if (isFlushing) return 0;
+  const FlushingMark mark;
+  const std::uint64_t last = state_->pending.Seal(domainId);
+  if (last == 0) return 0;
+  int written = 0;
+  PendingRows::Flush flush(state_->pending, domainId, last);
+  while (const PendingGeneration* generation = flush.Oldest()) {
+    written += WriteWhole(domainId, *generation);
+    flush.DropOldest();
+  }
+  return written;
+}
+
+void DBWriteWrapper::ForceWriteDisk() {
+  if (isFlushing) return;
+  const FlushingMark mark;
+  KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
+         "Force write cache data to data base. Begin");
+  const auto sealed = state_->pending.SealAll();
+  const auto size = static_cast<std::size_t>(std::max(ReadSetting("BachCount", 10000), 1));
+  // First the rules of every domain, then the histories; what another flush had sealed
+  // before, whole, or its histories would come after rules newer than they are.
+  std::list<PendingRows::Flush> flushes;
+  for (const auto& [domainId, last] : sealed) {
+    const PendingRows::Flush& flush = flushes.emplace_back(state_->pending, domainId, last);
+    while (const PendingGeneration* generation = flush.Oldest()) {
+      WriteRulesInBatches(domainId, *generation, size);
+      if (flush.IsLast(*generation)) break;
+      WriteHistoryInBatches(domainId, *generation, size);
+      flushes.back().DropOldest();
+    }
+  }
+  for (PendingRows::Flush& flush : flushes) {
+    const PendingGeneration* generation = flush.Oldest();
+    if (generation == nullptr) continue;
+    WriteHistoryInBatches(flush.DomainId(), *generation, size);
+    flush.DropOldest();
+  }
+  KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
+         "Force write cache data to data base. End");
+}
+
+}  // namespace keelstone

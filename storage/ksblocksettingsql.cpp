@@ -1,0 +1,66 @@
+#include "storage/ksblocksettingsql.h"
+
+#include <set>
+
+#include "platform/filesystem.h"
+#include "platform/json_value.h"
+#include "storage/table_frame.h"
+
+namespace keelstone {
+
+namespace {
+
+constexpr const char* kSource = "ksblocksettingsql";
+constexpr TableOperation kLoad{.table = "KSBlockSetting",
+                               .dbType = kDbBlockSetting,
+                               .function = "KSBlockSettingSql::LoadDBData",
+                               .source = kSource,
+                               .failedName = "select * from KSBlockSetting"};
+
+std::shared_ptr<const BlockSettingItem> ReadRow(const JsonValue& row) {
+  std::set<std::string> devices;
+  const JsonValue& nodes = row["nodes"];
+  if (nodes.isArray()) {
+    for (const JsonValue& node : nodes) devices.insert(node["deviceName"].asString());
+  }
+  return std::make_shared<const BlockSettingItem>(
+      std::move(devices), row["blockTimeStart"].asTime(), row["blockTimeEnd"].asTime());
+}
+
+}  // namespace
+
+KSBlockSettingSql::KSBlockSettingSql(const std::string& subPath) : CKSDBOperateBase(subPath) {}
+
+KSBlockSettingSql::~KSBlockSettingSql() = default;
+
+bool KSBlockSettingSql::InitDB(const std::string& domainId) {
+  SetDomainId(domainId);
+  return true;
+}
+
+int KSBlockSettingSql::LoadDBData() {
+  const DeferredLog log(kLoad.function, kSource);
+  const MutexLock change(changeMutex_);
+  std::vector<std::shared_ptr<const BlockSettingItem>> read;
+  const TableOutcome outcome =
+      ReadDataRows(*this, kLoad, [&read](const JsonValue& row) { read.push_back(ReadRow(row)); });
+  if (outcome == TableOutcome::kFailed) return 0;
+  const WriterLock lock(mutex_);
+  items_.swap(read);
+  return 1;
+}
+
+int KSBlockSettingSql::GetBlockTimeByObjectId(
+    std::vector<std::pair<std::int64_t, std::int64_t>>& out, const ObjectDefine* object) const {
+  if (object == nullptr) return 0;
+  int found = 0;
+  const ReaderLock lock(mutex_);
+  for (const auto& item : items_) {
+    if (item->devices.count(object->deviceName) == 0) continue;
+    out.emplace_back(item->start, item->end);
+    ++found;
+  }
+  return found;
+}
+
+}  // namespace keelstone

@@ -1,0 +1,188 @@
+#include "storage/ksobjectrulesql.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "diag/fsperformance.h"
+#include "platform/strings.h"
+#include "storage/object_rule_tables.h"
+
+// The construction of KSObjectRuleSql and its writers. Its readers stand in
+// ksobjectrulereads.cpp, its removals in ksobjectruleremovals.cpp.
+namespace keelstone {
+
+namespace {
+
+constexpr const char* kUpsertRule =
+    "insert or replace into {0} (deviceName, interfaceValue, variableSource, param, variableName, "
+    "variableSourceType, variableDataType, interfacePath, vxNodePathSchema, ruleGenerateType, "
+    "ruleTypeId, ruleAlgParameter, isEnable, isDel) values(?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
+constexpr const char* kUpsertHistory =
+    "insert or replace into {0} (deviceName, interfaceValue, variableSource, param, variableName, "
+    "variableSourceType, HistoryData) values(?,?,?,?,?,?,?)";
+constexpr const char* kCreateHistory =
+    "create table {0} (deviceName TEXT NOT NULL ,interfaceValue TEXT ,"
+    "variableSource TEXT NOT NULL ,param TEXT ,variableName TEXT NOT NULL ,"
+    "variableSourceType INTEGER NOT NULL ,HistoryData TEXT,"
+    "PRIMARY KEY(deviceName,interfaceValue,variableSource,param,variableName,"
+    "variableSourceType))";
+
+// What a row takes of a definition, copied under the definition's lock so that SQLite
+// never runs under it. One is used for all rows: its texts keep their memory.
+struct DefinitionColumns {
+  std::int32_t variableType = 0;
+  std::int32_t ruleGenerateType = 0;
+  std::int32_t ruleType = 0;
+  std::string ruleParam;
+  std::string history;
+
+  void Take(const RuleDefinitionData& definition) {
+    const DefinitionLock lock(definition);
+    variableType = definition.variableType;
+    ruleGenerateType = definition.ruleGenerateType;
+    ruleType = definition.ruleType;
+    ruleParam = definition.ruleParam;
+    history = definition.history;
+  }
+};
+
+void BindRule(CppSQLite3Statement& statement, const ObjectRuleData& row,
+              const std::string& variableName, const DefinitionColumns& definition) {
+  statement.bindStatic(1, row.object.deviceName);
+  statement.bindStatic(2, row.object.interfaceValue);
+  statement.bindStatic(3, row.variableSource);
+  statement.bindStatic(4, row.variableParam);
+  statement.bindStatic(5, variableName);
+  statement.bind(6, row.variableSourceType);
+  statement.bind(7, definition.variableType);
+  statement.bindStatic(8, row.object.interfacePath);
+  statement.bindStatic(9, row.object.nodePathSchema);
+  statement.bind(10, definition.ruleGenerateType);
+  statement.bind(11, definition.ruleType);
+  statement.bindStatic(12, definition.ruleParam);
+  statement.bind(13, 0);
+  statement.bind(14, 0);
+}
+
+void BindHistory(CppSQLite3Statement& statement, const ObjectRuleHistoryData& row) {
+  statement.bindStatic(1, row.object.deviceName);
+  statement.bindStatic(2, row.object.interfaceValue);
+  statement.bindStatic(3, row.variableSource);
+  statement.bindStatic(4, row.variableParam);
+  statement.bindStatic(5, row.variableName);
+  statement.bind(6, row.variableSourceType);
+  statement.bindStatic(7, row.history);
+}
+
+void WriteRules(CppSQLite3DB& db, const std::vector<const ObjectRuleData*>& rows,
+                std::vector<ObjectRuleHistoryData>& histories) {
+  auto statement = db.compileStatement(FormatPositional(kUpsertRule, {kRuleTable}));
+  RowBatch batch(db);
+  DefinitionColumns columns;
+  for (const ObjectRuleData* row : rows) {
+    for (const auto& [variableName, definition] : row->definitions) {
+      if (definition == nullptr) continue;
+      columns.Take(*definition);
+      batch.BeforeRow();
+      BindRule(statement, *row, variableName, columns);
+      statement.execDML();
+      statement.reset();
+      if (!columns.history.empty()) {
+        histories.push_back({columns.history, row->object, row->variableSource, variableName,
+                             row->variableParam, row->variableSourceType});
+      }
+      batch.AfterRow();
+    }
+  }
+  batch.Finish();
+}
+
+bool HasDefinitions(const std::vector<const ObjectRuleData*>& rows) {
+  return std::any_of(rows.begin(), rows.end(), [](const ObjectRuleData* row) {
+    return std::any_of(row->definitions.begin(), row->definitions.end(),
+                       [](const auto& entry) { return entry.second != nullptr; });
+  });
+}
+
+template <class Row>
+std::vector<const Row*> PointersTo(const std::vector<Row>& rows) {
+  std::vector<const Row*> pointers;
+  pointers.reserve(rows.size());
+  for (const Row& row : rows) pointers.push_back(&row);
+  return pointers;
+}
+
+}  // namespace
+
+KSObjectRuleSql::KSObjectRuleSql() : KSObjectRuleSql("/") {}
+
+KSObjectRuleSql::KSObjectRuleSql(const std::string& subPath) : CKSDBOperateBase(subPath) {}
+
+KSObjectRuleSql::~KSObjectRuleSql() = default;
+
+bool KSObjectRuleSql::InitDB(const std::string& domainId) {
+  SetDomainId(domainId);
+  return true;
+}
+
+int KSObjectRuleSql::SetRuleAlgParam(const std::vector<ObjectRuleData>& rows) {
+  return WriteRuleRows(PointersTo(rows));
+}
+
+int KSObjectRuleSql::SetRuleAlgParam(const RuleDefinitionMap& definitions,
+                                     const ObjectDefine* object, const std::string& variableSource,
+                                     const std::string& param, Enum_VariableSourceType type) {
+  if (object == nullptr) return 0;
+  std::vector<ObjectRuleData> rows{{definitions, *object, variableSource, param, type}};
+  return SetRuleAlgParam(rows);
+}
+
+int KSObjectRuleSql::SetRuleHistoryData(const std::vector<ObjectRuleHistoryData>& rows) {
+  return WriteHistoryRows(PointersTo(rows));
+}
+
+int KSObjectRuleSql::SetRuleHistoryData(const std::string& historyData, const ObjectDefine* object,
+                                        const std::string& variableSource,
+                                        const std::string& variableName, const std::string& param,
+                                        Enum_VariableSourceType type) {
+  if (object == nullptr) return 0;
+  std::vector<ObjectRuleHistoryData> rows{
+      {historyData, *object, variableSource, variableName, param, type}};
+  return SetRuleHistoryData(rows);
+}
+
+int KSObjectRuleSql::WriteRuleRows(const std::vector<const ObjectRuleData*>& rows) {
+  std::vector<ObjectRuleHistoryData> histories;
+  const TableOutcome outcome = TableFrame::Run(
+      *this, RuleOperation("KSObjectRuleSql::SetRuleAlgParam", TableAccess::kCreate),
+      [&](CppSQLite3DB& db) { WriteRules(db, rows, histories); });
+  if (outcome == TableOutcome::kNoTable) {
+    if (HasDefinitions(rows)) CountFailedWrite();
+    return StatusOf(outcome);
+  }
+  SetRuleHistoryData(histories);
+  return StatusOf(outcome);
+}
+
+int KSObjectRuleSql::WriteHistoryRows(const std::vector<const ObjectRuleHistoryData*>& rows) {
+  const FSPerformance whole("KSObjectRuleSql", "SetRuleHistoryData");
+  std::optional<FSPerformance> inner;  // made inside the frame, logged after its lock is free
+  TableOperation operation =
+      HistoryOperation("KSObjectRuleSql::SetRuleHistoryData", TableAccess::kCreate);
+  operation.createSql = kCreateHistory;
+  return StatusOf(TableFrame::Run(*this, operation, [&](CppSQLite3DB& db) {
+    inner.emplace("KSObjectRuleSql", "SetRuleHistoryData--inner");
+    auto statement = db.compileStatement(FormatPositional(kUpsertHistory, {kHistoryTable}));
+    RowBatch batch(db);
+    for (const ObjectRuleHistoryData* row : rows) {
+      batch.BeforeRow();
+      BindHistory(statement, *row);
+      statement.execDML();
+      statement.reset();
+      batch.AfterRow();
+    }
+    batch.Finish();
+  }));
+}
+
+}  // namespace keelstone

@@ -1,0 +1,164 @@
+#ifndef KEELSTONE_STORAGE_PENDING_ROWS_H
+#define KEELSTONE_STORAGE_PENDING_ROWS_H
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "engine/ksrulerecords.h"
+#include "platform/mutex.h"
+
+namespace keelstone {
+
+/// What a pending row is looked up by within its unit; views of texts that live elsewhere.
+struct PendingKey {
+  std::string_view interfaceValue;
+  std::string_view variableSource;
+  std::string_view param;
+  std::string_view variableName;
+
+  friend bool operator==(const PendingKey&, const PendingKey&) = default;
+};
+
+struct PendingKeyHash {
+  std::size_t operator()(const PendingKey& key) const noexcept;
+};
+
+/// The pending rows of one unit in order of arrival, and the first row of each key. Rows
+/// stay where they lie as long as the unit lives: the keys view their texts.
+struct PendingUnit {
+  std::vector<std::vector<ObjectRuleData>> rules;
+  std::vector<std::vector<ObjectRuleHistoryData>> history;
+  std::unordered_map<PendingKey, const std::shared_ptr<RuleDefinitionData>*, PendingKeyHash>
+      firstDefinition;
+  std::unordered_map<PendingKey, const std::string*, PendingKeyHash> firstHistory;
+  std::size_t slot = 0;  // of the presence counter
+
+  PendingUnit() = default;
+  PendingUnit(std::vector<ObjectRuleData> ruleRows, std::vector<ObjectRuleHistoryData> historyRows);
+  /// Takes the rows of `later` behind its own.
+  void Append(PendingUnit&& later);
+};
+
+struct TextHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const noexcept {
+    return std::hash<std::string_view>()(text);
+  }
+};
+
+/// Rows of one domain that are written in one go. Rows join it while it is open; once it
+/// is sealed nothing in it changes.
+struct PendingGeneration {
+  std::uint64_t number = 0;  // counts up within the domain, from 1
+  std::unordered_map<std::string, PendingUnit, TextHash, std::equal_to<>> units;
+  std::size_t rows = 0;
+
+  /// The rows in order of unit key, then of arrival.
+  std::vector<const ObjectRuleData*> RuleRows() const;
+  std::vector<const ObjectRuleHistoryData*> HistoryRows() const;
+
+ private:
+  std::vector<const PendingUnit*> UnitsInOrder() const;
+};
+
+/// All rows that are not on disk yet: per domain the sealed generations, oldest first,
+/// and the open one. A generation is found by the lookups until it is dropped. Any
+/// thread.
+class PendingRows {
+ public:
+  class Flush;
+
+  PendingRows() = default;
+  PendingRows(const PendingRows&) = delete;
+  PendingRows& operator=(const PendingRows&) = delete;
+
+  void Add(const std::string& domainId, const std::string& unitKey,
+           std::vector<ObjectRuleData> rules, std::vector<ObjectRuleHistoryData> history);
+  /// Rows in open generations.
+  std::int64_t OpenRows() const noexcept { return openRows_.load(); }
+
+  // The oldest row of the key. While nothing of the unit is pending they take no lock.
+  std::shared_ptr<RuleDefinitionData> FindDefinition(std::string_view domainId,
+                                                     std::string_view unitKey,
+                                                     const PendingKey& key) const;
+  bool FindHistory(std::string_view domainId, std::string_view unitKey, const PendingKey& key,
+                   std::string& out) const;
+
+  /// Seals the open generation of the domain; the number of its newest sealed one, 0 when
+  /// none is pending.
+  std::uint64_t Seal(const std::string& domainId);
+  /// The same for every domain, in order of their ids; those with nothing pending are
+  /// left out.
+  std::vector<std::pair<std::string, std::uint64_t>> SealAll();
+
+ private:
+  struct Domain {
+    std::deque<std::unique_ptr<PendingGeneration>> sealed;  // oldest first
+    std::unique_ptr<PendingGeneration> open;                // empty while it has no rows
+    std::uint64_t lastNumber = 0;
+  };
+  // So many that the counters of two units seldom coincide, so few that they stay cached.
+  static constexpr std::size_t kSlots = 4096;
+
+  static std::size_t SlotOf(std::string_view domainId, std::string_view unitKey) noexcept;
+  template <class Look>
+  bool LookUp(std::string_view domainId, std::string_view unitKey, const Look& look) const;
+  std::uint64_t SealDomain(Domain& domain) KS_REQUIRES(mutex_);
+  const PendingGeneration* Oldest(const std::string& domainId, std::uint64_t last) const;
+  void DropOldest(const std::string& domainId);
+  void Claim(const std::string& domainId);
+  void Release(const std::string& domainId) noexcept;
+
+  // Guards domains_ and the open generations in it; evaluation waits for it, so it is
+  // held for look-ups and moves of pointers only.
+  mutable SharedMutex mutex_;
+  std::map<std::string, Domain, std::less<>> domains_ KS_GUARDED_BY(mutex_);
+  // How many units with rows fall on each slot, over all generations.
+  std::array<std::atomic<std::uint32_t>, kSlots> present_{};
+  std::atomic<std::int64_t> openRows_{0};
+
+  Mutex flushMutex_;  // guards flushing_; innermost
+  Condition flushEnded_;
+  std::set<std::string> flushing_ KS_GUARDED_BY(flushMutex_);
+};
+
+/// The right to write one domain's generations up to one number; a second one of the
+/// domain waits until the first has gone. Who holds several takes them in order of the
+/// domain ids. One thread.
+class PendingRows::Flush {
+ public:
+  Flush(PendingRows& rows, const std::string& domainId, std::uint64_t last);
+  ~Flush();
+  Flush(const Flush&) = delete;
+  Flush& operator=(const Flush&) = delete;
+
+  const std::string& DomainId() const noexcept { return domainId_; }
+  /// The oldest generation that is left to write; nullptr when there is none. It stays as
+  /// it is until DropOldest.
+  const PendingGeneration* Oldest() const { return rows_.Oldest(domainId_, last_); }
+  bool IsLast(const PendingGeneration& generation) const noexcept {
+    return generation.number == last_;
+  }
+  /// Forgets the oldest generation: its rows are on disk, or lost.
+  void DropOldest() { rows_.DropOldest(domainId_); }
+
+ private:
+  PendingRows& rows_;
+  std::string domainId_;
+  std::uint64_t last_;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_STORAGE_PENDING_ROWS_H

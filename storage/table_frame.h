@@ -1,0 +1,89 @@
+#ifndef KEELSTONE_STORAGE_TABLE_FRAME_H
+#define KEELSTONE_STORAGE_TABLE_FRAME_H
+
+#include <functional>
+
+#include "platform/cppsqlite3.h"
+#include "platform/json_value.h"
+#include "platform/mutex.h"
+#include "storage/cksdboperatebase.h"
+#include "storage/deferred_log.h"
+
+namespace keelstone {
+
+/// What an operation does to its database file.
+enum class TableAccess {
+  kRead,    // a missing file or table is answered
+  kChange,  // likewise; an error counts as a failed write
+  kCreate,  // a missing file is made with its folder; an error counts as a failed write
+};
+
+/// What an operation works on, and how it signs its log lines. Texts are literals.
+struct TableOperation {
+  const char* table;
+  int dbType;  // EnumDbType
+  const char* function;
+  const char* source;
+  TableAccess access = TableAccess::kRead;
+  const char* createSql = nullptr;   // {0}: the table; makes it when it is missing
+  const char* failedName = nullptr;  // what "… operate failed." names; else the table
+};
+
+enum class TableOutcome {
+  kNoFile,   // nothing was touched
+  kNoTable,  // likewise
+  kRan,      // the body ran to its end
+  kFailed,   // the lock record was refused or an error was caught; rolled back and logged
+};
+
+/// The uniform answer of the object-rule operations.
+constexpr int StatusOf(TableOutcome outcome) noexcept {
+  if (outcome == TableOutcome::kNoFile) return 0;
+  return outcome == TableOutcome::kNoTable ? 1 : -1;
+}
+
+/// The frame of every operation on a database: takes the lock record of the domain's
+/// database, resolves and opens the file, looks for the table, runs the body, closes and
+/// lets go; what fails is rolled back, logged after the lock is free, and counted. Every
+/// exception ends here. Any thread.
+class TableFrame {
+ public:
+  using Body = std::function<void(CppSQLite3DB&)>;
+  static TableOutcome Run(const CKSDBOperateBase& table, const TableOperation& operation,
+                          const Body& body);
+
+ private:
+  static TableOutcome RunLocked(const std::string& file, const TableOperation& operation,
+                                const Body& body, DeferredLog& log);
+  static bool Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,
+                   DeferredLog& log);
+};
+
+/// Hands the column "data" of every row of a settings table to `row`, as JSON objects in
+/// the order of the table. A text that is none is logged with its row and passed over;
+/// what `row` throws ends the reading as kFailed.
+TableOutcome ReadDataRows(const CKSDBOperateBase& table, const TableOperation& operation,
+                          const std::function<void(const JsonValue&)>& row);
+
+/// Groups the rows of one write into transactions of 600: BeforeRow and AfterRow around
+/// each row, Finish after the last. What an error leaves open, the frame rolls back.
+class RowBatch {
+ public:
+  static constexpr int kRows = 600;
+
+  explicit RowBatch(CppSQLite3DB& db) : db_(db) {}
+  void BeforeRow();
+  void AfterRow();
+  void Finish();
+
+ private:
+  CppSQLite3DB& db_;
+  int rows_ = 0;
+};
+
+/// Counts a write whose rows are not on disk (GetFailedWriteCount). Any thread.
+void CountFailedWrite() noexcept;
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_STORAGE_TABLE_FRAME_H
