@@ -120,12 +120,12 @@ class UnexpectedPrefix(Fault):
 
     def begin(self, lab):
         lab.routers["r4"].configure(f"ip route {self.prefix} Null0", "router bgp 65002",
-                                    "address-family ipv4 unicast", f"network {self.prefix}")  # fmt: skip
+                                    "address-family ipv4 unicast", f"network {self.prefix}")
 
     def end(self, lab):
         lab.routers["r4"].configure("router bgp 65002", "address-family ipv4 unicast",
                                     f"no network {self.prefix}", "exit-address-family", "exit",
-                                    f"no ip route {self.prefix} Null0")  # fmt: skip
+                                    f"no ip route {self.prefix} Null0")
 
 
 class MtuChanged(Fault):

@@ -20,7 +20,7 @@ def variable(name, value, interface="", **fields):
 def table(name, rows, columns, volatile=()):
     """A table whose volatile columns are in the rows but not in the digest."""
     value = {"columns": list(columns) + list(volatile),
-             "rows": [[row[column] for column in (*columns, *volatile)] for row in rows]}  # fmt: skip
+             "rows": [[row[column] for column in (*columns, *volatile)] for row in rows]}
     return variable(name, value, keys=list(columns))
 
 
@@ -102,7 +102,7 @@ def traffic(outputs, memory):
             variables += [
                 variable(f"{side}_bytes", counters["bytes"], name),
                 variable(f"{side}_byte_rate", round(data / passed, 1) if known else None, name),
-                variable(f"{side}_packet_rate", round(packets / passed, 2) if known else None, name, type="float"),  # fmt: skip
+                variable(f"{side}_packet_rate", round(packets / passed, 2) if known else None, name, type="float"),
                 variable(f"{side}_lost", lost, name),
             ]
     return variables
@@ -126,7 +126,7 @@ def neighbors(outputs, _):
         {"address": item["dst"], "interface": item["dev"], "mac": item["lladdr"],
          "state": " ".join(item["state"])}
         for item in json.loads(outputs[0]) if "lladdr" in item
-    ]  # fmt: skip
+    ]
     return [
         variable("count", len(rows)),
         table("neighbors", rows, ("address", "interface", "mac"), ("state",)),
@@ -138,7 +138,7 @@ def addresses(outputs, _):
         {"interface": link["ifname"], "address": f"{item['local']}/{item['prefixlen']}",
          "scope": item["scope"]}
         for link in json.loads(outputs[0]) for item in link["addr_info"]
-    ]  # fmt: skip
+    ]
     return [table("addresses", rows, ("interface", "address", "scope"))]
 
 
@@ -151,14 +151,14 @@ def routes(outputs, _):
             hops = [
                 " ".join(filter(None, (hop.get("ip"), hop.get("interfaceName")))) or "null"
                 for hop in entry["nexthops"] if hop.get("fib")
-            ]  # fmt: skip
+            ]
             rows.append({
                 "prefix": prefix,
                 "protocol": entry["protocol"],
                 "metric": entry["metric"],
                 "next_hops": ", ".join(sorted(hops)),
                 "uptime": entry["uptime"],
-            })  # fmt: skip
+            })
     counts = [
         variable("count", sum(row["protocol"] == protocol for row in rows), protocol)
         for protocol in ("connected", "static", "ospf", "bgp")
@@ -167,7 +167,7 @@ def routes(outputs, _):
     return [*counts, table("routes", rows, columns, ("uptime",))]
 
 
-def bgp_summary(outputs, _):
+def bgp_summary(outputs, memory):
     rows, variables = [], []
     for address, peer in json.loads(outputs[0])["peers"].items():
         rows.append({
@@ -176,11 +176,12 @@ def bgp_summary(outputs, _):
             "state": peer["state"],
             "uptime": peer["peerUptime"],
             "messages": peer["msgRcvd"] + peer["msgSent"],
-        })  # fmt: skip
+        })
         variables += [
             variable("state", peer["state"], address),
             variable("prefixes_received", peer.get("pfxRcd"), address),
             variable("prefixes_sent", peer.get("pfxSnt"), address),
+            variable("new_messages", change(memory, address, peer["msgRcvd"]), address),
         ]
     established = sum(row["state"] == "Established" for row in rows)
     columns = ("neighbor", "remote_as", "state")
@@ -202,7 +203,7 @@ def bgp_routes(outputs, _):
                 "valid": path.get("valid", False),
                 "best": path.get("bestpath", False),
                 "version": path["version"],
-            })  # fmt: skip
+            })
     columns = ("prefix", "next_hop", "as_path", "valid", "best")
     return [
         variable("prefixes", len({row["prefix"] for row in rows})),
@@ -221,7 +222,7 @@ def ospf_neighbors(outputs, _):
                 "interface": entry["ifaceName"].partition(":")[0],
                 "state": entry["nbrState"],
                 "dead_time": entry["deadTime"],
-            })  # fmt: skip
+            })
             variables.append(variable("state", entry["nbrState"], router))
     full = sum(row["state"].startswith("Full") for row in rows)
     columns = ("router", "address", "interface", "state")

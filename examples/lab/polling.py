@@ -30,14 +30,14 @@ def sources(name):
         ("bgp_summary", [vtysh(name, "bgpd", "show bgp ipv4 unicast summary json")],
          parsers.bgp_summary),
         ("bgp_routes", [vtysh(name, "bgpd", "show bgp ipv4 unicast json")], parsers.bgp_routes),
-    ]  # fmt: skip
+    ]
     if autonomous_system(name) == INTERNAL_AS:
         found += [
             ("ospf_neighbors", [vtysh(name, "ospfd", "show ip ospf neighbor json")],
              parsers.ospf_neighbors),
             ("ospf_database", [vtysh(name, "ospfd", "show ip ospf json")],
              parsers.ospf_database),
-        ]  # fmt: skip
+        ]
     if any(rate for _, _, rate in links_of(name)):
         found.append(("shapers", [["tc", "-s", "-j", "qdisc"]], parsers.shapers))
     probes = [
@@ -104,7 +104,7 @@ class Poller:
             except (ValueError, KeyError, IndexError, AttributeError):
                 pass  # the command has answered with something else than it should
         run = {"time": moment, "device": self._router.name, "source": source,
-               "variables": [item for item in variables if item["value"] is not None]}  # fmt: skip
+               "variables": [item for item in variables if item["value"] is not None]}
         return json.dumps(run, separators=(",", ":"))
 
 
@@ -116,7 +116,7 @@ class Recording:
         self._lock = threading.Lock()
         self.runs = 0
         self._pollers = [Poller(router, cadence, jitter, self._write)
-                         for router in lab.routers.values()]  # fmt: skip
+                         for router in lab.routers.values()]
 
     def __enter__(self):
         for poller in self._pollers:

@@ -214,7 +214,7 @@ class Router:
              "unshare", "--net", "--uts", "--mount", "--pid", "--fork", "--kill-child",
              "--mount-proc", "sh", "-c", "while :; do sleep 3600 & wait $!; done"],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-            start_new_session=True)  # fmt: skip
+            start_new_session=True)
         self.pid = self._wait_for_namespace()
 
     def _wait_for_namespace(self):
@@ -229,7 +229,7 @@ class Router:
                 return int(children[0])
             time.sleep(0.02)
         raise LabError("namespaces cannot be made (network, UTS, mount, PID: run as root, "
-                       "outside a locked-down container)")  # fmt: skip
+                       "outside a locked-down container)")
 
     def inside(self, command):
         """The command line that runs `command` inside this router."""
@@ -239,24 +239,24 @@ class Router:
         """Runs a command to its end; answers (exit code, output). A hung one counts as failed."""
         try:
             done = subprocess.run(self.inside(command), stdin=subprocess.DEVNULL,
-                                  capture_output=True, timeout=timeout, check=False)  # fmt: skip
+                                  capture_output=True, timeout=timeout, check=False)
         except subprocess.TimeoutExpired:
             return -1, ""
         return done.returncode, done.stdout.decode("utf-8", "replace")
 
     def must(self, *command):
         done = subprocess.run(self.inside(command), stdin=subprocess.DEVNULL,
-                              capture_output=True, text=True, timeout=30, check=False)  # fmt: skip
+                              capture_output=True, text=True, timeout=30, check=False)
         if done.returncode != 0:
             raise LabError(f"{self.name}: {' '.join(command)}: "
-                           f"{(done.stderr or done.stdout).strip()}")  # fmt: skip
+                           f"{(done.stderr or done.stdout).strip()}")
         return done.stdout
 
     def background(self, command, log_name):
         log_path = os.path.join(self._log_folder, f"{self.name}-{log_name}.log")
         with open(log_path, "ab") as log:
             process = subprocess.Popen(self.inside(command), stdin=subprocess.DEVNULL,
-                                       stdout=log, stderr=log, start_new_session=True)  # fmt: skip
+                                       stdout=log, stderr=log, start_new_session=True)
         self._children.append(process)
         return process
 
@@ -367,21 +367,21 @@ class Lab:
         made = subprocess.run(
             ["ip", "link", "add", left_port, "netns", str(ends[0][0].pid), "type", "veth",
              "peer", "name", right_port, "netns", str(ends[1][0].pid)],
-            capture_output=True, text=True, check=False)  # fmt: skip
+            capture_output=True, text=True, check=False)
         if made.returncode != 0:
             raise LabError(f"a veth link cannot be made: {made.stderr.strip()}")
         for side, (router, port) in enumerate(ends):
-            router.must("ip", "link", "set", port, "address", f"02:00:00:00:{index + 1:02x}:{side + 1:02x}")  # fmt: skip
+            router.must("ip", "link", "set", port, "address", f"02:00:00:00:{index + 1:02x}:{side + 1:02x}")
             router.must("ip", "link", "set", port, "up")
             if rate is not None:
                 router.must("tc", "qdisc", "add", "dev", port, "root", "tbf",
-                            "rate", str(rate), "burst", "16kb", "latency", "100ms")  # fmt: skip
+                            "rate", str(rate), "burst", "16kb", "latency", "100ms")
 
     def start_traffic(self):
         for source, target in STREAMS:
             self.routers[source].background(
                 ["ping", "-q", "-i", "0.05", "-s", "472", "-I", loopback(source),
-                 loopback(target)], f"ping-{target}")  # fmt: skip
+                 loopback(target)], f"ping-{target}")
 
     def converged(self):
         """Every BGP session is up and every loopback is reached from everywhere."""
@@ -389,10 +389,10 @@ class Lab:
             code, text = router.run(
                 ["vtysh", "-N", name, "-d", "bgpd", "-c", "show bgp ipv4 unicast summary json"])
             if code != 0 or any(peer["state"] != "Established"
-                                for peer in json.loads(text)["peers"].values()):  # fmt: skip
+                                for peer in json.loads(text)["peers"].values()):
                 return False
             for other in NAMES:
-                code, _ = router.run(["ping", "-q", "-c", "1", "-W", "1", "-I", loopback(name), loopback(other)])  # fmt: skip
+                code, _ = router.run(["ping", "-q", "-c", "1", "-W", "1", "-I", loopback(name), loopback(other)])
                 if code != 0:
                     return False
         return True
@@ -402,7 +402,7 @@ class Lab:
         while not self.converged():
             if time.monotonic() > end:
                 raise LabError("the routers did not find each other within "
-                               f"{limit:.0f} s; their logs are in {self._log_folder}")  # fmt: skip
+                               f"{limit:.0f} s; their logs are in {self._log_folder}")
             time.sleep(1.0)
 
 
@@ -429,10 +429,10 @@ def _missing_kernel_features():
         ("the tbf queueing discipline", "ip link add lab0 type veth peer name lab1 && "
          "tc qdisc add dev lab0 root tbf rate 1mbit burst 16kb latency 100ms"),
         ("tmpfs", "mount -t tmpfs lab /mnt"),
-    )  # fmt: skip
+    )
     for feature, script in probes:
         done = subprocess.run(["unshare", "--net", "--uts", "--mount", "--pid", "--fork",
                                "--mount-proc", "sh", "-c", script],
-                              capture_output=True, text=True, check=False)  # fmt: skip
+                              capture_output=True, text=True, check=False)
         if done.returncode != 0:
             yield f"the kernel does not offer {feature}: {done.stderr.strip()}"
