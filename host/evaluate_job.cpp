@@ -59,7 +59,7 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   // Before any other thread, so that all of them leave the signals to the watch.
   watch_ = std::make_unique<SignalWatch>([this](int signal) { OnSignal(signal); });
   ownedScheduler_ = std::make_unique<RunScheduler>(
-      *this, RunScheduler::Limits{.threads = ThreadCount(options_.threads)});
+      static_cast<RunWork&>(*this), RunScheduler::Limits{.threads = ThreadCount(options_.threads)});
   RunScheduler& scheduler = *ownedScheduler_;
   scheduler_.store(&scheduler);
   if (stop_.Requested()) scheduler.Stop();

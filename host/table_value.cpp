@@ -275,7 +275,8 @@ std::string Digest(const Table& table, const std::vector<std::size_t>& positions
   std::string row;
   bool first = true;
   table.ForEachRow([&](const std::vector<Value>& cells) {
-    row.assign(first || sort ? "" : "\n");
+    row.clear();
+    if (!first && !sort) row.push_back('\n');
     first = false;
     AppendRowText(row, cells, positions);
     if (sort) {

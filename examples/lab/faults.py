@@ -7,7 +7,7 @@ in the recording.
 
 import time
 
-from routers import link_address, loopback, port_towards
+from topology import link_address, loopback, port_towards
 
 
 class Fault:

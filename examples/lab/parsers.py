@@ -98,11 +98,12 @@ def traffic(outputs, memory):
             data = change(memory, (name, side, "bytes"), counters["bytes"])
             packets = change(memory, (name, side, "packets"), counters["packets"])
             lost = change(memory, (name, side, "lost"), counters["errors"] + counters["dropped"])
-            known = data is not None and passed > 0
+            byte_rate = None if data is None else round(data / passed, 1)
+            packet_rate = None if packets is None else round(packets / passed, 2)
             variables += [
                 variable(f"{side}_bytes", counters["bytes"], name),
-                variable(f"{side}_byte_rate", round(data / passed, 1) if known else None, name),
-                variable(f"{side}_packet_rate", round(packets / passed, 2) if known else None, name, type="float"),
+                variable(f"{side}_byte_rate", byte_rate, name),
+                variable(f"{side}_packet_rate", packet_rate, name, type="float"),
                 variable(f"{side}_lost", lost, name),
             ]
     return variables

@@ -6,7 +6,8 @@ import threading
 import time
 
 import parsers
-from routers import DAEMONS, INTERNAL_AS, PROBED, LabError, autonomous_system, links_of, loopback
+from routers import LabError
+from topology import DAEMONS, INTERNAL_AS, PROBED, autonomous_system, links_of, loopback
 
 
 def vtysh(name, daemon, command):

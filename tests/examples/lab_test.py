@@ -8,7 +8,7 @@ import os
 import sys
 import unittest
 
-LAB = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples", "lab")
+LAB = sys.argv.pop(1)  # the folder of the lab
 sys.dont_write_bytecode = True
 sys.path.insert(0, LAB)
 
@@ -127,7 +127,8 @@ class PollerTest(unittest.TestCase):
 
     def test_failed_or_unreadable_command_gives_a_run_without_variables(self):
         good = json.dumps({"peers": {"10.255.0.2": {
-            "remoteAs": 65001, "state": "Idle", "peerUptime": "never", "msgRcvd": 0, "msgSent": 0}}})
+            "remoteAs": 65001, "state": "Idle", "peerUptime": "never",
+            "msgRcvd": 0, "msgSent": 0}}})
         for code, text, count in ((0, good, 3), (1, good, 0), (-1, "", 0), (0, "", 0),
                                   (0, "% BGP is not running", 0), (0, "{}", 0)):
             run = self.poll("bgp_summary", code, text)

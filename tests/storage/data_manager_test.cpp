@@ -1,0 +1,138 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "calc/rulesettings.h"
+#include "storage/ksdomaindatamanager.h"
+#include "tests/storage/storage_fixture.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_root.h"
+
+namespace keelstone::testing {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+std::string HistoryCountSetting(int count) {
+  return R"({"name":"KSGeneralSetting","value":{"intRange":{"dataCountHistory":)" +
+         std::to_string(count) + "}}}";
+}
+
+void WriteSetting(const std::string& domainId, const std::string& row) {
+  MakeDataTable(DomainFile(kDbGlobalSetting, domainId), "KSGlobalSetting", {row});
+}
+
+TEST(DomainRegistry, ThreadsThatAskAtOnceGetOneManagerLoadedOnce) {
+  const TempRoot root;
+  WriteSetting("shared", "one line a reading");
+  const LogCapture log(kLogError);
+  std::vector<std::shared_ptr<KSDataManagerSql>> managers(8);
+  std::vector<std::thread> threads;
+  for (auto& manager : managers) {
+    threads.emplace_back(
+        [&] { manager = KSDomainDataManager::Instance()->GetKSDataManager("shared"); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const auto& manager : managers) EXPECT_EQ(manager, managers.front());
+  EXPECT_THAT(log.Messages(), SizeIs(1));
+}
+
+TEST(DomainRegistry, LogCallbackMayAskForTheDomainThatIsLoading) {
+  const TempRoot root;
+  WriteSetting("reentrant", "no object");
+  bool asked = false;
+  const LogCapture log(kLogError, [&](const LogCapture::Line&) {
+    asked = KSDomainDataManager::Instance()->GetKSDataManager("reentrant") != nullptr;
+  });
+  EXPECT_NE(KSDomainDataManager::Instance()->GetKSDataManager("reentrant"), nullptr);
+  EXPECT_TRUE(asked);
+}
+
+TEST(DomainRegistry, ParserFlagChoosesTheFolder) {
+  const TempRoot root;
+  g_bIsParserProcess = false;
+  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("flag");
+  g_bIsParserProcess = true;
+  EXPECT_EQ(manager->GetObjectRuleTable()->GetDBFile(kDbObjectRule),
+            root.path() / "data/flag/KSObjectRule.db");
+}
+
+TEST(DomainRuleSettingsDoor, AnswersOneSnapshotUntilTheSettingsAreReadAgain) {
+  const TempRoot root;
+  WriteSetting("settings", HistoryCountSetting(11));
+  const auto first = DomainRuleSettings("settings");
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(first->HistoryDataCount(kIntRange), 11);
+  EXPECT_EQ(DomainRuleSettings("settings"), first);
+  WriteSetting("settings", HistoryCountSetting(12));
+  EXPECT_EQ(DomainRuleSettings("settings"), first);  // nobody has read the file
+  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("settings");
+  manager->InvalidateKSGlobalSettingCaches();
+  EXPECT_EQ(DomainRuleSettings("settings")->HistoryDataCount(kIntRange), 12);
+  EXPECT_EQ(first->HistoryDataCount(kIntRange), 11);
+  EXPECT_EQ(DomainRuleSettings("other settings")->HistoryDataCount(kIntRange), 0);
+  WriteSetting("settings", HistoryCountSetting(13));
+  manager->InitKSGlobalSetting();
+  EXPECT_EQ(DomainRuleSettings("settings")->HistoryDataCount(kIntRange), 13);
+}
+
+TEST(DomainRuleSettingsDoor, NoThreadKeepsOldSettingsAfterAReload) {
+  const TempRoot root;
+  WriteSetting("raced", HistoryCountSetting(0));
+  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("raced");
+  std::atomic<int> loaded{0};
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      for (int known = 0; known < 30;) {
+        known = loaded.load();
+        EXPECT_GE(DomainRuleSettings("raced")->HistoryDataCount(kIntRange), known);
+      }
+    });
+  }
+  for (int i = 1; i <= 30; ++i) {
+    WriteSetting("raced", HistoryCountSetting(i));
+    manager->InvalidateKSGlobalSettingCaches();
+    loaded = i;
+  }
+  for (std::thread& reader : readers) reader.join();
+}
+
+TEST(DataManager, ForwardsByMeaningAndLoadsAgainOnDemand) {
+  const TempRoot root;
+  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("forward");
+  RuleDefinitionData out;
+  EXPECT_EQ(manager->GetRuleDefinitionData(out, "v", "s", "p", kVariableSourceParser), 2);
+  MakeDataTable(DomainFile(kDbVariableRule, "forward"), "KSVariableRule",
+                {R"({"variableSource":"s","variableName":"v","param":"p"})"});
+  MakeDataTable(DomainFile(kDbBlockSetting, "forward"), "KSBlockSetting",
+                {R"({"nodes":[{"deviceName":"d"}],"blockTimeStart":1,"blockTimeEnd":2})"});
+  manager->InvalidateKSVariableRuleCaches();
+  manager->InvalidateKSBlockSettingCaches();
+  manager->InvalidateKSObjectRuleCaches();
+  EXPECT_EQ(manager->GetRuleDefinitionData(out, "v", "s", "p", kVariableSourceParser), -1);
+  EXPECT_TRUE(manager->IsExistRuleDefinition("v", "s", kVariableSourceParser));
+  EXPECT_FALSE(manager->IsExistRuleDefinition("s", "v", kVariableSourceParser));
+  EXPECT_TRUE(manager->AddRuleDefinitions({{kRuleTypeNone, 2, "", "t", "w", 1, ""}}));
+  EXPECT_TRUE(manager->IsExistRuleDefinition("w", "t", kVariableSourceParser));
+  std::vector<std::pair<std::int64_t, std::int64_t>> periods;
+  const ObjectDefine device = Object("d");
+  EXPECT_EQ(manager->GetBlockTimeByObjectId(periods, &device), 1);
+
+  MakeRuleTable("forward");
+  EXPECT_EQ(manager->SetRuleAlgParam({{"v", Definition("p", "h")}}, &device, "s", "p",
+                                     kVariableSourceParser),
+            -1);
+  const LogCapture log(kLogInformation);
+  DevParserHistory texts;
+  EXPECT_EQ(manager->GetRuleHistoryData(texts, &device, "s", "p", kVariableSourceParser), -1);
+  EXPECT_EQ(texts[""]["v"], "h");
+  EXPECT_THAT(log.Messages("Performance").back(),
+              HasSubstr("KSDataManager :: GetRuleHistoryData - out out Cost "));
+}
+
+}  // namespace
+}  // namespace keelstone::testing

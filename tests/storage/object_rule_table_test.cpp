@@ -1,0 +1,257 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "storage/ksobjectrulesql.h"
+#include "tests/storage/storage_fixture.h"
+#include "tests/support/faulty_vfs.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_root.h"
+
+namespace keelstone::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class ObjectRuleTable : public ::testing::Test {
+ protected:
+  ObjectRuleTable() { table.InitDB("domain"); }
+
+  void MakeRules() { Execute(rules, {kCreateRuleTable}); }
+  std::string CountRules() { return Ask(rules, "select count(*) from KSObjectRule"); }
+  std::string CountHistories() { return Ask(histories, "select count(*) from KSObjectHistory"); }
+
+  TempRoot root;
+  KSObjectRuleSql table{"/FSParserData"};
+  std::string rules = DomainFile(kDbObjectRule, "domain");
+  std::string histories = DomainFile(kDbObjectHistory, "domain");
+};
+
+TEST_F(ObjectRuleTable, RuleWriterMakesTheFileButNotTheTableAndCountsTheLostRows) {
+  const std::uint64_t failed = GetFailedWriteCount();
+  EXPECT_EQ(table.SetRuleAlgParam(std::vector<ObjectRuleData>{}), 1);
+  EXPECT_EQ(GetFailedWriteCount(), failed);  // nothing was lost
+  EXPECT_EQ(table.SetRuleAlgParam({RuleRow("d", "v", Definition("{}", "history"))}), 1);
+  EXPECT_EQ(GetFailedWriteCount(), failed + 1);
+  EXPECT_TRUE(std::filesystem::exists(rules));
+  EXPECT_FALSE(std::filesystem::exists(histories));
+}
+
+TEST_F(ObjectRuleTable, HistoryOfADefinitionGoesToTheHistoryTableWhichIsMadeOnce) {
+  MakeRules();
+  const LogCapture log(kLogNotice);
+  EXPECT_EQ(table.SetRuleAlgParam(std::vector<ObjectRuleData>{}), -1);
+  EXPECT_EQ(CountHistories(), "0");
+  EXPECT_THAT(log.Messages(),
+              ElementsAre("No KSObjectHistory table in " + histories + " db.",
+                          "KSObjectHistory table in " + histories + " db has been created."));
+  ObjectRuleData row = RuleRow("d", "with", Definition("{}", "text"));
+  row.definitions["without"] = Definition("{}");
+  row.definitions["none"] = nullptr;
+  EXPECT_EQ(table.SetRuleAlgParam({row}), -1);
+  EXPECT_EQ(CountRules(), "2");
+  EXPECT_EQ(CountHistories(), "1");
+  EXPECT_EQ(log.Messages().size(), 2U);
+}
+
+TEST_F(ObjectRuleTable, ColumnsHoldWhatTheSchemaSays) {
+  MakeRules();
+  ASSERT_EQ(table.SetRuleAlgParam({RuleRow("d", "v", Definition("{\"p\":1}", "h"), "eth0")}), -1);
+  EXPECT_EQ(Ask(rules,
+                "select deviceName||'|'||interfaceValue||'|'||variableSource||'|'||param||'|'||"
+                "variableName||'|'||variableSourceType||'|'||variableDataType||'|'||interfacePath||"
+                "'|'||vxNodePathSchema||'|'||ruleGenerateType||'|'||ruleTypeId||'|'||"
+                "ruleAlgParameter||'|'||isEnable||'|'||isDel from KSObjectRule"),
+            "d|eth0|source|param|v|2|1|path of eth0|schema|0|7|{\"p\":1}|0|0");
+  EXPECT_EQ(Ask(histories,
+                "select deviceName||'|'||interfaceValue||'|'||variableSource||'|'||param||'|'||"
+                "variableName||'|'||variableSourceType||'|'||HistoryData from KSObjectHistory"),
+            "d|eth0|source|param|v|2|h");
+}
+
+TEST_F(ObjectRuleTable, EmptyTextsKeepThePrimaryKey) {
+  MakeRules();
+  ObjectRuleData row{{{"", Definition("a", "one")}}, ObjectDefine{}, "", "", 2};
+  table.SetRuleAlgParam({row});
+  row.definitions[""] = Definition("b", "two");
+  table.SetRuleAlgParam({row});
+  EXPECT_EQ(CountRules(), "1");
+  EXPECT_EQ(CountHistories(), "1");
+  EXPECT_EQ(Ask(rules, "select ruleAlgParameter from KSObjectRule where interfaceValue=''"), "b");
+}
+
+TEST_F(ObjectRuleTable, WritesCommitEvery600Rows) {
+  table.SetRuleHistoryData({HistoryRow("d", "first", "x")});  // makes the table
+  const FaultyVfs vfs;
+  for (const auto& [rows, transactions] :
+       {std::pair(600, 1), std::pair(601, 2), std::pair(1250, 3), std::pair(0, 0)}) {
+    std::vector<ObjectRuleHistoryData> batch;
+    for (int i = 0; i < rows; ++i) batch.push_back(HistoryRow("d", std::to_string(i), "text"));
+    const int before = vfs.transactions();
+    EXPECT_EQ(table.SetRuleHistoryData(batch), -1);
+    EXPECT_EQ(vfs.transactions() - before, transactions) << rows << " rows";
+  }
+  EXPECT_EQ(CountHistories(), "1251");
+}
+
+TEST_F(ObjectRuleTable, HistoryOfOneInterfaceIsFiledUnderTheEmptyOne) {
+  table.SetRuleHistoryData({HistoryRow("d", "v", "whole"), HistoryRow("d", "v", "of a", "a"),
+                            HistoryRow("d", "w", "of b", "b"), HistoryRow("e", "v", "other")});
+  const ObjectDefine device = Object("d");
+  const ObjectDefine port = Object("d", "a");
+  DevParserHistory out;
+  EXPECT_EQ(table.GetRuleHistoryData(out, &device, "source", "param", kVariableSourceParser), -1);
+  EXPECT_EQ(out, (DevParserHistory{
+                     {"", {{"v", "whole"}}}, {"a", {{"v", "of a"}}}, {"b", {{"w", "of b"}}}}));
+  out.clear();
+  EXPECT_EQ(table.GetRuleHistoryData(out, &port, "source", "param", kVariableSourceParser), -1);
+  EXPECT_EQ(out, (DevParserHistory{{"", {{"v", "of a"}}}}));
+}
+
+TEST_F(ObjectRuleTable, RulesByDeviceAreAlwaysOfParsers) {
+  MakeRules();
+  table.SetRuleAlgParam({RuleRow("d", "v", Definition("p"), "a")});
+  const ObjectDefine device = Object("d");
+  DevParserRule out;
+  EXPECT_EQ(
+      table.GetRuleDefinitionDataByDev(out, &device, "source", "param", kVariableSourceUnknown),
+      -1);
+  ASSERT_EQ(out.count("a"), 1U);
+  EXPECT_EQ(out["a"].at("v")->ruleParam, "p");
+}
+
+TEST_F(ObjectRuleTable, DeletesWithoutRulesLeaveHistoriesAlone) {
+  table.SetRuleHistoryData({HistoryRow("d", "v", "h")});
+  const ObjectDefine device = Object("d");
+  const auto remove = [&] {
+    return table.RemoveRuleDefinitionData(&device, "source", "v", "param", kVariableSourceParser);
+  };
+  EXPECT_EQ(remove(), 0);  // no file
+  EXPECT_FALSE(std::filesystem::exists(rules));
+  Execute(rules, {"create table other (x)"});
+  EXPECT_EQ(remove(), 1);  // no table
+  EXPECT_EQ(CountHistories(), "1");
+  Execute(rules, {kCreateRuleTable});
+  EXPECT_EQ(remove(), -1);
+  EXPECT_EQ(CountHistories(), "0");
+}
+
+TEST_F(ObjectRuleTable, DeletesShrinkTheFile) {
+  table.SetRuleHistoryData({HistoryRow("d", "v", std::string(400000, 'h'))});
+  const auto before = std::filesystem::file_size(histories);
+  const ObjectDefine device = Object("d");
+  EXPECT_EQ(table.RemoveRuleHistoryData(&device, "source", "v", "param", kVariableSourceParser),
+            -1);
+  EXPECT_LT(std::filesystem::file_size(histories), before / 4);
+}
+
+class SourceRemoval : public ObjectRuleTable {
+ protected:
+  void Fill(const std::vector<std::string>& sources) {
+    MakeRules();
+    std::vector<ObjectRuleData> rows;
+    for (const std::string& source : sources) {
+      rows.push_back(RuleRow("d", "v", Definition("p", "h")));
+      rows.back().variableSource = source;
+    }
+    table.SetRuleAlgParam(rows);
+  }
+};
+
+TEST_F(SourceRemoval, RemovesExactlyTheSourcesThatAreNotKept) {
+  Fill({"keep", "Keep", "gone", "", "it's, odd"});
+  EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({}, kVariableSourceParser), -1);
+  EXPECT_EQ(CountRules(), "5");
+  EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({"keep", "none"}, kVariableSourceParser), -1);
+  EXPECT_EQ(Ask(rules, "select group_concat(variableSource) from KSObjectRule"), "keep");
+  EXPECT_EQ(Ask(histories, "select group_concat(variableSource) from KSObjectHistory"), "keep");
+  EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({"keep"}, kVariableSourceParser), -1);
+  EXPECT_EQ(CountRules(), "1");
+}
+
+TEST_F(SourceRemoval, SourcesThatWouldReadAsSomethingElseFailTheCallAndRemoveNothing) {
+  for (const std::string& source :
+       {std::string("DeviceName"), std::string("param"), std::string("ROWID"), std::string("oid"),
+        std::string("_rowid_"), std::string("a\",\"b"), std::string("nul\0byte", 8)}) {
+    std::filesystem::remove(rules);
+    std::filesystem::remove(histories);
+    Fill({"keep", "gone", source});
+    const LogCapture log(kLogError);
+    const std::uint64_t failed = GetFailedWriteCount();
+    EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({"keep"}, kVariableSourceParser), -1);
+    EXPECT_EQ(CountRules(), "3") << source;
+    EXPECT_EQ(CountHistories(), "3") << source;
+    EXPECT_EQ(GetFailedWriteCount(), failed + 2) << source;
+    EXPECT_TRUE(log.Has("KSObjectRule operate failed.")) << source;
+  }
+}
+
+TEST_F(ObjectRuleTable, BulkReadsTakeAnyNumberOfKeys) {
+  MakeRules();
+  constexpr int kUnits = 2000;
+  std::vector<ObjectRuleData> rows;
+  for (int i = 0; i < kUnits; ++i) {
+    rows.push_back(RuleRow("d" + std::to_string(i), "v", Definition(std::to_string(i), "h"), "a"));
+  }
+  table.SetRuleAlgParam(rows);
+  for (const int count : {1, 900, 901, 100000}) {
+    std::vector<std::shared_ptr<UnitKey>> keys;
+    for (int i = 0; i < count; ++i) {
+      keys.push_back(std::make_shared<UnitKey>("d" + std::to_string(i), "source", "param"));
+    }
+    keys.push_back(keys.front());  // a key that stands twice gives its rows once
+    keys.push_back(nullptr);
+    const LogCapture log(kLogError);
+    std::map<std::string, std::shared_ptr<DevParserRule>> found;
+    std::map<std::string, std::shared_ptr<DevParserHistory>> texts;
+    EXPECT_EQ(table.GetMultiRuleDefinitionDataByDevParsers(found, keys, kVariableSourceParser), -1);
+    EXPECT_EQ(table.GetMultiRuleHistoryDataBeDevParsers(texts, keys, kVariableSourceParser), -1);
+    const int expected = std::min(count, kUnits);
+    ASSERT_EQ(found.size(), static_cast<std::size_t>(expected));
+    ASSERT_EQ(texts.size(), static_cast<std::size_t>(expected));
+    for (int i = 0; i < expected; ++i) {
+      const std::string unit = "d" + std::to_string(i) + "$$$source$$$param";
+      ASSERT_EQ(found.at(unit)->at("a").at("v")->ruleParam, std::to_string(i));
+      ASSERT_EQ(texts.at(unit)->at("a").at("v"), "h");
+    }
+    EXPECT_THAT(log.Lines(), IsEmpty());
+  }
+}
+
+TEST_F(ObjectRuleTable, BulkWriterIsReachedThroughTheVirtualTable) {
+  struct Recorder : KSObjectRuleSql {
+    using KSObjectRuleSql::KSObjectRuleSql;
+    int SetRuleHistoryData(const std::vector<ObjectRuleHistoryData>& rows) override {
+      recorded += static_cast<int>(rows.size());
+      return -1;
+    }
+    int recorded = 0;
+  } recorder("/FSParserData");
+  recorder.InitDB("domain");
+  MakeRules();
+  recorder.SetRuleAlgParam({RuleRow("d", "v", Definition("p", "h"))});
+  EXPECT_EQ(recorder.recorded, 1);
+}
+
+TEST_F(ObjectRuleTable, TimersLogInnermostFirstAndOutsideTheDatabaseLock) {
+  table.SetRuleHistoryData({HistoryRow("d", "v", "h")});
+  const ObjectDefine device = Object("d");
+  int depth = 0;
+  const LogCapture log(kLogInformation, [&](const LogCapture::Line&) {
+    if (depth++ > 0) return;
+    DevParserHistory out;
+    table.GetRuleHistoryData(out, &device, "source", "param", kVariableSourceParser);
+  });
+  DevParserHistory out;
+  table.GetRuleHistoryData(out, &device, "source", "param", kVariableSourceParser);
+  const auto lines = log.Messages("Performance");
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_THAT(lines.front(), HasSubstr("KSObjectRuleSql :: GetRuleHistoryData - out Cost "));
+  EXPECT_THAT(lines.back(), HasSubstr("KSObjectRuleSql :: GetRuleHistoryData Cost "));
+}
+
+}  // namespace
+}  // namespace keelstone::testing
