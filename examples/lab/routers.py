@@ -15,6 +15,8 @@ import time
 from topology import CONFIGS, DAEMONS, LINKS, NAMES, STREAMS, bgp_neighbors, loopback
 
 DAEMON_FOLDER = "/usr/lib/frr"
+# Where FRR's daemons put sockets, configurations and crash logs: a tmpfs each in every router.
+PRIVATE_FOLDERS = ("/run", "/etc/frr", "/var/tmp")
 NEEDED_PROGRAMS = {
     "vtysh": "frr",
     "ip": "iproute2",
@@ -76,8 +78,11 @@ class Router:
         return done.returncode, done.stdout.decode("utf-8", "replace")
 
     def must(self, *command):
-        done = subprocess.run(self.inside(command), stdin=subprocess.DEVNULL,
-                              capture_output=True, text=True, timeout=30, check=False)
+        try:
+            done = subprocess.run(self.inside(command), stdin=subprocess.DEVNULL,
+                                  capture_output=True, text=True, timeout=30, check=False)
+        except subprocess.TimeoutExpired as error:
+            raise LabError(f"{self.name}: {' '.join(command)}: hangs") from error
         if done.returncode != 0:
             raise LabError(f"{self.name}: {' '.join(command)}: "
                            f"{(done.stderr or done.stdout).strip()}")
@@ -103,13 +108,11 @@ class Router:
     def prepare(self):
         """Names the host and gives it private FRR folders, so that the machine's stay untouched."""
         self.must("hostname", self.name)
-        script = ["set -e"]
-        for folder in ("/run/frr", "/etc/frr"):
-            script += [
-                f"mkdir -p {folder}",
-                f"mount -t tmpfs -o mode=0755,size=16m lab {folder}",
-                f"mkdir {folder}/{self.name}",
-            ]
+        script = [
+            "set -e",
+            *(f"mount -t tmpfs -o mode=0755,size=16m lab {folder}" for folder in PRIVATE_FOLDERS),
+            f"mkdir -p /run/frr/{self.name} /etc/frr/{self.name} /var/tmp/frr",
+        ]
         script += [
             "echo 1 > /proc/sys/net/ipv4/ip_forward",
             "for f in /proc/sys/net/ipv6/conf/*/disable_ipv6; do"
@@ -122,7 +125,7 @@ class Router:
             script.append(f"cat > /etc/frr/{self.name}/{daemon}.conf <<'END'\n{text}\nEND")
         script += [
             f"echo 'no service integrated-vtysh-config' > /etc/frr/{self.name}/vtysh.conf",
-            "chown -R frr:frr /run/frr /etc/frr",
+            "chown -R frr:frr /run/frr /etc/frr /var/tmp/frr",
         ]
         self.must("sh", "-c", "\n".join(script))
 
@@ -144,7 +147,7 @@ class Router:
             if code == 0:
                 return
             time.sleep(0.1)
-        raise LabError(f"{self.name}: {daemon} does not answer; its log is in {self._log_folder}")
+        raise LabError(f"{self.name}: {daemon} does not answer")
 
     def stop(self):
         if self._holder.poll() is None:
@@ -220,8 +223,9 @@ class Lab:
         for name, router in self.routers.items():
             code, text = router.run(
                 ["vtysh", "-N", name, "-d", "bgpd", "-c", "show bgp ipv4 unicast summary json"])
-            if code != 0 or any(peer["state"] != "Established"
-                                for peer in json.loads(text)["peers"].values()):
+            peers = json.loads(text).get("peers", {}) if code == 0 else {}
+            up = sum(peer["state"] == "Established" for peer in peers.values())
+            if up != len(list(bgp_neighbors(name))):
                 return False
             for other in NAMES:
                 code, _ = router.run(["ping", "-q", "-c", "1", "-W", "1",
@@ -234,8 +238,7 @@ class Lab:
         end = time.monotonic() + limit
         while not self.converged():
             if time.monotonic() > end:
-                raise LabError("the routers did not find each other within "
-                               f"{limit:.0f} s; their logs are in {self._log_folder}")
+                raise LabError(f"the routers did not find each other within {limit:.0f} s")
             time.sleep(1.0)
 
 
