@@ -1,6 +1,5 @@
 #include "platform/json_reader.h"
 
-#include <algorithm>
 #include <boost/json/basic_parser_impl.hpp>
 #include <cstdint>
 #include <iterator>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "platform/json_node.h"
+#include "platform/json_plain_text.h"
 #include "platform/numbers.h"
 #include "platform/utf8.h"
 
@@ -217,88 +217,6 @@ class Events {
   std::string parts_;
 };
 
-bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-
-/// Puts blanks in place of comments and short exponents in place of long ones, byte for
-/// byte, so that places in the text stay where they are. Done here because the parser
-/// refuses "/***/", takes "[1,/**/]" and refuses exponents beyond 32 bits. What stands
-/// outside the JSON grammar stays outside.
-class PlainText {
- public:
-  static std::string Of(std::string_view text, bool allowComments) {
-    PlainText plain(text);
-    plain.Run(allowComments);
-    return std::move(plain.text_);
-  }
-
-  /// Whether there may be a comment; "//" and "/*" stand in strings, too.
-  static bool MayHoldComment(std::string_view text) noexcept {
-    for (std::size_t at = text.find('/'); at != std::string_view::npos;
-         at = text.find('/', at + 1)) {
-      if (at + 1 < text.size() && (text[at + 1] == '/' || text[at + 1] == '*')) return true;
-    }
-    return false;
-  }
-
- private:
-  explicit PlainText(std::string_view text) : text_(text) {}
-
-  void Run(bool allowComments) {
-    std::size_t at = 0;
-    while (at < text_.size()) {
-      const char c = text_[at];
-      if (c == '"') {
-        at = PassString(at);
-      } else if (c == '/' && allowComments) {
-        at = BlankComment(at);
-      } else if (c == 'e' || c == 'E') {
-        at = ShortenExponent(at);
-      } else {
-        ++at;
-      }
-    }
-  }
-
-  std::size_t PassString(std::size_t at) const {
-    for (++at; at < text_.size() && text_[at] != '"'; ++at) {
-      if (text_[at] == '\\') ++at;
-    }
-    return at + 1;
-  }
-
-  /// An unfinished comment stays for the parser to refuse.
-  std::size_t BlankComment(std::size_t at) {
-    std::size_t end = at + 1;
-    if (text_.compare(at, 2, "//") == 0) {
-      end = std::min(text_.find('\n', at), text_.size());
-    } else if (text_.compare(at, 2, "/*") == 0) {
-      const std::size_t close = text_.find("*/", at + 2);
-      if (close == std::string::npos) return text_.size();
-      end = close + 2;
-    } else {
-      return end;
-    }
-    std::fill(text_.begin() + static_cast<std::ptrdiff_t>(at),
-              text_.begin() + static_cast<std::ptrdiff_t>(end), ' ');
-    return end;
-  }
-
-  std::size_t ShortenExponent(std::size_t at) {
-    constexpr std::size_t kLongest = 9;
-    ++at;
-    if (at < text_.size() && (text_[at] == '+' || text_[at] == '-')) ++at;
-    std::size_t end = at;
-    while (end < text_.size() && IsDigit(text_[end])) ++end;
-    if (end - at > kLongest) {
-      std::fill(text_.begin() + static_cast<std::ptrdiff_t>(at),
-                text_.begin() + static_cast<std::ptrdiff_t>(end), '0');
-    }
-    return end;
-  }
-
-  std::string text_;
-};
-
 /// How one run of the parser over a text ended.
 struct Outcome {
   bool done = false;
@@ -339,12 +257,12 @@ Outcome Read(std::string_view text, Sink& sink, const JsonReadOptions& options) 
     const std::size_t invalid = FirstInvalidUtf8(text);
     if (invalid != text.size()) return {.error = {invalid, "invalid UTF-8"}};
   }
-  if (options.allowComments && PlainText::MayHoldComment(text)) {
-    return RunParser(PlainText::Of(text, true), text, sink, 0);
+  if (options.allowComments && MayHoldJsonComment(text)) {
+    return RunParser(PlainJsonText(text, true), text, sink, 0);
   }
   Outcome outcome = RunParser(text, text, sink, 0);
   if (!outcome.longExponent) return outcome;
-  return RunParser(PlainText::Of(text, options.allowComments), text, sink, outcome.delivered);
+  return RunParser(PlainJsonText(text, options.allowComments), text, sink, outcome.delivered);
 }
 
 }  // namespace

@@ -100,36 +100,13 @@ JsonValue::JsonValue(const JsonValue& other) noexcept
   if (hasNode()) payload_.node->Retain();
 }
 
-JsonValue::JsonValue(JsonValue&& other) noexcept : type_(other.type_), payload_(other.payload_) {
-  other.type_ = JsonType::Null;
-}
-
 JsonValue& JsonValue::operator=(const JsonValue& other) {
   JsonValue copy = JsonNodes::CopyFor(*this, other);
   swap(copy);
   return *this;
 }
 
-JsonValue& JsonValue::operator=(JsonValue&& other) noexcept {
-  // Taken out first: `other` may be part of what this value holds.
-  JsonValue taken(std::move(other));
-  swap(taken);
-  return *this;
-}
-
-JsonValue::~JsonValue() {
-  if (hasNode()) JsonNodes::Release(payload_.node);
-}
-
-void JsonValue::swap(JsonValue& other) noexcept {
-  std::swap(type_, other.type_);
-  std::swap(payload_, other.payload_);
-}
-
-bool JsonValue::hasNode() const noexcept {
-  return type_ == JsonType::Array || type_ == JsonType::Object || type_ == JsonType::String ||
-         type_ == JsonType::Binary;
-}
+void JsonValue::ReleaseNode() noexcept { JsonNodes::Release(payload_.node); }
 
 JsonValue::Node& JsonValue::ownNode(JsonValue& before) {
   if (payload_.node->IsShared()) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/export.h"
@@ -91,12 +92,24 @@ class KEELSTONE_EXPORT JsonValue {
   static JsonValue Binary(std::string bytes);
 
   JsonValue(const JsonValue& other) noexcept;
-  JsonValue(JsonValue&& other) noexcept;
+  JsonValue(JsonValue&& other) noexcept : type_(other.type_), payload_(other.payload_) {
+    other.type_ = JsonType::Null;
+  }
   JsonValue& operator=(const JsonValue& other);
-  JsonValue& operator=(JsonValue&& other) noexcept;
-  ~JsonValue();
+  JsonValue& operator=(JsonValue&& other) noexcept {
+    // Taken out first: `other` may be part of what this value holds.
+    JsonValue taken(std::move(other));
+    swap(taken);
+    return *this;
+  }
+  ~JsonValue() {
+    if (hasNode()) ReleaseNode();
+  }
 
-  void swap(JsonValue& other) noexcept;
+  void swap(JsonValue& other) noexcept {
+    std::swap(type_, other.type_);
+    std::swap(payload_, other.payload_);
+  }
 
   JsonType type() const noexcept { return type_; }
   bool isNull() const noexcept { return type_ == JsonType::Null; }
@@ -191,7 +204,11 @@ class KEELSTONE_EXPORT JsonValue {
     Node* node;
   };
 
-  bool hasNode() const noexcept;
+  bool hasNode() const noexcept {
+    return type_ == JsonType::String || type_ == JsonType::Object || type_ == JsonType::Array ||
+           type_ == JsonType::Binary;
+  }
+  void ReleaseNode() noexcept;
   // The node for writing, not shared; `before` keeps the shared one that it came from.
   Node& ownNode(JsonValue& before);
 

@@ -65,7 +65,11 @@ class TextWriter {
     std::size_t next;
   };
 
-  void Begin(const JsonValue& value);
+  // Begins an array or object, or writes a scalar whole; true when it is whole.
+  bool Begin(const JsonValue& value);
+  // These go on with the innermost container until it ends or another one begins.
+  void GoOnWithArray();
+  void GoOnWithObject();
   void WriteScalar(const JsonValue& value);
   void WriteString(std::string_view bytes);
 
@@ -77,33 +81,47 @@ class TextWriter {
 void TextWriter::Write(const JsonValue& root) {
   Begin(root);
   while (!frames_.empty()) {
-    Frame& frame = frames_.back();
-    const bool isArray = frame.container->isArray();
-    if (frame.next == frame.container->size()) {
-      text_ += isArray ? ']' : '}';
-      frames_.pop_back();
-      continue;
-    }
-    const std::size_t i = frame.next++;
-    if (i > 0) text_ += ',';
-    if (isArray) {
-      Begin(JsonNodes::Elements(*frame.container)[i]);
+    if (frames_.back().container->isArray()) {
+      GoOnWithArray();
     } else {
-      const JsonMember& member = JsonNodes::Members(*frame.container)[i];
-      WriteString(member.key);
-      text_ += ':';
-      Begin(member.value);
+      GoOnWithObject();
     }
   }
 }
 
-void TextWriter::Begin(const JsonValue& value) {
+bool TextWriter::Begin(const JsonValue& value) {
   if (!JsonNodes::HasContainer(value)) {
     WriteScalar(value);
-    return;
+    return true;
   }
   text_ += value.isArray() ? '[' : '{';
   frames_.push_back({&value, 0});
+  return false;
+}
+
+void TextWriter::GoOnWithArray() {
+  Frame& frame = frames_.back();
+  const std::vector<JsonValue>& elements = JsonNodes::Elements(*frame.container);
+  while (frame.next < elements.size()) {
+    if (frame.next > 0) text_ += ',';
+    if (!Begin(elements[frame.next++])) return;
+  }
+  text_ += ']';
+  frames_.pop_back();
+}
+
+void TextWriter::GoOnWithObject() {
+  Frame& frame = frames_.back();
+  const std::vector<JsonMember>& members = JsonNodes::Members(*frame.container);
+  while (frame.next < members.size()) {
+    if (frame.next > 0) text_ += ',';
+    const JsonMember& member = members[frame.next++];
+    WriteString(member.key);
+    text_ += ':';
+    if (!Begin(member.value)) return;
+  }
+  text_ += '}';
+  frames_.pop_back();
 }
 
 void TextWriter::WriteScalar(const JsonValue& value) {

@@ -52,20 +52,34 @@ bool IsTooLarge(std::string_view text, const char* exponentLetters, std::int64_t
   return place * stepsPerDigit + WrittenExponent(exponent) > 0;
 }
 
-/// Reads the unsigned number at the start of `text`; too small a number gives 0.
-std::optional<double> ReadMagnitude(std::string_view text, std::chars_format format) noexcept {
-  const bool hex = format == std::chars_format::hex;
-  // from_chars would take a sign, "inf" and "nan" here.
-  if (text.empty() ||
-      !(text.front() == '.' || (hex ? IsHexDigit(text.front()) : IsDigit(text.front())))) {
-    return std::nullopt;
+/// How many characters at the start of `text` a hexadecimal number takes (after its
+/// "0x"); 0 when there is none.
+std::size_t HexLength(std::string_view text) noexcept {
+  std::size_t at = 0;
+  std::size_t points = 0;
+  while (at < text.size() && (IsHexDigit(text[at]) || (text[at] == '.' && points == 0))) {
+    points += text[at++] == '.' ? 1 : 0;
   }
+  if (at == points) return 0;
+  std::size_t exponent = at;
+  if (exponent == text.size() || (text[exponent] != 'p' && text[exponent] != 'P')) return at;
+  ++exponent;
+  if (exponent < text.size() && (text[exponent] == '+' || text[exponent] == '-')) ++exponent;
+  const std::size_t digits = exponent;
+  while (exponent < text.size() && IsDigit(text[exponent])) ++exponent;
+  return exponent > digits ? exponent : at;
+}
+
+/// Reads the number at the start of `text`, where a digit or point stands; too small a
+/// number gives 0.
+std::optional<double> ReadMagnitude(std::string_view text, std::chars_format format) noexcept {
   double value = 0.0;
   const auto [end, failure] =
       std::from_chars(text.data(), text.data() + text.size(), value, format);
   if (failure == std::errc::invalid_argument) return std::nullopt;
   if (failure == std::errc::result_out_of_range) {
     const std::string_view number = text.substr(0, static_cast<std::size_t>(end - text.data()));
+    const bool hex = format == std::chars_format::hex;
     if (IsTooLarge(number, hex ? "pP" : "eE", hex ? 4 : 1)) return std::nullopt;
     return 0.0;
   }
@@ -90,19 +104,17 @@ std::optional<std::int64_t> LeadingInt64(std::string_view text) noexcept {
 
 std::optional<double> LeadingDouble(std::string_view text) noexcept {
   const bool negative = TakeSign(text);
-  std::optional<double> magnitude;
+  // from_chars would take another sign, "inf" and "nan" here.
+  if (text.empty() || (text.front() != '.' && !IsDigit(text.front()))) return std::nullopt;
+  std::size_t hexLength = 0;
   if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-    magnitude = ReadMagnitude(text.substr(2), std::chars_format::hex);
-    // "0x" that no digit follows is the number 0 and a rest; a hexadecimal number that
-    // is too large has digits and is no number here.
-    const bool hasDigits =
-        IsHexDigit(text[2]) || (text[2] == '.' && text.size() > 3 && IsHexDigit(text[3]));
-    if (!magnitude && !hasDigits) magnitude = 0.0;
-  } else {
-    magnitude = ReadMagnitude(text, std::chars_format::general);
+    hexLength = HexLength(text.substr(2));
   }
-  if (magnitude && negative) magnitude = -*magnitude;
-  return magnitude;
+  // Cut to length, because from_chars takes "1p+-2" for one hexadecimal number.
+  const auto magnitude = hexLength > 0
+                             ? ReadMagnitude(text.substr(2, hexLength), std::chars_format::hex)
+                             : ReadMagnitude(text, std::chars_format::general);
+  return magnitude && negative ? -*magnitude : magnitude;
 }
 
 std::int64_t AtollSaturated(std::string_view text) noexcept {

@@ -1,0 +1,401 @@
+#include "platform/json_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <random>
+#include <string>
+
+namespace keelstone {
+namespace {
+
+JsonValue Parsed(std::string_view text, const JsonReadOptions& options = {}) {
+  JsonValue value;
+  JsonParseError error;
+  EXPECT_TRUE(JsonReader::Parse(text, value, &error, options))
+      << text << ": " << error.message << " at " << error.offset;
+  return value;
+}
+
+std::string Key(int number) { return std::string("key").append(std::to_string(number)); }
+
+/// Writes down what a text holds; breaks off before the event number `limit`.
+class Recorder final : public JsonHandler {
+ public:
+  explicit Recorder(std::size_t limit = 1000000) : limit_(limit) {}
+  bool OnNull() override { return Put("null"); }
+  bool OnBool(bool value) override { return Put(value ? "true" : "false"); }
+  bool OnNumber(std::string_view text) override { return Put(text); }
+  bool OnString(std::string_view bytes) override { return Put(std::string(1, '"').append(bytes)); }
+  bool OnKey(std::string_view bytes) override { return Put(std::string(1, ':').append(bytes)); }
+  bool OnArrayBegin() override { return Put("["); }
+  bool OnArrayEnd() override { return Put("]"); }
+  bool OnObjectBegin() override { return Put("{"); }
+  bool OnObjectEnd() override { return Put("}"); }
+
+  std::string seen;
+
+ private:
+  bool Put(std::string_view what) {
+    if (limit_-- == 0) return false;
+    seen.append(what).append(" ");
+    return true;
+  }
+  std::size_t limit_;
+};
+
+TEST(JsonReader, NumbersBecomeTheNarrowestKindThatHoldsThem) {
+  const struct {
+    const char* text;
+    JsonType type;
+    const char* written;
+  } cases[] = {
+      {"-0", JsonType::Int, "0"},
+      {"-0.0", JsonType::Real, "-0.0"},
+      {"9223372036854775807", JsonType::Int, "9223372036854775807"},
+      {"9223372036854775808", JsonType::UInt, "9223372036854775808"},
+      {"18446744073709551615", JsonType::UInt, "18446744073709551615"},
+      {"18446744073709551616", JsonType::Real, "1.8446744073709552e+19"},
+      {"-9223372036854775808", JsonType::Int, "-9223372036854775808"},
+      {"-9223372036854775809", JsonType::Real, "-9.223372036854776e+18"},
+      {"1e2", JsonType::Real, "100.0"},
+      {"1.0", JsonType::Real, "1.0"},
+      {"1e-400", JsonType::Real, "0.0"},
+      {"3e-324", JsonType::Real, "5e-324"},
+      {"1e-99999999999", JsonType::Real, "0.0"},
+      {"0e99999999999", JsonType::Real, "0.0"},
+      {"1.7976931348623157e308", JsonType::Real, "1.7976931348623157e+308"},
+      {"9007199254740993.00000000000000000000000000000000001", JsonType::Real,
+       "9007199254740994.0"},
+      {"8.41921029385013234e-5", JsonType::Real, "8.419210293850132e-05"},
+  };
+  for (const auto& c : cases) {
+    const JsonValue value = Parsed(c.text);
+    EXPECT_EQ(value.type(), c.type) << c.text;
+    EXPECT_EQ(value.toString(), c.written) << c.text;
+    // In the middle of a longer text the parser takes other ways.
+    const std::string longer = std::string("[") + c.text + ",\"" + std::string(40, 'x') + "\"]";
+    EXPECT_EQ(Parsed(longer)[0].toString(), c.written) << c.text;
+  }
+}
+
+TEST(JsonReader, EveryNumberComesBackBitForBit) {
+  std::mt19937_64 random(42);
+  JsonValue array;
+  for (int i = 0; i < 20000; ++i) {
+    const std::uint64_t bits = random() >> (random() % 64);
+    const double real = std::bit_cast<double>(random());
+    array.append(std::bit_cast<std::int64_t>(bits));
+    array.append(bits);
+    if (std::isfinite(real)) array.append(real);
+  }
+  const JsonValue back = Parsed(array.toString());
+  ASSERT_EQ(back.size(), array.size());
+  for (std::size_t i = 0; i < array.size(); ++i) {
+    ASSERT_EQ(back[i].type(), std::as_const(array)[i].type());
+    ASSERT_EQ(back[i], std::as_const(array)[i]);
+  }
+}
+
+TEST(JsonReader, OfTwoMembersWithOneNameTheLastWinsAtTheFirstsPlace) {
+  EXPECT_EQ(Parsed(R"({"a":1,"b":{"a":3},"a":[2]})").toString(), R"({"a":[2],"b":{"a":3}})");
+  std::string text = "{";
+  for (int i = 0; i < 40; ++i) {
+    text.append("\"").append(Key(i % 20)).append("\":").append(std::to_string(i)).append(",");
+  }
+  text.back() = '}';
+  const JsonValue value = Parsed(text);
+  EXPECT_EQ(value.size(), 20U);
+  EXPECT_EQ(value.begin().name(), "key0");
+  EXPECT_EQ(value["key3"].asInt(), 23);
+}
+
+TEST(JsonReader, ErrorsNameThePlace) {
+  const struct {
+    std::string text;
+    std::size_t offset;
+  } cases[] = {
+      {"", 0},
+      {"  ", 2},
+      {"[1,2", 4},
+      {"[1}", 2},
+      {"[1,]", 3},
+      {"{\"a\":1,}", 7},
+      {"{\"a\" 1}", 5},
+      {"{1:2}", 1},
+      {"1 2", 2},
+      {"[] x", 3},
+      {"01", 1},
+      {"1.", 2},
+      {"[1e]", 3},
+      {"-", 1},
+      {"+1", 0},
+      {".5", 0},
+      {"[NaN]", 1},
+      {"[1,1e999]", 3},
+      {"[1e-99999999999,1e99999999999]", 16},
+      {"[1e99999999999.]", 1},
+      {"\"abc", 4},
+      {"\"a\nb\"", 2},
+      {"\"\\x\"", 2},
+      {"[\"\\u12g4\"]", 6},
+      {"\xEF\xBB\xBF[]", 0},
+      {std::string("[\0]", 3), 1},
+      {"[1,/**/]", 7},
+      {"[1 /", 3},
+      {"/* [1]", 0},
+      {"// only a comment", 17},
+      {"1/**/2", 5},
+      {"tru/**/e", 0},
+      {"'a'", 0},
+  };
+  for (const auto& c : cases) {
+    JsonValue value(5);
+    JsonParseError error{99, ""};
+    EXPECT_FALSE(JsonReader::Parse(c.text, value, &error)) << c.text;
+    EXPECT_EQ(error.offset, c.offset) << c.text << ": " << error.message;
+    EXPECT_FALSE(error.message.empty());
+    EXPECT_TRUE(value.isNull());
+  }
+}
+
+TEST(JsonReader, CommentsAreWhiteSpaceWhereAllowed) {
+  const char* const text =
+      "// first\n/***/{/* * / ** **/\"http://x/*y*/\"//k\n:/**/[/*//*/1/*,*/,\n//\"\n2]}/**///end";
+  EXPECT_EQ(Parsed(text).toString(), R"({"http://x/*y*/":[1,2]})");
+  EXPECT_EQ(Parsed("[\"\\\"//\" /*]*/]").toString(), "[\"\\\"//\"]");
+  JsonValue value;
+  EXPECT_FALSE(JsonReader::Parse(text, value, nullptr, {.allowComments = false}));
+  EXPECT_FALSE(JsonReader::Parse("[1]//", value, nullptr, {.allowComments = false}));
+  EXPECT_EQ(Parsed("[\"//\"]", {.allowComments = false}).toString(), "[\"//\"]");
+}
+
+TEST(JsonReader, DepthIsBounded) {
+  const auto nested = [](std::size_t levels, const char* open, const char* close) {
+    std::string text;
+    for (std::size_t i = 0; i < levels; ++i) text += open;
+    text += "1";
+    for (std::size_t i = 0; i < levels; ++i) text += close;
+    return text;
+  };
+  for (const auto& [open, close] : {std::pair("[", "]"), std::pair("{\"a\":", "}")}) {
+    const std::string deepest = nested(JsonReader::kMaxDepth, open, close);
+    EXPECT_EQ(Parsed(deepest).toString(), deepest);
+    JsonValue value;
+    EXPECT_FALSE(JsonReader::Parse(nested(JsonReader::kMaxDepth + 1, open, close), value));
+    EXPECT_FALSE(JsonReader::Parse(nested(1000000, open, ""), value));
+  }
+}
+
+TEST(JsonReader, StringsOfAnyLengthAndEscapesComeWhole) {
+  EXPECT_EQ(Parsed(R"("\"\\\/\b\f\n\r\t\u0041\u00e9\u20AC\ud83d\ude00")").asString(),
+            "\"\\/\b\f\n\r\tA\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+  // The parser hands long strings on in parts, cut where its buffer ends.
+  for (std::size_t size = 4080; size < 4110; ++size) {
+    const std::string head(size, 'x');
+    const std::string tail(5000, 'y');
+    const std::string text = "\"\\t" + head + "\\ud83d\\ude00" + tail + "\\n\"";
+    const std::string expected = "\t" + head + "\xF0\x9F\x98\x80" + tail + "\n";
+    ASSERT_EQ(Parsed(text).asString(), expected);
+    ASSERT_EQ(Parsed("{" + text + ":[]}").begin().name(), expected);
+  }
+  JsonValue value;
+  for (const char* lone : {R"("\ud800")", R"(["\udc00 and some more text"])", R"("\ud800\u0041")",
+                           R"({"\ud83dx":1})"}) {
+    EXPECT_FALSE(JsonReader::Parse(lone, value)) << lone;
+  }
+}
+
+TEST(JsonReader, BytesThatAreNotUtf8PassUnlessForbidden) {
+  for (const char* bytes : {"\xFF", "\xC0\xAF", "\xED\xA0\x80", "\xE2\x82", "\xF5\x80\x80\x80"}) {
+    const std::string text = std::string("[\"long enough for a block \xC3\xA9 ") + bytes + "\"]";
+    EXPECT_EQ(Parsed(text).toString(), text);
+    JsonValue value;
+    JsonParseError error;
+    EXPECT_FALSE(JsonReader::Parse(text, value, &error, {.requireUtf8 = true}));
+    EXPECT_EQ(error.offset, 29U) << error.message;
+  }
+  EXPECT_EQ(Parsed("\"\xC3\xA9\xF0\x9F\x98\x80\"", {.requireUtf8 = true}).asString().size(), 6U);
+}
+
+TEST(JsonReader, HandlersSeeNumbersAsWritten) {
+  Recorder recorder;
+  const char* const text =
+      "[1.50,-0,1e999,0e00,123456789012345678901234567890,1E-99999999999,{\"k\\n\":[true,null]},"
+      "1e+99999999999,\"s\"]";
+  ASSERT_TRUE(JsonReader::Parse(text, recorder));
+  EXPECT_EQ(
+      recorder.seen,
+      "[ 1.50 -0 1e999 0e00 123456789012345678901234567890 1E-99999999999 { :k\n [ true null ] "
+      "} 1e+99999999999 \"s ] ");
+
+  // Broken off at each event, also past the place where the parser needs a second run.
+  for (std::size_t limit = 0; limit < 19; ++limit) {
+    Recorder few(limit);
+    JsonParseError error{77, "as before"};
+    const bool whole = JsonReader::Parse(text, few, &error);
+    EXPECT_EQ(whole, limit >= 17) << limit;
+    EXPECT_EQ(error.offset, 77U);
+    EXPECT_TRUE(recorder.seen.starts_with(few.seen));
+  }
+}
+
+TEST(JsonReader, MayReadTheTextOfTheValueItFills) {
+  JsonValue value("[\"a string that is too long to be held inline\"]");
+  ASSERT_TRUE(JsonReader::Parse(value.stringRef(), value));
+  EXPECT_TRUE(value.isArray());
+}
+
+TEST(JsonReader, ReadsLargeObjectsInLinearTime) {
+  JsonValue object;
+  for (int i = 0; i < 100000; ++i) object[Key(i * 7919 % 100000)] = i;
+  const JsonValue back = Parsed(object.toString());
+  EXPECT_EQ(back.size(), 100000U);
+  EXPECT_EQ(back, object);
+}
+
+// A plain reading of the grammar, to compare with over broken texts.
+class Grammar {
+ public:
+  static bool Accepts(std::string_view text) {
+    Grammar grammar{text};
+    return grammar.Value() && grammar.Blank() && grammar.text_.empty();
+  }
+
+ private:
+  explicit Grammar(std::string_view text) : text_(text) {}
+  bool Take(std::string_view what) {
+    if (!text_.starts_with(what)) return false;
+    text_.remove_prefix(what.size());
+    return true;
+  }
+  bool TakeAny(std::string_view set) {
+    if (text_.empty() || set.find(text_[0]) == std::string_view::npos) return false;
+    text_.remove_prefix(1);
+    return true;
+  }
+  bool Blank() {
+    while (TakeAny(" \t\r\n") || Comment()) {
+    }
+    return true;
+  }
+  bool Comment() {
+    const bool line = text_.starts_with("//");
+    const std::size_t end = text_.find(line ? "\n" : "*/", 2);
+    if (!line && (!text_.starts_with("/*") || end == std::string_view::npos)) return false;
+    text_.remove_prefix(line ? std::min(end, text_.size()) : end + 2);
+    return true;
+  }
+  bool Digits() {
+    if (!TakeAny("0123456789")) return false;
+    while (TakeAny("0123456789")) {
+    }
+    return true;
+  }
+  bool Number() {
+    Take("-");
+    if (!Take("0") && !(text_.substr(0, 1) != "0" && Digits())) return false;
+    if (Take(".") && !Digits()) return false;
+    if (!TakeAny("eE")) return true;
+    TakeAny("+-");
+    return Digits();
+  }
+  bool Hex(unsigned& unit) {
+    unit = 0;
+    for (int i = 0; i < 4; ++i) {
+      static constexpr std::string_view kDigits = "0123456789abcdefABCDEF";
+      if (text_.empty()) return false;
+      const std::size_t digit = kDigits.find(text_[0]);
+      if (!TakeAny(kDigits)) return false;
+      unit = unit * 16 + static_cast<unsigned>(digit < 16 ? digit : digit - 6);
+    }
+    return true;
+  }
+  bool Escape() {
+    if (TakeAny("\"\\/bfnrt")) return true;
+    unsigned first = 0;
+    unsigned second = 0;
+    if (!Take("u") || !Hex(first) || (first >= 0xDC00 && first < 0xE000)) return false;
+    if (first < 0xD800 || first >= 0xE000) return true;
+    return Take("\\u") && Hex(second) && second >= 0xDC00 && second < 0xE000;
+  }
+  bool String() {
+    if (!Take("\"")) return false;
+    while (!Take("\"")) {
+      if (text_.empty() || static_cast<unsigned char>(text_[0]) < 0x20) return false;
+      const bool escaped = text_[0] == '\\';
+      text_.remove_prefix(1);
+      if (escaped && !Escape()) return false;
+    }
+    return true;
+  }
+  bool Members(const char* close, bool named) {
+    Blank();
+    if (Take(close)) return true;
+    do {
+      Blank();
+      if (named && !(String() && Blank() && Take(":"))) return false;
+      if (!Value()) return false;
+      Blank();
+    } while (Take(","));
+    return Take(close);
+  }
+  bool Value() {
+    Blank();
+    if (Take("[")) return Members("]", false);
+    if (Take("{")) return Members("}", true);
+    if (text_.starts_with('"')) return String();
+    return Take("null") || Take("true") || Take("false") || Number();
+  }
+  std::string_view text_;
+};
+
+TEST(JsonReader, TakesExactlyTheGrammar) {
+  const std::string seeds[] = {
+      R"({"a":[1,-2.5e+3,true,false,null,"x\u00e9\ud83d\ude00\n"],"b":{"c":{}},"d":[]})",
+      "[/*c*/1, // x\n 0.25 ,/**/\"/*\\\"*/\"/***/]",
+      "[1234567890123456789012,-0.000001e-10,1e99999999999,[[[]]]] ",
+      "{\"key\" : \"a longer string value of over thirty bytes\\\\\" , "
+      "\"n\":-12345678901234567.125}",
+  };
+  static constexpr std::string_view kBytes = "\"\\/*{}[]:,.eE+-0129ntfu \n\xC3\x01x";
+  std::mt19937 random(3);
+  int accepted = 0;
+  for (int i = 0; i < 60000; ++i) {
+    std::string text = seeds[static_cast<std::size_t>(i) % std::size(seeds)];
+    for (auto edits = random() % 3 + 1; edits > 0 && !text.empty(); --edits) {
+      const std::size_t at = random() % text.size();
+      const char byte = kBytes[random() % kBytes.size()];
+      switch (random() % 4) {
+        case 0:
+          text[at] = byte;
+          break;
+        case 1:
+          text.insert(at, 1, byte);
+          break;
+        case 2:
+          text.erase(at, random() % 3 + 1);
+          break;
+        default:
+          text.insert(at, text.substr(random() % text.size(), random() % 6));
+          break;
+      }
+    }
+    Recorder recorder;
+    JsonParseError error;
+    const bool read = JsonReader::Parse(text, recorder, &error);
+    ASSERT_EQ(read, Grammar::Accepts(text)) << text << "\n" << error.message << error.offset;
+    ASSERT_TRUE(read || error.offset <= text.size());
+    accepted += read ? 1 : 0;
+    JsonValue value;
+    if (JsonReader::Parse(text, value)) {
+      ASSERT_EQ(Parsed(value.toString()), value) << text;
+    }
+  }
+  EXPECT_GT(accepted, 5000);
+  EXPECT_LT(accepted, 55000);
+}
+
+}  // namespace
+}  // namespace keelstone
