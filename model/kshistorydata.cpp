@@ -19,17 +19,43 @@ void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) 
 void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
 std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
+namespace {
+
+/// The position behind the quote that ends a string, from the first byte in it; npos when
+/// there is none.
+std::size_t EndOfString(std::string_view text, std::size_t begin) {
+  for (std::size_t quote = text.find('"', begin); quote != text.npos;
+       quote = text.find('"', quote + 1)) {
+    std::size_t first = quote;  // of the backslashes before the quote
+    while (first > begin && text[first - 1] == '\\') --first;
+    if ((quote - first) % 2 == 0) return quote + 1;
+  }
+  return text.npos;
+}
+
+/// The position behind the element at the front of a list; npos when it does not end.
+std::size_t EndOfElement(std::string_view text) {
+  // Strings may hold braces: hop over them.
+  std::size_t at = text.find_first_of("\"}");
+  while (at != text.npos && text[at] == '"') {
+    at = EndOfString(text, at + 1);
+    if (at != text.npos) at = text.find_first_of("\"}", at);
+  }
+  return at == text.npos ? at : at + 1;
+}
+
+}  // namespace
+
 void HistoryListText::DropFront(std::size_t count) {
   for (; count > 0 && size() > 0; --count) {
-    // Strings may hold braces: hop over them, from quote to quote.
-    std::size_t at = text_.find_first_of("\"}", begin_);
-    while (at != std::string::npos && text_[at] == '"') {
-      at = text_.find_first_of("\"\\", at + 1);
-      while (at != std::string::npos && text_[at] == '\\') at = text_.find_first_of("\"\\", at + 2);
-      if (at != std::string::npos) at = text_.find_first_of("\"}", at + 1);
-    }
-    if (at == std::string::npos) return Clear();
-    begin_ = std::min(at + 2, text_.size());  // the brace and the comma after it
+    const std::size_t end = EndOfElement(view());
+    if (end >= size()) return Clear();
+    begin_ += end + 1;  // and the comma
+  }
+  // Once more of it is dropped than kept, let it go.
+  if (begin_ > size()) {
+    text_.erase(0, begin_);
+    begin_ = 0;
   }
 }
 
@@ -53,10 +79,11 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
   if (!layout.SkipHead(dataType)) return false;
   const std::size_t before = points_.size();
   const char* const listBegin = layout.position();
+  ElementReader<Point> reader;
   bool isSound = true;
   do {
     Point point;
-    isSound = ReadElement(layout, point);
+    isSound = reader.Read(layout, point);
     if (isSound) points_.push_back(std::move(point));
   } while (isSound && layout.Skip(','));
   const char* const listEnd = layout.position();
