@@ -142,6 +142,9 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
     if (IsNumeric(DataTypeOf(variable))) return true;
     judgement.history = MakeHistory(DataTypeOf(variable));
   }
+  if (auto* const table = dynamic_cast<KSTableDataPoint*>(point.get()); table != nullptr) {
+    FillTablePoint(variable, judgement.history.get(), *table);
+  }
   JudgeValue(variable, *definition, point, judgement);
   if (judgement.rule) {
     Conclude(variable, *definition, point, judgement);

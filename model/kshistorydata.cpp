@@ -13,8 +13,20 @@ namespace keelstone {
 
 namespace {
 
-// The keys of an element alone take more.
+// Of a number; the keys of its element alone take more.
 constexpr std::size_t kLeastElementSize = 28;
+
+/// The position behind the quote that ends a string, from the first byte in it; npos when
+/// there is none.
+std::size_t EndOfString(std::string_view text, std::size_t begin) {
+  for (std::size_t quote = text.find('"', begin); quote != text.npos;
+       quote = text.find('"', quote + 1)) {
+    std::size_t first = quote;  // of the backslashes before the quote
+    while (first > begin && text[first - 1] == '\\') --first;
+    if ((quote - first) % 2 == 0) return quote + 1;
+  }
+  return text.npos;
+}
 
 }  // namespace
 
@@ -28,19 +40,23 @@ void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::stri
 std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
 void HistoryListText::DropFront(std::size_t count) {
-  bool inString = false;
   std::size_t at = begin_;
   for (; count > 0 && at < text_.size(); ++at) {
-    const char c = text_[at];
-    if (c == '"') {
-      inString = !inString;
-    } else if (c == '\\' && inString) {
-      ++at;
-    } else if (c == '}' && !inString) {
+    if (text_[at] == '"') {
+      // Strings may hold braces: hop over them.
+      at = EndOfString(text_, at + 1);
+      if (at == std::string::npos) return Clear();
+      --at;
+    } else if (text_[at] == '}') {
       --count;
     }
   }
   begin_ = std::min(at + 1, text_.size());  // behind the comma too
+  // Once more of it is dropped than kept, let it go.
+  if (begin_ > size()) {
+    text_.erase(0, begin_);
+    begin_ = 0;
+  }
 }
 
 std::string& HistoryListText::NextElement() {
@@ -63,11 +79,14 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
   if (!layout.SkipHead(dataType)) return false;
   const std::size_t before = points_.size();
   const char* const listBegin = layout.position();
-  points_.reserve(before + text.size() / kLeastElementSize);
+  if constexpr (!std::is_base_of_v<TextPoint, Point>) {
+    points_.reserve(before + text.size() / kLeastElementSize);
+  }
+  ElementReader<Point> reader;
   bool isSound = true;
   do {
     Point point;
-    isSound = ReadElement(layout, point);
+    isSound = reader.Read(layout, point);
     if (isSound) points_.push_back(std::move(point));
   } while (isSound && layout.Skip(','));
   const char* const listEnd = layout.position();
