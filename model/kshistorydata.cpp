@@ -11,6 +11,13 @@
 
 namespace keelstone {
 
+namespace {
+
+// The keys of an element alone take more.
+constexpr std::size_t kLeastElementSize = 28;
+
+}  // namespace
+
 HistoryDataBase::~HistoryDataBase() = default;
 bool HistoryDataBase::FromString(const std::string&) { return false; }
 std::string HistoryDataBase::ToString() const { return {}; }
@@ -20,17 +27,19 @@ void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::stri
 std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
 void HistoryListText::DropFront(std::size_t count) {
-  for (; count > 0 && size() > 0; --count) {
-    // Strings may hold braces: hop over them, from quote to quote.
-    std::size_t at = text_.find_first_of("\"}", begin_);
-    while (at != std::string::npos && text_[at] == '"') {
-      at = text_.find_first_of("\"\\", at + 1);
-      while (at != std::string::npos && text_[at] == '\\') at = text_.find_first_of("\"\\", at + 2);
-      if (at != std::string::npos) at = text_.find_first_of("\"}", at + 1);
+  bool inString = false;
+  std::size_t at = begin_;
+  for (; count > 0 && at < text_.size(); ++at) {
+    const char c = text_[at];
+    if (c == '"') {
+      inString = !inString;
+    } else if (c == '\\' && inString) {
+      ++at;
+    } else if (c == '}' && !inString) {
+      --count;
     }
-    if (at == std::string::npos) return Clear();
-    begin_ = std::min(at + 2, text_.size());  // the brace and the comma after it
   }
+  begin_ = std::min(at + 1, text_.size());  // behind the comma too
 }
 
 std::string& HistoryListText::NextElement() {
@@ -53,6 +62,7 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
   if (!layout.SkipHead(dataType)) return false;
   const std::size_t before = points_.size();
   const char* const listBegin = layout.position();
+  points_.reserve(before + text.size() / kLeastElementSize);
   bool isSound = true;
   do {
     Point point;
@@ -65,7 +75,10 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
     return false;
   }
   if (hasListText_) {
-    listText_.NextElement().append(listBegin, static_cast<std::size_t>(listEnd - listBegin));
+    const auto size = static_cast<std::size_t>(listEnd - listBegin);
+    std::string& list = listText_.NextElement();
+    list.reserve(list.size() + size + size / 16);  // most histories grow by a point
+    list.append(listBegin, size);
   }
   return true;
 }
@@ -79,7 +92,7 @@ bool PointHistory<Point>::FromString(const std::string& text) {
     const JsonValue& constant = document;
     if (constant["dataType"].asInt() != dataType) return false;
     const JsonValue& list = constant["dataList"];
-    if (!list.isArray()) return false;
+    if (!list.isArray() && !list.isNull()) return false;
     hasListText_ = false;
     listText_.Clear();
     for (const JsonValue& element : list) {

@@ -125,8 +125,13 @@ class NumericRule : public IRuleBase {
   /// it.
   std::shared_ptr<Data> BuildData(const std::string& paramText) {
     auto data = std::make_shared<Data>();
+    if (paramText.empty()) return data;
+    if (data->TakeOwnText(paramText)) {
+      NoteHasParameter(paramText.starts_with("{\"ruleParam\":"));
+      return data;
+    }
     JsonValue param;
-    if (paramText.empty() || !JsonReader::Parse(paramText, param)) return data;
+    if (!JsonReader::Parse(paramText, param)) return data;
     try {
       const JsonValue& constant = param;
       NoteHasParameter(constant.isObject() && constant.isMember("ruleParam"));

@@ -43,8 +43,9 @@ class NumericTrendRule : public NumericRule<T, IntEqualData> {
                           const KSTrendRuleSetting& settings) {
     if (feature.count < settings.dataCountMinLimit) return false;
     if (feature.negativeDeltaCount > settings.deltaLZeroCount) return false;
+    // An increase without bounds times 0 is no number and refuses nothing.
     return feature.negativeDeltaCount <= 0 ||
-           settings.deltaLZeroValue * feature.maxDelta < std::fabs(feature.lastNegativeDelta);
+           !(settings.deltaLZeroValue * feature.maxDelta >= std::fabs(feature.lastNegativeDelta));
   }
 
  private:
