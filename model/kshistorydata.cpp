@@ -21,6 +21,7 @@ constexpr std::size_t kLeastElementSize = 28;
 HistoryDataBase::~HistoryDataBase() = default;
 bool HistoryDataBase::FromString(const std::string&) { return false; }
 std::string HistoryDataBase::ToString() const { return {}; }
+void HistoryDataBase::WriteTo(std::string& text) const { text = ToString(); }
 std::int32_t HistoryDataBase::GetDataCount() const { return 0; }
 void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) {}
 void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
@@ -108,11 +109,18 @@ bool PointHistory<Point>::FromString(const std::string& text) {
 
 template <class Point>
 std::string PointHistory<Point>::ToString() const {
-  if (points_.empty()) return {};
-  if (hasListText_) return HistoryText(dataType, listText_.view());
+  std::string text;
+  PointHistory::WriteTo(text);
+  return text;
+}
+
+template <class Point>
+void PointHistory<Point>::WriteTo(std::string& text) const {
+  if (points_.empty()) return text.clear();
+  if (hasListText_) return WriteHistoryText(dataType, listText_.view(), text);
   HistoryListText list;
   for (const Point& point : points_) AppendElement(list.NextElement(), point);
-  return HistoryText(dataType, list.view());
+  WriteHistoryText(dataType, list.view(), text);
 }
 
 template <class Point>
