@@ -48,8 +48,7 @@ void NoteExtremes(Statistics<T>& s, T value) {
 template <class T>
 void NoteDifference(Statistics<T>& s, T d) {
   const T e = Tolerance<T>();
-  const T size = d < 0 ? static_cast<T>(-static_cast<T>(d)) : d;
-  const bool zero = kWhole<T> ? d == 0 : size <= e;
+  const bool zero = kWhole<T> ? d == 0 : std::fabs(d) <= e;
   if (zero) {
     ++s.zeroDeltas;
   } else if (kWhole<T> ? d < 0 : d < e) {
