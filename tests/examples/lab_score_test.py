@@ -1,0 +1,44 @@
+"""The lab's recording, evaluated, against its labels: what must be found, and how many false
+alerts are bearable."""
+
+import gzip
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+LAB, PROGRAM = sys.argv.pop(1), sys.argv.pop(1)
+
+# Alerts of the whole recording (143,000 values) that belong to no fault and no return.
+MOST_FALSE_ALERTS = 10
+
+
+class LabScoreTest(unittest.TestCase):
+    def test_every_fault_is_found_and_little_else(self):
+        recording = os.path.join(LAB, "recording.jsonl.gz")
+        labels = os.path.join(LAB, "faults.jsonl")
+        with open(labels, encoding="utf-8") as file:
+            faults = [json.loads(line) for line in file]
+        self.assertGreaterEqual(len(faults), 8)
+
+        with tempfile.TemporaryDirectory() as folder:
+            root = os.path.join(folder, "root")
+            subprocess.run([PROGRAM, "init", "--root", root, "--interval-time", "2",
+                            "--settings", os.path.join(LAB, "settings.json")],
+                           check=True, capture_output=True)
+            with gzip.open(recording) as file:
+                evaluated = subprocess.run(
+                    [PROGRAM, "evaluate", "--root", root, "--enroll", "--format", "json"],
+                    input=file.read(), check=True, capture_output=True)
+        scored = subprocess.run([os.path.join(LAB, "score"), "--json", labels, recording],
+                                input=evaluated.stdout, check=True, capture_output=True)
+        score = json.loads(scored.stdout)
+        self.assertEqual(score["found"], len(faults), score)
+        self.assertEqual(score["missed"], 0, score)
+        self.assertLessEqual(score["false"], MOST_FALSE_ALERTS, score)
+
+
+if __name__ == "__main__":
+    unittest.main()
