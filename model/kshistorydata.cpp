@@ -21,6 +21,9 @@ std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
 namespace {
 
+template <class Point>
+constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
+
 /// The position behind the quote that ends a string, from the first byte in it; npos when
 /// there is none.
 std::size_t EndOfString(std::string_view text, std::size_t begin) {
@@ -106,7 +109,8 @@ bool PointHistory<Point>::FromString(const std::string& text) {
     const JsonValue& constant = document;
     if (constant["dataType"].asInt() != dataType) return false;
     const JsonValue& list = constant["dataList"];
-    if (!list.isArray() && !list.isNull()) return false;
+    // Without a list there are no numbers, but of texts it must be there.
+    if (!list.isArray() && (kIsText<Point> || !list.isNull())) return false;
     hasListText_ = false;
     listText_.Clear();
     for (const JsonValue& element : list) {
@@ -157,8 +161,7 @@ void PointHistory<Point>::GetDataValue(const std::shared_ptr<KSDataBase>& point,
 
 template <class Point>
 std::int64_t PointHistory<Point>::GetLastTime() const {
-  constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
-  if (points_.empty()) return kIsText ? -1 : 0;
+  if (points_.empty()) return kIsText<Point> ? -1 : 0;
   return points_.back().time;
 }
 
