@@ -6,7 +6,6 @@
 
 namespace keelstone {
 
-KSDataBase::~KSDataBase() = default;
 KSDataFeature::~KSDataFeature() = default;
 
 template <class T>
@@ -28,6 +27,7 @@ double KSNumercialDataFeature<T>::SumFirstPass() {
   using Traits = NumericTraits<T>;
   T previous = points.front().value;
   double sum = static_cast<double>(previous);
+  valueCounts.reserve(points.size());
   // Runs of one value are the rule: their slot is looked up once a run.
   auto slot = valueCounts.try_emplace(previous, 0).first;
   ++slot->second;

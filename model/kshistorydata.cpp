@@ -11,18 +11,13 @@
 
 namespace keelstone {
 
-HistoryDataBase::~HistoryDataBase() = default;
-bool HistoryDataBase::FromString(const std::string&) { return false; }
-std::string HistoryDataBase::ToString() const { return {}; }
-std::int32_t HistoryDataBase::GetDataCount() const { return 0; }
-void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) {}
-void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
-std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
-
 namespace {
 
 template <class Point>
 constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
+
+// Of a number; the keys of its element alone take more.
+constexpr std::size_t kLeastElementSize = 28;
 
 /// The position behind the quote that ends a string, from the first byte in it; npos when
 /// there is none.
@@ -36,25 +31,30 @@ std::size_t EndOfString(std::string_view text, std::size_t begin) {
   return text.npos;
 }
 
-/// The position behind the element at the front of a list; npos when it does not end.
-std::size_t EndOfElement(std::string_view text) {
-  // Strings may hold braces: hop over them.
-  std::size_t at = text.find_first_of("\"}");
-  while (at != text.npos && text[at] == '"') {
-    at = EndOfString(text, at + 1);
-    if (at != text.npos) at = text.find_first_of("\"}", at);
-  }
-  return at == text.npos ? at : at + 1;
-}
-
 }  // namespace
 
+HistoryDataBase::~HistoryDataBase() = default;
+bool HistoryDataBase::FromString(const std::string&) { return false; }
+std::string HistoryDataBase::ToString() const { return {}; }
+void HistoryDataBase::WriteTo(std::string& text) const { text = ToString(); }
+std::int32_t HistoryDataBase::GetDataCount() const { return 0; }
+void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) {}
+void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
+std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
+
 void HistoryListText::DropFront(std::size_t count) {
-  for (; count > 0 && size() > 0; --count) {
-    const std::size_t end = EndOfElement(view());
-    if (end >= size()) return Clear();
-    begin_ += end + 1;  // and the comma
+  std::size_t at = begin_;
+  for (; count > 0 && at < text_.size(); ++at) {
+    if (text_[at] == '"') {
+      // Strings may hold braces: hop over them.
+      at = EndOfString(text_, at + 1);
+      if (at == std::string::npos) return Clear();
+      --at;
+    } else if (text_[at] == '}') {
+      --count;
+    }
   }
+  begin_ = std::min(at + 1, text_.size());  // behind the comma too
   // Once more of it is dropped than kept, let it go.
   if (begin_ > size()) {
     text_.erase(0, begin_);
@@ -82,6 +82,9 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
   if (!layout.SkipHead(dataType)) return false;
   const std::size_t before = points_.size();
   const char* const listBegin = layout.position();
+  if constexpr (!std::is_base_of_v<TextPoint, Point>) {
+    points_.reserve(before + text.size() / kLeastElementSize);
+  }
   ElementReader<Point> reader;
   bool isSound = true;
   do {
@@ -95,7 +98,10 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
     return false;
   }
   if (hasListText_) {
-    listText_.NextElement().append(listBegin, static_cast<std::size_t>(listEnd - listBegin));
+    const auto size = static_cast<std::size_t>(listEnd - listBegin);
+    std::string& list = listText_.NextElement();
+    list.reserve(list.size() + size + size / 16);  // most histories grow by a point
+    list.append(listBegin, size);
   }
   return true;
 }
@@ -126,11 +132,18 @@ bool PointHistory<Point>::FromString(const std::string& text) {
 
 template <class Point>
 std::string PointHistory<Point>::ToString() const {
-  if (points_.empty()) return {};
-  if (hasListText_) return HistoryText(dataType, listText_.view());
+  std::string text;
+  PointHistory::WriteTo(text);
+  return text;
+}
+
+template <class Point>
+void PointHistory<Point>::WriteTo(std::string& text) const {
+  if (points_.empty()) return text.clear();
+  if (hasListText_) return WriteHistoryText(dataType, listText_.view(), text);
   HistoryListText list;
   for (const Point& point : points_) AppendElement(list.NextElement(), point);
-  return HistoryText(dataType, list.view());
+  WriteHistoryText(dataType, list.view(), text);
 }
 
 template <class Point>

@@ -1,6 +1,9 @@
 #include "model/ksruledata.h"
 
+#include <utility>
+
 #include "model/numeric_traits.h"
+#include "model/own_text.h"
 
 namespace keelstone {
 
@@ -48,6 +51,16 @@ std::string IntEqualData<T>::ParamToString() const {
 }
 
 template <class T>
+bool IntEqualData<T>::TakeOwnText(std::string_view text) {
+  OwnTextReader reader(text);
+  T number = T();
+  if (!reader.Skip("{\"ruleParam\":") || !reader.Read(number)) return false;
+  if (!reader.Skip('}') || !reader.AtEnd()) return false;
+  value = number;
+  return true;
+}
+
+template <class T>
 bool IntEqualData<T>::IsEqual(const KSRuleDataBase* other) const {
   const auto* const same = Same(this, other);
   return same != nullptr && value == same->value;
@@ -70,6 +83,21 @@ std::string IntEnumData<T>::ParamToString() const {
 }
 
 template <class T>
+bool IntEnumData<T>::TakeOwnText(std::string_view text) {
+  OwnTextReader reader(text);
+  boost::container::flat_set<T> numbers;
+  T number = T();
+  if (!reader.Skip("{\"ruleParam\":[")) return false;
+  do {
+    if (!reader.Read(number)) return false;
+    numbers.insert(numbers.end(), number);
+  } while (reader.Skip(','));
+  if (!reader.Skip("]}") || !reader.AtEnd()) return false;
+  values = std::move(numbers);
+  return true;
+}
+
+template <class T>
 bool IntEnumData<T>::IsEqual(const KSRuleDataBase* other) const {
   const auto* const same = Same(this, other);
   return same != nullptr && values == same->values;
@@ -89,6 +117,19 @@ std::string IntRangeData<T>::ParamToString() const {
   text += ",\"minValue\":";
   NumericTraits<T>::Append(text, minValue);
   return text += '}';
+}
+
+template <class T>
+bool IntRangeData<T>::TakeOwnText(std::string_view text) {
+  OwnTextReader reader(text);
+  T most = T();
+  T least = T();
+  if (!reader.Skip("{\"maxValue\":") || !reader.Read(most)) return false;
+  if (!reader.Skip(",\"minValue\":") || !reader.Read(least)) return false;
+  if (!reader.Skip('}') || !reader.AtEnd()) return false;
+  maxValue = most;
+  minValue = least;
+  return true;
 }
 
 template <class T>

@@ -4,6 +4,7 @@
 #include <boost/container/flat_set.hpp>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "model/ksdatapoint.h"
 #include "platform/export.h"
@@ -46,6 +47,9 @@ class KEELSTONE_EXPORT IntEqualData final : public NumericRuleData<T> {
  public:
   void Clear() override;
   std::string ParamToString() const override;
+  /// Takes the parameter from a text that is just what ParamToString writes; false, and
+  /// no change, for any other.
+  bool TakeOwnText(std::string_view text);
   bool IsEqual(const KSRuleDataBase* other) const override;
 
   T value = T(-1);
@@ -57,6 +61,9 @@ class KEELSTONE_EXPORT IntEnumData final : public NumericRuleData<T> {
  public:
   void Clear() override;
   std::string ParamToString() const override;
+  /// Takes the parameter from a text that is just what ParamToString writes; false, and
+  /// no change, for any other.
+  bool TakeOwnText(std::string_view text);
   bool IsEqual(const KSRuleDataBase* other) const override;
 
   boost::container::flat_set<T> values;
@@ -68,6 +75,9 @@ class KEELSTONE_EXPORT IntRangeData final : public NumericRuleData<T> {
  public:
   void Clear() override;
   std::string ParamToString() const override;
+  /// Takes the parameter from a text that is just what ParamToString writes; false, and
+  /// no change, for any other.
+  bool TakeOwnText(std::string_view text);
   bool IsEqual(const KSRuleDataBase* other) const override;
 
   T maxValue = T(-1);

@@ -51,7 +51,11 @@ std::shared_ptr<const RuleSettings> DomainRuleSettings(const std::string& domain
   }
   try {
     const auto manager = KSDomainDataManager::Instance()->GetKSDataManager(domainId);
-    fetched = {domainId, generation, manager->GetRuleSettings()};
+    // A counter of the thread's own around the shared one: taking and dropping what is
+    // answered must not have all cores write the same cache line for every value.
+    const auto own =
+        std::make_shared<const std::shared_ptr<const RuleSettings>>(manager->GetRuleSettings());
+    fetched = {domainId, generation, std::shared_ptr<const RuleSettings>(own, own->get())};
     return fetched.settings;
   } catch (const std::exception&) {
     return nullptr;

@@ -1,0 +1,122 @@
+#include "model/own_text.h"
+
+#include <cfloat>
+#include <charconv>
+#include <cmath>
+#include <string>
+
+#include "platform/numbers.h"
+
+namespace keelstone {
+
+namespace {
+
+// As many as a Decimal has digits; each is exact.
+constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8, 1e9,
+                                   1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18};
+
+// Decimals of up to 15 digits all have doubles of their own: the shortest text of such a
+// double is the decimal itself. Dividing two numbers that a double holds exactly rounds
+// once, so the quotient is the double that the decimal reads as.
+constexpr std::uint64_t kShortDigits = 1'000'000'000'000'000U;
+static_assert(FLT_EVAL_METHOD == 0, "a quotient must be rounded to double at once");
+
+constexpr double kLeastPlain = 1e-4;  // what is smaller is written with an exponent
+
+/// Whether the decimal is what `value` is written as: it reads as `value`, is the nearest
+/// of its length, and no shorter one reads so. False when that is too close to tell.
+bool IsWrittenAs(double value, std::uint64_t digits, double power) {
+  // All in units of the last digit. The product is exact: a rounded one and its rest.
+  const double product = value * power;
+  const double rest = std::fma(value, power, -product);
+  const auto whole = static_cast<std::int64_t>(product);
+  const double off = static_cast<double>(whole - static_cast<std::int64_t>(digits)) +
+                     (product - static_cast<double>(whole)) + rest;
+  // How far from `value` a text still reads as it; below it is half as far at the least.
+  const double reach = (std::nextafter(value, 2 * value) - value) / 2 * power;
+  if (std::fabs(off) > 0.49 || std::fabs(off) > 0.49 * reach) return false;
+  const auto last = static_cast<double>(digits % 10);
+  return last + off > 1.01 * reach && 10 - last - off > 1.01 * reach;
+}
+
+}  // namespace
+
+bool OwnTextReader::ReadDecimal(Decimal& decimal) {
+  decimal.negative = Skip('-');
+  const std::ptrdiff_t count = ReadDigits(decimal.digits);
+  if (count == 0 || HasLeadingZero(next_ - count, count) || !Skip('.')) return false;
+  decimal.decimals = ReadDigits(decimal.digits);
+  if (decimal.decimals == 0 || count + decimal.decimals > kMostDigits) return false;
+  if (decimal.decimals > 1 && next_[-1] == '0') return false;
+  return next_ == end_ || (*next_ != 'e' && *next_ != 'E');
+}
+
+bool OwnTextReader::Read(double& value) {
+  const char* const before = next_;
+  Decimal decimal;
+  if (ReadDecimal(decimal) && decimal.digits < kShortDigits) {
+    const double magnitude = static_cast<double>(decimal.digits) / kPowersOfTen[decimal.decimals];
+    if (decimal.digits == 0 || magnitude >= kLeastPlain) {
+      value = decimal.negative ? -magnitude : magnitude;
+      return true;
+    }
+  }
+  next_ = before;
+  return ReadAnyReal(value);
+}
+
+// Floats are written with all the digits of a double, mostly 17.
+bool OwnTextReader::Read(float& value) {
+  const char* const before = next_;
+  Decimal decimal;
+  if (ReadDecimal(decimal) && decimal.digits >= kShortDigits) {
+    const double power = kPowersOfTen[decimal.decimals];
+    const float magnitude = NarrowToFloat(static_cast<double>(decimal.digits) / power);
+    if (static_cast<double>(magnitude) >= kLeastPlain &&
+        IsWrittenAs(static_cast<double>(magnitude), decimal.digits, power)) {
+      value = decimal.negative ? -magnitude : magnitude;
+      return true;
+    }
+  }
+  next_ = before;
+  double wide = 0.0;
+  if (!Read(wide)) return false;
+  value = NarrowToFloat(wide);
+  // What is no float is written otherwise than it was read.
+  if (static_cast<double>(value) == wide) return true;
+  next_ = before;
+  return false;
+}
+
+bool OwnTextReader::ReadAnyReal(double& value) {
+  const std::from_chars_result read = std::from_chars(next_, end_, value);
+  if (read.ec != std::errc() || !std::isfinite(value)) return false;
+  std::string written;
+  AppendNumber(written, value);
+  return Skip(written) && next_ == read.ptr;
+}
+
+bool OwnTextReader::Read(std::string_view& value) {
+  if (next_ == end_ || *next_ != '"') return false;
+  const char* const first = next_ + 1;
+  const auto* const quote =
+      static_cast<const char*>(std::memchr(first, '"', static_cast<std::size_t>(end_ - first)));
+  if (quote == nullptr) return false;
+  // Without a branch, and in bytes, compilers do many at a time.
+  unsigned char found = 0;
+  for (const char* c = first; c != quote; ++c) {
+    const auto byte = static_cast<unsigned char>(*c);
+    found = static_cast<unsigned char>(found | (byte < 0x20U) | (byte == '\\'));
+  }
+  if (found != 0) return false;
+  value = std::string_view(first, static_cast<std::size_t>(quote - first));
+  next_ = quote + 1;
+  return true;
+}
+
+bool OwnTextReader::Read(bool& value) {
+  value = Skip("true");
+  return value || Skip("false");
+}
+
+}  // namespace keelstone

@@ -1,0 +1,375 @@
+"""The program from outside: files on disk, bytes written, exit codes.
+
+Usage: program_test.py PROGRAM
+"""
+import itertools
+import json
+import os
+import pathlib
+import random
+import signal
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = sys.argv.pop(1)
+EMPTY_RESULT = {"ruleItems": [], "valueItems": [], "alertItems": []}
+
+
+def recording(rounds, devices):
+    """Runs of several units over time, with values of every numeric kind and some breaks."""
+    rng = random.Random(1)
+    for number, device in itertools.product(range(rounds), range(devices)):
+        values = [("constant", 5), ("wave", 50 + rng.randrange(-9, 10)), ("counter", 7 * number),
+                  ("load", round(rng.uniform(0.2, 0.4), 3)), ("state", number % 2)]
+        variables = [{"name": name, "interface": "eth%d" % (device % 2),
+                      "value": 999 if rng.random() < 0.01 else value,
+                      **({"type": "double"} if name == "load" else {})} for name, value in values]
+        yield json.dumps({"time": 1700000000 + 3600 * number, "device": "r%d" % device,
+                          "domain": "d%d" % (device % 3 % 2), "source": "s", "param": "p",
+                          "variables": variables}) + "\n"
+
+
+def run_line(value, **fields):
+    return json.dumps({"time": 1, "device": "d", "source": "s",
+                       "variables": [{"name": "v", "value": value}], **fields}) + "\n"
+
+
+class ProgramTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.root = self.path("root")
+
+    def path(self, *parts):
+        return os.path.join(self.folder, *parts)
+
+    def write(self, name, text):
+        with open(self.path(name), "wb") as file:
+            file.write(text if isinstance(text, bytes) else text.encode())
+        return self.path(name)
+
+    def database(self, name, domain="default"):
+        return os.path.join(self.root, "data", "FSParserData", domain, name + ".db")
+
+    def query(self, name, sql, domain="default"):
+        connection = sqlite3.connect(self.database(name, domain))
+        try:
+            with connection:
+                return connection.execute(sql).fetchall()
+        finally:
+            connection.close()
+
+    def settings(self, domain="default"):
+        rows = [json.loads(row[0]) for row in
+                self.query("KSGlobalSetting", "select data from KSGlobalSetting", domain)]
+        return {row["name"]: row["value"] for row in rows}
+
+    def call(self, *arguments, input=b"", code=0, stdout=subprocess.PIPE):
+        input = input if isinstance(input, bytes) else input.encode()
+        done = subprocess.run([PROGRAM, arguments[0], "--root", self.root, *arguments[1:]],
+                              input=input, stdout=stdout, stderr=subprocess.PIPE, timeout=300)
+        self.assertEqual(done.returncode, code, done.stderr.decode(errors="replace"))
+        return done.stdout, done.stderr.decode()
+
+    def evaluate(self, *arguments, **keywords):
+        return self.call("evaluate", *arguments, **keywords)
+
+    def results(self, *arguments, **keywords):
+        return [json.loads(line) for line in self.evaluate("--all", *arguments, **keywords)[0]
+                .splitlines()]
+
+    # init
+
+    def test_init_makes_the_databases_once(self):
+        overlay = self.write("s.json", '{"intRange": {"stdCoefficient": 7}, /* own */ "x": [1]}')
+        self.call("init", "--settings", overlay, "--interval-time", "60")
+        settings = self.settings()
+        self.assertEqual(settings["KSGeneralSetting"]["intRange"],
+                         {"dataCountMinLimit": 10, "valueStatusCount": 6, "lowerBoundMinValue": 0,
+                          "upperBoundMaxValue": 100, "percentageMaxValue": 95,
+                          "stdCoefficient": 7, "timeIntervalLimit": 216000,
+                          "dataCountHistory": 30})
+        self.assertEqual(settings["KSGeneralSetting"]["intEqual"]["condition0"]["deltaEZero"], 0.9)
+        self.assertEqual(settings["KSGeneralSetting"]["intEqual"]["condition1"]["deltaEZero"],
+                         0.800000011920929)
+        self.assertEqual(settings["KSGeneralSetting"]["x"], [1])
+        self.assertEqual(settings["KSTableCountLimit"], 5000)
+        for name, columns in [("KSVariableRule", 2), ("KSBlockSetting", 2), ("KSObjectRule", 14),
+                              ("KSObjectHistory", 7)]:
+            self.assertEqual(len(self.query(name, "pragma table_info(%s)" % name)), columns)
+        with open(os.path.join(self.root, "conf", "fix_frontserver.ini")) as file:
+            self.assertIn("IntervalTime=60", file.read().replace(" ", ""))
+
+        names = ["KSGlobalSetting", "KSVariableRule", "KSBlockSetting", "KSObjectRule",
+                 "KSObjectHistory"]
+        def contents():
+            return [pathlib.Path(self.database(name)).read_bytes() for name in names]
+        before = contents()
+        other = self.write("t.json", '{"intRange": {"stdCoefficient": 8}}')
+        _, said = self.call("init", "--settings", other)
+        self.assertIn("left as they are", said)
+        self.assertEqual(contents(), before)
+
+    def test_init_makes_whole_what_was_begun(self):
+        self.call("init", "--domain", "a/b")
+        self.assertTrue(os.path.exists(self.database("KSObjectRule", "a%2Fb")))
+        os.remove(self.database("KSObjectHistory", "a%2Fb"))
+        pathlib.Path(self.database("KSObjectRule", "a%2Fb")).write_bytes(b"")
+        self.query("KSGlobalSetting", "delete from KSGlobalSetting where data like '%Table%'",
+                   "a%2Fb")
+        self.call("init", "--domain", "a/b")
+        self.query("KSObjectRule", "select ruleTypeId from KSObjectRule", "a%2Fb")
+        self.query("KSObjectHistory", "select HistoryData from KSObjectHistory", "a%2Fb")
+        self.assertEqual(self.settings("a%2Fb")["KSTableCountLimit"], 5000)
+
+    def test_init_refuses_settings_that_are_none(self):
+        for text, where in [('{"a":1,\n}', "s.json:2:"), ("[]", "s.json:1:"), ("", "s.json:1:")]:
+            _, said = self.call("init", "--settings", self.write("s.json", text), code=2)
+            self.assertIn(where, said)
+        self.call("init", "--settings", self.folder, code=2)
+        self.call("init", "--settings", self.path("none"), code=2)
+        self.assertFalse(os.path.exists(self.root))
+
+    # evaluate: what comes out
+
+    def test_output_depends_on_nothing_but_the_input(self):
+        lines = list(recording(40, 12))
+        whole = self.write("whole.jsonl", "".join(lines))
+        expected, _ = self.evaluate("--enroll", "--all", "--threads", "1", whole)
+        found = [json.loads(line) for line in expected.splitlines()]
+        self.assertEqual([(r["time"], r["device"]) for r in found],
+                         [(r["time"], r["device"]) for r in map(json.loads, lines)])
+        for kind in EMPTY_RESULT:
+            self.assertGreater(sum(len(r["result"][kind]) for r in found), 20, kind)
+
+        parts = [self.write("part%d" % i, "".join(lines[48 * i:48 * (i + 1)])) for i in range(10)]
+        def fresh(*arguments, **keywords):
+            self.root = self.path("root%d" % len(os.listdir(self.folder)))
+            return self.evaluate("--enroll", "--all", *arguments, **keywords)[0]
+        self.assertEqual(fresh("--threads", "8", whole), expected)
+        self.assertEqual(fresh("--threads", "3", *parts), expected)
+        self.assertEqual(fresh(*parts[:5], "-", input="".join(lines[240:])), expected)
+        one_by_one = [fresh(parts[0])]
+        one_by_one += [self.evaluate("--enroll", "--all", part)[0] for part in parts[1:]]
+        self.assertEqual(b"".join(one_by_one), expected)
+        # Without --all the lines that found something, and nothing else.
+        telling = [line for line in expected.splitlines(keepends=True)
+                   if json.loads(line)["result"] != EMPTY_RESULT]
+        self.root = self.path("sparse")
+        self.assertEqual(self.evaluate("--enroll", whole)[0], b"".join(telling))
+
+    def test_result_lines_have_the_documented_fields(self):
+        self.call("init")
+        out, _ = self.evaluate(input=run_line(1, param="p\u00e9"))
+        self.assertEqual(out.decode(), '{"time":1,"domain":"default","device":"d","source":"s",'
+                         '"param":"p\u00e9","blocked":false,"variables":1,"rejected":["v"],"result":'
+                         '{"ruleItems":[],"valueItems":[],"alertItems":[]}}\n')
+
+    def test_text_is_one_line_a_finding(self):
+        out, _ = self.evaluate("--enroll", "--format", "text", input="".join(recording(12, 2)))
+        for line in out.decode().splitlines():
+            self.assertRegex(line, r"^2023-11-1\d \d\d:\d\d:\d\dZ (ALERT |GOLDEN|RULE  ) r[01] eth")
+
+    def test_faulty_lines_are_told_and_skipped(self):
+        lines = self.write("in.jsonl", b"\xef\xbb\xbf\r\n" + run_line(1).encode() + b"{\n  \t\n" +
+                           run_line(1, time=2.5).encode() + b"\xef\xbb\xbf{}\n[\xff]\n" +
+                           run_line(2).encode().rstrip() + b"\r\n" + run_line(3).encode().rstrip())
+        out, said = self.evaluate("--enroll", "--all", lines, code=1)
+        self.assertEqual(len(out.splitlines()), 3)
+        places = [line.split(": ")[0].rsplit(":", 1)[1] for line in said.splitlines()
+                  if line.startswith(lines)]
+        self.assertEqual(places, ["3", "5", "6", "7"])
+        self.assertIn("4 lines skipped", said)
+        self.assertEqual(len(self.results("--strict", lines, code=1)), 1)
+        _, said = self.evaluate(input="x", code=1)
+        self.assertIn("<stdin>:1: not JSON", said)
+
+    def test_enrolment_defines_variables_once(self):
+        lines = run_line(1) + run_line(2.5) + run_line(3, device="e") + run_line(4, param="q")
+        found = self.results("--enroll", input=lines, code=0)
+        self.assertEqual([r["rejected"] for r in found], [[], ["v"], [], []])
+        rules = [json.loads(row[0]) for row in
+                 self.query("KSVariableRule", "select data from KSVariableRule")]
+        self.assertEqual(rules, [{**rules[0], "variableSource": "s", "variableName": "v",
+                                  "param": "", "variableSourceType": 2, "ruleTypeId": -1,
+                                  "variableDataType": 1, "isCustomerEnable": 0,
+                                  "isInitialEnable": True}])
+        found = self.results(input=run_line(1) + run_line(1, domain="none") * 2)
+        self.assertEqual([r["rejected"] for r in found], [[], ["v"], ["v"]])
+        self.assertFalse(os.path.exists(os.path.dirname(self.database("x", "none"))))
+
+    def test_domains_of_any_name_stay_below_the_root(self):
+        names = {"": "%", ".": "%2E", "..": "%2E%2E", "../x": "..%2Fx", "a\n%": "a%0A%25"}
+        lines = "".join(run_line(1, domain=name) for name in names)
+        self.assertEqual([r["rejected"] for r in self.results("--enroll", input=lines)], [[]] * 5)
+        self.assertEqual(sorted(os.listdir(os.path.join(self.root, "data", "FSParserData"))),
+                         sorted(names.values()))
+        self.assertEqual(self.results("--domain", "", input=run_line(1))[0]["rejected"], [])
+        found = self.results(input=run_line(1, domain="x" * 300) + run_line(1, domain="."))
+        self.assertEqual([r["rejected"] for r in found], [["v"], []])
+
+    def test_strict_enrols_nothing_beyond_the_fault(self):
+        later = run_line(1, source="later")
+        self.evaluate("--enroll", "--strict", input=run_line(1) + "x\n" + later, code=1)
+        self.assertEqual(self.query("KSVariableRule", "select count(*) from KSVariableRule"), [(1,)])
+
+    def test_limits_and_switches_of_the_domain(self):
+        self.call("init")
+        for name, value in [("KSTableCountLimit", 2), ("KSStrRowCountLimit", 3)]:
+            row = json.dumps({"name": name, "value": value})
+            self.query("KSGlobalSetting", "update KSGlobalSetting set data = '%s' where data like "
+                       "'%%%s%%'" % (row, name))
+        variables = [{"name": "t2", "value": [{"a": 1}] * 2}, {"name": "t3", "value": [{"a": 1}] * 3},
+                     {"name": "s3", "value": "a\nb\nc\n"}, {"name": "s4", "value": "a\nb\nc\n\n"}]
+        found = self.results("--enroll", input=run_line(1, variables=variables))
+        self.assertEqual(found[0]["variables"], 2)
+        self.assertTrue({"t3", "s4"}.issubset(found[0]["rejected"]))
+        self.query("KSGlobalSetting", "update KSGlobalSetting set data = "
+                   "'{\"name\":\"EnableKSFunction\",\"value\":\"TRUE\"}' where data like '%Enable%'")
+        out, said = self.evaluate("--all", input=run_line(1) * 2)
+        self.assertEqual([json.loads(r)["variables"] for r in out.splitlines()], [0, 0])
+        self.assertEqual(said.count("EnableKSFunction"), 1)
+
+    def test_block_periods(self):
+        self.call("init")
+        for device, end in [("d", 1 << 40), ("e", 5)]:
+            block = {"nodes": [{"deviceName": device}], "blockTimeStart": 0, "blockTimeEnd": end}
+            self.query("KSBlockSetting", "insert into KSBlockSetting (data) values ('%s')" %
+                       json.dumps(block))
+        found = self.results("--enroll", input=run_line(1) + run_line(1, device="e"))
+        self.assertEqual([r["blocked"] for r in found], [True, False])
+
+    def test_giant_lines(self):
+        giant = run_line("x" * 20_000_000) + run_line(1, x="[" * 1000) + run_line(1)
+        self.assertEqual(len(self.results("--enroll", input=giant)), 3)
+        self.evaluate(input=run_line(1) + "[" * 5_000_000, code=1)
+
+    # evaluate: exit codes
+
+    def test_inputs_that_cannot_be_read_stop_before_the_start(self):
+        good = self.write("good", run_line(1))
+        for bad in [self.path("none"), self.folder]:
+            _, said = self.evaluate("--enroll", good, bad, code=2)
+            self.assertIn(bad, said)
+        done = subprocess.run("exec '%s' evaluate --enroll --root '%s' <&-" %
+                              (PROGRAM, self.root), shell=True, stderr=subprocess.PIPE)
+        self.assertEqual(done.returncode, 2)
+        self.assertFalse(os.path.exists(self.root))
+
+    def test_databases_that_cannot_be_used(self):
+        self.evaluate(input=run_line(1), code=2)  # no root
+        self.call("init")
+        self.call("init", "--domain", "bad")
+        with open(self.database("KSObjectRule", "bad"), "wb") as file:
+            file.write(b"this is no database " * 100)
+        _, said = self.evaluate("--domain", "bad", input=run_line(1), code=2)
+        self.assertIn("KSObjectRule.db", said)
+        # Found later: what came before is evaluated, and nothing else.
+        bad = run_line(1, domain="bad")
+        out, said = self.evaluate("--all", input=run_line(1) + bad + run_line(1), code=3)
+        self.assertEqual(len(out.splitlines()), 1)
+        self.assertIn("<stdin>:2:", said)
+        self.evaluate(input=bad + run_line(1), code=2)
+        self.write("file", "")
+        self.root = self.path("file")
+        self.evaluate("--enroll", input=run_line(1), code=2)
+        self.call("init", code=2)
+
+    def test_alerts_and_skipped_lines(self):
+        lines = "".join(recording(12, 1)).replace('"domain": "d0", ', "")
+        self.evaluate("--enroll", input=lines)
+        alert = lines.splitlines(keepends=True)[-1].replace('"value": 5', '"value": 6')
+        self.assertNotEqual(alert, lines.splitlines(keepends=True)[-1])
+        self.evaluate("--on-demand", "--fail-on-alert", input=alert + "x\n", code=4)
+        self.evaluate("--on-demand", input=alert + "x\n", code=1)
+        self.evaluate("--on-demand", "--fail-on-alert", "--strict", input="x\n" + alert, code=1)
+
+    def test_writes_that_fail(self):
+        self.call("init")
+        self.query("KSObjectHistory", "create trigger no before insert on KSObjectHistory "
+                   "begin select raise(abort, 'no'); end")
+        _, said = self.evaluate("--enroll", input=run_line(1, time=1700000000), code=3)
+        self.assertIn("keelstone.log", said)
+
+    def test_usage(self):
+        self.call("evaluate", "--threads", "0", code=2)
+        self.call("evaluate", "--format", "xml", code=2)
+        self.call("init", "--interval-time", "soon", code=2)
+        for arguments, code in [([], 2), (["nothing"], 2), (["--help"], 0), (["--version"], 0),
+                                (["init", "--help"], 0), (["evaluate", "--help"], 0)]:
+            done = subprocess.run([PROGRAM, *arguments], capture_output=True)
+            self.assertEqual(done.returncode, code, arguments)
+            self.assertEqual(bool(done.stdout), code == 0)
+            self.assertEqual(bool(done.stderr), code == 2)
+
+    # evaluate: broken off
+
+    def start(self, *arguments):
+        return subprocess.Popen([PROGRAM, "evaluate", "--root", self.root, "--enroll", "--all",
+                                 *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+
+    def test_a_pipe_that_nobody_writes_to_can_be_left(self):
+        os.mkfifo(self.path("pipe"))
+        begun = self.start(self.write("in", run_line(1)), self.path("pipe"))
+        begun.stdout.readline()
+        begun.send_signal(signal.SIGTERM)
+        begun.communicate()
+        self.assertEqual(begun.returncode, 3)
+
+    def test_a_signal_ends_it_with_everything_stored(self):
+        lines = [line.encode() for line in recording(30, 4)]
+        expected, _ = self.evaluate("--enroll", "--all", input=b"".join(lines))
+        self.root = self.path("signalled")
+        for number in [signal.SIGTERM, signal.SIGINT]:
+            done = 0
+            begun = self.start("--threads", "4")
+            begun.stdin.write(b"".join(lines[:40]))
+            begun.stdin.flush()  # and no end of input
+            out = b"".join(begun.stdout.readline() for _ in range(40))
+            begun.send_signal(number)
+            out += begun.stdout.read()
+            self.assertEqual(begun.wait(), 3)
+            begun.stdin.close(), begun.stdout.close(), begun.stderr.close()
+            self.assertEqual(out.count(b"\n"), 40)
+            rest, _ = self.evaluate("--enroll", "--all", input=b"".join(lines[40:]))
+            self.assertEqual(out + rest, expected)
+            self.root = self.path("again")
+
+    def test_a_signal_in_the_middle_leaves_a_beginning(self):
+        lines = [line.encode() for line in recording(300, 40)]
+        expected, _ = self.evaluate("--enroll", "--all", input=b"".join(lines))
+        self.root = self.path("signalled")
+        begun = self.start(self.write("in", b"".join(lines)))
+        out = begun.stdout.readline()
+        begun.send_signal(signal.SIGTERM)
+        out += begun.stdout.read()
+        self.assertEqual(begun.wait(), 3)
+        begun.stdin.close(), begun.stdout.close(), begun.stderr.close()
+        count = out.count(b"\n")
+        self.assertLess(count, len(lines))
+        rest, _ = self.evaluate("--enroll", "--all", input=b"".join(lines[count:]))
+        self.assertEqual(out + rest, expected)
+
+    def test_closed_and_full_output(self):
+        lines = self.write("in", "".join(recording(100, 40)))
+        begun = self.start(lines)
+        begun.stdout.readline()
+        begun.stdout.close()
+        _, said = begun.communicate()
+        self.assertEqual(begun.returncode, 3)
+        self.assertIn(b"standard output", said)
+        with open("/dev/full", "w") as full:
+            self.evaluate("--enroll", "--all", lines, stdout=full, code=3)
+        done = subprocess.run("exec '%s' evaluate --root '%s' --all '%s' >&-" %
+                              (PROGRAM, self.root, lines), shell=True, stderr=subprocess.PIPE)
+        self.assertEqual(done.returncode, 3)
+        self.query("KSObjectHistory", "pragma integrity_check", "d0")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,89 @@
+#include "host/result_output.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "host/rule_words.h"
+#include "host/text_escape.h"
+
+namespace keelstone::host {
+namespace {
+
+using ::testing::HasSubstr;
+
+ParsedRun SomeRun() {
+  ParsedRun run;
+  run.time = 1700000000;
+  run.domain = "d\n";
+  run.device = "r1";
+  run.source = "bgp";
+  return run;
+}
+
+RunOutcome WithAlert(const std::string& interface, const std::string& valueText) {
+  RunOutcome outcome;
+  outcome.variables = 1;
+  outcome.results = std::make_shared<KSRuleUpdateResultData>();
+  auto alert = std::make_shared<KSAlertData>();
+  alert->SetInterfaceValue(interface);
+  alert->SetVaraibleName("peers");
+  JsonValue info;
+  info["_t"] = 7;
+  info["_p"] = R"({"maxValue":16,"minValue":4})";
+  info["_v"] = valueText;
+  alert->SetAlertInfo(info.toString());
+  outcome.results->AddKSAlertResultItem(alert);
+  return outcome;
+}
+
+TEST(ResultOutput, JsonHasItsFieldsInOrder) {
+  RunOutcome outcome;
+  outcome.blocked = true;
+  outcome.variables = 2;
+  outcome.rejected = {"a\"", "b"};
+  EXPECT_EQ(JsonOutput(SomeRun(), outcome, false),
+            R"({"time":1700000000,"domain":"d\n","device":"r1","source":"bgp","param":"",)"
+            R"("blocked":true,"variables":2,"rejected":["a\"","b"],)"
+            R"("result":{"ruleItems":[],"valueItems":[],"alertItems":[]}})"
+            "\n");
+}
+
+TEST(ResultOutput, JsonLeavesOutWhatFoundNothing) {
+  RunOutcome outcome;
+  outcome.variables = 2;
+  outcome.results = std::make_shared<KSRuleUpdateResultData>();
+  EXPECT_EQ(JsonOutput(SomeRun(), outcome, false), "");
+  EXPECT_THAT(JsonOutput(SomeRun(), outcome, true), HasSubstr("\"rejected\":[],\"result\":{"));
+  EXPECT_THAT(JsonOutput(SomeRun(), WithAlert("", "1"), false), HasSubstr("\"alertItems\":[{"));
+}
+
+TEST(ResultOutput, TextTellsAnAlertInOneLine) {
+  EXPECT_EQ(TextOutput(SomeRun(), WithAlert("eth0", "90")),
+            "2023-11-14 22:13:20Z ALERT  r1 eth0 bgp peers = 90: expected between 4 and 16\n");
+}
+
+TEST(ResultOutput, TextShowsNoTerminalWhatADeviceSends) {
+  const std::string text =
+      TextOutput(SomeRun(), WithAlert("\x1b]0;x\x07", "a\nb\xC2\x9B\xE2\x80\xAE\xFF"));
+  EXPECT_THAT(text, HasSubstr("r1 \\x1b]0;x\\x07 bgp"));
+  EXPECT_THAT(text, HasSubstr("a\\nb\\xc2\\x9b\\xe2\\x80\\xae"));
+  EXPECT_EQ(text.find_first_of("\x1b\x07\x9b"), std::string::npos);
+  EXPECT_EQ(text.find('\n'), text.size() - 1);
+  EXPECT_EQ(Printable("é\xC0\x80x", 100), "é\\xc0\\x80x");
+  EXPECT_EQ(Printable("abcdef", 3), "abc…");
+}
+
+TEST(RuleWords, TellEveryKindOfRule) {
+  EXPECT_EQ(RuleInWords(kIntEqual, R"({"ruleParam":5})"), "always 5");
+  EXPECT_EQ(RuleInWords(kStrEqual, R"({"ruleParam":"up\u001b"})"), "always \"up\\x1b\"");
+  EXPECT_EQ(RuleInWords(kIntEnum, R"({"ruleParam":[1,2.5]})"), "one of 1, 2.5");
+  EXPECT_EQ(RuleInWords(kIntRange, R"({"maxValue":9,"minValue":-1})"), "between -1 and 9");
+  EXPECT_EQ(RuleInWords(kIntIncrease, "{}"), "rising");
+  EXPECT_EQ(RuleInWords(kIntLEQ, R"({"ruleParam":80})"), "at most 80");
+  EXPECT_EQ(RuleInWords(kIntRange, "torn {"), "intRange torn {");
+  EXPECT_EQ(RuleInWords(static_cast<EnumRuleType>(99), "x"), "no rule x");
+}
+
+}  // namespace
+}  // namespace keelstone::host

@@ -1,0 +1,244 @@
+#include "results/keelstoneupdateruledata.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/json_reader.h"
+#include "tests/support/log_capture.h"
+
+namespace keelstone::testing {
+namespace {
+
+KSRuleUpdateResultItem RuleItem() {
+  KSRuleUpdateResultItem item(4, R"({"ruleParam":5})", "name", "node", "if", "source", "param", 2);
+  item.strDeviceName = "device";
+  item.strInterfacePath = "path";
+  item.strNodePathSchema = "schema";
+  item.nVariableType = 7;
+  return item;
+}
+constexpr const char* kRuleText =
+    R"({"nRuleId":4,"strRuleAlgParam":"{\"ruleParam\":5}","nVariableSourceType":2,)"
+    R"("nVariableType":7,"strVariableParam":"param","strVariableName":"name","strNodeId":"node",)"
+    R"("strInterfaceName":"if","strVariableSource":"source","strDeviceName":"device",)"
+    R"("strInterfacePath":"path","strNodePathSchema":"schema","nOperateType":0})";
+
+KSValueUpdateResultItem ValueItem() {
+  KSValueUpdateResultItem item("node", "if", "source", "name", "5", 9000000000, "structure",
+                               "param", 2);
+  item.nRuleId = 7;
+  item.nVariableType = 25;
+  item.strDeviceName = "device";
+  item.strInterfacePath = "path";
+  item.strNodePathSchema = "schema";
+  return item;
+}
+constexpr const char* kValueText =
+    R"({"nVariableSourceType":2,"nVariableType":25,"strVariableParam":"param",)"
+    R"("strVariableName":"name","strNodeId":"node","strInterfaceName":"if",)"
+    R"("strVariableSource":"source","strJsonValue":"5","nValueTime":9000000000,)"
+    R"("strStructureId":"structure","nRuleId":7,"strDeviceName":"device",)"
+    R"("strInterfacePath":"path","strNodePathSchema":"schema"})";
+
+KSAlertData Alert() {
+  KSAlertData alert;
+  alert.SetNodeId("node");
+  alert.SetNodeSchema("schema");
+  alert.SetDeviceName("device");
+  alert.SetInterfacePath("path");
+  alert.SetInterfaceValue("if");
+  alert.SetParserParam("param");
+  alert.SetSourcePath("source");
+  alert.SetVaraibleName("name");
+  alert.SetAlertInfo(R"({"_t":4})");
+  alert.SetTaskIds({"task"});
+  alert.SetLiveTime(9000000000);
+  return alert;
+}
+constexpr const char* kAlertText =
+    R"({"NodeId":"node","NodeSchema":"schema","DeviceName":"device","InterfacePath":"path",)"
+    R"("InterfaceValue":"if","ParserParam":"param","SourcePath":"source","VaraibleName":"name",)"
+    R"("LiveTime":9000000000,"RuleParam":"{\"_t\":4}"})";
+
+JsonValue Parsed(const std::string& text) {
+  JsonValue value;
+  EXPECT_TRUE(JsonReader::Parse(text, value)) << text;
+  return value;
+}
+
+TEST(ResultItems, AreWrittenInTheirOrderAndReadBack) {
+  EXPECT_EQ(RuleItem().ToJsonString(), kRuleText);
+  EXPECT_EQ(ValueItem().ToJsonString(), kValueText);
+  EXPECT_EQ(Alert().ToJsonString(), kAlertText);
+  const auto again = [](auto item, const char* text) {
+    EXPECT_TRUE(item.LoadFromJson(Parsed(text)));
+    EXPECT_EQ(item.ToJsonString(), text);
+  };
+  again(KSRuleUpdateResultItem(), kRuleText);
+  again(KSValueUpdateResultItem(), kValueText);
+  again(KSAlertData(), kAlertText);
+}
+
+TEST(ResultItems, StartWithTheirDefaults) {
+  EXPECT_EQ(KSRuleUpdateResultItem().ToJsonValue()["nVariableSourceType"].asInt(), 2);
+  EXPECT_EQ(KSRuleUpdateResultItem().ToJsonValue()["nVariableType"].asInt(), -1);
+  EXPECT_EQ(KSRuleUpdateResultItem().ToJsonValue()["nOperateType"].asInt(), 0);
+  const KSValueUpdateResultItem value;
+  EXPECT_EQ(value.nRuleId, -1);
+  EXPECT_EQ(value.nVariableType, -1);
+  EXPECT_EQ(value.nValueTime, -1);
+  EXPECT_EQ(value.nVariableSourceType, 2);
+}
+
+TEST(ResultItems, ReadMissingMembersAsNothing) {
+  KSRuleUpdateResultItem rule = RuleItem();
+  EXPECT_TRUE(rule.LoadFromJson(Parsed("{}")));
+  EXPECT_EQ(rule.nVariableSourceType, 0);
+  EXPECT_EQ(rule.nVariableType, 0);
+  EXPECT_EQ(rule.strRuleAlgParam, "");
+  KSAlertData alert = Alert();
+  EXPECT_TRUE(alert.LoadFromJson(Parsed(R"({"VariableName":"other","ParserParam":{"a":[1]}})")));
+  EXPECT_EQ(alert.GetVaraibleName(), "");  // the key is spelled otherwise
+  EXPECT_EQ(alert.GetLiveTime(), 0);
+  EXPECT_EQ(alert.GetParserParam().toString(), R"({"a":[1]})");
+}
+
+TEST(ResultItems, StayAsTheyAreWhenAMemberIsRefused) {
+  KSValueUpdateResultItem value = ValueItem();
+  EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"strNodeId":"other","nRuleId":"x"})")));
+  EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"nRuleId":4294967296})")));
+  EXPECT_FALSE(value.LoadFromJson(Parsed("[]")));
+  EXPECT_EQ(value.ToJsonString(), kValueText);
+  EXPECT_TRUE(value.LoadFromJson(Parsed(R"({"nValueTime":-9223372036854775808})")));
+}
+
+TEST(ResultItems, TakeADefinitionOver) {
+  RuleDefinitionData definition(6, 3, "param text", "def source", "def name", 25, "def param");
+  KSRuleUpdateResultItem rule = RuleItem();
+  rule.SetRuleDefinition(definition);
+  EXPECT_EQ(rule.ToJsonString(),
+            R"({"nRuleId":6,"strRuleAlgParam":"{\"ruleParam\":5}","nVariableSourceType":3,)"
+            R"("nVariableType":25,"strVariableParam":"def param","strVariableName":"def name",)"
+            R"("strNodeId":"node","strInterfaceName":"if","strVariableSource":"def source",)"
+            R"("strDeviceName":"device","strInterfacePath":"path","strNodePathSchema":"schema",)"
+            R"("nOperateType":0})");
+  KSValueUpdateResultItem value = ValueItem();
+  value.SetRuleDefinition(definition);
+  EXPECT_EQ(value.nRuleId, 6);
+  EXPECT_EQ(value.nVariableType, 25);
+  EXPECT_EQ(value.strVariableName, "def name");
+  EXPECT_EQ(value.strJsonValue, "5");
+}
+
+class ResultContainer : public ::testing::Test {
+ protected:
+  void Fill() {
+    EXPECT_EQ(
+        results_.AddKSRuleUpdateResultItem(std::make_shared<KSRuleUpdateResultItem>(RuleItem())),
+        1);
+    EXPECT_EQ(
+        results_.AddKSValueUpdateResultItem(std::make_shared<KSValueUpdateResultItem>(ValueItem())),
+        1);
+    EXPECT_EQ(results_.AddKSAlertResultItem(std::make_shared<KSAlertData>(Alert())), 1);
+    EXPECT_EQ(results_.AddKSAlertResultItem(std::make_shared<KSAlertData>(Alert())), 2);
+  }
+  static std::string FullText() {
+    return std::string(R"({"ruleItems":[)") + kRuleText + R"(],"valueItems":[)" + kValueText +
+           R"(],"alertItems":[)" + kAlertText + "," + kAlertText + "]}";
+  }
+
+  KSRuleUpdateResultData results_;
+};
+
+TEST_F(ResultContainer, IsOneDocument) {
+  EXPECT_EQ(results_.ToJsonString(), R"({"ruleItems":[],"valueItems":[],"alertItems":[]})");
+  Fill();
+  EXPECT_EQ(results_.ToJsonString(), FullText());
+  KSRuleUpdateResultData again;
+  EXPECT_TRUE(again.LoadFromJson(Parsed(FullText())));
+  EXPECT_EQ(again.ToJsonString(), FullText());
+  ASSERT_EQ(again.GetKSAlertResults().size(), 2U);
+  EXPECT_TRUE(again.GetKSAlertResults()[0]->GetTaskIds().empty());
+}
+
+TEST_F(ResultContainer, IsEmptiedByLoading) {
+  Fill();
+  EXPECT_TRUE(results_.LoadFromJson(Parsed(std::string(R"({"ruleItems":[)") + kRuleText + "]}")));
+  EXPECT_EQ(results_.GetKSRuleUpdateResults().size(), 1U);
+  EXPECT_TRUE(results_.GetKSValueUpdateResults().empty());
+  EXPECT_TRUE(results_.GetKSAlertResults().empty());
+  EXPECT_FALSE(results_.LoadFromJson(Parsed(R"({"ruleItems":[{},{"nRuleId":[]}]})")));
+  EXPECT_TRUE(results_.GetKSRuleUpdateResults().empty());
+}
+
+TEST_F(ResultContainer, TakesANewDeviceId) {
+  Fill();
+  results_.ReSetDeviceID("other", {"t1", "t2"});
+  EXPECT_EQ(results_.GetKSRuleUpdateResults()[0]->strNodeId, "other");
+  EXPECT_EQ(results_.GetKSValueUpdateResults()[0]->strNodeId, "other");
+  for (const auto& alert : results_.GetKSAlertResults()) {
+    EXPECT_EQ(alert->GetNodeId(), "other");
+    EXPECT_EQ(alert->GetTaskIds(), (std::vector<std::string>{"t1", "t2"}));
+  }
+}
+
+TEST_F(ResultContainer, RefusesTextsBeyondTheLimit) {
+  constexpr std::size_t kLimit = 14680064;
+  LogCapture log;
+  auto rule = std::make_shared<KSRuleUpdateResultItem>(RuleItem());
+  rule->strRuleAlgParam.assign(kLimit, 'x');
+  EXPECT_EQ(results_.AddKSRuleUpdateResultItem(rule), 1);
+  auto value = std::make_shared<KSValueUpdateResultItem>(ValueItem());
+  value->strJsonValue.assign(kLimit, 'x');
+  EXPECT_EQ(results_.AddKSValueUpdateResultItem(value), 1);
+  EXPECT_TRUE(log.Lines().empty());
+
+  auto longer = std::make_shared<KSRuleUpdateResultItem>(*rule);
+  longer->strRuleAlgParam += 'x';
+  EXPECT_EQ(results_.AddKSRuleUpdateResultItem(longer), 1);
+  auto longerValue = std::make_shared<KSValueUpdateResultItem>(*value);
+  longerValue->strJsonValue += 'x';
+  EXPECT_EQ(results_.AddKSValueUpdateResultItem(longerValue), 1);
+  const auto lines = log.Lines();
+  ASSERT_EQ(lines.size(), 2U);
+  for (const auto& line : lines) {
+    EXPECT_EQ(line.message, "Device device, interface if, variable name is too big");
+    EXPECT_EQ(line.module, "FS_Keelstone");
+    EXPECT_EQ(line.source, "keelstoneupdateruledata");
+    EXPECT_EQ(line.level, 2);
+  }
+
+  auto alert = std::make_shared<KSAlertData>(Alert());
+  alert->SetAlertInfo(std::string(kLimit + 1, 'x'));
+  EXPECT_EQ(results_.AddKSAlertResultItem(alert), 1);
+  EXPECT_EQ(log.Lines().size(), 2U);
+}
+
+TEST_F(ResultContainer, IsValidWhateverBytesTheDeviceSent) {
+  const std::string bytes = "a\xFFz\xC3";
+  auto alert = std::make_shared<KSAlertData>(Alert());
+  alert->SetVaraibleName(bytes);
+  alert->SetParserParam(bytes);
+  results_.AddKSAlertResultItem(alert);
+  auto rule = std::make_shared<KSRuleUpdateResultItem>(RuleItem());
+  rule->strInterfaceName = bytes;
+  results_.AddKSRuleUpdateResultItem(rule);
+
+  JsonReadOptions strict;
+  strict.requireUtf8 = true;
+  JsonValue document;
+  ASSERT_TRUE(JsonReader::Parse(results_.ToJsonString(), document, nullptr, strict));
+  const JsonValue& read = document;
+  EXPECT_EQ(read["alertItems"][0]["VaraibleName"].asString(), "a\xEF\xBF\xBDz\xEF\xBF\xBD");
+  EXPECT_EQ(read["ruleItems"][0]["strInterfaceName"].asString(), "a\xEF\xBF\xBDz\xEF\xBF\xBD");
+  // The records and the values keep what came.
+  EXPECT_EQ(results_.GetKSAlertResults()[0]->GetVaraibleName(), bytes);
+  const JsonValue kept = results_.ToJsonValue();
+  EXPECT_EQ(kept["alertItems"][0]["VaraibleName"].asString(), bytes);
+}
+
+}  // namespace
+}  // namespace keelstone::testing
