@@ -12,9 +12,8 @@
 
 #include "model/kshistorydata.h"
 #include "model/textfeature.h"
-#include "platform/base64.h"
-#include "platform/compressor.h"
 #include "tests/support/odd_texts.h"
+#include "tests/support/text_points.h"
 #include "tests/support/text_second_reading.h"
 
 namespace keelstone::testing {
@@ -24,10 +23,6 @@ using plain::Quote;
 using plain::SeenText;
 using ::testing::ElementsAreArray;
 using Times = std::vector<std::pair<std::int64_t, std::string>>;
-
-std::shared_ptr<KSDataBase> StringPoint(std::int64_t time, const std::string& value) {
-  return std::make_shared<KSDataPoint<std::string>>(time, value);
-}
 
 template <class History>
 Times Content(const History& history) {
@@ -191,41 +186,6 @@ TEST(StringHistory, StaysSmallHoweverLongItIsUsed) {
 
 // ---- Tables
 
-std::string Compressed(std::string text) {
-  EXPECT_TRUE(CompressString(text));
-  return text;
-}
-
-std::shared_ptr<KSTableDataPoint> TablePoint(const SeenText& seen) {
-  const auto point = std::make_shared<KSTableDataPoint>(seen.time, seen.value);
-  const auto content = std::make_shared<TableContent>();
-  content->hashColumns = seen.columns;
-  content->hashSort = seen.sorted;
-  content->rawValueSize = static_cast<std::int64_t>(seen.table.size());
-  content->SetTableValue(Compressed(seen.table));
-  point->content = content;
-  return point;
-}
-
-std::string TableElement(const SeenText& seen) {
-  std::string columns;
-  for (const std::string& column : seen.columns) {
-    columns += (columns.empty() ? "" : ",") + Quote(column);
-  }
-  std::string encoded;
-  AppendBase64(encoded, Compressed(seen.table));
-  return "{\"liveTime\":" + std::to_string(seen.time) + ",\"dataValue\":" + Quote(seen.value) +
-         ",\"hashSort\":" + (seen.sorted ? "true" : "false") + ",\"hashColumns\":[" + columns +
-         "],\"rawValueSize\":" + std::to_string(seen.table.size()) + ",\"tableValue\":\"" +
-         encoded + "\"}";
-}
-
-std::string TableList(const std::vector<SeenText>& history) {
-  std::string list;
-  for (const SeenText& seen : history) list += (list.empty() ? "" : ",") + TableElement(seen);
-  return list.empty() ? "" : R"({"dataType":5,"dataList":[)" + list + "]}";
-}
-
 void ExpectTables(const TableHistoryData& history, const std::vector<SeenText>& seen) {
   ASSERT_EQ(history.points().size(), seen.size());
   for (std::size_t i = 0; i < seen.size(); ++i) {
@@ -274,11 +234,11 @@ TEST(TableHistory, WritesTheSameHoweverItCameToItsPoints) {
       }
       if (list.empty()) continue;
       seen.insert(seen.end(), list.begin(), list.end());
-      std::string text = TableList(list);
+      std::string text = TableHistory(list);
       if (random() % 2 == 0) text.insert(text.size() - 1, " ");
       ASSERT_TRUE(history.FromString(text)) << text;
       ExpectTables(history, seen);
-      ASSERT_EQ(history.ToString(), TableList(seen)) << text;
+      ASSERT_EQ(history.ToString(), TableHistory(seen)) << text;
     }
     for (auto added = random() % 6; added > 0; --added) {
       const SeenText next = SomeTable(random, seen);
@@ -287,7 +247,7 @@ TEST(TableHistory, WritesTheSameHoweverItCameToItsPoints) {
       seen.push_back(next);
       history.AddData(TablePoint(next), most);
       ExpectTables(history, seen);
-      ASSERT_EQ(history.ToString(), TableList(seen));
+      ASSERT_EQ(history.ToString(), TableHistory(seen));
     }
     if (::testing::Test::HasFatalFailure()) return;
   }
@@ -307,7 +267,7 @@ TEST(TableHistory, ReadsOtherWritingsIntoItsOwn) {
     TableHistoryData history;
     EXPECT_TRUE(history.FromString(R"({"dataType":5,"dataList":[)" + element + "]}")) << element;
     ExpectTables(history, {seen});
-    EXPECT_EQ(history.ToString(), TableList({seen})) << element;
+    EXPECT_EQ(history.ToString(), TableHistory({seen})) << element;
   }
 }
 
@@ -331,7 +291,7 @@ TEST(TableHistory, RefusesWrongKindsAndOtherHistories) {
   TableHistoryData tables;
   EXPECT_FALSE(tables.FromString(StringList(R"({"liveTime":5,"dataValue":"up"})")));
   StrHisotryData strings;
-  EXPECT_FALSE(strings.FromString(TableList({seen})));
+  EXPECT_FALSE(strings.FromString(TableHistory({seen})));
   EXPECT_EQ(tables.ToString() + strings.ToString(), "");
 }
 

@@ -10,8 +10,8 @@
 
 #include "calc/ksrulealgmgr.h"
 #include "model/textruledata.h"
-#include "platform/compressor.h"
 #include "tests/support/odd_texts.h"
+#include "tests/support/text_points.h"
 #include "tests/support/text_second_reading.h"
 #include "tests/support/tuned_domain.h"
 
@@ -114,17 +114,8 @@ plain::TextSettings SettingsAround(Dice& dice, const History& history) {
 }
 
 std::shared_ptr<KSDataBase> PointOf(const SeenText& seen, bool isTable) {
-  if (!isTable) return std::make_shared<KSDataPoint<std::string>>(seen.time, seen.value);
-  const auto point = std::make_shared<KSTableDataPoint>(seen.time, seen.value);
-  const auto content = std::make_shared<TableContent>();
-  std::string compressed = seen.table;
-  EXPECT_TRUE(CompressString(compressed));
-  content->SetTableValue(compressed);
-  content->rawValueSize = static_cast<std::int64_t>(seen.table.size());
-  content->hashColumns = seen.columns;
-  content->hashSort = seen.sorted;
-  point->content = content;
-  return point;
+  if (!isTable) return StringPoint(seen.time, seen.value);
+  return TablePoint(seen);
 }
 
 class TextLearningLikeTheSecondReading : public ::testing::TestWithParam<bool> {

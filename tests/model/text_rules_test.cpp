@@ -13,10 +13,10 @@
 #include "model/ksstrregexrule.h"
 #include "model/kstablemd5equalrule.h"
 #include "platform/base64.h"
-#include "platform/compressor.h"
 #include "platform/json_reader.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/odd_texts.h"
+#include "tests/support/text_points.h"
 #include "tests/support/text_second_reading.h"
 #include "tests/support/tuned_domain.h"
 
@@ -27,10 +27,6 @@ using plain::Quote;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using std::string_literals::operator""s;
-
-std::shared_ptr<KSDataBase> StringPoint(std::int64_t time, const std::string& value) {
-  return std::make_shared<KSDataPoint<std::string>>(time, value);
-}
 
 std::shared_ptr<RuleDefinitionData> Definition(const std::string& param,
                                                const std::string& history = "") {
@@ -305,18 +301,9 @@ TEST(RegexMatch, TakesHugePatterns) {
 constexpr const char* kTable =
     R"({"columns":["prefix","via"],"rows":[["10.0.0.0/8","\u0000\"}{\\"],[1.5,null]]})";
 
-std::shared_ptr<KSTableDataPoint> TablePoint(std::int64_t time, const std::string& digest,
-                                             const std::string& table = kTable) {
-  auto point = std::make_shared<KSTableDataPoint>(time, digest);
-  const auto content = std::make_shared<TableContent>();
-  std::string compressed = table;
-  EXPECT_TRUE(CompressString(compressed));
-  content->SetTableValue(compressed);
-  content->rawValueSize = static_cast<std::int64_t>(table.size());
-  content->hashColumns = {"via", "prefix"};
-  content->hashSort = true;
-  point->content = content;
-  return point;
+std::shared_ptr<KSTableDataPoint> TableAt(std::int64_t time, const std::string& digest,
+                                          const std::string& table = kTable) {
+  return TablePoint(plain::SeenText{time, digest, table, {"via", "prefix"}, true});
 }
 
 TEST(TableRule, ComparesDigestsByteForByteAndNothingElse) {
@@ -324,20 +311,20 @@ TEST(TableRule, ComparesDigestsByteForByteAndNothingElse) {
       RuleOf<KSTableMd5EqualRule>(R"({"hashCmp":"0cc1","hashSort":true,"hashColumns":["a"]})");
   for (const auto& [digest, breaks] : std::vector<Judged>{
            {"0cc1", false}, {"0CC1", true}, {"0cc1 ", true}, {"0cc1\n", true}, {"", true}}) {
-    EXPECT_EQ(rule->CheckAlert(TablePoint(5, digest)), breaks) << digest;
+    EXPECT_EQ(rule->CheckAlert(TableAt(5, digest)), breaks) << digest;
   }
-  EXPECT_FALSE(rule->CheckAlert(TablePoint(5, "0cc1", "{}")));
+  EXPECT_FALSE(rule->CheckAlert(TableAt(5, "0cc1", "{}")));
 }
 
 TEST(TableRule, TakesAsGoldenWhatHasTheGoldenDigest) {
   const auto rule =
       RuleOf<KSTableMd5EqualRule>(R"({"hashCmp":"d","hashSort":true,"hashColumns":["a"]})");
   // A stored rule knows the digest that it expects, but no golden table yet.
-  EXPECT_FALSE(rule->CheckGoldenValue(TablePoint(5, "d")));
-  dynamic_cast<TablMd5EqualData&>(*rule->GetRuleData()).golden = *TablePoint(4, "e");
-  EXPECT_FALSE(rule->CheckGoldenValue(TablePoint(5, "d")));
+  EXPECT_FALSE(rule->CheckGoldenValue(TableAt(5, "d")));
+  dynamic_cast<TablMd5EqualData&>(*rule->GetRuleData()).golden = *TableAt(4, "e");
+  EXPECT_FALSE(rule->CheckGoldenValue(TableAt(5, "d")));
   EXPECT_EQ(rule->GetRuleKSValueTime(), 4);
-  EXPECT_TRUE(rule->CheckGoldenValue(TablePoint(6, "e", "{}")));
+  EXPECT_TRUE(rule->CheckGoldenValue(TableAt(6, "e", "{}")));
   EXPECT_EQ(rule->GetRuleKSValueTime(), 6);
   EXPECT_EQ(rule->GetRuleKSValue(),
             R"({"hashCmp":"e","hashSort":true,"hashColumns":["prefix","via"]})");
@@ -345,7 +332,7 @@ TEST(TableRule, TakesAsGoldenWhatHasTheGoldenDigest) {
 
 TEST(TableGoldenValue, IsTheTableWithItsDigestAdded) {
   TablMd5EqualData data;
-  data.golden = *TablePoint(5, "d\xff");
+  data.golden = *TableAt(5, "d\xff");
   const LogCapture log;
   const std::string table = kTable;
   EXPECT_EQ(data.GetGlodenValue(),
@@ -362,8 +349,7 @@ TEST(TableGoldenValue, IsEmptyWithOneErrorLineWhenTheContentIsDamaged) {
     std::optional<std::int64_t> size;
     std::string table = kTable;
   };
-  std::string frame = kTable;
-  ASSERT_TRUE(CompressString(frame));
+  const std::string frame = Compressed(kTable);
   const auto encoded = [](std::string bytes) {
     std::string text;
     AppendBase64(text, bytes);
@@ -393,7 +379,7 @@ TEST(TableGoldenValue, IsEmptyWithOneErrorLineWhenTheContentIsDamaged) {
                                          {"more than a table", {}, {}, "{}{}"}}) {
     SCOPED_TRACE(c.about);
     TablMd5EqualData data;
-    data.golden = *TablePoint(5, "d", c.table);
+    data.golden = *TableAt(5, "d", c.table);
     auto content = *data.golden.content;
     if (c.encoded) content.encodedTable = *c.encoded;
     if (c.size) content.rawValueSize = *c.size;
@@ -443,7 +429,7 @@ class TextLearning : public ::testing::Test {
     std::shared_ptr<HistoryDataBase> history = MakeHistory(tables ? KSDataTable : KSDataString);
     std::int64_t time = 0;
     for (const std::string& value : values) {
-      history->AddData(tables ? TablePoint(++time, value) : StringPoint(++time, value), 1000);
+      history->AddData(tables ? TableAt(++time, value) : StringPoint(++time, value), 1000);
     }
     std::shared_ptr<KSDataFeature> feature = std::make_shared<KSStringDataFeature>();
     if (tables) feature = std::make_shared<KSTableDataFeature>();

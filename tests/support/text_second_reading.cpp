@@ -269,7 +269,10 @@ TextVariable::Answer TextVariable::See(SeenText seen, bool onDemand) {
     answer.ruleParam = rule_->ParamText();
     answer.ruleType = rule_->type;
   }
-  rule_->golden = SeenText();  // the next run builds the rule from its stored parameter
+  // The next run builds the rule from its stored parameter, and stored it is when changed.
+  if (changed || !stored_) stored_ = rule_;
+  rule_ = stored_;
+  rule_->golden = SeenText();
   return answer;
 }
 

@@ -109,6 +109,7 @@ class TextVariable {
   bool isTable_;
   bool prescribed_ = false;
   std::optional<TextRule> rule_;
+  std::optional<TextRule> stored_;
   std::vector<SeenText> history_;
 };
 
