@@ -59,6 +59,7 @@ KSRuleInstance::Evaluation::Evaluation(Subject subject, bool onDemandTask)
       onDemandTask_(onDemandTask),
       manager_(KSDomainDataManager::Instance()->GetKSDataManager(subject_.domainId)),
       settings_(SettingsOf(manager_.get())),
+      isUnreadable_(manager_ && !manager_->AreGlobalSettingsRead()),
       dynamicCalculation_(manager_ && manager_->IsEnableDynamicCal()),
       intervalTime_(ReadIni("IntervalTime", 1800)),
       strValueLength_(static_cast<std::size_t>(std::max(ReadIni("StrValueLength", 1024), 0))),
@@ -85,22 +86,31 @@ bool KSRuleInstance::Evaluation::IsDefineRule() const {
          manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
 }
 
-bool KSRuleInstance::Evaluation::LoadRules() {
-  const FSPerformance timing("KeelstoneRunner", "InitCacheData");
+// What could not be read is not taken for absent: it would be learned anew, and what is
+// stored would be overwritten.
+template <class Read>
+bool KSRuleInstance::Evaluation::Load(const char* label, Read read) {
+  const FSPerformance timing("KeelstoneRunner", label);
   if (!manager_) return false;
   const ObjectDefine object = MakeObject({});
-  manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
-                                       subject_.variableParam, kVariableSourceParser);
+  const std::uint64_t failedBefore = FailedOperationsHere();
+  read(object);
+  isUnreadable_ = isUnreadable_ || FailedOperationsHere() != failedBefore;
   return true;
 }
 
+bool KSRuleInstance::Evaluation::LoadRules() {
+  return Load("InitCacheData", [this](const ObjectDefine& object) {
+    manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
+                                         subject_.variableParam, kVariableSourceParser);
+  });
+}
+
 bool KSRuleInstance::Evaluation::LoadHistories() {
-  const FSPerformance timing("KeelstoneRunner", "InitHistoryData");
-  if (!manager_) return false;
-  const ObjectDefine object = MakeObject({});
-  manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource, subject_.variableParam,
-                               kVariableSourceParser);
-  return true;
+  return Load("InitHistoryData", [this](const ObjectDefine& object) {
+    manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource,
+                                 subject_.variableParam, kVariableSourceParser);
+  });
 }
 
 bool KSRuleInstance::Evaluation::IsVarDefineRule(const std::string& variableName) {
@@ -114,6 +124,12 @@ bool KSRuleInstance::Evaluation::IsVarDefineRule(const std::string& variableName
 }
 
 bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
+  if (isUnreadable_) {
+    KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
+           "Variable:%s is not evaluated, what is stored of device:%s could not be read.",
+           variable.variableName.c_str(), subject_.deviceName.c_str());
+    return false;
+  }
   const std::optional<Definition> definition = FindDefinition(variable);
   if (!definition) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogInformation,

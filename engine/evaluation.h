@@ -73,6 +73,8 @@ class KSRuleInstance::Evaluation {
     bool historyAdded = false;
   };
 
+  template <class Read>
+  bool Load(const char* label, Read read);
   std::optional<Definition> FindDefinition(const VarInfo& variable);
   std::optional<Definition> FindNewDefinition(const VarInfo& variable) const;
   void TakeHistoryText(const VarInfo& variable, RuleDefinitionData& definition) const;
@@ -104,6 +106,7 @@ class KSRuleInstance::Evaluation {
   bool onDemandTask_;
   const std::shared_ptr<KSDataManagerSql> manager_;
   const std::shared_ptr<const RuleSettings> settings_;  // as they were at construction
+  bool isUnreadable_;  // settings, rules or histories are there and could not be read
   const bool dynamicCalculation_;
   const std::int32_t intervalTime_;  // s
   const std::size_t strValueLength_;

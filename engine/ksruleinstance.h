@@ -36,7 +36,9 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// Whether any variable of this source has a rule definition.
   bool IsDefineRule();
   /// Load the device's rules and histories from the domain's databases; false when the
-  /// domain has no data manager.
+  /// domain has no data manager. A database that cannot be read (locked for long, damaged)
+  /// is logged, and the instance then refuses every value rather than learn anew over what
+  /// is stored.
   bool InitCacheData();
   bool InitHistoryData();
   /// Whether a rule of this variable was loaded, on any interface.
@@ -53,7 +55,8 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// the end.
   void SerializeLocalDB();
 
-  /// Stops learning for the rest of the run; alerts and golden values are still checked.
+  /// Stops learning for the rest of the run. Alerts are still raised, and the golden values
+  /// of prescribed rules still follow.
   void SetOnlyUpdateKSValue();
   bool IsOndemandTask() const;
 

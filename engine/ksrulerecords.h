@@ -123,7 +123,7 @@ struct KEELSTONE_EXPORT UnitKey {
   bool LoadKeyString(const std::string& text);
 };
 
-/// A period during which devices are not judged.
+/// A period during which devices are checked but nothing is learned of them.
 struct KEELSTONE_EXPORT BlockSettingItem {
   std::set<std::string> devices;
   std::int64_t start = 0;  // seconds since the epoch, both ends included

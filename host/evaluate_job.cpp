@@ -215,6 +215,12 @@ int EvaluateJob::Conclude(Broken broken) {
                  " writes to the databases have failed; " +
                  Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why");
   }
+  const std::uint64_t failedReads = GetFailedReadCount();
+  if (failedReads > 0) {
+    console_.Say("keelstone: " + std::to_string(failedReads) +
+                 " reads of the databases have failed, what they concern was not evaluated; " +
+                 Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why");
+  }
   if (!options_.quiet) {
     console_.Say("keelstone: " + SummaryText(progress_, skipped_, console_.Elapsed()));
   }

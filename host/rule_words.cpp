@@ -56,6 +56,8 @@ std::string ValueText(const JsonValue& value) {
 }  // namespace
 
 std::string RuleInWords(EnumRuleType type, const std::string& parameter) {
+  // The value at which a first rule is learned is judged by it already.
+  if (type == kRuleTypeNone) return "what was learned just now";
   JsonValue document;
   const bool isKnown = type >= 0 && type < kRuleTypeCount;
   if (isKnown && JsonReader::Parse(parameter, document) && document.isObject()) {

@@ -42,6 +42,14 @@ class KEELSTONE_EXPORT CKSDBOperateBase {
 /// all were well; a host that promises its rows to be on disk looks here. Any thread.
 KEELSTONE_EXPORT std::uint64_t GetFailedWriteCount();
 
+/// How many reads have failed in this process; what an operation could not read it answers
+/// as absent. Any thread.
+KEELSTONE_EXPORT std::uint64_t GetFailedReadCount();
+
+/// How many operations of this thread, reads and writes, have failed: when the number is
+/// the same after an operation as before it, the operation went well.
+std::uint64_t FailedOperationsHere() noexcept;
+
 }  // namespace keelstone
 
 #endif  // KEELSTONE_STORAGE_CKSDBOPERATEBASE_H

@@ -121,6 +121,10 @@ bool KSDataManagerSql::IsEnableDynamicCal() const {
   return globalSetting_.Ask(&KSGlobalSettingSql::IsEnableDynamicCal);
 }
 
+bool KSDataManagerSql::AreGlobalSettingsRead() const {
+  return globalSetting_.Ask(&KSGlobalSettingSql::IsRead);
+}
+
 bool KSDataManagerSql::IsEnableKSFunction() const {
   return globalSetting_.Ask(&KSGlobalSettingSql::IsEnableKSFunction);
 }

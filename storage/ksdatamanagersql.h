@@ -59,6 +59,7 @@ class KEELSTONE_EXPORT KSDataManagerSql {
   std::int32_t GetStrRowLimitcount() const;
   bool IsEnableDynamicCal() const;
   bool IsEnableKSFunction() const;
+  bool AreGlobalSettingsRead() const;
   std::shared_ptr<const RuleSettings> GetRuleSettings() const;
 
   // Variable rules: see KSVariableRuleSql. Mind the order of name and source.

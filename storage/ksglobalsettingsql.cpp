@@ -104,10 +104,11 @@ int KSGlobalSettingSql::LoadDBData() {
   const TableOutcome outcome =
       ReadDataRows(*this, kLoad, [&next](const JsonValue& row) { next->Apply(row); });
   if (outcome == TableOutcome::kFailed) return 0;
-  if (outcome == TableOutcome::kRan) {
-    next->EndReading();
+  if (outcome == TableOutcome::kRan) next->EndReading();
+  {
     const WriterLock lock(mutex_);
-    content_ = std::move(next);
+    if (outcome == TableOutcome::kRan) content_ = std::move(next);
+    isRead_ = true;
   }
   AdvanceGlobalSettingsGeneration();
   return 1;
@@ -147,6 +148,11 @@ std::int32_t KSGlobalSettingSql::GetStrRowLimitcount() const {
 bool KSGlobalSettingSql::IsEnableDynamicCal() const { return GetContent()->dynamicRule; }
 
 bool KSGlobalSettingSql::IsEnableKSFunction() const { return GetContent()->engine; }
+
+bool KSGlobalSettingSql::IsRead() const {
+  const ReaderLock lock(mutex_);
+  return isRead_;
+}
 
 std::shared_ptr<const RuleSettings> KSGlobalSettingSql::GetRuleSettings() const {
   return GetContent()->ruleSettings;

@@ -43,6 +43,9 @@ class KEELSTONE_EXPORT KSGlobalSettingSql final : public CKSDBOperateBase {
   std::int32_t GetStrRowLimitcount() const;
   bool IsEnableDynamicCal() const;
   bool IsEnableKSFunction() const;
+  /// Whether the table was read at least once, or there was none to read. Until then the
+  /// defaults stand in for settings that are there.
+  bool IsRead() const;
   /// The general settings, loaded once per reading of the table. Shared, immutable.
   std::shared_ptr<const RuleSettings> GetRuleSettings() const;
 
@@ -55,6 +58,7 @@ class KEELSTONE_EXPORT KSGlobalSettingSql final : public CKSDBOperateBase {
   // and the lock record.
   Mutex changeMutex_;
   std::shared_ptr<const Content> content_ KS_GUARDED_BY(mutex_);  // never empty
+  bool isRead_ KS_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace keelstone

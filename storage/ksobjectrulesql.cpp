@@ -151,16 +151,18 @@ int KSObjectRuleSql::SetRuleHistoryData(const std::string& historyData, const Ob
   return SetRuleHistoryData(rows);
 }
 
-int KSObjectRuleSql::WriteRuleRows(const std::vector<const ObjectRuleData*>& rows) {
-  std::vector<ObjectRuleHistoryData> histories;
+int KSObjectRuleSql::WriteRuleRows(const std::vector<const ObjectRuleData*>& rows,
+                                   std::vector<ObjectRuleHistoryData>* histories) {
+  std::vector<ObjectRuleHistoryData> own;
+  std::vector<ObjectRuleHistoryData>& carried = histories != nullptr ? *histories : own;
   const TableOutcome outcome = TableFrame::Run(
       *this, RuleOperation("KSObjectRuleSql::SetRuleAlgParam", TableAccess::kCreate),
-      [&](CppSQLite3DB& db) { WriteRules(db, rows, histories); });
+      [&](CppSQLite3DB& db) { WriteRules(db, rows, carried); });
   if (outcome == TableOutcome::kNoTable) {
     if (HasDefinitions(rows)) CountFailedWrite();
-    return StatusOf(outcome);
+  } else if (histories == nullptr) {
+    SetRuleHistoryData(own);
   }
-  SetRuleHistoryData(histories);
   return StatusOf(outcome);
 }
 

@@ -96,8 +96,10 @@ class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
                                  const std::string& param, Enum_VariableSourceType type);
 
   // The bodies of the two bulk writers, for rows that lie where they are: what the
-  // write-behind cache flushes is not copied together first.
-  int WriteRuleRows(const std::vector<const ObjectRuleData*>& rows);
+  // write-behind cache flushes is not copied together first. With `histories` the
+  // histories of the written definitions are appended there instead of being written.
+  int WriteRuleRows(const std::vector<const ObjectRuleData*>& rows,
+                    std::vector<ObjectRuleHistoryData>* histories = nullptr);
   int WriteHistoryRows(const std::vector<const ObjectRuleHistoryData*>& rows);
 
  private:

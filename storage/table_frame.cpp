@@ -20,6 +20,8 @@ constexpr const char* kCommit = "commit transaction;";
 constexpr const char* kRollback = "rollback transaction;";
 
 std::atomic<std::uint64_t> failedWrites{0};
+std::atomic<std::uint64_t> failedReads{0};
+thread_local std::uint64_t failedHere = 0;
 
 void RollBack(CppSQLite3DB& db) noexcept {
   if (!db.isOpen()) return;
@@ -47,6 +49,10 @@ std::optional<int> FindField(const CppSQLite3Query& query, const char* name) {
 
 std::uint64_t GetFailedWriteCount() { return failedWrites.load(std::memory_order_acquire); }
 
+std::uint64_t GetFailedReadCount() { return failedReads.load(std::memory_order_acquire); }
+
+std::uint64_t FailedOperationsHere() noexcept { return failedHere; }
+
 void CountFailedWrite() noexcept { failedWrites.fetch_add(1, std::memory_order_acq_rel); }
 
 TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation& operation,
@@ -63,8 +69,13 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
   } else {
     LogFailure(operation, log);
   }
-  if (outcome == TableOutcome::kFailed && operation.access != TableAccess::kRead) {
-    CountFailedWrite();
+  if (outcome == TableOutcome::kFailed) {
+    ++failedHere;
+    if (operation.access == TableAccess::kRead) {
+      failedReads.fetch_add(1, std::memory_order_acq_rel);
+    } else {
+      CountFailedWrite();
+    }
   }
   return outcome;
 }

@@ -48,8 +48,8 @@ void NoteExtremes(Statistics<T>& s, T value) {
 template <class T>
 void NoteDifference(Statistics<T>& s, T d) {
   const T e = Tolerance<T>();
-  const T size = d < 0 ? static_cast<T>(-static_cast<T>(d)) : d;
-  const bool zero = kWhole<T> ? d == 0 : size <= e;
+  bool zero = d == 0;
+  if constexpr (!kWhole<T>) zero = std::fabs(d) <= e;
   if (zero) {
     ++s.zeroDeltas;
   } else if (kWhole<T> ? d < 0 : d < e) {
