@@ -122,6 +122,7 @@ void ReadElement(const JsonValue& element, KSTableDataPoint& point) {
   const auto content = std::make_shared<TableContent>();
   content->hashSort = element["hashSort"].asBool();
   const JsonValue& columns = element["hashColumns"];
+  if (!columns.isArray()) throw JsonError("the hash columns are no array");
   for (std::size_t i = 0; i < columns.size(); ++i) {
     content->hashColumns.insert(columns[i].asString());
   }

@@ -13,6 +13,9 @@ namespace keelstone {
 
 namespace {
 
+template <class Point>
+constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
+
 // Of a number; the keys of its element alone take more.
 constexpr std::size_t kLeastElementSize = 28;
 
@@ -112,7 +115,8 @@ bool PointHistory<Point>::FromString(const std::string& text) {
     const JsonValue& constant = document;
     if (constant["dataType"].asInt() != dataType) return false;
     const JsonValue& list = constant["dataList"];
-    if (!list.isArray() && !list.isNull()) return false;
+    // Without a list there are no numbers, but of texts it must be there.
+    if (!list.isArray() && (kIsText<Point> || !list.isNull())) return false;
     hasListText_ = false;
     listText_.Clear();
     for (const JsonValue& element : list) {
@@ -170,8 +174,7 @@ void PointHistory<Point>::GetDataValue(const std::shared_ptr<KSDataBase>& point,
 
 template <class Point>
 std::int64_t PointHistory<Point>::GetLastTime() const {
-  constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
-  if (points_.empty()) return kIsText ? -1 : 0;
+  if (points_.empty()) return kIsText<Point> ? -1 : 0;
   return points_.back().time;
 }
 

@@ -1,0 +1,535 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "calc/ksrulealgmgr.h"
+#include "model/ksstringrules.h"
+#include "model/ksstrregexrule.h"
+#include "model/kstablemd5equalrule.h"
+#include "platform/base64.h"
+#include "platform/json_reader.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/odd_texts.h"
+#include "tests/support/text_points.h"
+#include "tests/support/text_second_reading.h"
+#include "tests/support/tuned_domain.h"
+
+namespace keelstone::testing {
+namespace {
+
+using plain::Quote;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using std::string_literals::operator""s;
+
+std::shared_ptr<RuleDefinitionData> Definition(const std::string& param,
+                                               const std::string& history = "") {
+  auto definition = std::make_shared<RuleDefinitionData>();
+  definition->ruleParam = param;
+  definition->history = history;
+  return definition;
+}
+
+template <class Rule>
+std::shared_ptr<Rule> RuleOf(const std::string& param) {
+  auto rule = std::make_shared<Rule>();
+  rule->Init(Definition(param), "no such domain");
+  return rule;
+}
+
+// ---- What breaks a rule, and what is its golden value
+
+struct Judged {
+  std::string value;
+  bool breaks;
+};
+
+/// A value that keeps a string rule becomes golden as it came; one that breaks it does not.
+template <class Rule>
+void ExpectJudgements(const std::string& param, const std::vector<Judged>& cases) {
+  std::int64_t time = 100;
+  for (const auto& [value, breaks] : cases) {
+    SCOPED_TRACE(param + " on " + Quote(value));
+    const auto rule = RuleOf<Rule>(param);
+    const auto point = StringPoint(++time, value);
+    EXPECT_EQ(rule->CheckAlert(point), breaks);
+    EXPECT_EQ(rule->GetRuleKSValueTime(), -1);
+    EXPECT_EQ(rule->CheckGoldenValue(point), !breaks);
+    EXPECT_EQ(rule->GetRuleKSValue(), breaks ? "" : value);
+    EXPECT_EQ(rule->GetRuleKSValueTime(), breaks ? -1 : time);
+    EXPECT_EQ(rule->GetRuleParam(), param);
+  }
+}
+
+TEST(StringEqualRule, StripsSpacesAndLineFeedsOnly) {
+  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":"up"})", {{"up", false},
+                                                                {" up\n", false},
+                                                                {"\n \n up \n", false},
+                                                                {"up\t", true},
+                                                                {"\rup", true},
+                                                                {"up\0"s, true},
+                                                                {"Up", true},
+                                                                {"u p", true},
+                                                                {"", true}});
+  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":" \n"})", {{"", false}, {"\n", false}});
+  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":" a\tb\n"})",
+                                      {{"a\tb", false}, {"a b", true}});
+}
+
+TEST(StringEnumRule, TakesTheTextAsItIs) {
+  ExpectJudgements<KSStringEnumRule>(
+      R"({"ruleParam":["","down ","up"]})",
+      {{"up", false}, {"down ", false}, {"", false}, {"down", true}, {"up\n", true}, {"UP", true}});
+  ExpectJudgements<KSStringEnumRule>(R"({"ruleParam":[]})", {{"", true}, {"x", true}});
+}
+
+TEST(StringNoEqualRule, BreaksOnTheListedTexts) {
+  ExpectJudgements<KSStrNoEqualRule>(
+      R"({"ruleParam":["down","idle"]})",
+      {{"down", true}, {"idle", true}, {"down ", false}, {"Down", false}, {"", false}});
+  ExpectJudgements<KSStrNoEqualRule>(R"({"ruleParam":[]})", {{"", false}});
+}
+
+TEST(StringRegexRule, SearchesWithoutLetterCase) {
+  ExpectJudgements<KSStrRegexRule>(
+      R"({"ruleParam":"ETH.*"})",
+      {{"port eth0", false}, {"Eth", false}, {"et h", true}, {"", true}, {"x\neth", false}});
+  ExpectJudgements<KSStrRegexRule>(R"({"ruleParam":"^up$"})",
+                                   {{"UP", false}, {"up ", true}, {"down", true}});
+  ExpectJudgements<KSStrRegexRule>(R"({"ruleParam":""})", {{"", false}, {"anything", false}});
+  ExpectJudgements<KSStrRegexRule>(R"({"ruleParam":"a\\x00b"})",
+                                   {{"-a\0b-"s, false}, {"ab", true}});
+  ExpectJudgements<KSStrRegexRule>(R"({"ruleParam":"\\d{3}(?=\\.)."})",
+                                   {{"ver 123.4", false}, {"ver 12.4", true}});
+}
+
+TEST(StringRules, KeepEveryOddTextThroughTheirParameter) {
+  StrEnumData all;
+  for (const std::string& odd : OddTexts()) {
+    StrEqualData data;
+    data.ruleParam = odd;
+    StrEqualData read;
+    ASSERT_TRUE(read.ParseParam(data.ParamToString())) << Quote(odd);
+    EXPECT_EQ(read.ruleParam, odd);
+    EXPECT_EQ(data.ParamToString(), "{\"ruleParam\":" + Quote(odd) + "}");
+    EXPECT_TRUE(read.IsEqual(&data));
+    all.values.insert(odd);
+  }
+  StrEnumData read;
+  ASSERT_TRUE(read.ParseParam(all.ParamToString()));
+  EXPECT_EQ(read.values, all.values);
+  EXPECT_EQ(read.ParamToString(), all.ParamToString());
+  EXPECT_TRUE(read.IsEqual(&all));
+  read.values.erase("\\");
+  EXPECT_FALSE(read.IsEqual(&all));
+}
+
+TEST(TextRuleData, IsLeftAloneByTextsThatAreNoParameter) {
+  for (const std::string text : {"", "up", "{", R"({"ruleParam":{}})", R"({"ruleParam":[[]]})"}) {
+    StrEqualData equal;
+    equal.ruleParam = "up";
+    EXPECT_FALSE(equal.ParseParam(text)) << text;
+    EXPECT_EQ(equal.ruleParam, "up");
+  }
+  for (const std::string text : {"", "[", R"({"ruleParam":["a",["b"]]})"}) {
+    StrEnumData data;
+    data.values = {"up"};
+    EXPECT_FALSE(data.ParseParam(text)) << text;
+    EXPECT_EQ(data.values, std::set<std::string>{"up"});
+  }
+  for (const std::string text : {"", "{,}", R"({"hashCmp":[],"hashSort":true,"hashColumns":["b"]})",
+                                 R"({"hashCmp":"e","hashSort":"no","hashColumns":["b"]})",
+                                 R"({"hashCmp":"e","hashSort":true,"hashColumns":["b",{}]})"}) {
+    TablMd5EqualData data;
+    data.hashCmp = "d";
+    data.hashColumns = {"a"};
+    EXPECT_FALSE(data.ParseParam(text)) << text;
+    EXPECT_EQ(data.ParamToString(), R"({"hashCmp":"d","hashSort":false,"hashColumns":["a"]})");
+  }
+}
+
+TEST(TextRuleData, IsOnlyEqualToItsOwnKind) {
+  const StrEqualData equal;
+  const StrEnumData several;
+  const TablMd5EqualData table;
+  EXPECT_FALSE(equal.IsEqual(&several));
+  EXPECT_FALSE(several.IsEqual(&table));
+  EXPECT_FALSE(table.IsEqual(&equal));
+  EXPECT_FALSE(table.IsEqual(nullptr));
+  TablMd5EqualData other;
+  other.hashSort = true;
+  other.hashColumns = {"a"};
+  EXPECT_TRUE(table.IsEqual(&other));
+  other.hashCmp = "d";
+  EXPECT_FALSE(table.IsEqual(&other));
+}
+
+TEST(TextRuleData, ClearsParameterAndGoldenValue) {
+  StrEnumData data;
+  data.values = {"up"};
+  data.golden = {7, "up"};
+  data.Clear();
+  EXPECT_EQ(data.ParamToString(), R"({"ruleParam":[]})");
+  EXPECT_EQ(data.GetGlodenValue(), "");
+  EXPECT_EQ(data.GetGlodenValueTime(), 0);
+  TablMd5EqualData table;
+  EXPECT_EQ(table.GetGlodenValueTime(), -1);
+  ASSERT_TRUE(table.ParseParam(R"({"hashCmp":"d","hashSort":true,"hashColumns":["a"]})"));
+  table.golden.time = 7;
+  table.Clear();
+  EXPECT_EQ(table.ParamToString(), R"({"hashCmp":"","hashSort":false,"hashColumns":[]})");
+  EXPECT_EQ(table.GetGlodenValueTime(), 0);
+}
+
+TEST(TextRules, IgnorePointsOfOtherTypes) {
+  const auto number = std::make_shared<KSDataPoint<std::int64_t>>(5, 7);
+  for (const std::shared_ptr<IRuleBase>& rule : std::vector<std::shared_ptr<IRuleBase>>{
+           RuleOf<KSStringEqualRule>(""), RuleOf<KSStringEnumRule>(""),
+           RuleOf<KSStrNoEqualRule>(""), RuleOf<KSStrRegexRule>(R"({"ruleParam":"7"})"),
+           RuleOf<KSTableMd5EqualRule>("")}) {
+    EXPECT_FALSE(rule->CheckAlert(number));
+    EXPECT_FALSE(rule->CheckAlert(nullptr));
+    EXPECT_FALSE(rule->CheckGoldenValue(number));
+    EXPECT_FALSE(rule->CheckGoldenValue(nullptr));
+    EXPECT_FALSE(rule->CheckRule("no such domain"));
+    EXPECT_FALSE(rule->UpdateRule());
+  }
+  // The digest of a table is a text, but a string is no table.
+  EXPECT_FALSE(RuleOf<KSTableMd5EqualRule>("")->CheckAlert(StringPoint(5, "digest")));
+}
+
+TEST(TextRules, GoOnWithAnEmptyHistoryWhenTheirsIsRefused) {
+  const std::string half =
+      R"({"dataType":4,"dataList":[{"liveTime":5,"dataValue":"up"},{"liveTime":6,"dataValue":[]}]})";
+  const std::string table = R"({"dataType":5,"dataList":[{"liveTime":5,"hashSort":"maybe"}]})";
+  struct Case {
+    std::shared_ptr<IRuleBase> rule;
+    std::string history;
+    std::string function;
+    std::string source;
+  };
+  for (const Case& c : std::vector<Case>{
+           {std::make_shared<KSStringEqualRule>(), half, "KSStringEqualRule::Init", ""},
+           {std::make_shared<KSStringEnumRule>(), half, "KSStringEnumRule::Init", ""},
+           {std::make_shared<KSStrNoEqualRule>(), "no history", "KSStrNoEqualRule::Init", ""},
+           {std::make_shared<KSStrRegexRule>(), half, "KSStrRegexRule::Init", "ksstrregexrule"},
+           {std::make_shared<KSTableMd5EqualRule>(), table, "KSTableMd5EqualRule::Init",
+            "kstablemd5equalrule"}}) {
+    const LogCapture log;
+    c.rule->Init(Definition("{}", c.history), "no such domain");
+    const auto lines = log.Lines();
+    ASSERT_EQ(lines.size(), 1U) << c.function;
+    EXPECT_EQ(lines[0].message, "Failed to load history data: " + c.history);
+    EXPECT_EQ(lines[0].level, kLogError);
+    EXPECT_EQ(lines[0].module, "FS_Keelstone");
+    EXPECT_EQ(lines[0].function, c.function);
+    if (!c.source.empty()) {
+      EXPECT_EQ(lines[0].source, c.source);
+    }
+    ASSERT_NE(c.rule->GetRuleData(), nullptr);
+    ASSERT_NE(c.rule->GetHistoryData(), nullptr);
+    EXPECT_EQ(c.rule->GetHistoryData()->GetDataCount(), 0);
+    EXPECT_NE(c.rule->GetDataFeature(), nullptr);
+    EXPECT_EQ(c.rule->GetRuleDefineData()->history, "");
+  }
+}
+
+// ---- Regular expressions that do not work out
+
+TEST(RegexMatch, LogsThePatternsThatDoNotCompile) {
+  for (const std::string pattern : {"(", ")", "[", "*", "a{2,1}", "\\", "(?<=a+)b", "[[:none:]]"}) {
+    const LogCapture log;
+    EXPECT_FALSE(KSStrRegexRule::StrIsMatch(pattern, pattern)) << pattern;
+    const auto lines = log.Lines();
+    ASSERT_EQ(lines.size(), 1U) << pattern;
+    EXPECT_EQ(lines[0].message.rfind("boost::regex initial catch exception: ", 0), 0U);
+    EXPECT_NE(lines[0].message.back(), ' ') << "no status";
+    EXPECT_NE(lines[0].message, "boost::regex initial catch exception: 0");
+    EXPECT_EQ(lines[0].function, "KSStrRegexRule::StrIsMatch");
+    EXPECT_EQ(lines[0].source, "ksstrregexrule");
+    EXPECT_EQ(lines[0].level, kLogError);
+  }
+}
+
+TEST(RegexMatch, GivesUpOnCostlySearchesAndSaysSo) {
+  // Each of these would take from hours to the end of time if it were searched to its end.
+  std::string kinds;
+  for (int i = 0; i < 40; ++i) kinds += "x[0-9]+y" + std::to_string(i) + "(z|w)?|";
+  const std::string megabyte = std::string(1U << 20U, 'a') + "x";
+  for (const std::string& pattern :
+       std::vector<std::string>{"(a+)+$", "(a|aa)+$", "a.*b", "(?=a*c)b", "(.*)(.*)(.*)(.*)(.*)y",
+                                "(?:" + kinds + "a).*b", "(?>[ab]a*+)c"}) {
+    SCOPED_TRACE(pattern.substr(0, 30));
+    const LogCapture log;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(KSStrRegexRule::StrIsMatch(megabyte, pattern));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
+    const auto messages = log.Messages();
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_EQ(messages[0].rfind("regex catch ", 0), 0U) << messages[0];
+  }
+}
+
+TEST(RegexMatch, SearchesLongTextsToTheirEnd) {
+  const LogCapture log;
+  std::string text = MegabyteOfOddText();
+  EXPECT_FALSE(KSStrRegexRule::StrIsMatch(text, "needle [0-9]+ END"));
+  text += "Needle 12 end";
+  EXPECT_TRUE(KSStrRegexRule::StrIsMatch(text, "needle [0-9]+ END"));
+  EXPECT_TRUE(KSStrRegexRule::StrIsMatch(text, "^m.*END$"));
+  EXPECT_THAT(log.Messages(), IsEmpty());
+}
+
+TEST(RegexMatch, TakesHugePatterns) {
+  std::string kinds = "b";
+  for (int i = 0; i < 20000; ++i) kinds += "|b";
+  EXPECT_TRUE(KSStrRegexRule::StrIsMatch("ab", kinds));
+  const LogCapture log;
+  EXPECT_FALSE(
+      KSStrRegexRule::StrIsMatch("a", std::string(100000, '(') + std::string(100000, ')')));
+  EXPECT_EQ(log.Messages().size(), 1U);
+}
+
+// ---- Tables
+
+constexpr const char* kTable =
+    R"({"columns":["prefix","via"],"rows":[["10.0.0.0/8","\u0000\"}{\\"],[1.5,null]]})";
+
+std::shared_ptr<KSTableDataPoint> TableAt(std::int64_t time, const std::string& digest,
+                                          const std::string& table = kTable) {
+  return TablePoint(plain::SeenText{time, digest, table, {"via", "prefix"}, true});
+}
+
+TEST(TableRule, ComparesDigestsByteForByteAndNothingElse) {
+  const auto rule =
+      RuleOf<KSTableMd5EqualRule>(R"({"hashCmp":"0cc1","hashSort":true,"hashColumns":["a"]})");
+  for (const auto& [digest, breaks] : std::vector<Judged>{
+           {"0cc1", false}, {"0CC1", true}, {"0cc1 ", true}, {"0cc1\n", true}, {"", true}}) {
+    EXPECT_EQ(rule->CheckAlert(TableAt(5, digest)), breaks) << digest;
+  }
+  EXPECT_FALSE(rule->CheckAlert(TableAt(5, "0cc1", "{}")));
+}
+
+TEST(TableRule, TakesAsGoldenWhatHasTheGoldenDigest) {
+  const auto rule =
+      RuleOf<KSTableMd5EqualRule>(R"({"hashCmp":"d","hashSort":true,"hashColumns":["a"]})");
+  // A stored rule knows the digest that it expects, but no golden table yet.
+  EXPECT_FALSE(rule->CheckGoldenValue(TableAt(5, "d")));
+  dynamic_cast<TablMd5EqualData&>(*rule->GetRuleData()).golden = *TableAt(4, "e");
+  EXPECT_FALSE(rule->CheckGoldenValue(TableAt(5, "d")));
+  EXPECT_EQ(rule->GetRuleKSValueTime(), 4);
+  EXPECT_TRUE(rule->CheckGoldenValue(TableAt(6, "e", "{}")));
+  EXPECT_EQ(rule->GetRuleKSValueTime(), 6);
+  EXPECT_EQ(rule->GetRuleKSValue(),
+            R"({"hashCmp":"e","hashSort":true,"hashColumns":["prefix","via"]})");
+}
+
+TEST(TableGoldenValue, IsTheTableWithItsDigestAdded) {
+  TablMd5EqualData data;
+  data.golden = *TableAt(5, "d\xff");
+  const LogCapture log;
+  const std::string table = kTable;
+  EXPECT_EQ(data.GetGlodenValue(),
+            table.substr(0, table.size() - 1) +
+                ",\"hashCmp\":\"d\xff\",\"hashSort\":true,\"hashColumns\":[\"prefix\",\"via\"]}");
+  EXPECT_EQ(data.GetGlodenValueTime(), 5);
+  EXPECT_THAT(log.Messages(), IsEmpty());
+}
+
+TEST(TableGoldenValue, IsEmptyWithOneErrorLineWhenTheContentIsDamaged) {
+  struct Case {
+    const char* about;
+    std::optional<std::string> encoded;
+    std::optional<std::int64_t> size;
+    std::string table = kTable;
+  };
+  const std::string frame = Compressed(kTable);
+  const auto encoded = [](std::string bytes) {
+    std::string text;
+    AppendBase64(text, bytes);
+    return text;
+  };
+  std::string flipped = frame;
+  flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 4);
+  const std::int64_t right = static_cast<std::int64_t>(std::string(kTable).size());
+  for (const Case& c : std::vector<Case>{{"nothing", "", {}},
+                                         {"nothing of no size", "", 0},
+                                         {"no base64", "not base64!", {}},
+                                         {"cut base64", encoded(frame).substr(1), {}},
+                                         {"no frame", encoded("plain text"), {}},
+                                         {"cut frame", encoded(frame.substr(0, 20)), {}},
+                                         {"two frames", encoded(frame + frame), {}},
+                                         {"damaged frame", encoded(flipped), {}},
+                                         {"too small a size", {}, right - 1},
+                                         {"too large a size", {}, right + 1},
+                                         {"no size", {}, 0},
+                                         {"negative size", {}, -1},
+                                         {"vast size", {}, std::int64_t{1} << 62U},
+                                         {"an empty text", {}, {}, ""},
+                                         {"an array", {}, {}, "[1]"},
+                                         {"null", {}, {}, "null"},
+                                         {"a string", {}, {}, "\"{}\""},
+                                         {"half a table", {}, {}, "{\"columns\":["},
+                                         {"more than a table", {}, {}, "{}{}"}}) {
+    SCOPED_TRACE(c.about);
+    TablMd5EqualData data;
+    data.golden = *TableAt(5, "d", c.table);
+    auto content = *data.golden.content;
+    if (c.encoded) content.encodedTable = *c.encoded;
+    if (c.size) content.rawValueSize = *c.size;
+    data.golden.content = std::make_shared<TableContent>(content);
+    const LogCapture log;
+    EXPECT_EQ(data.GetGlodenValue(), "");
+    EXPECT_EQ(data.GetGlodenValueTime(), 5);
+    const auto lines = log.Lines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].level, kLogError);
+    EXPECT_EQ(lines[0].function, "TablMd5EqualData::GetGlodenValue");
+    EXPECT_EQ(lines[0].source, "ksruledata");
+    if (c.table == kTable) {
+      EXPECT_EQ(lines[0].message, "Uncompress table value is failure");
+    }
+  }
+}
+
+TEST(TableHistory, KeepsATextThatIsNoBase64UntilTheTableIsAskedFor) {
+  for (const char* const space : {"", " "}) {
+    auto definition = Definition(R"({"hashCmp":"d"})");
+    const std::string element =
+        R"({"liveTime":5,"dataValue":"d","hashSort":true,"hashColumns":[],"rawValueSize":2,"tableValue":"*"})";
+    definition->history = R"({"dataType":5,"dataList":[)" + element + "," + space + element + "," +
+                          element + "," + element + "]}";
+    TunedDomain domain;
+    domain.Tune(plain::TextSettings().ToJson());
+    const LogCapture log;
+    KSTableMd5EqualRule rule;
+    rule.Init(definition, domain.id());
+    EXPECT_THAT(log.Messages(), IsEmpty());
+    EXPECT_EQ(rule.GetHisotryCount(), 4);
+    ASSERT_TRUE(rule.CheckRule(domain.id()));
+    ASSERT_TRUE(rule.UpdateRule());
+    EXPECT_EQ(rule.GetRuleKSValue(), "");
+    EXPECT_THAT(log.Messages(), ElementsAre("Uncompress table value is failure"));
+  }
+}
+
+// ---- Learning with the default settings
+
+class TextLearning : public ::testing::Test {
+ protected:
+  TextLearning() { domain_.Tune(plain::TextSettings().ToJson()); }
+
+  std::shared_ptr<IRuleBase> Learn(const std::vector<std::string>& values, bool tables = false) {
+    std::shared_ptr<HistoryDataBase> history = MakeHistory(tables ? KSDataTable : KSDataString);
+    std::int64_t time = 0;
+    for (const std::string& value : values) {
+      history->AddData(tables ? TableAt(++time, value) : StringPoint(++time, value), 1000);
+    }
+    std::shared_ptr<KSDataFeature> feature = std::make_shared<KSStringDataFeature>();
+    if (tables) feature = std::make_shared<KSTableDataFeature>();
+    feature->Calculate(history);
+    auto rule = KSRuleAlgMgr::Instance()->CalculateRule(
+        Definition(""), history, feature, tables ? KSDataTable : KSDataString, domain_.id(),
+        tables ? KSAlgTable : KSAlgString);
+    if (rule) updated_ = rule->UpdateRule();
+    return rule;
+  }
+
+  TunedDomain domain_;
+  bool updated_ = false;
+};
+
+TEST_F(TextLearning, ChoosesTheKindBySteadinessAndNumber) {
+  struct Case {
+    std::vector<std::string> values;
+    int type;
+    std::string param;
+    std::int64_t goldenTime;
+  };
+  const std::string ab = R"({"ruleParam":["a","b"]})";
+  for (const Case& c : std::vector<Case>{
+           {{"a", "a", "a"}, -1, "", 0},
+           {{"a", "a", "a", "a"}, kStrEqual, R"({"ruleParam":"a"})", 4},
+           {{"a", "a", "a", "b"}, -1, "", 0},  // a third changes: not below the limit
+           {{"a", "a", "a", "a", "b"}, kStrEqual, R"({"ruleParam":"a"})", 4},
+           {{"a", "a", "a", "b", "b", "b"}, kStrEqual, R"({"ruleParam":"b"})", 6},
+           {{"a", "a", "a", "b", "b"}, kStrEqual, R"({"ruleParam":"a"})", 3},
+           {{"a", "b", "a", "b", "a", "b"}, -1, "", 0},
+           {{"a", "b", "a", "b", "a", "b", "a", "b", "a"}, -1, "", 0},
+           {{"a", "b", "a", "b", "a", "b", "a", "b", "a", "b"}, kStrEnum, ab, 10},
+           {{"a", "a", "a", "b", "a", "a", "a", "b", "b", "b"}, kStrEnum, ab, 10},  // three in nine
+           {{"a", "b", "c", "d", "e", "f", "g", "a", "b", "c"}, -1, "", 0},
+       }) {
+    const auto rule = Learn(c.values);
+    const std::string about = ::testing::PrintToString(c.values);
+    ASSERT_EQ(rule ? static_cast<int>(rule->GetType()) : -1, c.type) << about;
+    if (!rule) continue;
+    EXPECT_TRUE(updated_);
+    EXPECT_EQ(rule->GetRuleParam(), c.param) << about;
+    EXPECT_EQ(rule->GetRuleKSValueTime(), c.goldenTime) << about;
+  }
+}
+
+TEST_F(TextLearning, NeverTakesAFrequencyAtTheLimitForSteady) {
+  // 33 changes in 100 steps are the limit itself in single precision.
+  std::vector<std::string> values(35, "a");
+  for (int change = 1; change <= 33; ++change) {
+    const std::string next = change % 2 == 1 ? "b" : "a";
+    values.insert(values.end(), 2, next);
+  }
+  ASSERT_EQ(values.size(), 101U);
+  auto rule = Learn(values);
+  ASSERT_NE(rule, nullptr);
+  EXPECT_EQ(rule->GetType(), kStrEnum);
+  values.push_back(values.back());
+  rule = Learn(values);
+  ASSERT_NE(rule, nullptr);
+  EXPECT_EQ(rule->GetType(), kStrEqual);
+}
+
+TEST_F(TextLearning, KeepsTheWholeGoldenTable) {
+  const auto rule = Learn({"d", "d", "d", "d"}, true);
+  ASSERT_NE(rule, nullptr);
+  EXPECT_EQ(rule->GetType(), kTableMd5);
+  EXPECT_TRUE(updated_);
+  EXPECT_EQ(rule->GetRuleParam(),
+            R"({"hashCmp":"d","hashSort":true,"hashColumns":["prefix","via"]})");
+  JsonValue golden;
+  ASSERT_TRUE(JsonReader::Parse(rule->GetRuleKSValue(), golden));
+  EXPECT_EQ(golden["rows"][1][0].asDouble(), 1.5);
+  EXPECT_EQ(golden["hashCmp"].asString(), "d");
+  EXPECT_EQ(Learn({"d", "d", "d"}, true), nullptr);
+  EXPECT_EQ(Learn({"d", "e", "d", "e", "d", "e", "d", "e", "d", "e", "d"}, true), nullptr);
+}
+
+TEST_F(TextLearning, TakesNoHistoryOfAnotherTypeAndNoUnknownDomain) {
+  const auto history = std::make_shared<StrHisotryData>();
+  for (int i = 0; i < 12; ++i) history->AddData(StringPoint(i, "a"), 100);
+  const auto feature = std::make_shared<KSStringDataFeature>();
+  feature->Calculate(history);
+  auto* const manager = KSRuleAlgMgr::Instance();
+  const auto definition = Definition("");
+  EXPECT_EQ(
+      manager->CalculateRule(definition, history, feature, KSDataTable, domain_.id(), KSAlgTable),
+      nullptr);
+  EXPECT_EQ(
+      manager->CalculateRule(definition, history, nullptr, KSDataString, domain_.id(), KSAlgString),
+      nullptr);
+  EXPECT_EQ(
+      manager->CalculateRule(definition, nullptr, feature, KSDataString, domain_.id(), KSAlgString),
+      nullptr);
+  // Rules of strings are made for every data type, and read strings whatever it is.
+  EXPECT_NE(manager->GetRuleByType(KSAlgNumerical, kStrEqual, KSDataInt64), nullptr);
+  EXPECT_NE(
+      manager->CalculateRule(definition, history, feature, KSDataInt64, domain_.id(), KSAlgString),
+      nullptr);
+}
+
+}  // namespace
+}  // namespace keelstone::testing
