@@ -73,10 +73,20 @@ TableOutcome TableFrame::RunLocked(const std::string& file, const TableOperation
                                    const Body& body, DeferredLog& log) {
   if (operation.access != TableAccess::kCreate && !FileExists(file)) return TableOutcome::kNoFile;
   CppSQLite3DB db;
-  try {
-    if (!Open(db, file, operation, log)) return TableOutcome::kNoTable;
+  TableOutcome outcome = TableOutcome::kNoTable;
+  const bool done = Attempt(db, operation, log, [&] {
+    if (!Open(db, file, operation, log)) return;
     body(db);
-    return TableOutcome::kRan;
+    outcome = TableOutcome::kRan;
+  });
+  return done ? outcome : TableOutcome::kFailed;
+}
+
+bool TableFrame::Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
+                         const std::function<void()>& work) {
+  try {
+    work();
+    return true;
   } catch (const CppSQLite3Exception& error) {
     log.Add(kLogError, __LINE__, "sqlite exception in rw:", error.errorMessage(), ".");
   } catch (const std::exception& error) {
@@ -86,7 +96,7 @@ TableOutcome TableFrame::RunLocked(const std::string& file, const TableOperation
   }
   LogFailure(operation, log);
   RollBack(db);
-  return TableOutcome::kFailed;
+  return false;
 }
 
 bool TableFrame::Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,
