@@ -15,9 +15,10 @@ set(KEELSTONE_PUBLIC_HEADERS
   calc/ksrulealgmgr.h calc/ksruleglobalsetting.h calc/rulecalculatealg.h calc/rulesettings.h
   storage/ckscleaner.h storage/cksdboperatebase.h storage/dbwritewrapper.h storage/fs_ksdatasyncmanager.h
   storage/ksblocksettingsql.h
-  storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
+  storage/ksdatacachequeue.h storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
-  results/keelstoneupdateruledata.h diag/fsperformance.h)
+  results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
+  diag/testksrulesqlit.h)
 
 install(TARGETS keelstone EXPORT KeelstoneTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

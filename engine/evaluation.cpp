@@ -85,7 +85,19 @@ bool KSRuleInstance::Evaluation::IsDefineRule() const {
          manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
 }
 
+void KSRuleInstance::Evaluation::SetRules(DevParserRule rules) {
+  rules_ = std::move(rules);
+  areRulesGiven_ = true;
+  definedVariables_.reset();
+}
+
+void KSRuleInstance::Evaluation::SetHistories(DevParserHistory histories) {
+  histories_ = std::move(histories);
+  areHistoriesGiven_ = true;
+}
+
 bool KSRuleInstance::Evaluation::LoadRules() {
+  if (areRulesGiven_) return true;
   const FSPerformance timing("KeelstoneRunner", "InitCacheData");
   if (!manager_) return false;
   const ObjectDefine object = MakeObject({});
@@ -95,6 +107,7 @@ bool KSRuleInstance::Evaluation::LoadRules() {
 }
 
 bool KSRuleInstance::Evaluation::LoadHistories() {
+  if (areHistoriesGiven_) return true;
   const FSPerformance timing("KeelstoneRunner", "InitHistoryData");
   if (!manager_) return false;
   const ObjectDefine object = MakeObject({});

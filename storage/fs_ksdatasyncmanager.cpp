@@ -16,6 +16,7 @@
 #include "storage/deferred_log.h"
 #include "storage/ksdomaindatamanager.h"
 #include "storage/object_rule_tables.h"
+#include "storage/unit_changes.h"
 
 namespace keelstone {
 
@@ -185,6 +186,7 @@ bool FSKSDataSyncManager::MergeObjectRule(const std::string& from, const std::st
     DBWriteWrapper::Instance()->WriteDomain(domainId);
     return MergeRuleDatabase(from, to, domainId);
   });
+  NoteChangeOfAllUnits();
   if (merged && invalidate) InvalidateKSObjectRuleCaches(domainId);
   return merged;
 }

@@ -9,6 +9,7 @@
 #include "platform/logger.h"
 #include "platform/resource_adaptor.h"
 #include "platform/strings.h"
+#include "storage/unit_changes.h"
 
 namespace keelstone {
 
@@ -66,6 +67,8 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
   if (outcome == TableOutcome::kFailed && operation.access != TableAccess::kRead) {
     CountFailedWrite();
   }
+  // Writers name the devices of their rows themselves.
+  if (operation.access == TableAccess::kChange) NoteChangeOfAllUnits();
   return outcome;
 }
 
