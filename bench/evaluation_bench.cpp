@@ -15,7 +15,7 @@ void Evaluate(benchmark::State& state, const LearnedDomain& domain, const Device
   std::size_t processed = 0;
   std::size_t written = 0;
   MeasurePair(
-      state, device.variables.size(),
+      state, Clock::kProcessor, device.variables.size(),
       [&] {
         for (const VarInfo& variable : device.variables) {
           processed += instance->ProcessVariable(variable) ? 1U : 0U;

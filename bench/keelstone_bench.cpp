@@ -2,7 +2,9 @@
 #include <sqlite3.h>
 
 #include <boost/version.hpp>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <memory>
@@ -90,8 +92,8 @@ int Run(Options& options) {
   SayContext(root, options);
   std::vector<std::unique_ptr<const LearnedDomain>> domains;
   for (const EnumKSDataType dataType : {KSDataInt64, KSDataFloat, KSDataDouble}) {
-    domains.push_back(
-        std::make_unique<const LearnedDomain>(root, dataType, kSeed + 100U * dataType));
+    domains.push_back(std::make_unique<const LearnedDomain>(
+        root, dataType, kSeed + 100U * static_cast<std::uint64_t>(dataType)));
     RegisterEvaluation(*domains.back(), options.repetitions);
   }
   RegisterFlush(root, options.repetitions);

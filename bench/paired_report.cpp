@@ -1,5 +1,7 @@
 #include "bench/paired_report.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -21,6 +23,12 @@ std::vector<double> Sorted(std::vector<double> values) {
 }
 
 }  // namespace
+
+std::int64_t Now(Clock clock) {
+  timespec now = {};
+  ::clock_gettime(clock == Clock::kProcessor ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
 
 bool PairedReport::ReportContext(const Context&) { return true; }
 

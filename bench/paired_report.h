@@ -3,7 +3,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -12,29 +11,35 @@
 
 namespace keelstone::bench {
 
-/// Seconds that `work` takes.
+/// What passes while work is done, in nanoseconds.
+enum class Clock {
+  kProcessor,  // of this thread: for work that waits for nothing, whatever else runs
+  kWall,       // with every wait for the disk
+};
+std::int64_t Now(Clock clock);
+
 template <class Work>
-double Seconds(const Work& work) {
-  const auto start = std::chrono::steady_clock::now();
+double Nanoseconds(Clock clock, const Work& work) {
+  const std::int64_t start = Now(clock);
   work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return static_cast<double>(Now(clock) - start);
 }
 
 /// Times the library's work and the peer's right after each other, the one and the other
 /// first in turn, and reports time an item and their ratio.
 template <class Own, class Peer>
-void MeasurePair(benchmark::State& state, std::size_t items, const Own& own, const Peer& peer) {
+void MeasurePair(benchmark::State& state, Clock clock, std::size_t items, const Own& own,
+                 const Peer& peer) {
   static bool ownFirst = false;
   ownFirst = !ownFirst;
   for (auto unused : state) {
     static_cast<void>(unused);
-    double ownTime = ownFirst ? Seconds(own) : 0.0;
-    const double peerTime = Seconds(peer);
-    if (!ownFirst) ownTime = Seconds(own);
-    state.SetIterationTime(ownTime);
-    const double perItem = 1e9 / static_cast<double>(items);
-    state.counters["own_ns"] = ownTime * perItem;
-    state.counters["peer_ns"] = peerTime * perItem;
+    double ownTime = ownFirst ? Nanoseconds(clock, own) : 0.0;
+    const double peerTime = Nanoseconds(clock, peer);
+    if (!ownFirst) ownTime = Nanoseconds(clock, own);
+    state.SetIterationTime(ownTime * 1e-9);
+    state.counters["own_ns"] = ownTime / static_cast<double>(items);
+    state.counters["peer_ns"] = peerTime / static_cast<double>(items);
     state.counters["ratio"] = ownTime / peerTime;
   }
 }

@@ -67,7 +67,7 @@ void Flush(benchmark::State& state, const WorkRoot& root, const FlushRows& rows,
   const std::uint64_t failedBefore = GetFailedWriteCount();
   int written = 0;
   MeasurePair(
-      state, 2 * kFlushRows,
+      state, Clock::kWall, 2 * kFlushRows,
       [&] { written = DBWriteWrapper::Instance()->WriteDomain(kFlushDomain); },
       [&] { peer.Write(rows.rules, rows.history); });
   const UnitKey unit(kFlushDevice, kSource, "");
@@ -88,7 +88,7 @@ void Load(benchmark::State& state, const WorkRoot& root, const LearnedDomain& do
   DevParserHistory histories;
   RawTables::Rows rows;
   MeasurePair(
-      state, 2 * device.variables.size(),
+      state, Clock::kWall, 2 * device.variables.size(),
       [&] {
         manager->GetRuleDefinitionDataByDev(rules, &object, kSource, "", kVariableSourceParser);
         manager->GetRuleHistoryData(histories, &object, kSource, "", kVariableSourceParser);

@@ -155,6 +155,9 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
     if (IsNumeric(DataTypeOf(variable))) return true;
     judgement.history = MakeHistory(DataTypeOf(variable));
   }
+  if (auto* const table = dynamic_cast<KSTableDataPoint*>(point.get()); table != nullptr) {
+    FillTablePoint(variable, judgement.history.get(), *table);
+  }
   JudgeValue(variable, *definition, point, judgement);
   if (judgement.rule) {
     Conclude(variable, *definition, point, judgement);
@@ -221,7 +224,9 @@ void KSRuleInstance::Evaluation::TakeHistoryText(const VarInfo& variable,
     return;
   }
   const auto* const loaded = FindTwice(histories_, variable.interfaceValue, variable.variableName);
-  if (loaded != nullptr) definition.history = *loaded;
+  if (loaded == nullptr) return;
+  definition.history.reserve(loaded->size() + loaded->size() / 16);  // for one more value
+  definition.history = *loaded;
 }
 
 bool KSRuleInstance::Evaluation::TakeVariableType(const VarInfo& variable,
@@ -262,7 +267,6 @@ KSRuleInstance::Evaluation::Judgement KSRuleInstance::Evaluation::MeetRule(
     judgement.rule->Init(definition.own, subject_.domainId);
     judgement.mayLearn = judgement.mayLearn && judgement.rule->IsDynamic();
     judgement.history = judgement.rule->GetHistoryData();
-    judgement.feature = judgement.rule->GetDataFeature();
     judgement.isHistoryRefused = !own.history.empty() && !judgement.rule->GetRuleData();
   } else if (judgement.mayLearn) {
     manager->GetHistoryAndDataFeatrue(own.history, dataType, judgement.history, judgement.feature);
@@ -285,6 +289,7 @@ void KSRuleInstance::Evaluation::Relearn(const VarInfo& variable, const Definiti
                                          const std::shared_ptr<KSDataBase>& point,
                                          Judgement& judgement) const {
   const EnumKSDataType dataType = DataTypeOf(variable);
+  if (judgement.rule) judgement.feature = judgement.rule->GetDataFeature();
   const std::shared_ptr<IRuleBase> learned =
       KSRuleAlgMgr::Instance()->CalculateRule(definition.own, judgement.history, judgement.feature,
                                               dataType, subject_.domainId, AlgTypeOf(dataType));

@@ -2,8 +2,8 @@
 
 #include <cmath>
 #include <optional>
+#include <utility>
 
-#include "model/kstabledatapoint.h"
 #include "platform/compressor.h"
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
@@ -27,18 +27,27 @@ std::optional<float> LeadingFloat(const std::string& text) {
   return std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
 }
 
-std::shared_ptr<KSDataBase> MakeTablePoint(const VarInfo& variable, std::int64_t time) {
-  auto point = std::make_shared<KSTableDataPoint>(time, variable.valueText);
-  point->hashColumns = variable.tableKeys;
-  point->hashSort = (variable.tableFlag & 0xFF) != 0;
-  std::string table = variable.value.toString();
-  point->rawValueSize = static_cast<std::int64_t>(table.size());
-  if (!CompressString(table)) {
+bool WasSorted(const VarInfo& table) { return (table.tableFlag & 0xFF) != 0; }
+
+/// Whether a point holds this very table, text and all.
+bool Holds(const KSTableDataPoint& point, const VarInfo& table, const std::string& text) {
+  const TableContent& content = *point.content;
+  return point.value == table.valueText && content.hashSort == WasSorted(table) &&
+         content.rawValueSize == static_cast<std::int64_t>(text.size()) &&
+         content.hashColumns == table.tableKeys && content.GetTableText() == text;
+}
+
+std::shared_ptr<const TableContent> MakeTableContent(const VarInfo& table, std::string text) {
+  auto content = std::make_shared<TableContent>();
+  content->hashColumns = table.tableKeys;
+  content->hashSort = WasSorted(table);
+  content->rawValueSize = static_cast<std::int64_t>(text.size());
+  if (!CompressString(text)) {
     KS_LOG("FS_Keelstone", "KSRuleInstance::CreateDataPoint", "ksruleinstance", kLogError,
            "Compress table value is failure");
   }
-  point->SetTableValue(table);
-  return point;
+  content->SetTableValue(text);
+  return content;
 }
 
 JsonValue ConvertElement(EnumKSDataType dataType, const JsonValue& element) {
@@ -85,9 +94,21 @@ std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_
       return std::make_shared<KSDataPoint<std::string>>(time,
                                                         std::string(Trim(variable.valueText, " ")));
     case KSDataTable:
-      return MakeTablePoint(variable, time);
+      return std::make_shared<KSTableDataPoint>(time, variable.valueText);
     default:
       return nullptr;
+  }
+}
+
+void FillTablePoint(const VarInfo& variable, const HistoryDataBase* history,
+                    KSTableDataPoint& point) {
+  std::string text = variable.value.toString();
+  const auto* const tables = dynamic_cast<const TableHistoryData*>(history);
+  if (tables != nullptr && !tables->points().empty() &&
+      Holds(tables->points().back(), variable, text)) {
+    point.content = tables->points().back().content;
+  } else {
+    point.content = MakeTableContent(variable, std::move(text));
   }
 }
 

@@ -7,13 +7,21 @@
 
 #include "engine/ksrulerecords.h"
 #include "model/ksdatapoint.h"
+#include "model/kshistorydata.h"
+#include "model/kstabledatapoint.h"
 
 namespace keelstone {
 
 /// The data point of a variable, with `time` (seconds since the epoch) as its time. Empty
 /// for an unknown data type, and when the value text of a number gives no finite number.
-/// Strings lose leading and trailing spaces; a table's content is compressed.
+/// Strings lose leading and trailing spaces; a table comes without its content.
 std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_t time);
+
+/// Gives a table's point its content: that of the newest point of `history` when this is
+/// the same table, so that a table which does not change is not compressed again.
+/// `history` may be missing, or of another type.
+void FillTablePoint(const VarInfo& variable, const HistoryDataBase* history,
+                    KSTableDataPoint& point);
 
 /// A parameter text from the variable rules with its strings made numbers, as a rule of
 /// numbers reads them: member strings by atoi (int64) or atof (double), the elements of

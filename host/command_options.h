@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/logger.h"
+
 namespace CLI {
 class App;
 }
@@ -13,7 +15,7 @@ namespace keelstone::host {
 struct CommonOptions {
   std::string root;  // empty: KEELSTONE_ROOT, else ./keelstone-root
   std::string domain = "default";
-  int logLevel = 1;
+  int logLevel = kLogNotice;
 };
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);

@@ -142,7 +142,9 @@ DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {
     const std::string file = FileOf(table, domainId);
     std::error_code failure;
     const auto status = std::filesystem::status(file, failure);
-    if (status.type() == std::filesystem::file_type::not_found) {
+    // A name that no file can have is one that is not there.
+    if (status.type() == std::filesystem::file_type::not_found ||
+        failure == std::errc::filename_too_long) {
       missing = missing.empty() ? "there is no " + file : missing;
       continue;
     }

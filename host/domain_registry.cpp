@@ -49,8 +49,7 @@ bool DomainRegistry::PrepareFiles(const std::string& id) {
   console_.Say(check.condition == Condition::kAbsent
                    ? Named(id) + " has no databases, its values are rejected: " +
                          Printable(check.detail) + remedy
-                   : Named(id) + " is not complete, what is learned may not be kept: " +
-                         Printable(check.detail) + remedy);
+                   : Named(id) + " is not complete: " + Printable(check.detail) + remedy);
   return true;
 }
 

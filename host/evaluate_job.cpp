@@ -80,18 +80,22 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
 }
 
 void EvaluateJob::OnSignal(int signal) {
-  console_.Say(std::string("keelstone: stopping at ") + ::strsignal(signal) +
-               "; what has begun is finished");
   stop_.Request();
   if (RunScheduler* scheduler = scheduler_.load()) scheduler->Stop();
+  console_.Say(std::string("keelstone: stopping at ") + ::strsignal(signal) +
+               "; what has begun is finished");
 }
 
 bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
   const RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand);
   run.tally = TallyOf(outcome);
-  run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)
-                                              : TextOutput(run.parsed, outcome);
+  try {
+    run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)
+                                                : TextOutput(run.parsed, outcome);
+  } catch (const std::exception&) {  // only for want of memory
+    outputLost_.store(true);
+  }
   return outcome.mayHavePending;
 }
 
@@ -100,14 +104,14 @@ void EvaluateJob::Flush(const std::string& domain) noexcept {
 }
 
 void EvaluateJob::Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) noexcept {
-  std::string text;
   for (const auto& run : runs) {
     Add(progress_.tally, run->tally);
-    text += run->output;
+    output_.Write(run->output);
   }
   progress_.runs += runs.size();
   progress_.inputBytes = runs.back()->inputPosition;
-  if (!output_.Write(text) && !stop_.Requested()) {
+  // All that is ready goes out now: somebody may be waiting for it.
+  if (!output_.Flush() && !stop_.Requested()) {
     stop_.Request();
     scheduler_.load()->Stop();
   }
@@ -132,7 +136,8 @@ EvaluateJob::Broken EvaluateJob::ReadInputs(const std::vector<InputFile>& inputs
 EvaluateJob::Broken EvaluateJob::ReadInput(const InputFile& input) {
   FileDescriptor file;
   if (input.path != "-") {
-    file = FileDescriptor(::open(input.path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Opening a pipe does not wait for its other end: the reader does, and can be stopped.
+    file = FileDescriptor(::open(input.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.valid()) return Fail(input.name + ": " + std::strerror(errno));
   }
   LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_);
@@ -199,6 +204,7 @@ EvaluateJob::Broken EvaluateJob::SubmitBatch() {
 
 int EvaluateJob::Conclude(Broken broken) {
   console_.EndProgress();
+  if (outputLost_.load()) console_.Say("keelstone: results were lost for want of memory");
   if (output_.failure() != 0) {
     console_.Say(std::string("keelstone: standard output cannot be written: ") +
                  std::strerror(output_.failure()));
@@ -214,8 +220,9 @@ int EvaluateJob::Conclude(Broken broken) {
   }
   Logger::Instance().Flush();
   if (domainRefused_ && submitted_ == 0) return kExitUnusable;
-  const bool isWhole = broken == Broken::kNo || broken == Broken::kStrict;
-  if (!isWhole || output_.failure() != 0 || failedWrites > 0) return kExitBrokenOff;
+  const bool isRead = broken == Broken::kNo || broken == Broken::kStrict;
+  const bool isWritten = output_.failure() == 0 && !outputLost_.load() && failedWrites == 0;
+  if (!isRead || !isWritten) return kExitBrokenOff;
   if (options_.failOnAlert && progress_.tally.alerts > 0) return kExitAlert;
   return skipped_ > 0 ? kExitLinesSkipped : kExitDone;
 }

@@ -64,6 +64,7 @@ class EvaluateJob final : private RunWork {
   std::uint64_t submitted_ = 0;
   std::uint64_t skipped_ = 0;
   bool domainRefused_ = false;
+  std::atomic<bool> outputLost_{false};
   EvaluationProgress progress_;  // the delivery thread's until the scheduler has finished
   // The watch goes first at the end, and its thread finds the scheduler only once it is made.
   std::unique_ptr<RunScheduler> ownedScheduler_;

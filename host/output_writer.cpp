@@ -4,11 +4,28 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace keelstone::host {
 
-bool OutputWriter::Write(std::string_view text) noexcept {
+void OutputWriter::Write(std::string_view text) noexcept {
+  if (text.size() > buffer_.size() - gathered_) Flush();
+  if (text.size() > buffer_.size()) {
+    WriteOut(text);
+    return;
+  }
+  std::copy(text.begin(), text.end(), buffer_.begin() + static_cast<std::ptrdiff_t>(gathered_));
+  gathered_ += text.size();
+}
+
+bool OutputWriter::Flush() noexcept {
+  WriteOut({buffer_.data(), std::exchange(gathered_, 0)});
+  return failure_ == 0;
+}
+
+void OutputWriter::WriteOut(std::string_view text) noexcept {
   while (failure_ == 0 && !text.empty()) {
     const ssize_t count = ::write(fd_, text.data(), text.size());
     if (count >= 0) {
@@ -20,7 +37,6 @@ bool OutputWriter::Write(std::string_view text) noexcept {
       failure_ = errno;
     }
   }
-  return failure_ == 0;
 }
 
 void GuardStandardDescriptors() noexcept {

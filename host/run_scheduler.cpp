@@ -52,8 +52,8 @@ RunScheduler::Unit& RunScheduler::UnitOf(const ParsedRun& run) {
   const auto [place, isNew] = units_.try_emplace(keyBuffer_);
   Unit& unit = place->second;
   if (isNew) {
-    const auto domain = domains_.try_emplace(run.domain).first;
-    domain->second.name = &domain->first;
+    const auto [domain, isNewDomain] = domains_.try_emplace(run.domain);
+    if (isNewDomain) domain->second.name = &domain->first;
     unit.key = &place->first;
     unit.domain = &domain->second;
   }
@@ -156,8 +156,9 @@ void RunScheduler::PerformFlush(DomainQueue& domain) {
   domain.waiting = 0;
   const std::vector<Unit*> units = std::exchange(domain.pending, {});
   for (Unit* unit : units) unit->state = Unit::State::kFlushing;
+  const std::string& name = *domain.name;
   mutex_.Unlock();
-  work_.Flush(*domain.name);
+  work_.Flush(name);
   mutex_.Lock();
   domain.flushing = false;
   for (Unit* unit : units) MakeReadyOrForget(*unit);

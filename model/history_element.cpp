@@ -1,5 +1,7 @@
 #include "model/history_element.h"
 
+#include <algorithm>
+#include <memory>
 #include <string_view>
 
 #include "platform/numbers.h"
@@ -20,9 +22,12 @@ void AppendTimeAndValue(std::string& text, const TextPoint& point) {
   JsonValue(point.value).appendTo(text);
 }
 
-bool ReadTimeAndValue(HistoryLayout& layout, TextPoint& point) {
+bool ReadTime(HistoryLayout& layout, TextPoint& point) {
+  return layout.Skip(kHistoryTimeKey) && layout.Read(point.time);
+}
+
+bool ReadValue(HistoryLayout& layout, TextPoint& point) {
   std::string_view value;
-  if (!layout.Skip(kHistoryTimeKey) || !layout.Read(point.time)) return false;
   if (!layout.Skip(kHistoryValueKey) || !layout.Read(value)) return false;
   point.value = value;
   return true;
@@ -32,12 +37,30 @@ bool ReadColumns(HistoryLayout& layout, std::set<std::string>& columns) {
   if (!layout.Skip(kColumnsKey)) return false;
   std::string_view column;
   if (!layout.Read(column)) return true;
-  columns.emplace_hint(columns.end(), column);
+  columns.emplace(column);
   while (layout.Skip(',')) {
-    if (!layout.Read(column)) return false;
+    // Written in ascending order; what is not has been written by somebody else.
+    if (!layout.Read(column) || column <= *columns.rbegin()) return false;
     columns.emplace_hint(columns.end(), column);
   }
   return true;
+}
+
+bool ReadContent(HistoryLayout& layout, TableContent& content) {
+  std::string_view encoded;
+  if (!layout.Skip(kSortKey) || !layout.Read(content.hashSort)) return false;
+  if (!ReadColumns(layout, content.hashColumns)) return false;
+  if (!layout.Skip(kRawSizeKey) || !layout.Read(content.rawValueSize)) return false;
+  if (!layout.Skip(kTableKey) || !layout.Read(encoded)) return false;
+  content.encodedTable = encoded;
+  return true;
+}
+
+/// Whether a text can stand between quotes as it is.
+bool IsPlain(std::string_view text) {
+  return std::none_of(text.begin(), text.end(), [](char c) {
+    return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20U;
+  });
 }
 
 }  // namespace
@@ -50,34 +73,42 @@ void AppendElement(std::string& text, const TextPoint& point) {
 void AppendElement(std::string& text, const KSTableDataPoint& point) {
   AppendTimeAndValue(text, point);
   text += kSortKey;
-  text += point.hashSort ? "true" : "false";
+  const TableContent& content = *point.content;
+  text += content.hashSort ? "true" : "false";
   text += kColumnsKey;
   bool isFirst = true;
-  for (const std::string& column : point.hashColumns) {
+  for (const std::string& column : content.hashColumns) {
     if (!isFirst) text += ',';
     isFirst = false;
     JsonValue(column).appendTo(text);
   }
   text += kRawSizeKey;
-  AppendNumber(text, point.rawValueSize);
+  AppendNumber(text, content.rawValueSize);
   text += kTableKey;
   text += '"';
-  text += point.encodedTable;
+  text += content.encodedTable;
   text += "\"}";
 }
 
 bool ReadElement(HistoryLayout& layout, TextPoint& point) {
-  return ReadTimeAndValue(layout, point) && layout.Skip('}');
+  return ReadTime(layout, point) && ReadValue(layout, point) && layout.Skip('}');
 }
 
-bool ReadElement(HistoryLayout& layout, KSTableDataPoint& point) {
-  std::string_view encoded;
-  if (!ReadTimeAndValue(layout, point)) return false;
-  if (!layout.Skip(kSortKey) || !layout.Read(point.hashSort)) return false;
-  if (!ReadColumns(layout, point.hashColumns)) return false;
-  if (!layout.Skip(kRawSizeKey) || !layout.Read(point.rawValueSize)) return false;
-  if (!layout.Skip(kTableKey) || !layout.Read(encoded) || !layout.Skip('}')) return false;
-  point.encodedTable = encoded;
+bool ElementReader<KSTableDataPoint>::Read(HistoryLayout& layout, KSTableDataPoint& point) {
+  if (!ReadTime(layout, point)) return false;
+  const char* const begin = layout.position();
+  if (!lastText_.empty() && layout.Skip(lastText_)) {
+    point.value = last_.value;
+    point.content = last_.content;
+    return true;
+  }
+  const auto content = std::make_shared<TableContent>();
+  if (!ReadValue(layout, point) || !ReadContent(layout, *content) || !layout.Skip('}')) {
+    return false;
+  }
+  point.content = content;
+  last_ = point;
+  lastText_ = {begin, static_cast<std::size_t>(layout.position() - begin)};
   return true;
 }
 
@@ -88,11 +119,22 @@ void ReadElement(const JsonValue& element, TextPoint& point) {
 
 void ReadElement(const JsonValue& element, KSTableDataPoint& point) {
   ReadElement(element, static_cast<TextPoint&>(point));
-  point.hashSort = element["hashSort"].asBool();
+  const auto content = std::make_shared<TableContent>();
+  content->hashSort = element["hashSort"].asBool();
   const JsonValue& columns = element["hashColumns"];
-  for (std::size_t i = 0; i < columns.size(); ++i) point.hashColumns.insert(columns[i].asString());
-  point.rawValueSize = element["rawValueSize"].asInt64();
-  point.SetTableValue(element["tableValue"].asBinary());
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    content->hashColumns.insert(columns[i].asString());
+  }
+  content->rawValueSize = element["rawValueSize"].asInt64();
+  const JsonValue& table = element["tableValue"];
+  // A text that is no base64 stays what it is, as in the library's own layout: it is
+  // judged when the table is asked for.
+  if (table.isString() && IsPlain(table.stringRef())) {
+    content->encodedTable = table.stringRef();
+  } else {
+    content->SetTableValue(table.asBinary());
+  }
+  point.content = content;
 }
 
 }  // namespace keelstone

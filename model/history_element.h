@@ -2,6 +2,7 @@
 #define KEELSTONE_MODEL_HISTORY_ELEMENT_H
 
 #include <string>
+#include <string_view>
 
 #include "model/history_layout.h"
 #include "model/ksdatapoint.h"
@@ -35,7 +36,25 @@ bool ReadElement(HistoryLayout& layout, KSDataPoint<T>& point) {
          layout.Read(point.value) && layout.Skip('}');
 }
 bool ReadElement(HistoryLayout& layout, TextPoint& point);
-bool ReadElement(HistoryLayout& layout, KSTableDataPoint& point);
+
+/// Reads the elements of one list in the library's own layout, one after the other.
+template <class Point>
+class ElementReader {
+ public:
+  bool Read(HistoryLayout& layout, Point& point) { return ReadElement(layout, point); }
+};
+
+/// Tables seldom change: what repeats the element before, apart from its time, is compared
+/// with that one's text instead of being read, and shares its content.
+template <>
+class ElementReader<KSTableDataPoint> {
+ public:
+  bool Read(HistoryLayout& layout, KSTableDataPoint& point);
+
+ private:
+  KSTableDataPoint last_;
+  std::string_view lastText_;  // without its time; empty before the first element
+};
 
 // Reading any JSON; a refused conversion throws JsonError.
 

@@ -1,7 +1,5 @@
 #include "model/history_layout.h"
 
-#include "platform/numbers.h"
-
 namespace keelstone {
 
 namespace {
@@ -19,16 +17,15 @@ bool HistoryLayout::SkipHead(EnumKSDataType dataType) {
 
 bool HistoryLayout::SkipTail() { return Skip(kTail) && AtEnd(); }
 
-std::string HistoryText(EnumKSDataType dataType, std::string_view list) {
-  constexpr std::size_t kTypeDigits = 11;
-  std::string text;
-  text.reserve(kHeadKey.size() + kTypeDigits + kListKey.size() + list.size() + kTail.size());
+void WriteHistoryText(EnumKSDataType dataType, std::string_view list, std::string& text) {
+  const std::string type = std::to_string(dataType);
+  text.clear();
+  text.reserve(kHeadKey.size() + type.size() + kListKey.size() + list.size() + kTail.size());
   text += kHeadKey;
-  AppendNumber(text, static_cast<std::int64_t>(dataType));
+  text += type;
   text += kListKey;
   text += list;
   text += kTail;
-  return text;
 }
 
 }  // namespace keelstone

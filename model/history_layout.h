@@ -25,8 +25,8 @@ class HistoryLayout : public OwnTextReader {
   bool SkipTail();
 };
 
-/// The layout around the list of points.
-std::string HistoryText(EnumKSDataType dataType, std::string_view list);
+/// Writes the layout around the list of points into `text`, which keeps its memory.
+void WriteHistoryText(EnumKSDataType dataType, std::string_view list, std::string& text);
 
 }  // namespace keelstone
 

@@ -1,5 +1,7 @@
 #include "model/irulebase.h"
 
+#include <utility>
+
 namespace keelstone {
 
 IRuleBase::~IRuleBase() = default;
@@ -27,7 +29,15 @@ void IRuleBase::SetHistoryAndDataFeature(const std::shared_ptr<RuleDefinitionDat
   ruleDefine_ = ruleDefine;
   history_ = history;
   feature_ = feature;
+  isFeatureDue_ = false;
 }
+
+std::shared_ptr<KSDataFeature> IRuleBase::GetDataFeature() const {
+  if (std::exchange(isFeatureDue_, false)) feature_ = MakeFeature();
+  return feature_;
+}
+
+std::shared_ptr<KSDataFeature> IRuleBase::MakeFeature() const { return nullptr; }
 
 std::int32_t IRuleBase::GetHisotryCount() const { return history_ ? history_->GetDataCount() : 0; }
 
@@ -47,7 +57,7 @@ std::shared_ptr<RuleDefinitionData> IRuleBase::GetRuleDefineData() {
   if (!ruleDefine_) return nullptr;
   ruleDefine_->ruleType = GetType();
   ruleDefine_->ruleParam = GetRuleParam();
-  if (history_) ruleDefine_->history = history_->ToString();
+  if (history_) history_->WriteTo(ruleDefine_->history);
   return ruleDefine_;
 }
 

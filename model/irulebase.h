@@ -59,7 +59,9 @@ class KEELSTONE_EXPORT IRuleBase {
                                 const std::shared_ptr<KSDataFeature>& feature);
   std::shared_ptr<KSRuleDataBase> GetRuleData() const { return ruleData_; }
   std::shared_ptr<HistoryDataBase> GetHistoryData() const { return history_; }
-  std::shared_ptr<KSDataFeature> GetDataFeature() const { return feature_; }
+  /// The statistics over the history. Those of a stored rule are calculated when they are
+  /// first asked for: most values are only checked.
+  std::shared_ptr<KSDataFeature> GetDataFeature() const;
   /// Number of points; 0 without a history. (The name is part of the interface as it is
   /// spelled.)
   std::int32_t GetHisotryCount() const;
@@ -76,11 +78,15 @@ class KEELSTONE_EXPORT IRuleBase {
  protected:
   std::shared_ptr<HistoryDataBase> history_;
   std::shared_ptr<KSRuleDataBase> ruleData_;
-  std::shared_ptr<KSDataFeature> feature_;
+  mutable std::shared_ptr<KSDataFeature> feature_;
+  mutable bool isFeatureDue_ = false;  // feature_ is yet to be made by MakeFeature
   std::shared_ptr<RuleDefinitionData> ruleDefine_;
   std::string domainId_;
 
  private:
+  /// A calculated feature of the history; empty for a kind that has it made already.
+  virtual std::shared_ptr<KSDataFeature> MakeFeature() const;
+
   EnumRuleType ruleType_;
 };
 

@@ -6,7 +6,6 @@
 
 namespace keelstone {
 
-KSDataBase::~KSDataBase() = default;
 KSDataFeature::~KSDataFeature() = default;
 
 template <class T>

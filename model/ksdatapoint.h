@@ -12,7 +12,7 @@ namespace keelstone {
 /// A value with its time, of whatever type. One thread at a time.
 class KEELSTONE_EXPORT KSDataBase {
  public:
-  virtual ~KSDataBase();
+  virtual ~KSDataBase() = default;
 
  protected:
   KSDataBase() = default;

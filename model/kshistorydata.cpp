@@ -13,33 +13,50 @@ namespace keelstone {
 
 namespace {
 
-// The keys of an element alone take more.
+// Of a number; the keys of its element alone take more.
 constexpr std::size_t kLeastElementSize = 28;
+
+/// The position behind the quote that ends a string, from the first byte in it; npos when
+/// there is none.
+std::size_t EndOfString(std::string_view text, std::size_t begin) {
+  for (std::size_t quote = text.find('"', begin); quote != text.npos;
+       quote = text.find('"', quote + 1)) {
+    std::size_t first = quote;  // of the backslashes before the quote
+    while (first > begin && text[first - 1] == '\\') --first;
+    if ((quote - first) % 2 == 0) return quote + 1;
+  }
+  return text.npos;
+}
 
 }  // namespace
 
 HistoryDataBase::~HistoryDataBase() = default;
 bool HistoryDataBase::FromString(const std::string&) { return false; }
 std::string HistoryDataBase::ToString() const { return {}; }
+void HistoryDataBase::WriteTo(std::string& text) const { text = ToString(); }
 std::int32_t HistoryDataBase::GetDataCount() const { return 0; }
 void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) {}
 void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
 std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
 void HistoryListText::DropFront(std::size_t count) {
-  bool inString = false;
   std::size_t at = begin_;
   for (; count > 0 && at < text_.size(); ++at) {
-    const char c = text_[at];
-    if (c == '"') {
-      inString = !inString;
-    } else if (c == '\\' && inString) {
-      ++at;
-    } else if (c == '}' && !inString) {
+    if (text_[at] == '"') {
+      // Strings may hold braces: hop over them.
+      at = EndOfString(text_, at + 1);
+      if (at == std::string::npos) return Clear();
+      --at;
+    } else if (text_[at] == '}') {
       --count;
     }
   }
   begin_ = std::min(at + 1, text_.size());  // behind the comma too
+  // Once more of it is dropped than kept, let it go.
+  if (begin_ > size()) {
+    text_.erase(0, begin_);
+    begin_ = 0;
+  }
 }
 
 std::string& HistoryListText::NextElement() {
@@ -62,11 +79,14 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
   if (!layout.SkipHead(dataType)) return false;
   const std::size_t before = points_.size();
   const char* const listBegin = layout.position();
-  points_.reserve(before + text.size() / kLeastElementSize);
+  if constexpr (!std::is_base_of_v<TextPoint, Point>) {
+    points_.reserve(before + text.size() / kLeastElementSize);
+  }
+  ElementReader<Point> reader;
   bool isSound = true;
   do {
     Point point;
-    isSound = ReadElement(layout, point);
+    isSound = reader.Read(layout, point);
     if (isSound) points_.push_back(std::move(point));
   } while (isSound && layout.Skip(','));
   const char* const listEnd = layout.position();
@@ -108,11 +128,18 @@ bool PointHistory<Point>::FromString(const std::string& text) {
 
 template <class Point>
 std::string PointHistory<Point>::ToString() const {
-  if (points_.empty()) return {};
-  if (hasListText_) return HistoryText(dataType, listText_.view());
+  std::string text;
+  PointHistory::WriteTo(text);
+  return text;
+}
+
+template <class Point>
+void PointHistory<Point>::WriteTo(std::string& text) const {
+  if (points_.empty()) return text.clear();
+  if (hasListText_) return WriteHistoryText(dataType, listText_.view(), text);
   HistoryListText list;
   for (const Point& point : points_) AppendElement(list.NextElement(), point);
-  return HistoryText(dataType, list.view());
+  WriteHistoryText(dataType, list.view(), text);
 }
 
 template <class Point>

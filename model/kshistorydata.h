@@ -30,6 +30,8 @@ class KEELSTONE_EXPORT HistoryDataBase {
   /// data type; points read before the fault stay.
   virtual bool FromString(const std::string& text);
   virtual std::string ToString() const;
+  /// ToString into a text that is there already and keeps its memory.
+  virtual void WriteTo(std::string& text) const;
   virtual std::int32_t GetDataCount() const;
   /// Appends a point and drops the oldest, so that at most `maxCount` stay (the new one
   /// always does). A point of another type is passed over.
@@ -66,6 +68,7 @@ class KEELSTONE_EXPORT PointHistory : public HistoryDataBase {
  public:
   bool FromString(const std::string& text) override;
   std::string ToString() const override;
+  void WriteTo(std::string& text) const override;
   std::int32_t GetDataCount() const override;
   void AddData(const std::shared_ptr<KSDataBase>& point, std::int32_t maxCount) override;
   void GetDataValue(const std::shared_ptr<KSDataBase>& point, std::string& text) const override;

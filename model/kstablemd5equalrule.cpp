@@ -21,8 +21,8 @@ bool KSTableMd5EqualRule::UpdateRule() {
   const KSTableDataPoint* const stable = StablePoint(settings ? settings->tableMd5.get() : nullptr);
   if (data == nullptr || stable == nullptr) return false;
   data->hashCmp = stable->value;
-  data->hashSort = stable->hashSort;
-  data->hashColumns = stable->hashColumns;
+  data->hashSort = stable->content->hashSort;
+  data->hashColumns = stable->content->hashColumns;
   data->golden = *stable;
   return true;
 }

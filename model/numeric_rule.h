@@ -57,9 +57,7 @@ class NumericRule : public IRuleBase {
     const auto history = std::make_shared<typename Traits::History>();
     history_ = history;
     if (!ruleDefine->history.empty() && !history->FromString(ruleDefine->history)) return;
-    const auto feature = std::make_shared<KSNumercialDataFeature<T>>();
-    feature_ = feature;
-    if (!feature->Calculate(history)) return;
+    isFeatureDue_ = true;
     ruleData_ = BuildData(ruleDefine->ruleParam);
     ruleDefine_ = ruleDefine;
     domainId_ = domainId;
@@ -94,7 +92,7 @@ class NumericRule : public IRuleBase {
     return dynamic_cast<const NumercialHistoryData<T>*>(history_.get());
   }
   const KSNumercialDataFeature<T>* Feature() const {
-    return dynamic_cast<const KSNumercialDataFeature<T>*>(feature_.get());
+    return dynamic_cast<const KSNumercialDataFeature<T>*>(GetDataFeature().get());
   }
   Data* RuleData() const { return dynamic_cast<Data*>(ruleData_.get()); }
   static const Point* AsPoint(const std::shared_ptr<KSDataBase>& point) {
@@ -121,6 +119,12 @@ class NumericRule : public IRuleBase {
   }
 
  private:
+  std::shared_ptr<KSDataFeature> MakeFeature() const override {
+    auto feature = std::make_shared<KSNumercialDataFeature<T>>();
+    feature->Calculate(history_);
+    return feature;
+  }
+
   /// Rule data with the starting values, then with the parameter as far as the text gives
   /// it.
   std::shared_ptr<Data> BuildData(const std::string& paramText) {

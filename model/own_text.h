@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_MODEL_OWN_TEXT_H
 #define KEELSTONE_MODEL_OWN_TEXT_H
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -82,10 +83,9 @@ class OwnTextReader {
   /// Takes eight digits at once, two and then four of them together in one word; false
   /// when one of the eight characters is no digit.
   static bool AppendEightDigits(const char* digits, std::uint64_t& number) {
-    std::uint64_t word = 0;
-    for (int i = 7; i >= 0; --i) {
-      word = word << 8U | static_cast<unsigned char>(digits[i]);  // the first is the lowest
-    }
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t word = 0;  // the first digit in its lowest byte
+    std::memcpy(&word, digits, sizeof word);
     // The upper half of every byte is that of '0', and still so with six added.
     constexpr std::uint64_t kUpper = 0xF0F0F0F0F0F0F0F0U;
     constexpr std::uint64_t kZeros = 0x3030303030303030U;

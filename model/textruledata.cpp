@@ -3,7 +3,6 @@
 #include <optional>
 #include <utility>
 
-#include "platform/compressor.h"
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
 #include "platform/logger.h"
@@ -114,17 +113,15 @@ std::string TablMd5EqualData::ParamToString() const {
 }
 
 std::string TablMd5EqualData::GetGlodenValue() const {
-  std::optional<std::string> text = golden.GetTableValue();
-  if (!text || !DecompressString(*text, golden.rawValueSize)) {
-    return LogGoldenFailure("Uncompress table value is failure");
-  }
+  const std::optional<std::string> text = golden.content->GetTableText();
+  if (!text) return LogGoldenFailure("Uncompress table value is failure");
   JsonValue table;
   if (!JsonReader::Parse(*text, table) || !table.isObject()) {
     return LogGoldenFailure("Table value is not a JSON object");
   }
   table["hashCmp"] = golden.value;
-  table["hashSort"] = golden.hashSort;
-  table["hashColumns"] = WriteTexts(golden.hashColumns);
+  table["hashSort"] = golden.content->hashSort;
+  table["hashColumns"] = WriteTexts(golden.content->hashColumns);
   return table.toString();
 }
 

@@ -202,6 +202,16 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual([r["rejected"] for r in found], [[], ["v"], ["v"]])
         self.assertFalse(os.path.exists(os.path.dirname(self.database("x", "none"))))
 
+    def test_domains_of_any_name_stay_below_the_root(self):
+        names = {"": "%", ".": "%2E", "..": "%2E%2E", "../x": "..%2Fx", "a\n%": "a%0A%25"}
+        lines = "".join(run_line(1, domain=name) for name in names)
+        self.assertEqual([r["rejected"] for r in self.results("--enroll", input=lines)], [[]] * 5)
+        self.assertEqual(sorted(os.listdir(os.path.join(self.root, "data", "FSParserData"))),
+                         sorted(names.values()))
+        self.assertEqual(self.results("--domain", "", input=run_line(1))[0]["rejected"], [])
+        found = self.results(input=run_line(1, domain="x" * 300) + run_line(1, domain="."))
+        self.assertEqual([r["rejected"] for r in found], [["v"], []])
+
     def test_strict_enrols_nothing_beyond_the_fault(self):
         later = run_line(1, source="later")
         self.evaluate("--enroll", "--strict", input=run_line(1) + "x\n" + later, code=1)
@@ -302,6 +312,14 @@ class ProgramTest(unittest.TestCase):
         return subprocess.Popen([PROGRAM, "evaluate", "--root", self.root, "--enroll", "--all",
                                  *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE)
+
+    def test_a_pipe_that_nobody_writes_to_can_be_left(self):
+        os.mkfifo(self.path("pipe"))
+        begun = self.start(self.write("in", run_line(1)), self.path("pipe"))
+        begun.stdout.readline()
+        begun.send_signal(signal.SIGTERM)
+        begun.communicate()
+        self.assertEqual(begun.returncode, 3)
 
     def test_a_signal_ends_it_with_everything_stored(self):
         lines = [line.encode() for line in recording(30, 4)]

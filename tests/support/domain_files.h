@@ -27,7 +27,7 @@ class DomainFiles {
     std::string source;
     std::string name;
     int ruleType = -1;
-    std::string param;  // of the rule
+    std::string param = {};  // of the rule
     int dataType = 1;   // the parser's type code
     int customerEnable = 0;
     bool initialEnable = true;

@@ -1,0 +1,431 @@
+#include "engine/ksruleinstance.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/ini_reader.h"
+#include "tests/engine/evaluated_unit.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/second_reading.h"
+#include "tests/support/tuned_domain.h"
+
+namespace keelstone::testing {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::int32_t kNow = 1700000000;
+
+class RuleInstance : public ::testing::Test {
+ protected:
+  RuleInstance() { domain_.Tune(plain::Settings().ToJson()); }
+
+  void Define(const std::string& name, int ruleType = -1, const std::string& param = {},
+              int typeCode = 1) {
+    domain_.files().AddVariableRule({"src", name, ruleType, param, typeCode});
+    domain_.manager()->InvalidateKSVariableRuleCaches();
+  }
+  void Prescribe(const std::string& name, int ruleType, const std::string& param,
+                 const std::string& interfaceValue = {}, int generateType = kRulePrescribed) {
+    auto definition = std::make_shared<RuleDefinitionData>(ruleType, generateType, param);
+    definition->variableType = 0;
+    const ObjectDefine object = unit_.Object(interfaceValue);
+    domain_.manager()->SetRuleAlgParam({{name, definition}}, &object, "src", "prm",
+                                       kVariableSourceParser);
+  }
+  void StoreHistory(const std::string& name, const std::string& text,
+                    const std::string& interfaceValue = {}) {
+    const ObjectDefine object = unit_.Object(interfaceValue);
+    domain_.manager()->SetRuleHistoryData(text, &object, "src", name, "prm", kVariableSourceParser);
+  }
+  std::vector<std::string> Histories() {
+    return domain_.files().Select(kDbObjectHistory, "select HistoryData from KSObjectHistory");
+  }
+  std::vector<std::string> Rules() {
+    return domain_.files().Select(kDbObjectRule,
+                                  "select ruleTypeId || ' ' || ruleAlgParameter from KSObjectRule");
+  }
+  /// One run with these values; answers what ProcessVariable did.
+  std::vector<bool> Run(std::int32_t time, const std::vector<VarInfo>& values,
+                        bool onDemand = false) {
+    const auto instance = unit_.Start(time, onDemand);
+    std::vector<bool> answers;
+    for (const VarInfo& value : values) answers.push_back(instance->ProcessVariable(value));
+    unit_.Finish(*instance);
+    results_ = instance->GetUpdateResultData();
+    return answers;
+  }
+  /// What the engine itself logged, without the timings.
+  std::vector<LogCapture::Line> Log() const {
+    std::vector<LogCapture::Line> lines = log_.Lines();
+    std::erase_if(lines, [](const auto& line) { return line.module != "FS_Keelstone"; });
+    return lines;
+  }
+  std::string Document() const { return results_->ToJsonString(); }
+  static constexpr const char* kNothing = R"({"ruleItems":[],"valueItems":[],"alertItems":[]})";
+
+  TunedDomain domain_;
+  Unit unit_{domain_.id()};
+  LogCapture log_;
+  std::shared_ptr<KSRuleUpdateResultData> results_;
+};
+
+TEST_F(RuleInstance, RefusesWhatIsNotDefinedOrNotEnabled) {
+  domain_.files().AddVariableRule({"src", "off", -1, "", 1, 0, false});
+  domain_.files().AddVariableRule({"src", "customer off", -1, "", 1, 2, true});
+  domain_.files().AddVariableRule({"src", "customer on", -1, "", 1, 1, false});
+  domain_.files().AddVariableRule({"other", "elsewhere"});
+  domain_.manager()->InvalidateKSVariableRuleCaches();
+  EXPECT_THAT(Run(kNow, {Value("off", 1, "5"), Value("customer off", 1, "5"),
+                         Value("customer on", 1, "5"), Value("elsewhere", 1, "5")}),
+              ElementsAre(false, false, true, false));
+  EXPECT_THAT(log_.Messages(), ElementsAre("Variable:off is not define rule.",
+                                           "Variable:customer off is not define rule.",
+                                           "Variable:elsewhere is not define rule."));
+  EXPECT_EQ(Log()[0].level, 1);
+  EXPECT_EQ(Log()[0].function, "KSRuleInstance::ProcessVariable");
+  EXPECT_EQ(Log()[0].source, "ksruleinstance");
+  EXPECT_EQ(Histories().size(), 1U);
+}
+
+TEST_F(RuleInstance, KnowsWhatIsDefined) {
+  const auto before = unit_.Start(kNow);
+  EXPECT_FALSE(before->IsDefineRule());
+  Define("load");
+  EXPECT_TRUE(before->IsDefineRule());
+  EXPECT_FALSE(before->IsVarDefineRule("load"));  // not a rule of this device
+  Prescribe("load", kIntLEQ, R"({"ruleParam":80})", "ge0");
+  const auto instance = unit_.Start(kNow);
+  EXPECT_TRUE(instance->IsVarDefineRule("load"));
+  EXPECT_FALSE(instance->IsVarDefineRule("ge0"));
+}
+
+TEST_F(RuleInstance, AdoptsTheTypeCodeOnceAndThenHoldsToIt) {
+  Define("first", -1, "", 0);
+  Define("minus", -1, "", -1);
+  Define("fixed", -1, "", 25);
+  Prescribe("prescribed", kIntLEQ, R"({"ruleParam":80})");
+  EXPECT_THAT(Run(kNow, {Value("first", 1, "5", "", 3), Value("minus", 1, "5", "", 3),
+                         Value("minus", 1, "5", "", -1), Value("fixed", 1, "5", "", 25),
+                         Value("fixed", 1, "5", "", 26), Value("prescribed", 1, "81", "", 9),
+                         Value("prescribed", 1, "81", "", 8)}),
+              ElementsAre(true, false, true, true, false, true, false));
+  EXPECT_THAT(log_.Messages(),
+              Contains("Variable type is changed. the variable type is mismatch to variable value "
+                       "type.Var:fixed"));
+  EXPECT_EQ(Log()[0].level, 3);
+  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
+}
+
+TEST_F(RuleInstance, RefusesTextsThatAreNoNumber) {
+  Define("load");
+  Prescribe("limit", kIntLEQ, R"({"ruleParam":0})");
+  EXPECT_THAT(Run(kNow, {Value("load", 1, ""), Value("load", 3, "nan"), Value("load", 2, "1e39"),
+                         Value("load", 0, "5"), Value("load", 9, "5"), Value("limit", 3, "inf")}),
+              ElementsAre(false, false, false, false, false, false));
+  EXPECT_THAT(log_.Messages(), ::testing::Each("nullptr == pData"));
+  EXPECT_EQ(log_.Messages().size(), 6U);
+  EXPECT_EQ(Document(), kNothing);
+  EXPECT_THAT(Histories(), IsEmpty());
+}
+
+TEST_F(RuleInstance, LeavesLearnedRulesOfFilteredInterfacesAlone) {
+  domain_.files().SetGlobal("KSInterfaceFilter", R"({"value":["loop","Null"]})");
+  domain_.manager()->InvalidateKSGlobalSettingCaches();
+  Define("load");
+  Prescribe("load", kIntLEQ, R"({"ruleParam":80})", "NULL0");
+  Prescribe("load", kIntLEQ, R"({"ruleParam":80})", "lo-Loop", kRuleLearned);
+  EXPECT_THAT(Run(kNow, {Value("load", 1, "5", "MyLoopback0"), Value("load", 1, "81", "lo-Loop"),
+                         // The filter comes before the type check.
+                         Value("load", 1, "x", "loop", 77)}),
+              ElementsAre(true, true, true));
+  EXPECT_EQ(Document(), kNothing);
+  EXPECT_THAT(Histories(), IsEmpty());
+  Run(kNow,
+      {Value("load", 1, "81", "NULL0"), Value("load", 1, "5", ""), Value("load", 1, "5", "ge0")});
+  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
+  EXPECT_EQ(Histories().size(), 2U);
+
+  // A reload is seen by an instance that runs.
+  const auto instance = unit_.Start(kNow);
+  EXPECT_TRUE(instance->ProcessVariable(Value("load", 1, "81", "lo-Loop")));
+  EXPECT_THAT(instance->GetUpdateResultData()->GetKSAlertResults(), IsEmpty());
+  domain_.files().SetGlobal("KSInterfaceFilter", R"({"value":[]})");
+  domain_.manager()->InvalidateKSGlobalSettingCaches();
+  EXPECT_TRUE(instance->ProcessVariable(Value("load", 1, "81", "lo-Loop")));
+  EXPECT_EQ(instance->GetUpdateResultData()->GetKSAlertResults().size(), 1U);
+}
+
+TEST_F(RuleInstance, TakesADefinitionOverAsItsOwnRule) {
+  Define("limit", kIntLEQ, R"({"ruleParam":"80"})");
+  Define("table", kTableMd5, "{}", 11);
+  // Also without learning: the rule is new on this device. That of a table never counts as new.
+  Run(kNow, {Value("limit", 1, "81", "ge0"), Value("table", 5, "digest", "", 11)}, true);
+  ASSERT_EQ(results_->GetKSRuleUpdateResults().size(), 1U);
+  EXPECT_EQ(results_->GetKSRuleUpdateResults()[0]->ToJsonString(),
+            R"({"nRuleId":10,"strRuleAlgParam":"{\"ruleParam\":80}","nVariableSourceType":2,)"
+            R"("nVariableType":1,"strVariableParam":"prm","strVariableName":"limit",)"
+            R"("strNodeId":"node","strInterfaceName":"ge0","strVariableSource":"src",)"
+            R"("strDeviceName":"r1","strInterfacePath":"","strNodePathSchema":"schema",)"
+            R"("nOperateType":0})");
+  EXPECT_THAT(Rules(), ElementsAre(R"(10 {"ruleParam":80})"));
+  ASSERT_FALSE(results_->GetKSAlertResults().empty());
+  EXPECT_EQ(results_->GetKSAlertResults()[0]->ToJsonString(),
+            R"({"NodeId":"node","NodeSchema":"schema","DeviceName":"r1",)"
+            R"("InterfacePath":"path of ge0","InterfaceValue":"ge0","ParserParam":"prm",)"
+            R"("SourcePath":"src","VaraibleName":"limit","LiveTime":1700000000,)"
+            R"("RuleParam":"{\"_t\":10,\"_p\":\"{\\\"ruleParam\\\":80}\",\"_v\":\"81\"}"})");
+  // Now it is no longer new.
+  Run(kNow + 60, {Value("limit", 1, "79", "ge0")}, true);
+  EXPECT_EQ(Document(), kNothing);
+}
+
+TEST_F(RuleInstance, KeepsTextsInTheParametersOfFloats) {
+  Define("limit", kIntLEQ, R"({"ruleParam":"80"})", 25);
+  Run(kNow, {Value("limit", 2, "-0.5", "", 25)}, true);
+  // The text is refused as a number, and the rule stands at its starting value.
+  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(),
+            R"({"_t":10,"_p":"{\"ruleParam\":\"80\"}","_v":"-0.5"})");
+  EXPECT_THAT(Rules(), ElementsAre(R"(10 {"ruleParam":-1.0})"));
+}
+
+TEST_F(RuleInstance, ReportsTheGoldenValueOfPrescribedRules) {
+  Prescribe("load", kIntRange, R"({"maxValue":9,"minValue":5})", "ge0");
+  Run(kNow, {Value("load", 3, "7.25", "ge0", 2), Value("load", 3, "4.5", "ge0", 2)});
+  ASSERT_EQ(results_->GetKSValueUpdateResults().size(), 1U);
+  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->ToJsonString(),
+            R"({"nVariableSourceType":2,"nVariableType":2,"strVariableParam":"prm",)"
+            R"("strVariableName":"load","strNodeId":"node","strInterfaceName":"ge0",)"
+            R"("strVariableSource":"src","strJsonValue":"7.25","nValueTime":1700000000,)"
+            R"("strStructureId":"structure","nRuleId":7,"strDeviceName":"r1",)"
+            R"("strInterfacePath":"","strNodePathSchema":"schema"})");
+  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
+  EXPECT_THAT(results_->GetKSRuleUpdateResults(), IsEmpty());
+  EXPECT_THAT(Histories(), IsEmpty());
+}
+
+TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
+  ASSERT_TRUE(IniReader::SetInt("Keelstone", "StrValueLength", 6, "fix_frontserver.ini"));
+  Prescribe("short", kIntLEQ, R"({"ruleParam":0})");
+  Prescribe("longer", kIntLEQ, R"({"ruleParam":0})");
+  Run(kNow, {Value("short", 1, "1000000000 units"), Value("longer", 1, "1")});
+  ASSERT_EQ(results_->GetKSAlertResults().size(), 2U);
+  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(),
+            R"({"_t":10,"_p":"{\"ruleParam\":0}","_v":"1000000000 units"})");
+  EXPECT_EQ(results_->GetKSAlertResults()[1]->GetAlertInfo(),
+            R"({"_t":10,"_p":"{\"ruleParam\":0}"})");
+}
+
+TEST_F(RuleInstance, WritesPrescribedTrendsWithEveryValue) {
+  Prescribe("constant", kIntConstant, R"({"ruleParam":5})");
+  Prescribe("counter", kIntIncrease, R"({"ruleParam":5})");
+  Run(kNow, {Value("constant", 1, "5"), Value("counter", 1, "9")}, true);
+  EXPECT_THAT(results_->GetKSAlertResults(), IsEmpty());
+  ASSERT_EQ(results_->GetKSValueUpdateResults().size(), 1U);
+  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->strJsonValue, "9");
+  EXPECT_THAT(results_->GetKSRuleUpdateResults(), IsEmpty());
+  EXPECT_THAT(Rules(), ElementsAre(R"(8 {"ruleParam":5})", R"(9 {"ruleParam":9})"));
+  Run(kNow + 60, {Value("constant", 1, "6"), Value("counter", 1, "9")});
+  ASSERT_EQ(results_->GetKSAlertResults().size(), 2U);
+  // The alert shows what the value was held against.
+  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(),
+            R"({"_t":8,"_p":"{\"ruleParam\":5}","_v":"6"})");
+  EXPECT_THAT(Rules(), ElementsAre(R"(8 {"ruleParam":6})", R"(9 {"ruleParam":9})"));
+  EXPECT_THAT(Histories(), IsEmpty());
+
+  // The row is written also when nothing changed.
+  domain_.files().Execute(kDbObjectRule, "update KSObjectRule set isEnable = 7");
+  Run(kNow + 120, {Value("constant", 1, "6")});
+  EXPECT_THAT(domain_.files().Select(kDbObjectRule, "select isEnable from KSObjectRule order by 1"),
+              ElementsAre("0", "7"));
+}
+
+TEST_F(RuleInstance, FollowsValuesWithinOneRun) {
+  Prescribe("counter", kIntIncrease, R"({"ruleParam":5})");
+  const auto instance = unit_.Start(kNow);
+  for (const char* value : {"9", "9", "8", "10"}) {
+    EXPECT_TRUE(instance->ProcessVariable(Value("counter", 1, value)));
+  }
+  const auto results = instance->GetUpdateResultData();
+  ASSERT_EQ(results->GetKSAlertResults().size(), 2U);
+  EXPECT_EQ(results->GetKSAlertResults()[1]->GetAlertInfo(),
+            R"({"_t":9,"_p":"{\"ruleParam\":9}","_v":"8"})");
+  EXPECT_EQ(results->GetKSValueUpdateResults().size(), 2U);
+}
+
+TEST_F(RuleInstance, LearnsAndAlertsAtOnceWithTheDefinitionOfBefore) {
+  Define("load");
+  std::int32_t time = kNow;
+  for (int i = 0; i < 4; ++i) Run(time += 1801, {Value("load", 1, "5")});
+  EXPECT_EQ(Document(), kNothing);
+  // Four equal values: an equal rule, and the fifth breaks it.
+  Run(time += 1801, {Value("load", 1, "6")});
+  ASSERT_EQ(results_->GetKSAlertResults().size(), 1U);
+  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(), R"({"_t":-1,"_p":"null","_v":"6"})");
+  ASSERT_EQ(results_->GetKSRuleUpdateResults().size(), 1U);
+  EXPECT_EQ(results_->GetKSRuleUpdateResults()[0]->nRuleId, 4);
+  EXPECT_EQ(results_->GetKSRuleUpdateResults()[0]->strRuleAlgParam, R"({"ruleParam":5})");
+  ASSERT_EQ(results_->GetKSValueUpdateResults().size(), 1U);
+  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->nValueTime, kNow + 4 * 1801);
+  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->nRuleId, 4);
+  EXPECT_THAT(Rules(), ElementsAre(R"(4 {"ruleParam":5})"));
+  // Until the rule has lived its time nothing is added.
+  Run(time += 216000, {Value("load", 1, "7")});
+  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
+  const auto untouched = Histories();
+  Run(time += 1, {Value("load", 1, "5")});
+  EXPECT_NE(Histories(), untouched);
+  EXPECT_EQ(Document(), kNothing);
+}
+
+TEST_F(RuleInstance, CollectsHistoryOnlyBeyondTheInterval) {
+  Define("load");
+  Run(kNow, {Value("load", 1, "5"), Value("load", 1, "6")});
+  const std::string one = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6}]})";
+  EXPECT_THAT(Histories(), ElementsAre(one));  // each saw none; the later row stands
+  Run(kNow + 1800, {Value("load", 1, "7")});
+  EXPECT_THAT(Histories(), ElementsAre(one));
+  Run(kNow + 1801, {Value("load", 1, "7")}, true);
+  EXPECT_THAT(Histories(), ElementsAre(one));
+  ASSERT_TRUE(IniReader::SetInt("Keelstone", "IntervalTime", 60, "fix_frontserver.ini"));
+  Run(kNow + 61, {Value("load", 1, "7")});
+  EXPECT_THAT(Histories(),
+              ElementsAre(R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6},)"
+                          R"({"liveTime":1700000061,"dataValue":7}]})"));
+}
+
+TEST_F(RuleInstance, KeepsTenValuesUntilARuleIsLearned) {
+  Define("load");
+  // Falling values fit no rule but, with seven of them, the range: ask for more.
+  plain::Settings settings;
+  settings.range.valueStatusCount = 50;
+  domain_.Tune(settings.ToJson());
+  for (int i = 0; i < 15; ++i) {
+    Run(kNow + i * 1801, {Value("load", 1, std::to_string(100 - i))});
+    EXPECT_EQ(Document(), kNothing);
+  }
+  std::vector<plain::Seen<std::int64_t>> expected;
+  for (int i = 5; i < 15; ++i) expected.push_back({kNow + i * 1801, 100 - i});
+  EXPECT_THAT(Histories(), ElementsAre(plain::HistoryText(expected)));
+}
+
+TEST_F(RuleInstance, OnDemandChecksButLearnsNothing) {
+  Define("load");
+  Prescribe("load", kIntEqual, R"({"ruleParam":5})", "ge0", kRuleLearned);
+  const auto instance = unit_.Start(kNow);
+  EXPECT_FALSE(instance->IsOndemandTask());
+  instance->SetOnlyUpdateKSValue();
+  EXPECT_TRUE(instance->IsOndemandTask());
+  EXPECT_TRUE(instance->ProcessVariable(Value("load", 1, "6", "ge0")));
+  EXPECT_TRUE(instance->ProcessVariable(Value("load", 1, "6")));
+  unit_.Finish(*instance);
+  EXPECT_EQ(instance->GetUpdateResultData()->GetKSAlertResults().size(), 1U);
+  EXPECT_THAT(Histories(), IsEmpty());
+}
+
+TEST_F(RuleInstance, WithoutDynamicCalculationChecksOnly) {
+  domain_.files().SetGlobal("KSDynamicRuleStatus", R"("false")");
+  domain_.manager()->InvalidateKSGlobalSettingCaches();
+  Define("load");
+  Prescribe("load", kIntEqual, R"({"ruleParam":5})", "ge0", kRuleLearned);
+  Run(kNow, {Value("load", 1, "6"), Value("load", 1, "6", "ge0")});
+  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
+  EXPECT_THAT(Histories(), IsEmpty());
+}
+
+TEST_F(RuleInstance, LeavesARefusedHistoryAlone) {
+  Define("load");
+  Define("other");
+  Prescribe("ruled", kIntEqual, R"({"ruleParam":5})", "", kRuleLearned);
+  const std::string partly =
+      R"({"dataType":1,"dataList":[{"liveTime":1,"dataValue":3},{"dataValue":"x"}]})";
+  StoreHistory("load", partly);
+  StoreHistory("load", "no JSON", "ge0");
+  StoreHistory("ruled", R"({"dataType":3,"dataList":[]})");
+  const auto before = Histories();
+  EXPECT_THAT(Run(kNow, {Value("load", 1, "5"), Value("load", 1, "6"), Value("load", 1, "5", "ge0"),
+                         Value("ruled", 1, "6"), Value("ruled", 1, "7"), Value("other", 1, "5")}),
+              ElementsAre(true, true, true, true, true, true));
+  const auto lines = Log();
+  ASSERT_EQ(lines.size(), 3U);  // once a variable and run
+  EXPECT_THAT(lines[0].message, ::testing::HasSubstr("load"));
+  EXPECT_THAT(lines[2].message, ::testing::HasSubstr("ruled"));
+  EXPECT_EQ(lines[0].level, 3);
+  EXPECT_EQ(Document(), kNothing);
+  auto after = Histories();
+  EXPECT_EQ(after.size(), before.size() + 1);
+  for (const std::string& text : before) EXPECT_THAT(after, Contains(text));
+  EXPECT_THAT(Rules(), ElementsAre(R"(4 {"ruleParam":5})"));
+}
+
+TEST_F(RuleInstance, KnowsBlockPeriodsByTheClock) {
+  domain_.files().AddBlock({"r1", "r2"}, 100, 200);
+  domain_.files().AddBlock({"r9"}, 0, 1000);
+  domain_.manager()->InvalidateKSBlockSettingCaches();
+  static std::int64_t now;
+  Clock::SetSource([] { return now; });
+  const auto instance = unit_.Start(kNow);
+  for (const auto& [msec, blocked] :
+       {std::pair{99999, false}, std::pair{100000, true}, std::pair{150000, true},
+        std::pair{200999, true}, std::pair{201000, false}}) {
+    now = msec;
+    EXPECT_EQ(instance->IsInBlockTime(), blocked) << msec;
+  }
+  EXPECT_THAT(log_.Messages(), ElementsAre("Time: 100 is in block time of device: r1.",
+                                           "Time: 150 is in block time of device: r1.",
+                                           "Time: 200 is in block time of device: r1."));
+  EXPECT_EQ(Log()[0].level, 2);
+  Clock::SetSource(nullptr);
+}
+
+TEST_F(RuleInstance, DoesWithoutDatabases) {
+  const Unit nowhere{"nowhere of " + domain_.id()};
+  const auto instance = nowhere.Start(kNow);
+  EXPECT_TRUE(instance->InitCacheData());
+  EXPECT_TRUE(instance->InitHistoryData());
+  EXPECT_FALSE(instance->IsInBlockTime());
+  EXPECT_FALSE(instance->IsDefineRule());
+  EXPECT_FALSE(instance->IsVarDefineRule("load"));
+  EXPECT_FALSE(instance->ProcessVariable(Value("load", 1, "5")));
+  nowhere.Finish(*instance);
+  EXPECT_EQ(instance->GetUpdateResultData()->ToJsonString(), kNothing);
+}
+
+TEST_F(RuleInstance, EvaluatesWithoutItsTables) {
+  Define("limit", kIntLEQ, R"({"ruleParam":80})");
+  Define("load");
+  domain_.files().Execute(kDbObjectRule, "drop table KSObjectRule");
+  domain_.files().Execute(kDbObjectHistory, "drop table KSObjectHistory");
+  EXPECT_THAT(Run(kNow, {Value("limit", 1, "81"), Value("load", 1, "5")}), ElementsAre(true, true));
+  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
+  EXPECT_EQ(Histories().size(), 1U);  // the history table is made
+}
+
+TEST_F(RuleInstance, SeesWhatIsStillPending) {
+  Define("limit", kIntLEQ, R"({"ruleParam":80})");
+  Define("load");
+  const auto first = unit_.Start(kNow);
+  EXPECT_TRUE(first->ProcessVariable(Value("limit", 1, "5")));
+  EXPECT_TRUE(first->ProcessVariable(Value("load", 1, "5")));
+  first->SerializeLocalDB();
+  const auto second = unit_.Start(kNow + 1801);
+  EXPECT_TRUE(second->ProcessVariable(Value("limit", 1, "5")));  // no longer new
+  EXPECT_TRUE(second->ProcessVariable(Value("load", 1, "6")));
+  EXPECT_EQ(second->GetUpdateResultData()->ToJsonString(), kNothing);
+  unit_.Finish(*second);
+  const std::string both = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":5},)"
+                           R"({"liveTime":1700001801,"dataValue":6}]})";
+  EXPECT_THAT(Histories(), Contains(both));
+}
+
+}  // namespace
+}  // namespace keelstone::testing

@@ -1,0 +1,56 @@
+#include "engine/ksrulerecords.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace keelstone::testing {
+namespace {
+
+TEST(RuleDefinition, IsEnabledByStateOrElseByFlag) {
+  RuleDefinitionData definition;
+  EXPECT_FALSE(definition.IsEnable());
+  for (const bool flag : {false, true}) {
+    definition.enableFlag = flag;
+    for (const auto& [state, enabled] :
+         {std::pair{0, flag}, std::pair{1, true}, std::pair{2, false}, std::pair{-1, false}}) {
+      definition.enableState = state;
+      EXPECT_EQ(definition.IsEnable(), enabled) << flag << " " << state;
+    }
+  }
+}
+
+TEST(RuleDefinition, ConstructorsLeaveTheRestAtItsDefaults) {
+  const RuleDefinitionData plain(7, 1, "param");
+  EXPECT_EQ(plain.ruleType, 7);
+  EXPECT_EQ(plain.ruleGenerateType, 1);
+  EXPECT_EQ(plain.ruleParam, "param");
+  EXPECT_EQ(plain.variableType, -1);
+  EXPECT_EQ(plain.variableSourceType, -1);
+  const RuleDefinitionData full(7, 2, "param", "source", "name", 25, "parser");
+  EXPECT_EQ(full.ruleGenerateType, 0);
+  EXPECT_EQ(full.variableSourceType, 2);
+  EXPECT_EQ(full.variableSource, "source");
+  EXPECT_EQ(full.variableName, "name");
+  EXPECT_EQ(full.variableType, 25);
+  EXPECT_EQ(full.variableParam, "parser");
+  EXPECT_FALSE(full.IsEnable());
+  EXPECT_EQ(RuleDefinitionData().ruleType, -1);
+}
+
+TEST(UnitKeyText, IsReadBackOnlyWithThreePieces) {
+  UnitKey key("r1", "p", "x");
+  EXPECT_EQ(key.GetKeyString(), "r1$$$p$$$x");
+  for (const char* text : {"", "a", "a$$$b", "a$$$b$$$c$$$d", "r$$$1$$$p$$$x"}) {
+    EXPECT_FALSE(key.LoadKeyString(text)) << text;
+    EXPECT_EQ(key.deviceName, "r1");
+  }
+  UnitKey read;
+  EXPECT_TRUE(read.LoadKeyString("a$$b$$$$$$c"));
+  EXPECT_EQ(read.deviceName, "a$$b");
+  EXPECT_EQ(read.variableSource, "");
+  EXPECT_EQ(read.variableParam, "c");
+}
+
+}  // namespace
+}  // namespace keelstone::testing

@@ -1,0 +1,233 @@
+"""The lab's parsers, poller and score, and the recording that lies in the tree."""
+
+import gzip
+import importlib.machinery
+import importlib.util
+import json
+import os
+import sys
+import unittest
+
+LAB = sys.argv.pop(1)  # the folder of the lab
+sys.dont_write_bytecode = True
+sys.path.insert(0, LAB)
+
+import faults  # noqa: E402
+import parsers  # noqa: E402
+import polling  # noqa: E402
+
+
+def load_program(name):
+    loader = importlib.machinery.SourceFileLoader(name, os.path.join(LAB, name))
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
+    loader.exec_module(module)
+    return module
+
+
+score = load_program("score")
+
+
+def values(variables):
+    return {(item["name"], item.get("interface", "")): item["value"] for item in variables}
+
+
+def cells(variables, name, columns):
+    value = values(variables)[name, ""]
+    places = [value["columns"].index(column) for column in columns]
+    return [[row[place] for place in places] for row in value["rows"]]
+
+
+class ParserTest(unittest.TestCase):
+    def test_interface_that_is_admin_down_has_no_operational_status(self):
+        text = json.dumps({
+            "eth1": {"administrativeStatus": "down", "linkUps": 1, "linkDowns": 1, "mtu": 1500,
+                     "hardwareAddress": "02:00:00:00:01:01",
+                     "ipAddresses": [{"address": "10.0.12.1/30"}]},
+            "lo": {"administrativeStatus": "up", "operationalStatus": "up", "linkUps": 0,
+                   "linkDowns": 0, "mtu": 65536},
+        })
+        memory = {}
+        parsers.interfaces([text], memory)
+        again = parsers.interfaces([text.replace('"linkDowns": 1', '"linkDowns": 3')], memory)
+        self.assertEqual(values(again)["oper", "eth1"], "down")
+        self.assertEqual(values(again)["oper", "lo"], "up")
+        self.assertEqual(values(again)["link_changes", "eth1"], 2)
+        self.assertEqual(values(again)["link_changes", "lo"], 0)
+
+    def test_change_is_unknown_at_first_and_never_negative(self):
+        memory = {}
+        self.assertIsNone(parsers.change(memory, "k", 5))
+        self.assertEqual(parsers.change(memory, "k", 7), 2)
+        self.assertEqual(parsers.change(memory, "k", 0), 0)
+
+    def test_rates_come_with_the_second_poll(self):
+        def text(count):
+            side = {"bytes": 100 * count, "packets": count, "errors": 0, "dropped": count - 1}
+            return json.dumps([{"ifname": "lo", "stats64": {}},
+                               {"ifname": "eth1", "stats64": {"rx": side, "tx": side}}])
+
+        memory = {}
+        first = values(parsers.traffic([text(1)], memory))
+        self.assertIsNone(first["rx_byte_rate", "eth1"])
+        self.assertEqual(first["rx_bytes", "eth1"], 100)
+        memory["time"] -= 10
+        second = values(parsers.traffic([text(11)], memory))
+        self.assertAlmostEqual(second["rx_byte_rate", "eth1"], 100, delta=5)
+        self.assertEqual(second["tx_lost", "eth1"], 10)
+        self.assertNotIn(("rx_bytes", "lo"), second)
+
+    def test_only_selected_routes_and_used_next_hops_count(self):
+        text = json.dumps({"10.0.13.0/30": [
+            {"protocol": "connected", "metric": 0, "uptime": "00:00:01", "nexthops": []},
+            {"protocol": "ospf", "metric": 20, "uptime": "00:00:02", "selected": True, "nexthops": [
+                {"fib": True, "ip": "10.0.23.2", "interfaceName": "eth2"},
+                {"fib": True, "ip": "10.0.12.1", "interfaceName": "eth1"},
+                {"ip": "10.0.99.1", "interfaceName": "eth3"}]}],
+            "192.0.2.0/25": [{"protocol": "static", "metric": 0, "uptime": "00:00:02",
+                              "selected": True, "nexthops": [{"fib": True}]}]})
+        found = parsers.routes([text], {})
+        self.assertEqual(cells(found, "routes", ["prefix", "next_hops"]),
+                         [["10.0.13.0/30", "10.0.12.1 eth1, 10.0.23.2 eth2"],
+                          ["192.0.2.0/25", "null"]])
+        self.assertEqual(values(found)["count", "connected"], 0)
+        self.assertEqual(values(found)["count", "ospf"], 1)
+        self.assertNotIn("uptime", next(item for item in found if item["name"] == "routes")["keys"])
+
+    def test_unresolved_neighbors_are_left_out(self):
+        text = json.dumps([
+            {"dst": "10.0.12.1", "dev": "eth1", "state": ["FAILED"]},
+            {"dst": "10.0.24.2", "dev": "eth3", "lladdr": "02:00:00:00:04:02", "state": ["STALE"]}])
+        found = parsers.neighbors([text], {})
+        self.assertEqual(values(found)["count", ""], 1)
+        self.assertEqual(cells(found, "neighbors", ["address"]), [["10.0.24.2"]])
+
+    def test_ping_without_answer_is_a_full_loss(self):
+        text = ("PING 10.255.0.4 (10.255.0.4) from 10.255.0.1 : 56(84) bytes of data.\n\n"
+                "--- 10.255.0.4 ping statistics ---\n"
+                "5 packets transmitted, 0 received, 100% packet loss, time 213ms\n\n")
+        self.assertEqual(values(parsers.ping([text], {})),
+                         {("received", "10.255.0.4"): 0, ("loss_percent", "10.255.0.4"): 100.0})
+
+
+class FakeRouter:
+    name = "r1"
+
+    def __init__(self, code, text):
+        self.answer = code, text
+
+    def run(self, _):
+        return self.answer
+
+
+class PollerTest(unittest.TestCase):
+    def poll(self, source, code, text):
+        poller = polling.Poller(FakeRouter(code, text), 3, 1, None)
+        found = next(entry for entry in polling.sources("r1") if entry[0] == source)
+        return json.loads(poller._poll(source, found[1][:1], found[2], {}))
+
+    def test_failed_or_unreadable_command_gives_a_run_without_variables(self):
+        good = json.dumps({"peers": {"10.255.0.2": {
+            "remoteAs": 65001, "state": "Idle", "peerUptime": "never",
+            "msgRcvd": 0, "msgSent": 0}}})
+        for code, text, count in ((0, good, 3), (1, good, 0), (-1, "", 0), (0, "", 0),
+                                  (0, "% BGP is not running", 0), (0, "{}", 0)):
+            run = self.poll("bgp_summary", code, text)
+            self.assertEqual((run["device"], run["source"]), ("r1", "bgp_summary"))
+            self.assertEqual(len(run["variables"]), count, (code, text))
+
+    def test_ping_may_end_with_1_but_not_with_2(self):
+        text = "PING 10.255.0.2 (x)\n5 packets transmitted, 0 received, 100% packet loss"
+        self.assertEqual(len(self.poll("ping", 1, text)["variables"]), 2)
+        self.assertEqual(self.poll("ping", 2, text)["variables"], [])
+
+
+def run_at(moment, value):
+    return {"time": moment, "device": "r1", "source": "s", "variables": [
+        {"name": "v", "value": value},
+        {"name": "t", "keys": ["k"], "value": {"columns": ["k", "age"], "rows": [["x", moment]]}}]}
+
+
+def alert_at(moment, variable="v", kind=4):
+    alert = {"DeviceName": "r1", "SourcePath": "s", "InterfaceValue": "", "VaraibleName": variable,
+             "RuleParam": json.dumps({"_t": kind})}
+    return {"time": moment, "result": {"ruleItems": [], "valueItems": [], "alertItems": [alert]}}
+
+
+class ScoreTest(unittest.TestCase):
+    def score(self, recording, alerts):
+        label = {"fault": "f", "devices": ["r1"], "from": 10, "to": 20, "settled": 30, "expected": [
+            {"device": "r1", "source": "s", "interface": "", "variable": name}
+            for name in ("v", "t")]}
+        return score.score([label], score.changed_variables([label], recording), alerts)
+
+    def test_alerts_are_told_apart_by_time_and_variable(self):
+        result = self.score([run_at(9, 1), run_at(12, 2), run_at(21, 1)], [
+            alert_at(9), alert_at(13), alert_at(16), alert_at(20), alert_at(15, "other"),
+            alert_at(21), alert_at(30), alert_at(31, "v", 7), alert_at(32, "v", 7)])
+        row = result["faults"][0]
+        self.assertEqual((row["found"], row["delay"], row["alerts"]), (True, 3, 3))
+        self.assertEqual((row["consequences"], row["after"]), (1, 2))
+        self.assertEqual((row["variables"], row["changed"]), (1, 1))
+        self.assertEqual(result["false"], 3)
+        self.assertEqual(result["false_variables"][0],
+                         {"variable": "r1 s v", "rule": "range", "alerts": 2})
+
+    def test_fault_that_changed_nothing_is_neither_found_nor_missed(self):
+        result = self.score([run_at(9, 1), run_at(12, 1), run_at(21, 2)], [])
+        self.assertEqual((result["found"], result["missed"]), (0, 0))
+        result = self.score([run_at(9, 1), run_at(12, 2)], [])
+        self.assertEqual((result["found"], result["missed"]), (0, 1))
+
+
+class RecordingTest(unittest.TestCase):
+    """What the recording in the tree promises: a quiet time, then faults that show and pass."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.path = os.path.join(LAB, "recording.jsonl.gz")
+        with gzip.open(cls.path, "rt", encoding="utf-8") as file:
+            cls.runs = [json.loads(line) for line in file]
+        with open(os.path.join(LAB, "faults.jsonl"), encoding="utf-8") as file:
+            cls.labels = [json.loads(line) for line in file]
+
+    def test_labels_are_those_of_the_faults_and_follow_one_another(self):
+        self.assertEqual([label["fault"] for label in self.labels],
+                         [fault.name for fault in faults.FAULTS])
+        self.assertGreater(self.labels[0]["from"] - self.runs[0]["time"], 400)
+        for label, following in zip(self.labels, self.labels[1:]):
+            self.assertLess(label["from"], label["to"])
+            self.assertLess(label["to"], label["settled"])
+            self.assertLess(label["settled"], following["from"])
+
+    def test_every_expected_variable_changes_in_its_window(self):
+        changed = score.changed_variables(self.labels, self.runs)
+        for label, keys in zip(self.labels, changed):
+            silent = score.expected_keys(label) - keys
+            # Whether a poll meets a flapping neighbor between two states is chance.
+            silent = {key for key in silent if key[1:2] + key[3:] != ("ospf_neighbors", "state")}
+            self.assertEqual(silent, set(), label["fault"])
+
+    def test_texts_and_tables_are_steady_when_nothing_is_wrong(self):
+        seen = {}
+        for run in self.runs:
+            if any(label["from"] <= run["time"] <= label["settled"] for label in self.labels):
+                continue
+            for variable in run["variables"]:
+                value = score.comparable(variable)
+                # A restarted daemon has another process id from then on.
+                if not isinstance(value, (str, list)) or variable["name"] == "processes":
+                    continue
+                key = run["device"], run["source"], variable.get("interface", ""), variable["name"]
+                self.assertEqual(seen.setdefault(key, value), value, key)
+        self.assertGreater(len(seen), 80)
+
+    def test_all_five_types_are_there_and_the_file_is_small(self):
+        names = {int: "int64", float: "double", str: "string", dict: "table"}
+        types = {variable.get("type", names[type(variable["value"])])
+                 for run in self.runs[:200] for variable in run["variables"]}
+        self.assertEqual(types, {"int64", "float", "double", "string", "table"})
+        self.assertLess(os.path.getsize(self.path), 2_000_000)
+
+
+if __name__ == "__main__":
+    unittest.main()
