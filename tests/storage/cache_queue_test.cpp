@@ -4,8 +4,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <functional>
+#include <future>
+#include <memory>
 #include <thread>
+#include <utility>
 
 #include "storage/dbwritewrapper.h"
 #include "storage/fs_ksdatasyncmanager.h"
@@ -45,9 +49,22 @@ class CacheQueue : public ::testing::Test {
   }
   /// Loads a unit ahead and waits until it is in memory.
   void LoadAhead(const std::string& device) {
-    LogCapture log(kLogInformation);
+    struct Progress {
+      bool taken = false;  // the end of an earlier load may still be on its way to the log
+      std::promise<void> loaded;
+    };
+    const auto progress = std::make_shared<Progress>();
+    auto loaded = progress->loaded.get_future();
+    const LogCapture log(kLogInformation, [progress](const LogCapture::Line& line) {
+      if (line.function != "KSDataCacheQueue::LoadRuleData") return;
+      if (line.message.starts_with("Get the")) {
+        progress->taken = true;
+      } else if (std::exchange(progress->taken, false)) {
+        progress->loaded.set_value();
+      }
+    });
     queue.PutRuleKey(Key(device));
-    ASSERT_TRUE(log.WaitFor("Search 1 and get 1  rule data."));
+    ASSERT_EQ(loaded.wait_for(std::chrono::minutes(1)), std::future_status::ready);
   }
 
   TempRoot root;
@@ -201,7 +218,7 @@ TEST_F(CacheQueue, CallersOfOneUnitAndItsWriterMeetNoOldRule) {
   std::array<std::atomic<int>, 4> written{};
   std::atomic<bool> done{false};
   std::thread writer([&] {
-    for (int value = 1; value <= 40; ++value) {
+    for (int value = 1; value <= 15; ++value) {
       for (std::size_t i = 0; i < written.size(); ++i) {
         Write("d" + std::to_string(i), std::to_string(value));
         written[i] = value;
