@@ -5,16 +5,20 @@ include(CMakePackageConfigHelpers)
 # What a host may include: the exported classes and what their headers need.
 set(KEELSTONE_PUBLIC_HEADERS
   platform/clock.h platform/compressor.h platform/cppsqlite3.h platform/export.h
-  platform/filesystem.h platform/ini_reader.h platform/json_reader.h platform/json_value.h
+  platform/filesystem.h platform/ini_reader.h platform/interface_translator.h
+  platform/json_reader.h platform/json_value.h
   platform/logger.h platform/mutex.h platform/numbers.h platform/resource_adaptor.h
+  platform/thread_wrapper.h
   engine/ksruleinstance.h engine/ksrulerecords.h
   model/irulebase.h model/ksdatafeature.h model/ksdatapoint.h model/kshistorydata.h
   model/ksruledata.h model/ksruleenums.h model/kstabledatapoint.h
   calc/ksrulealgmgr.h calc/ksruleglobalsetting.h calc/rulecalculatealg.h calc/rulesettings.h
-  storage/cksdboperatebase.h storage/dbwritewrapper.h storage/ksblocksettingsql.h
-  storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
+  storage/ckscleaner.h storage/cksdboperatebase.h storage/dbwritewrapper.h storage/fs_ksdatasyncmanager.h
+  storage/ksblocksettingsql.h
+  storage/ksdatacachequeue.h storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
-  results/keelstoneupdateruledata.h diag/fsperformance.h)
+  results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
+  diag/testksrulesqlit.h)
 
 install(TARGETS keelstone EXPORT KeelstoneTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -86,6 +86,17 @@ bool KSRuleInstance::Evaluation::IsDefineRule() const {
          manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
 }
 
+void KSRuleInstance::Evaluation::SetRules(DevParserRule rules) {
+  rules_ = std::move(rules);
+  areRulesGiven_ = true;
+  definedVariables_.reset();
+}
+
+void KSRuleInstance::Evaluation::SetHistories(DevParserHistory histories) {
+  histories_ = std::move(histories);
+  areHistoriesGiven_ = true;
+}
+
 // What could not be read is not taken for absent: it would be learned anew, and what is
 // stored would be overwritten.
 template <class Read>
@@ -100,6 +111,7 @@ bool KSRuleInstance::Evaluation::Load(const char* label, Read read) {
 }
 
 bool KSRuleInstance::Evaluation::LoadRules() {
+  if (areRulesGiven_) return true;
   return Load("InitCacheData", [this](const ObjectDefine& object) {
     manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
                                          subject_.variableParam, kVariableSourceParser);
@@ -107,6 +119,7 @@ bool KSRuleInstance::Evaluation::LoadRules() {
 }
 
 bool KSRuleInstance::Evaluation::LoadHistories() {
+  if (areHistoriesGiven_) return true;
   return Load("InitHistoryData", [this](const ObjectDefine& object) {
     manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource,
                                  subject_.variableParam, kVariableSourceParser);

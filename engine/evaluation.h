@@ -41,6 +41,8 @@ class KSRuleInstance::Evaluation {
   bool IsDefineRule() const;
   bool LoadRules();
   bool LoadHistories();
+  void SetRules(DevParserRule rules);
+  void SetHistories(DevParserHistory histories);
   bool IsVarDefineRule(const std::string& variableName);
   bool ProcessVariable(const VarInfo& variable);
   void SerializeLocalDB();
@@ -114,6 +116,8 @@ class KSRuleInstance::Evaluation {
 
   DevParserRule rules_;
   DevParserHistory histories_;
+  bool areRulesGiven_ = false;
+  bool areHistoriesGiven_ = false;
   std::vector<ObjectRuleData> pendingRules_;
   std::vector<ObjectRuleHistoryData> pendingHistories_;
   std::optional<std::set<std::string>> definedVariables_;

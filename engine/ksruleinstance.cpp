@@ -1,6 +1,7 @@
 #include "engine/ksruleinstance.h"
 
 #include <exception>
+#include <utility>
 
 #include "engine/evaluation.h"
 #include "platform/logger.h"
@@ -48,6 +49,12 @@ bool KSRuleInstance::InitCacheData() {
 bool KSRuleInstance::InitHistoryData() {
   return Guarded("KSRuleInstance::InitHistoryData",
                  [this] { return evaluation_->LoadHistories(); });
+}
+
+void KSRuleInstance::SetCacheData(DevParserRule rules) { evaluation_->SetRules(std::move(rules)); }
+
+void KSRuleInstance::SetHistoryData(DevParserHistory histories) {
+  evaluation_->SetHistories(std::move(histories));
 }
 
 bool KSRuleInstance::IsVarDefineRule(const std::string& variableName) {

@@ -41,6 +41,14 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// is stored.
   bool InitCacheData();
   bool InitHistoryData();
+  /// Hand over what InitCacheData and InitHistoryData would have loaded, for this device,
+  /// source and parameter (KSDataCacheQueue loads units in bulk): those then load nothing
+  /// and answer true. Call them before the first variable. The definitions are this
+  /// instance's from here on and change with the evaluation; a record that others hold too
+  /// is shared with them like any other, under DefinitionLock. What is handed over must be
+  /// what the database holds: rows that wait to be written come before it.
+  void SetCacheData(DevParserRule rules);
+  void SetHistoryData(DevParserHistory histories);
   /// Whether a rule of this variable was loaded, on any interface.
   bool IsVarDefineRule(const std::string& variableName);
 

@@ -5,6 +5,7 @@
 #include <boost/thread/thread.hpp>
 #include <exception>
 #include <list>
+#include <set>
 #include <utility>
 
 #include "platform/ini_reader.h"
@@ -12,6 +13,7 @@
 #include "storage/ksdomaindatamanager.h"
 #include "storage/pending_rows.h"
 #include "storage/table_frame.h"
+#include "storage/unit_changes.h"
 
 namespace keelstone {
 
@@ -54,6 +56,14 @@ void RunStep(const Step& step) noexcept {
 
 std::shared_ptr<KSObjectRuleSql> TableOf(const std::string& domainId) {
   return KSDomainDataManager::Instance()->GetKSDataManager(domainId)->GetObjectRuleTable();
+}
+
+std::set<std::string> DevicesOf(const std::vector<ObjectRuleData>& rules,
+                                const std::vector<ObjectRuleHistoryData>& history) {
+  std::set<std::string> devices;
+  for (const ObjectRuleData& row : rules) devices.insert(row.object.deviceName);
+  for (const ObjectRuleHistoryData& row : history) devices.insert(row.object.deviceName);
+  return devices;
 }
 
 // Calls `write` with `size` rows at a time, saying so.
@@ -175,7 +185,9 @@ void DBWriteWrapper::Work() {
 void DBWriteWrapper::CacheData(const std::string& domainId, const std::string& unitKey,
                                std::vector<ObjectRuleData> rules,
                                std::vector<ObjectRuleHistoryData> history) {
+  const std::set<std::string> devices = DevicesOf(rules, history);
   state_->pending.Add(domainId, unitKey, std::move(rules), std::move(history));
+  for (const std::string& device : devices) NoteUnitChange(domainId, device);
   if (state_->pending.OpenRows() < state_->wakeAt) return;
   const MutexLock lock(state_->wakeMutex);
   state_->wake.NotifyAll();
@@ -196,6 +208,10 @@ int DBWriteWrapper::GetCachedHistoryData(const std::string& domainId, const std:
                                          std::string& historyOut) const {
   const PendingKey key{interfaceValue, variableSource, param, variableName};
   return state_->pending.FindHistory(domainId, unitKey, key, historyOut) ? 1 : 0;
+}
+
+bool DBWriteWrapper::HasPendingRows(const std::string& domainId, const std::string& unitKey) const {
+  return state_->pending.HasUnit(domainId, unitKey);
 }
 
 int DBWriteWrapper::WriteDomain(const std::string& domainId) {

@@ -44,6 +44,9 @@ class KEELSTONE_EXPORT DBWriteWrapper {
                            const std::string& param, const std::string& variableName,
                            std::string& historyOut) const;
 
+  /// Whether rows of the unit wait to be written.
+  bool HasPendingRows(const std::string& domainId, const std::string& unitKey) const;
+
   /// Writes what is pending of one domain and answers the number of rows that this call
   /// wrote. Returns when every row handed over before the call is written, also those
   /// that another flush had taken. From within a flush (a host's log callback) it does

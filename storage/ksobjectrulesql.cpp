@@ -6,6 +6,7 @@
 #include "diag/fsperformance.h"
 #include "platform/strings.h"
 #include "storage/object_rule_tables.h"
+#include "storage/unit_changes.h"
 
 // The construction of KSObjectRuleSql and its writers. Its readers stand in
 // ksobjectrulereads.cpp, its removals in ksobjectruleremovals.cpp.
@@ -97,6 +98,17 @@ void WriteRules(CppSQLite3DB& db, const std::vector<const ObjectRuleData*>& rows
   batch.Finish();
 }
 
+// Tells of the devices whose rows were written, whether or not all of them came through.
+template <class Row>
+void NoteChanges(const std::string& domainId, const std::vector<const Row*>& rows) {
+  const std::string* last = nullptr;
+  for (const Row* row : rows) {
+    if (last != nullptr && *last == row->object.deviceName) continue;
+    last = &row->object.deviceName;
+    NoteUnitChange(domainId, *last);
+  }
+}
+
 bool HasDefinitions(const std::vector<const ObjectRuleData*>& rows) {
   return std::any_of(rows.begin(), rows.end(), [](const ObjectRuleData* row) {
     return std::any_of(row->definitions.begin(), row->definitions.end(),
@@ -158,6 +170,7 @@ int KSObjectRuleSql::WriteRuleRows(const std::vector<const ObjectRuleData*>& row
   const TableOutcome outcome = TableFrame::Run(
       *this, RuleOperation("KSObjectRuleSql::SetRuleAlgParam", TableAccess::kCreate),
       [&](CppSQLite3DB& db) { WriteRules(db, rows, carried); });
+  NoteChanges(GetDomainId(), rows);
   if (outcome == TableOutcome::kNoTable) {
     if (HasDefinitions(rows)) CountFailedWrite();
   } else if (histories == nullptr) {
@@ -172,7 +185,7 @@ int KSObjectRuleSql::WriteHistoryRows(const std::vector<const ObjectRuleHistoryD
   TableOperation operation =
       HistoryOperation("KSObjectRuleSql::SetRuleHistoryData", TableAccess::kCreate);
   operation.createSql = kCreateHistory;
-  return StatusOf(TableFrame::Run(*this, operation, [&](CppSQLite3DB& db) {
+  const TableOutcome outcome = TableFrame::Run(*this, operation, [&](CppSQLite3DB& db) {
     inner.emplace("KSObjectRuleSql", "SetRuleHistoryData--inner");
     auto statement = db.compileStatement(FormatPositional(kUpsertHistory, {kHistoryTable}));
     RowBatch batch(db);
@@ -184,7 +197,9 @@ int KSObjectRuleSql::WriteHistoryRows(const std::vector<const ObjectRuleHistoryD
       batch.AfterRow();
     }
     batch.Finish();
-  }));
+  });
+  NoteChanges(GetDomainId(), rows);
+  return StatusOf(outcome);
 }
 
 }  // namespace keelstone

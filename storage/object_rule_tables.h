@@ -11,6 +11,15 @@ inline constexpr const char* kRuleTable = "KSObjectRule";
 inline constexpr const char* kHistoryTable = "KSObjectHistory";
 inline constexpr const char* kObjectRuleSource = "ksobjectrulesql";
 
+// The rule table; {0} is its name.
+inline constexpr const char* kCreateRules =
+    "create table {0} (deviceName TEXT NOT NULL ,interfaceValue TEXT ,variableSource TEXT NOT "
+    "NULL ,param TEXT ,variableName TEXT NOT NULL ,variableSourceType INTEGER NOT NULL "
+    ",variableDataType INTEGER NOT NULL ,interfacePath TEXT ,vxNodePathSchema TEXT NOT NULL "
+    ",ruleGenerateType INTEGER NOT NULL ,ruleTypeId INTEGER NOT NULL ,ruleAlgParameter TEXT "
+    ",isEnable INTEGER NOT NULL ,isDel INTEGER NOT NULL,PRIMARY "
+    "KEY(deviceName,interfaceValue,variableSource,param,variableName,variableSourceType))";
+
 constexpr TableOperation RuleOperation(const char* function,
                                        TableAccess access = TableAccess::kRead) {
   return {.table = kRuleTable,

@@ -152,6 +152,10 @@ bool PendingRows::FindHistory(std::string_view domainId, std::string_view unitKe
   });
 }
 
+bool PendingRows::HasUnit(std::string_view domainId, std::string_view unitKey) const {
+  return LookUp(domainId, unitKey, [](const PendingUnit& /*unit*/) { return true; });
+}
+
 std::uint64_t PendingRows::SealDomain(Domain& domain) {
   if (domain.open != nullptr) {
     domain.open->number = ++domain.lastNumber;

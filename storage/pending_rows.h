@@ -94,6 +94,7 @@ class PendingRows {
                                                      const PendingKey& key) const;
   bool FindHistory(std::string_view domainId, std::string_view unitKey, const PendingKey& key,
                    std::string& out) const;
+  bool HasUnit(std::string_view domainId, std::string_view unitKey) const;
 
   /// Seals the open generation of the domain; the number of its newest sealed one, 0 when
   /// none is pending.

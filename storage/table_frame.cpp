@@ -9,6 +9,7 @@
 #include "platform/logger.h"
 #include "platform/resource_adaptor.h"
 #include "platform/strings.h"
+#include "storage/unit_changes.h"
 
 namespace keelstone {
 
@@ -77,6 +78,8 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
       CountFailedWrite();
     }
   }
+  // Writers name the devices of their rows themselves.
+  if (operation.access == TableAccess::kChange) NoteChangeOfAllUnits();
   return outcome;
 }
 
@@ -84,10 +87,20 @@ TableOutcome TableFrame::RunLocked(const std::string& file, const TableOperation
                                    const Body& body, DeferredLog& log) {
   if (operation.access != TableAccess::kCreate && !FileExists(file)) return TableOutcome::kNoFile;
   CppSQLite3DB db;
-  try {
-    if (!Open(db, file, operation, log)) return TableOutcome::kNoTable;
+  TableOutcome outcome = TableOutcome::kNoTable;
+  const bool done = Attempt(db, operation, log, [&] {
+    if (!Open(db, file, operation, log)) return;
     body(db);
-    return TableOutcome::kRan;
+    outcome = TableOutcome::kRan;
+  });
+  return done ? outcome : TableOutcome::kFailed;
+}
+
+bool TableFrame::Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
+                         const std::function<void()>& work) {
+  try {
+    work();
+    return true;
   } catch (const CppSQLite3Exception& error) {
     log.Add(kLogError, __LINE__, "sqlite exception in rw:", error.errorMessage(), ".");
   } catch (const std::exception& error) {
@@ -97,7 +110,7 @@ TableOutcome TableFrame::RunLocked(const std::string& file, const TableOperation
   }
   LogFailure(operation, log);
   RollBack(db);
-  return TableOutcome::kFailed;
+  return false;
 }
 
 bool TableFrame::Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,

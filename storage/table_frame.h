@@ -51,6 +51,10 @@ class TableFrame {
   using Body = std::function<void(CppSQLite3DB&)>;
   static TableOutcome Run(const CKSDBOperateBase& table, const TableOperation& operation,
                           const Body& body);
+  /// Runs `work` alone, under the caller's locks: what it throws is logged to `log` and
+  /// what it left open on `db` is rolled back. Whether it ran to its end.
+  static bool Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
+                      const std::function<void()>& work);
 
  private:
   static TableOutcome RunLocked(const std::string& file, const TableOperation& operation,

@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+
+#include "model/ksruleenums.h"
+#include "platform/filesystem.h"
+#include "storage/ksdatacachequeue.h"
+#include "tests/engine/evaluated_unit.h"
+#include "tests/support/second_reading.h"
+#include "tests/support/tuned_domain.h"
+
+namespace keelstone::testing {
+namespace {
+
+constexpr std::int32_t kNow = 1700000000;
+
+class HandedOverData : public ::testing::Test {
+ protected:
+  HandedOverData() {
+    domain_.Tune(plain::Settings().ToJson());
+    const ObjectDefine object = unit_.Object();
+    auto definition =
+        std::make_shared<RuleDefinitionData>(kIntLEQ, kRulePrescribed, R"({"ruleParam":80})");
+    definition->variableType = 1;
+    domain_.manager()->SetRuleAlgParam({{"load", definition}}, &object, "src", "prm",
+                                       kVariableSourceParser);
+  }
+  std::unique_ptr<KSRuleInstance> Instance() const {
+    return std::make_unique<KSRuleInstance>("src", "node", "r1", "schema", "structure", "prm",
+                                            domain_.id(), "", kNow, false);
+  }
+  static std::size_t Alerts(KSRuleInstance& instance, const std::string& value) {
+    EXPECT_TRUE(instance.ProcessVariable(Value("load", KSDataInt64, value)));
+    return JsonText(instance).find("alertItems\":[]") == std::string::npos ? 1 : 0;
+  }
+  static std::string JsonText(KSRuleInstance& instance) {
+    return instance.GetUpdateResultData()->ToJsonString();
+  }
+
+  TunedDomain domain_;
+  Unit unit_{domain_.id()};
+};
+
+TEST_F(HandedOverData, AnInstanceLoadsNothingItself) {
+  // What is handed over stands against what lies in the database.
+  auto definition =
+      std::make_shared<RuleDefinitionData>(kIntLEQ, kRulePrescribed, R"({"ruleParam":90})");
+  definition->variableType = 1;
+  const auto instance = Instance();
+  instance->SetCacheData({{"", {{"load", definition}, {"only here", nullptr}}}});
+  instance->SetHistoryData({});
+  EXPECT_TRUE(instance->InitCacheData());
+  EXPECT_TRUE(instance->InitHistoryData());
+  EXPECT_TRUE(instance->IsVarDefineRule("only here"));
+  EXPECT_TRUE(instance->IsDefineRule());
+  EXPECT_EQ(Alerts(*instance, "85"), 0U);
+  EXPECT_EQ(Alerts(*instance, "95"), 1U);
+  EXPECT_FALSE(instance->ProcessVariable(Value("only here", KSDataInt64, "1")));
+}
+
+TEST_F(HandedOverData, WhatTheQueueLoadsGivesTheSameResultsAsLoadingAtOnce) {
+  KSDataCacheQueue queue;
+  queue.SetKSObjectRuleSql(domain_.manager()->GetObjectRuleTable());
+  const auto key = std::make_shared<UnitKey>("r1", "src", "prm");
+  const auto rules = queue.GetRuleData(key);
+  ASSERT_NE(rules, nullptr);
+  EXPECT_EQ(queue.GetHistoryData(key), nullptr);  // there is none yet
+  const auto handed = Instance();
+  handed->SetCacheData(std::move(*rules));
+  handed->InitCacheData();
+  handed->InitHistoryData();
+  const auto loaded = unit_.Start(kNow);
+  for (const char* value : {"70", "95", "80", "81"}) {
+    EXPECT_EQ(Alerts(*handed, value), Alerts(*loaded, value));
+  }
+  EXPECT_EQ(JsonText(*handed), JsonText(*loaded));
+}
+
+}  // namespace
+}  // namespace keelstone::testing

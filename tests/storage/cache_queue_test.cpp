@@ -1,0 +1,257 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "storage/dbwritewrapper.h"
+#include "storage/fs_ksdatasyncmanager.h"
+#include "storage/ksdatacachequeue.h"
+#include "storage/ksdomaindatamanager.h"
+#include "tests/storage/storage_fixture.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_root.h"
+
+namespace keelstone::testing {
+namespace {
+
+std::shared_ptr<UnitKey> Key(const std::string& device) {
+  return std::make_shared<UnitKey>(device, "source", "param");
+}
+
+class CacheQueue : public ::testing::Test {
+ protected:
+  CacheQueue() {
+    MakeRuleTable(domain);
+    table = KSDomainDataManager::Instance()->GetKSDataManager(domain)->GetObjectRuleTable();
+  }
+  void Write(const std::string& device, const std::string& param) const {
+    table->SetRuleAlgParam({RuleRow(device, "v", Definition(param, "history of " + param))});
+  }
+  void WriteByAnotherProcess(const std::string& device, const std::string& param) const {
+    Execute(DomainFile(kDbObjectRule, domain), {"update KSObjectRule set ruleAlgParameter='" +
+                                                param + "' where deviceName='" + device + "'"});
+  }
+  static std::string ParamOf(const std::shared_ptr<DevParserRule>& rules) {
+    return rules == nullptr ? "none" : rules->at("").at("v")->ruleParam;
+  }
+  std::string Param(const std::string& device) { return ParamOf(queue.GetRuleData(Key(device))); }
+  std::string History(const std::string& device) {
+    const auto histories = queue.GetHistoryData(Key(device));
+    return histories == nullptr ? "none" : histories->at("").at("v");
+  }
+  /// Loads a unit ahead and waits until it is in memory.
+  void LoadAhead(const std::string& device) {
+    struct Progress {
+      bool taken = false;  // the end of an earlier load may still be on its way to the log
+      std::promise<void> loaded;
+    };
+    const auto progress = std::make_shared<Progress>();
+    auto loaded = progress->loaded.get_future();
+    const LogCapture log(kLogInformation, [progress](const LogCapture::Line& line) {
+      if (line.function != "KSDataCacheQueue::LoadRuleData") return;
+      if (line.message.starts_with("Get the")) {
+        progress->taken = true;
+      } else if (std::exchange(progress->taken, false)) {
+        progress->loaded.set_value();
+      }
+    });
+    queue.PutRuleKey(Key(device));
+    ASSERT_EQ(loaded.wait_for(std::chrono::minutes(1)), std::future_status::ready);
+  }
+
+  TempRoot root;
+  std::string domain =
+      std::string("queue ") + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  std::shared_ptr<KSObjectRuleSql> table;
+  KSDataCacheQueue queue;
+};
+
+TEST_F(CacheQueue, AUnitIsLoadedForItsCallerAndTheLinesSaySo) {
+  Write("d", "p");
+  LogCapture log(kLogInformation);
+  queue.SetKSObjectRuleSql(table);
+  queue.SetKSObjectRuleSql(nullptr);
+  EXPECT_EQ(Param("d"), "p");
+  EXPECT_EQ(History("d"), "history of p");
+  EXPECT_TRUE(log.WaitFor("Search 1 and get 1  rule data."));
+  EXPECT_TRUE(log.WaitFor("Search 1 and get 1  history data"));
+  for (const char* line : {"Get the rule data 1", "Get the history data 1",
+                           "Succeed to get the rule data. : d$$$source$$$param",
+                           "Succeed to get the history data. : d$$$source$$$param"}) {
+    EXPECT_TRUE(log.Has(line)) << line;
+  }
+  EXPECT_EQ(queue.GetRuleData(nullptr), nullptr);
+  EXPECT_EQ(queue.RulePackageMaxSize(), 8388608);
+}
+
+TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
+  const LogCapture log(kLogInformation);
+  EXPECT_EQ(Param("nobody"), "none");
+  const auto count = [&](const std::string& text) {
+    const auto lines = log.Messages("Performance");
+    return std::count(lines.begin(), lines.end(), text);
+  };
+  EXPECT_EQ(count("Wait too long to get the rule data. : nobody$$$source$$$param"), 9);
+  EXPECT_EQ(count("Failed to get the rule data for nobody$$$source$$$param"), 1);
+  std::vector<std::shared_ptr<UnitKey>> keys;
+  EXPECT_EQ(queue.GetRuleKeys(keys), 1);  // still asked for
+  EXPECT_EQ(queue.GetRuleKeys(keys), 1);
+  queue.SetKSObjectRuleSql(table);
+  EXPECT_EQ(History("nobody"), "none");
+  EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
+}
+
+TEST_F(CacheQueue, KeysComeInOrderAndHistoryKeysCanBeTakenOneByOne) {
+  for (const char* device : {"a", "b", "c"}) queue.PutHistoryKey(Key(device));
+  queue.PutHistoryKey(nullptr);
+  queue.PutHistoryKey(std::make_shared<UnitKey>("x$", "y", ""));  // could be read as "x", "$y"
+  EXPECT_EQ(queue.GetHistoryKey()->deviceName, "a");
+  std::vector<std::shared_ptr<UnitKey>> keys;
+  EXPECT_EQ(queue.GetHistoryKeys(keys), 2);
+  EXPECT_EQ(keys.back()->deviceName, "c");
+  queue.PutHistoryKey(Key("d"));
+  queue.ClearHistoryKey();
+  EXPECT_EQ(queue.GetHistoryKey(), nullptr);
+}
+
+TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAheadInFewQueries) {
+  constexpr int kUnits = 100000;
+  const std::string numbers =
+      " with recursive n(i) as (select 1 union all select i + 1 from n where i < 100000) select "
+      "'device ' || i,'','source','param','v',2";
+  Execute(DomainFile(kDbObjectRule, domain),
+          {"insert into KSObjectRule" + numbers + ",1,'','',0,7,i,0,0 from n"});
+  table->SetRuleHistoryData({HistoryRow("other", "v", "h")});
+  Execute(DomainFile(kDbObjectHistory, domain),
+          {"insert into KSObjectHistory" + numbers + ",'h' || i from n"});
+  std::vector<std::shared_ptr<UnitKey>> keys;
+  for (int i = 1; i <= kUnits; ++i) keys.push_back(Key("device " + std::to_string(i)));
+  for (const auto& key : keys) {
+    queue.PutRuleKey(key);
+    queue.PutHistoryKey(key);
+  }
+  LogCapture log(kLogInformation);
+  queue.SetKSObjectRuleSql(table);
+  ASSERT_TRUE(log.WaitFor("Search 100000 and get 100000  rule data."));
+  ASSERT_TRUE(log.WaitFor("Search 100000 and get 100000  history data"));
+  std::atomic<int> wrong{0};
+  const auto take = [&](int from, int to) {
+    for (int i = from; i < to; ++i) {
+      const auto& key = keys[static_cast<std::size_t>(i)];
+      const std::string number = std::to_string(i + 1);
+      const auto histories = queue.GetHistoryData(key);
+      if (ParamOf(queue.GetRuleData(key)) != number || histories == nullptr ||
+          histories->at("").at("v") != "h" + number) {
+        ++wrong;
+      }
+    }
+  };
+  std::thread half([&] { take(0, kUnits / 2); });
+  take(kUnits / 2, kUnits);
+  half.join();
+  EXPECT_EQ(wrong, 0);
+  std::vector<std::shared_ptr<UnitKey>> asked;
+  EXPECT_EQ(queue.GetRuleKeys(asked), 0);  // what was there needed no second load
+}
+
+TEST_F(CacheQueue, WhatWasLoadedBeforeALaterWriteIsNeverHandedOut) {
+  Write("d", "old");
+  Write("other", "old");
+  queue.SetKSObjectRuleSql(table);
+  const auto changes = std::vector<std::function<void(const std::string&)>>{
+      [&](const std::string& param) { Write("d", param); },
+      [&](const std::string& param) {
+        // Waits to be written.
+        DBWriteWrapper::Instance()->CacheData(domain, "d", {RuleRow("d", "v", Definition(param))},
+                                              {});
+      },
+      [&](const std::string& param) {
+        Execute((root.path() / "in.db").string(),
+                {"drop table if exists KSObjectRule", kCreateRuleTable,
+                 "insert into KSObjectRule values('d','','source','param','v',2,1,'','',0,7,'" +
+                     param + "',0,0)"});
+        EXPECT_TRUE(FSKSDataSyncManager::Instance()->MergeObjectRule(
+            (root.path() / "in.db").string(), DomainFile(kDbObjectRule, domain), domain, false));
+      }};
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    SCOPED_TRACE(i);
+    ASSERT_NO_FATAL_FAILURE(LoadAhead("d"));
+    ASSERT_NO_FATAL_FAILURE(LoadAhead("other"));
+    const std::string param = "new " + std::to_string(i);
+    changes[i](param);
+    EXPECT_EQ(Param("d"), param);
+    if (i < 2) {
+      LogCapture log(kLogInformation);
+      EXPECT_EQ(Param("other"), "old");  // another device's change does not touch it
+      EXPECT_FALSE(log.Has("Get the rule data 1"));
+    }
+  }
+  ASSERT_NO_FATAL_FAILURE(LoadAhead("d"));
+  table->RemoveRuleDefinitionNoExistSource({"another source"}, kVariableSourceParser);
+  EXPECT_EQ(Param("d"), "none");
+}
+
+TEST_F(CacheQueue, AUnitWhoseCallerGaveUpServesNobodyLater) {
+  Write("d", "old");
+  // The caller gives up before there is a table; its key is loaded all the same.
+  EXPECT_EQ(Param("d"), "none");
+  {
+    LogCapture log(kLogInformation);
+    queue.SetKSObjectRuleSql(table);
+    ASSERT_TRUE(log.WaitFor("Search 1 and get 1  rule data."));
+  }
+  WriteByAnotherProcess("d", "new");  // nobody here can know of it
+  EXPECT_EQ(Param("d"), "new");
+}
+
+TEST_F(CacheQueue, CallersOfOneUnitAndItsWriterMeetNoOldRule) {
+  for (int i = 0; i < 4; ++i) Write("d" + std::to_string(i), "0");
+  queue.SetKSObjectRuleSql(table);
+  std::array<std::atomic<int>, 4> written{};
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    for (int value = 1; value <= 15; ++value) {
+      for (std::size_t i = 0; i < written.size(); ++i) {
+        Write("d" + std::to_string(i), std::to_string(value));
+        written[i] = value;
+      }
+    }
+    done = true;
+  });
+  std::vector<std::thread> readers;
+  for (int reader = 0; reader < 3; ++reader) {
+    readers.emplace_back([&] {
+      while (!done) {
+        for (std::size_t i = 0; i < written.size(); ++i) {
+          const auto key = Key("d" + std::to_string(i));
+          queue.PutRuleKey(key);
+          const int before = written[i];
+          const auto rules = queue.GetRuleData(key);
+          if (rules == nullptr) continue;
+          EXPECT_GE(std::stoi(ParamOf(rules)), before);
+        }
+      }
+    });
+  }
+  writer.join();
+  for (std::thread& reader : readers) reader.join();
+}
+
+TEST_F(CacheQueue, ItsEndWaitsForNothing) {
+  for (int i = 0; i < 10; ++i) {
+    KSDataCacheQueue other;
+    other.SetKSObjectRuleSql(table);
+    other.PutRuleKey(Key("d"));
+  }
+}
+
+}  // namespace
+}  // namespace keelstone::testing
