@@ -55,7 +55,7 @@ FSResFileSystem DomainFileSystem() {
 }
 
 std::string FileOf(const DomainTable& table, const std::string& domainId) {
-  return DomainFileSystem().GetDBFile(table.dbType, domainId);
+  return DomainDatabase(table.dbType, domainId);
 }
 
 std::string Because(const std::string& what, int error) {
@@ -132,6 +132,10 @@ bool MakeTable(const DomainTable& table, const std::string& file,
 
 std::string DomainFolder(const std::string& domainId) {
   return DomainFileSystem().GetDomainFolder(domainId);
+}
+
+std::string DomainDatabase(int dbType, const std::string& domainId) {
+  return DomainFileSystem().GetDBFile(dbType, domainId);
 }
 
 DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {

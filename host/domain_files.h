@@ -44,6 +44,9 @@ JsonValue StoredGeneralSettings(const std::string& domainId);
 /// The folder of a domain's databases.
 std::string DomainFolder(const std::string& domainId);
 
+/// The file of one of a domain's databases (EnumDbType), whether it is there or not.
+std::string DomainDatabase(int dbType, const std::string& domainId);
+
 }  // namespace keelstone::host
 
 #endif  // KEELSTONE_HOST_DOMAIN_FILES_H

@@ -2,9 +2,11 @@
 #include <exception>
 #include <iostream>
 
+#include "host/clean_command.h"
 #include "host/evaluate_command.h"
 #include "host/exit_codes.h"
 #include "host/init_command.h"
+#include "host/merge_command.h"
 #include "host/output_writer.h"
 
 namespace keelstone::host {
@@ -29,6 +31,10 @@ int RunProgram(int argc, char** argv) {
   AddInitCommand(program, init);
   EvaluateOptions evaluate;
   AddEvaluateCommand(program, evaluate);
+  MergeOptions merge;
+  AddMergeCommand(program, merge);
+  CleanOptions clean;
+  AddCleanCommand(program, clean);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -37,6 +43,14 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("init")) {
     Apply(init.common);
     return RunInit(init);
+  }
+  if (program.got_subcommand("merge")) {
+    Apply(merge.common);
+    return RunMerge(merge);
+  }
+  if (program.got_subcommand("clean")) {
+    Apply(clean.common);
+    return RunClean(clean);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);
