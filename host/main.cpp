@@ -6,6 +6,8 @@
 #include "host/exit_codes.h"
 #include "host/init_command.h"
 #include "host/output_writer.h"
+#include "host/rule_command.h"
+#include "host/rules_command.h"
 
 namespace keelstone::host {
 namespace {
@@ -13,6 +15,7 @@ namespace {
 constexpr const char* kExamples = R"(Examples:
   keelstone init --root ./demo
   keelstone evaluate --root ./demo --enroll runs.jsonl
+  keelstone rules --root ./demo --device r1
 
 `keelstone COMMAND --help` says more about a command.
 )";
@@ -29,6 +32,10 @@ int RunProgram(int argc, char** argv) {
   AddInitCommand(program, init);
   EvaluateOptions evaluate;
   AddEvaluateCommand(program, evaluate);
+  RulesOptions rules;
+  AddRulesCommand(program, rules);
+  RuleOptions rule;
+  AddRuleCommand(program, rule);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -37,6 +44,14 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("init")) {
     Apply(init.common);
     return RunInit(init);
+  }
+  if (program.got_subcommand("rules")) {
+    Apply(rules.common);
+    return RunRules(rules);
+  }
+  if (const CLI::App* group = program.get_subcommand("rule"); group->parsed()) {
+    Apply(rule.common);
+    return group->got_subcommand("set") ? RunRuleSet(rule) : RunRuleUnset(rule);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);
