@@ -2,12 +2,14 @@
 #include <exception>
 #include <iostream>
 
+#include "host/block_command.h"
 #include "host/evaluate_command.h"
 #include "host/exit_codes.h"
 #include "host/init_command.h"
 #include "host/output_writer.h"
 #include "host/rule_command.h"
 #include "host/rules_command.h"
+#include "host/settings_command.h"
 
 namespace keelstone::host {
 namespace {
@@ -36,6 +38,10 @@ int RunProgram(int argc, char** argv) {
   AddRulesCommand(program, rules);
   RuleOptions rule;
   AddRuleCommand(program, rule);
+  BlockOptions block;
+  AddBlockCommand(program, block);
+  SettingsOptions settings;
+  AddSettingsCommand(program, settings);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -52,6 +58,15 @@ int RunProgram(int argc, char** argv) {
   if (const CLI::App* group = program.get_subcommand("rule"); group->parsed()) {
     Apply(rule.common);
     return group->got_subcommand("set") ? RunRuleSet(rule) : RunRuleUnset(rule);
+  }
+  if (const CLI::App* group = program.get_subcommand("block"); group->parsed()) {
+    Apply(block.common);
+    if (group->got_subcommand("list")) return RunBlockList(block);
+    return group->got_subcommand("add") ? RunBlockAdd(block) : RunBlockRemove(block);
+  }
+  if (const CLI::App* group = program.get_subcommand("settings"); group->parsed()) {
+    Apply(settings.common);
+    return group->got_subcommand("get") ? RunSettingsGet(settings) : RunSettingsSet(settings);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);
