@@ -55,7 +55,7 @@ FSResFileSystem DomainFileSystem() {
 }
 
 std::string FileOf(const DomainTable& table, const std::string& domainId) {
-  return DomainDatabase(table.dbType, domainId);
+  return DomainFile(table.dbType, domainId);
 }
 
 std::string Because(const std::string& what, int error) {
@@ -130,12 +130,21 @@ bool MakeTable(const DomainTable& table, const std::string& file,
 
 }  // namespace
 
-std::string DomainFolder(const std::string& domainId) {
-  return DomainFileSystem().GetDomainFolder(domainId);
+std::string DomainFile(int dbType, const std::string& domainId) {
+  return DomainFileSystem().GetDBFile(dbType, domainId);
 }
 
-std::string DomainDatabase(int dbType, const std::string& domainId) {
-  return DomainFileSystem().GetDBFile(dbType, domainId);
+std::string DomainFault(const std::string& domainId, bool forWriting) {
+  using Condition = DomainCheck::Condition;
+  const DomainCheck check = CheckDomain(domainId, forWriting);
+  if (check.condition == Condition::kComplete) return {};
+  std::string fault = "domain \"" + domainId + "\" cannot be used: " + check.detail;
+  if (check.condition != Condition::kUnusable) fault += "; `keelstone init` makes what is missing";
+  return fault;
+}
+
+std::string DomainFolder(const std::string& domainId) {
+  return DomainFileSystem().GetDomainFolder(domainId);
 }
 
 DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {

@@ -2,12 +2,16 @@
 #include <exception>
 #include <iostream>
 
+#include "host/block_command.h"
 #include "host/clean_command.h"
 #include "host/evaluate_command.h"
 #include "host/exit_codes.h"
 #include "host/init_command.h"
 #include "host/merge_command.h"
 #include "host/output_writer.h"
+#include "host/rule_command.h"
+#include "host/rules_command.h"
+#include "host/settings_command.h"
 
 namespace keelstone::host {
 namespace {
@@ -15,6 +19,7 @@ namespace {
 constexpr const char* kExamples = R"(Examples:
   keelstone init --root ./demo
   keelstone evaluate --root ./demo --enroll runs.jsonl
+  keelstone rules --root ./demo --device r1
 
 `keelstone COMMAND --help` says more about a command.
 )";
@@ -35,6 +40,14 @@ int RunProgram(int argc, char** argv) {
   AddMergeCommand(program, merge);
   CleanOptions clean;
   AddCleanCommand(program, clean);
+  RulesOptions rules;
+  AddRulesCommand(program, rules);
+  RuleOptions rule;
+  AddRuleCommand(program, rule);
+  BlockOptions block;
+  AddBlockCommand(program, block);
+  SettingsOptions settings;
+  AddSettingsCommand(program, settings);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -51,6 +64,23 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("clean")) {
     Apply(clean.common);
     return RunClean(clean);
+  }
+  if (program.got_subcommand("rules")) {
+    Apply(rules.common);
+    return RunRules(rules);
+  }
+  if (const CLI::App* group = program.get_subcommand("rule"); group->parsed()) {
+    Apply(rule.common);
+    return group->got_subcommand("set") ? RunRuleSet(rule) : RunRuleUnset(rule);
+  }
+  if (const CLI::App* group = program.get_subcommand("block"); group->parsed()) {
+    Apply(block.common);
+    if (group->got_subcommand("list")) return RunBlockList(block);
+    return group->got_subcommand("add") ? RunBlockAdd(block) : RunBlockRemove(block);
+  }
+  if (const CLI::App* group = program.get_subcommand("settings"); group->parsed()) {
+    Apply(settings.common);
+    return group->got_subcommand("get") ? RunSettingsGet(settings) : RunSettingsSet(settings);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);

@@ -1,0 +1,247 @@
+#include "host/rule_command.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+
+#include "engine/ksrulerecords.h"
+#include "host/command_output.h"
+#include "host/domain_files.h"
+#include "host/exit_codes.h"
+#include "host/rule_parameter.h"
+#include "platform/cppsqlite3.h"
+#include "platform/filesystem.h"
+#include "platform/json_reader.h"
+#include "storage/ksdatamanagersql.h"
+
+namespace keelstone::host {
+
+namespace {
+
+constexpr const char* kSetName = "rule set";
+constexpr const char* kUnsetName = "rule unset";
+
+constexpr const char* kSetHelpEnd =
+    R"(The rule is fixed: it is judged from the next run on and never learned again. A history
+that is stored stays. What kind of number or text the variable holds is taken over from
+its first value.
+
+Types: strEqual and strRegex take {"ruleParam":"TEXT"}; strNoEqual and strEnum
+{"ruleParam":["TEXT",…]}; intEqual, intLEQ and intGEQ {"ruleParam":NUMBER}; intNoEqual and
+intEnum {"ruleParam":[NUMBER,…]}; intRange {"minValue":NUMBER,"maxValue":NUMBER};
+intConstant and intIncrease {} or {"ruleParam":NUMBER}; tableMd5 {"hashCmp":"DIGEST"}.
+
+Examples:
+  keelstone rule set --device r1 --source system --variable cpu --type intLEQ \
+      --parameter '{"ruleParam":80}'
+  keelstone rule set --device r1 --interface eth0 --source links --variable state \
+      --type strEqual --parameter '{"ruleParam":"up"}'
+
+Exit codes: 0 done; 2 usage, or the root or a database cannot be used; 3 not written
+)";
+
+constexpr const char* kUnsetHelpEnd =
+    R"(Removes a rule, learned or fixed, and the history of the variable: it is learned anew.
+
+Examples:
+  keelstone rule unset --device r1 --source system --variable cpu --dry-run
+  keelstone rule unset --device r1 --source system --variable cpu
+
+Exit codes: 0 done, also when there was none; 2 usage, or the root or a database cannot be
+used; 3 not removed
+)";
+
+ObjectDefine ObjectOf(const RuleOptions& options) {
+  ObjectDefine object;
+  object.deviceName = options.device;
+  object.interfaceValue = options.interface;
+  return object;
+}
+
+JsonValue KeyOf(const RuleOptions& options) {
+  JsonValue key(JsonType::Object);
+  key["device"] = options.device;
+  key["interface"] = options.interface;
+  key["source"] = options.source;
+  key["param"] = options.param;
+  key["variable"] = options.variable;
+  return key;
+}
+
+std::string NameOf(const RuleOptions& options) {
+  std::string name;
+  for (const std::string* part :
+       {&options.device, &options.interface, &options.source, &options.param, &options.variable}) {
+    if (!part->empty()) name.append(name.empty() ? "" : " ").append(*part);
+  }
+  return name;
+}
+
+/// Waits until the file may be written, as long as any statement waits; whoever holds it
+/// longer makes this throw.
+void RequireWritable(int dbType, const std::string& domainId) {
+  CppSQLite3DB db;
+  db.open(DomainFile(dbType, domainId), CppSQLite3DB::Mode::kReadWrite);
+  db.execDML("begin immediate transaction;");
+  db.execDML("rollback transaction;");
+}
+
+bool IsStored(int dbType, const char* table, const RuleOptions& options) {
+  CppSQLite3DB db;
+  db.open(DomainFile(dbType, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+  CppSQLite3Statement select = db.compileStatement(
+      std::string("select 1 from ") + table +
+      " where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "
+      "variableName = ? and variableSourceType = 2");
+  int parameter = 1;
+  for (const std::string* part :
+       {&options.device, &options.interface, &options.source, &options.param, &options.variable}) {
+    select.bind(parameter++, std::string_view(*part));
+  }
+  return !select.execQuery().eof();
+}
+
+/// Does `change` on the domain's rules; why it failed, or nothing.
+template <class Change>
+std::string TryChange(const RuleOptions& options, const Change& change) {
+  try {
+    RequireWritable(kDbObjectRule, options.common.domain);
+    RequireWritable(kDbObjectHistory, options.common.domain);
+  } catch (const CppSQLite3Exception& error) {
+    return error.what();
+  }
+  KSDataManagerSql manager;
+  manager.Init(options.common.domain);
+  const std::uint64_t failedBefore = GetFailedWriteCount();
+  change(manager);
+  if (GetFailedWriteCount() == failedBefore) return {};
+  return "the database refused it; " + VXFileSystem::GetSystemRootFolder() +
+         "log/keelstone.log says why";
+}
+
+/// Reads type and parameter; why they are no rule, or nothing.
+std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& parameter) {
+  type = RuleTypeByName(options.type);
+  if (type == kRuleTypeNone) {
+    return "--type: there is no rule type \"" + options.type + "\"; there is " + RuleTypeNames();
+  }
+  JsonParseError error;
+  const JsonReadOptions reading{.allowComments = false, .requireUtf8 = true};
+  if (!JsonReader::Parse(options.parameter, parameter, &error, reading)) {
+    return "--parameter: not JSON: " + error.message + " at byte " + std::to_string(error.offset);
+  }
+  const std::string fault = ParameterFault(type, parameter);
+  return fault.empty() ? fault : "--parameter of " + options.type + ": " + fault;
+}
+
+CLI::App& AddCommand(CLI::App& group, const char* name, const char* what, RuleOptions& options) {
+  CLI::App& command = *group.add_subcommand(name, what);
+  AddCommonOptions(command, options.common);
+  AddFormatOption(command, options.format);
+  command.add_option("--device", options.device, "Device")->type_name("NAME")->required();
+  command.add_option("--interface", options.interface, "Interface (default: none)")
+      ->type_name("VALUE");
+  command.add_option("--source", options.source, "Source: the parser")
+      ->type_name("NAME")
+      ->required();
+  command.add_option("--param", options.param, "The parser's parameter (default: none)")
+      ->type_name("TEXT");
+  command.add_option("--variable", options.variable, "Variable")->type_name("NAME")->required();
+  return command;
+}
+
+}  // namespace
+
+void AddRuleCommand(CLI::App& program, RuleOptions& options) {
+  CLI::App& group = *program.add_subcommand("rule", "Prescribe or drop the rule of one variable");
+  group.require_subcommand(1);
+  CLI::App& set = AddCommand(group, "set", "Prescribe a fixed rule", options);
+  set.add_option("--type", options.type, "Kind of the rule, such as intLEQ")
+      ->type_name("TYPE")
+      ->required();
+  set.add_option("--parameter", options.parameter, "Its parameter")->type_name("JSON")->required();
+  set.footer(kSetHelpEnd);
+  CLI::App& unset = AddCommand(group, "unset", "Remove a rule and its history", options);
+  unset.add_flag("--dry-run", options.dryRun, "Only say what would be removed");
+  unset.footer(kUnsetHelpEnd);
+}
+
+int RunRuleSet(const RuleOptions& options) {
+  EnumRuleType type = kRuleTypeNone;
+  JsonValue parameter;
+  if (const std::string fault = ReadRule(options, type, parameter); !fault.empty()) {
+    return Fail(kSetName, fault, kExitUnusable);
+  }
+  if (const std::string fault = DomainFault(options.common.domain, true); !fault.empty()) {
+    return Fail(kSetName, fault, kExitUnusable);
+  }
+  const auto definition = std::make_shared<RuleDefinitionData>(
+      static_cast<int>(type), kVariableSourceParser, parameter.toString(), options.source,
+      options.variable, 0, options.param);
+  definition->ruleGenerateType = kRulePrescribed;
+  const ObjectDefine object = ObjectOf(options);
+  bool isWatched = false;
+  const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
+    isWatched =
+        manager.IsExistRuleDefinition(options.variable, options.source, kVariableSourceParser);
+    manager.SetRuleAlgParam({{options.variable, definition}}, &object, options.source,
+                            options.param, kVariableSourceParser);
+  });
+  if (!failure.empty()) return Fail(kSetName, failure, kExitBrokenOff);
+  if (!isWatched) {
+    Fail(kSetName,
+         "note: no variable \"" + options.variable + "\" of source \"" + options.source +
+             "\" is defined yet; `keelstone evaluate --enroll` does so",
+         kExitDone);
+  }
+  CommandOutput output(options.format);
+  JsonValue answer = KeyOf(options);
+  answer["type"] = options.type;
+  answer["parameter"] = parameter;
+  if (output.isText()) {
+    output.Line("fixed: " + NameOf(options) + " " + options.type + " " + parameter.toString());
+  } else {
+    output.Json(answer);
+  }
+  return output.End(kSetName);
+}
+
+int RunRuleUnset(const RuleOptions& options) {
+  if (const std::string fault = DomainFault(options.common.domain, !options.dryRun);
+      !fault.empty()) {
+    return Fail(kUnsetName, fault, kExitUnusable);
+  }
+  bool hasRule = false;
+  bool hasHistory = false;
+  try {
+    hasRule = IsStored(kDbObjectRule, "KSObjectRule", options);
+    hasHistory = IsStored(kDbObjectHistory, "KSObjectHistory", options);
+  } catch (const CppSQLite3Exception& error) {
+    return Fail(kUnsetName, error.what(), kExitUnusable);
+  }
+  if (!options.dryRun && (hasRule || hasHistory)) {
+    const ObjectDefine object = ObjectOf(options);
+    const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
+      manager.RemoveRuleDefinitionData(&object, options.source, options.variable, options.param,
+                                       kVariableSourceParser);
+    });
+    if (!failure.empty()) return Fail(kUnsetName, failure, kExitBrokenOff);
+  }
+  CommandOutput output(options.format);
+  if (output.isText()) {
+    const std::string what = hasRule && hasHistory ? "rule and history"
+                             : hasRule             ? "rule, without a history"
+                             : hasHistory          ? "history, without a rule"
+                                                   : "nothing was there";
+    output.Line((options.dryRun ? "would remove: " : "removed: ") + what + ": " + NameOf(options));
+  } else {
+    JsonValue answer = KeyOf(options);
+    answer["rule"] = hasRule;
+    answer["history"] = hasHistory;
+    answer["dryRun"] = options.dryRun;
+    output.Json(answer);
+  }
+  return output.End(kUnsetName);
+}
+
+}  // namespace keelstone::host
