@@ -109,19 +109,6 @@ TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
   EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
 }
 
-TEST_F(CacheQueue, KeysComeInOrderAndHistoryKeysCanBeTakenOneByOne) {
-  for (const char* device : {"a", "b", "c"}) queue.PutHistoryKey(Key(device));
-  queue.PutHistoryKey(nullptr);
-  queue.PutHistoryKey(std::make_shared<UnitKey>("x$", "y", ""));  // could be read as "x", "$y"
-  EXPECT_EQ(queue.GetHistoryKey()->deviceName, "a");
-  std::vector<std::shared_ptr<UnitKey>> keys;
-  EXPECT_EQ(queue.GetHistoryKeys(keys), 2);
-  EXPECT_EQ(keys.back()->deviceName, "c");
-  queue.PutHistoryKey(Key("d"));
-  queue.ClearHistoryKey();
-  EXPECT_EQ(queue.GetHistoryKey(), nullptr);
-}
-
 TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAheadInFewQueries) {
   constexpr int kUnits = 100000;
   const std::string numbers =
