@@ -2,24 +2,13 @@
 
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "calc/ksrulealgmgr.h"
-#include "model/ksstringrules.h"
-#include "model/ksstrregexrule.h"
-#include "model/kstablemd5equalrule.h"
-#include "model/numeric_rules.h"
 
 namespace keelstone::testing {
 namespace {
 
 KSRuleAlgMgr& Manager() { return *KSRuleAlgMgr::Instance(); }
-
-template <class Rule>
-bool Is(const std::shared_ptr<IRuleBase>& rule) {
-  return dynamic_cast<const Rule*>(rule.get()) != nullptr;
-}
 
 std::shared_ptr<IRuleBase> Make(int ruleType, int dataType, EnumAlgType algType = KSAlgNumerical) {
   return Manager().GetRuleByType(algType, static_cast<EnumRuleType>(ruleType),

@@ -2,13 +2,10 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/run_line.h"
-#include "platform/json_reader.h"
 
 namespace keelstone::host {
 namespace {

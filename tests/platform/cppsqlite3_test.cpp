@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/support/file_text.h"
 #include "tests/support/temp_root.h"
 
 namespace keelstone {

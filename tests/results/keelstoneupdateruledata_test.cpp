@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/json_reader.h"
 #include "tests/support/log_capture.h"

@@ -1,9 +1,6 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
-#include <memory>
 #include <thread>
 
 #include "platform/interface_translator.h"
