@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -97,18 +96,6 @@ TEST_F(RuleInstance, RefusesWhatIsNotDefinedOrNotEnabled) {
   EXPECT_EQ(Histories().size(), 1U);
 }
 
-TEST_F(RuleInstance, KnowsWhatIsDefined) {
-  const auto before = unit_.Start(kNow);
-  EXPECT_FALSE(before->IsDefineRule());
-  Define("load");
-  EXPECT_TRUE(before->IsDefineRule());
-  EXPECT_FALSE(before->IsVarDefineRule("load"));  // not a rule of this device
-  Prescribe("load", kIntLEQ, R"({"ruleParam":80})", "ge0");
-  const auto instance = unit_.Start(kNow);
-  EXPECT_TRUE(instance->IsVarDefineRule("load"));
-  EXPECT_FALSE(instance->IsVarDefineRule("ge0"));
-}
-
 TEST_F(RuleInstance, AdoptsTheTypeCodeOnceAndThenHoldsToIt) {
   Define("first", -1, "", 0);
   Define("minus", -1, "", -1);
@@ -198,21 +185,6 @@ TEST_F(RuleInstance, KeepsTextsInTheParametersOfFloats) {
   EXPECT_THAT(Rules(), ElementsAre(R"(10 {"ruleParam":-1.0})"));
 }
 
-TEST_F(RuleInstance, ReportsTheGoldenValueOfPrescribedRules) {
-  Prescribe("load", kIntRange, R"({"maxValue":9,"minValue":5})", "ge0");
-  Run(kNow, {Value("load", 3, "7.25", "ge0", 2), Value("load", 3, "4.5", "ge0", 2)});
-  ASSERT_EQ(results_->GetKSValueUpdateResults().size(), 1U);
-  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->ToJsonString(),
-            R"({"nVariableSourceType":2,"nVariableType":2,"strVariableParam":"prm",)"
-            R"("strVariableName":"load","strNodeId":"node","strInterfaceName":"ge0",)"
-            R"("strVariableSource":"src","strJsonValue":"7.25","nValueTime":1700000000,)"
-            R"("strStructureId":"structure","nRuleId":7,"strDeviceName":"r1",)"
-            R"("strInterfacePath":"","strNodePathSchema":"schema"})");
-  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
-  EXPECT_THAT(results_->GetKSRuleUpdateResults(), IsEmpty());
-  EXPECT_THAT(Histories(), IsEmpty());
-}
-
 TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
   ASSERT_TRUE(IniReader::SetInt("Keelstone", "StrValueLength", 6, "fix_frontserver.ini"));
   Prescribe("short", kIntLEQ, R"({"ruleParam":0})");
@@ -223,30 +195,6 @@ TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
             R"({"_t":10,"_p":"{\"ruleParam\":0}","_v":"1000000000 units"})");
   EXPECT_EQ(results_->GetKSAlertResults()[1]->GetAlertInfo(),
             R"({"_t":10,"_p":"{\"ruleParam\":0}"})");
-}
-
-TEST_F(RuleInstance, WritesPrescribedTrendsWithEveryValue) {
-  Prescribe("constant", kIntConstant, R"({"ruleParam":5})");
-  Prescribe("counter", kIntIncrease, R"({"ruleParam":5})");
-  Run(kNow, {Value("constant", 1, "5"), Value("counter", 1, "9")}, true);
-  EXPECT_THAT(results_->GetKSAlertResults(), IsEmpty());
-  ASSERT_EQ(results_->GetKSValueUpdateResults().size(), 1U);
-  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->strJsonValue, "9");
-  EXPECT_THAT(results_->GetKSRuleUpdateResults(), IsEmpty());
-  EXPECT_THAT(Rules(), ElementsAre(R"(8 {"ruleParam":5})", R"(9 {"ruleParam":9})"));
-  Run(kNow + 60, {Value("constant", 1, "6"), Value("counter", 1, "9")});
-  ASSERT_EQ(results_->GetKSAlertResults().size(), 2U);
-  // The alert shows what the value was held against.
-  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(),
-            R"({"_t":8,"_p":"{\"ruleParam\":5}","_v":"6"})");
-  EXPECT_THAT(Rules(), ElementsAre(R"(8 {"ruleParam":6})", R"(9 {"ruleParam":9})"));
-  EXPECT_THAT(Histories(), IsEmpty());
-
-  // The row is written also when nothing changed.
-  domain_.files().Execute(kDbObjectRule, "update KSObjectRule set isEnable = 7");
-  Run(kNow + 120, {Value("constant", 1, "6")});
-  EXPECT_THAT(domain_.files().Select(kDbObjectRule, "select isEnable from KSObjectRule order by 1"),
-              ElementsAre("0", "7"));
 }
 
 TEST_F(RuleInstance, FollowsValuesWithinOneRun) {
@@ -260,31 +208,6 @@ TEST_F(RuleInstance, FollowsValuesWithinOneRun) {
   EXPECT_EQ(results->GetKSAlertResults()[1]->GetAlertInfo(),
             R"({"_t":9,"_p":"{\"ruleParam\":9}","_v":"8"})");
   EXPECT_EQ(results->GetKSValueUpdateResults().size(), 2U);
-}
-
-TEST_F(RuleInstance, LearnsAndAlertsAtOnceWithTheDefinitionOfBefore) {
-  Define("load");
-  std::int32_t time = kNow;
-  for (int i = 0; i < 4; ++i) Run(time += 1801, {Value("load", 1, "5")});
-  EXPECT_EQ(Document(), kNothing);
-  // Four equal values: an equal rule, and the fifth breaks it.
-  Run(time += 1801, {Value("load", 1, "6")});
-  ASSERT_EQ(results_->GetKSAlertResults().size(), 1U);
-  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(), R"({"_t":-1,"_p":"null","_v":"6"})");
-  ASSERT_EQ(results_->GetKSRuleUpdateResults().size(), 1U);
-  EXPECT_EQ(results_->GetKSRuleUpdateResults()[0]->nRuleId, 4);
-  EXPECT_EQ(results_->GetKSRuleUpdateResults()[0]->strRuleAlgParam, R"({"ruleParam":5})");
-  ASSERT_EQ(results_->GetKSValueUpdateResults().size(), 1U);
-  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->nValueTime, kNow + 4 * 1801);
-  EXPECT_EQ(results_->GetKSValueUpdateResults()[0]->nRuleId, 4);
-  EXPECT_THAT(Rules(), ElementsAre(R"(4 {"ruleParam":5})"));
-  // Until the rule has lived its time nothing is added.
-  Run(time += 216000, {Value("load", 1, "7")});
-  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
-  const auto untouched = Histories();
-  Run(time += 1, {Value("load", 1, "5")});
-  EXPECT_NE(Histories(), untouched);
-  EXPECT_EQ(Document(), kNothing);
 }
 
 TEST_F(RuleInstance, CollectsHistoryOnlyBeyondTheInterval) {
@@ -301,35 +224,6 @@ TEST_F(RuleInstance, CollectsHistoryOnlyBeyondTheInterval) {
   EXPECT_THAT(Histories(),
               ElementsAre(R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6},)"
                           R"({"liveTime":1700000061,"dataValue":7}]})"));
-}
-
-TEST_F(RuleInstance, KeepsTenValuesUntilARuleIsLearned) {
-  Define("load");
-  // Falling values fit no rule but, with seven of them, the range: ask for more.
-  plain::Settings settings;
-  settings.range.valueStatusCount = 50;
-  domain_.Tune(settings.ToJson());
-  for (int i = 0; i < 15; ++i) {
-    Run(kNow + i * 1801, {Value("load", 1, std::to_string(100 - i))});
-    EXPECT_EQ(Document(), kNothing);
-  }
-  std::vector<plain::Seen<std::int64_t>> expected;
-  for (int i = 5; i < 15; ++i) expected.push_back({kNow + i * 1801, 100 - i});
-  EXPECT_THAT(Histories(), ElementsAre(plain::HistoryText(expected)));
-}
-
-TEST_F(RuleInstance, OnDemandChecksButLearnsNothing) {
-  Define("load");
-  Prescribe("load", kIntEqual, R"({"ruleParam":5})", "ge0", kRuleLearned);
-  const auto instance = unit_.Start(kNow);
-  EXPECT_FALSE(instance->IsOndemandTask());
-  instance->SetOnlyUpdateKSValue();
-  EXPECT_TRUE(instance->IsOndemandTask());
-  EXPECT_TRUE(instance->ProcessVariable(Value("load", 1, "6", "ge0")));
-  EXPECT_TRUE(instance->ProcessVariable(Value("load", 1, "6")));
-  unit_.Finish(*instance);
-  EXPECT_EQ(instance->GetUpdateResultData()->GetKSAlertResults().size(), 1U);
-  EXPECT_THAT(Histories(), IsEmpty());
 }
 
 TEST_F(RuleInstance, WithoutDynamicCalculationChecksOnly) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace keelstone::testing {
 namespace {
 
@@ -18,24 +16,6 @@ TEST(RuleDefinition, IsEnabledByStateOrElseByFlag) {
       EXPECT_EQ(definition.IsEnable(), enabled) << flag << " " << state;
     }
   }
-}
-
-TEST(RuleDefinition, ConstructorsLeaveTheRestAtItsDefaults) {
-  const RuleDefinitionData plain(7, 1, "param");
-  EXPECT_EQ(plain.ruleType, 7);
-  EXPECT_EQ(plain.ruleGenerateType, 1);
-  EXPECT_EQ(plain.ruleParam, "param");
-  EXPECT_EQ(plain.variableType, -1);
-  EXPECT_EQ(plain.variableSourceType, -1);
-  const RuleDefinitionData full(7, 2, "param", "source", "name", 25, "parser");
-  EXPECT_EQ(full.ruleGenerateType, 0);
-  EXPECT_EQ(full.variableSourceType, 2);
-  EXPECT_EQ(full.variableSource, "source");
-  EXPECT_EQ(full.variableName, "name");
-  EXPECT_EQ(full.variableType, 25);
-  EXPECT_EQ(full.variableParam, "parser");
-  EXPECT_FALSE(full.IsEnable());
-  EXPECT_EQ(RuleDefinitionData().ruleType, -1);
 }
 
 TEST(UnitKeyText, IsReadBackOnlyWithThreePieces) {

@@ -422,28 +422,5 @@ TEST_F(TextDevice, BeginsANewHistoryWhereTheStoredOneIsRefused) {
   EXPECT_THAT(stored, Each(HasSubstr("\"liveTime\":1700021600,")));
 }
 
-TEST_F(TextDevice, GivesNoGoldenTableFromDamagedContents) {
-  Define("table", true);
-  const Unit unit{domain_.id()};
-  const ObjectDefine object = unit.Object("ge0");
-  std::string element = TableElement({kStart, "d", "[1,2]", {"k"}, true});
-  std::string list = element;
-  for (int i = 1; i < 4; ++i) list += "," + element;
-  domain_.manager()->SetRuleHistoryData(R"({"dataType":5,"dataList":[)" + list + "]}", &object,
-                                        "src", "table", "prm", kVariableSourceParser);
-  const LogCapture log;
-  const auto instance = unit.Start(kStart + kHour);
-  VarInfo variable = Value("table", KSDataTable, "d", "ge0", 11);
-  ASSERT_TRUE(instance->ProcessVariable(variable));
-  const auto results = instance->GetUpdateResultData();
-  ASSERT_EQ(results->GetKSValueUpdateResults().size(), 1U);
-  EXPECT_EQ(results->GetKSValueUpdateResults()[0]->strJsonValue, "");
-  EXPECT_EQ(results->GetKSValueUpdateResults()[0]->nValueTime, kStart);
-  ASSERT_EQ(results->GetKSRuleUpdateResults().size(), 1U);
-  EXPECT_EQ(results->GetKSRuleUpdateResults()[0]->strRuleAlgParam,
-            R"({"hashCmp":"d","hashSort":true,"hashColumns":["k"]})");
-  EXPECT_EQ(log.Messages().size(), 1U);
-}
-
 }  // namespace
 }  // namespace keelstone::testing

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -28,21 +27,13 @@ std::optional<T> ValueOf(int dataType, const std::string& text) {
 TEST(DataPoint, OfIntegerTexts) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
   const std::vector<std::pair<std::string, std::optional<std::int64_t>>> cases = {
-      {"12", 12},
-      {"-12", -12},
-      {"+7", 7},
       {" \t9 packets", 9},
       {"3.9", 3},
-      {"1e3", 1},
-      {"0x10", 0},
-      {"007", 7},
       {"9223372036854775807", kMost},
       {"9223372036854775808", kMost},
       {"-99999999999999999999999", std::numeric_limits<std::int64_t>::min()},
       {"", {}},
       {"up", {}},
-      {"-", {}},
-      {"- 5", {}},
   };
   for (const auto& [text, value] : cases) EXPECT_EQ(ValueOf<std::int64_t>(1, text), value) << text;
 }

@@ -37,27 +37,6 @@ RunOutcome WithAlert(const std::string& interface, const std::string& valueText)
   return outcome;
 }
 
-TEST(ResultOutput, JsonHasItsFieldsInOrder) {
-  RunOutcome outcome;
-  outcome.blocked = true;
-  outcome.variables = 2;
-  outcome.rejected = {"a\"", "b"};
-  EXPECT_EQ(JsonOutput(SomeRun(), outcome, false),
-            R"({"time":1700000000,"domain":"d\n","device":"r1","source":"bgp","param":"",)"
-            R"("blocked":true,"variables":2,"rejected":["a\"","b"],)"
-            R"("result":{"ruleItems":[],"valueItems":[],"alertItems":[]}})"
-            "\n");
-}
-
-TEST(ResultOutput, JsonLeavesOutWhatFoundNothing) {
-  RunOutcome outcome;
-  outcome.variables = 2;
-  outcome.results = std::make_shared<KSRuleUpdateResultData>();
-  EXPECT_EQ(JsonOutput(SomeRun(), outcome, false), "");
-  EXPECT_THAT(JsonOutput(SomeRun(), outcome, true), HasSubstr("\"rejected\":[],\"result\":{"));
-  EXPECT_THAT(JsonOutput(SomeRun(), WithAlert("", "1"), false), HasSubstr("\"alertItems\":[{"));
-}
-
 TEST(ResultOutput, TextTellsAnAlertInOneLine) {
   EXPECT_EQ(TextOutput(SomeRun(), WithAlert("eth0", "90")),
             "2023-11-14 22:13:20Z ALERT  r1 eth0 bgp peers = 90: expected between 4 and 16\n");

@@ -2,13 +2,10 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/run_line.h"
-#include "platform/json_reader.h"
 
 namespace keelstone::host {
 namespace {
@@ -131,32 +128,6 @@ TEST(TableValue, RefusesObjectsThatWouldFillTheMemoryWithNulls) {
     value += (i == 0 ? "{\"c" : ",{\"c") + std::to_string(i) + "\":1}";
   }
   EXPECT_THAT(ReadVariable(value + "]").fault, HasSubstr("5000 columns is too large"));
-}
-
-/// Random tables and their digests from another program, written in another language.
-TEST(TableValue, DigestsAgreeWithAnIndependentReading) {
-  const std::string command = PYTHON3 " " KEELSTONE_SOURCE_DIR "/tests/host/table_digests.py 400";
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
-  ASSERT_NE(pipe, nullptr);
-  std::string text;
-  for (int c = std::fgetc(pipe.get()); c != EOF; c = std::fgetc(pipe.get())) {
-    text.push_back(static_cast<char>(c));
-  }
-  // Lines in turn: the members of a variable, its digest.
-  std::size_t begin = 0;
-  int compared = 0;
-  while (begin < text.size()) {
-    const std::size_t middle = text.find('\n', begin);
-    const std::size_t end = text.find('\n', middle + 1);
-    ASSERT_NE(end, std::string::npos);
-    const std::string members = text.substr(begin, middle - begin);
-    const auto outcome = ReadVariable(members);
-    ASSERT_EQ(outcome.fault, "") << members;
-    ASSERT_EQ(outcome.variable.valueText, text.substr(middle + 1, end - middle - 1)) << members;
-    begin = end + 1;
-    ++compared;
-  }
-  EXPECT_EQ(compared, 400);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <string>
 #include <vector>
 
 #include "tests/support/numeric_kinds.h"
@@ -19,18 +18,6 @@ std::shared_ptr<KSNumercialDataFeature<T>> Calculated(const std::vector<T>& valu
 template <class T>
 class NumericFeature : public ::testing::Test {};
 TYPED_TEST_SUITE(NumericFeature, NumericTypes);
-
-TYPED_TEST(NumericFeature, OfOnePoint) {
-  const auto feature = Calculated<TypeParam>({TypeParam(7)});
-  EXPECT_EQ(feature->count, 1);
-  EXPECT_EQ(feature->zeroDeltaCount, 0);
-  EXPECT_EQ(feature->negativeDeltaCount, 0);
-  EXPECT_EQ(feature->maxDelta, 0);
-  EXPECT_EQ(feature->mean, 7);
-  EXPECT_EQ(feature->std, 0);
-  EXPECT_EQ(feature->lastPoint.time, 1001);
-  EXPECT_EQ(feature->lastPoint.value, TypeParam(7));
-}
 
 TYPED_TEST(NumericFeature, CountsDifferencesAndExtremes) {
   const auto feature = Calculated<TypeParam>(
@@ -51,21 +38,6 @@ TYPED_TEST(NumericFeature, CountsDifferencesAndExtremes) {
   EXPECT_NEAR(feature->std, std::sqrt((113 - 529.0 / 6) / 6), 1e-6);
 }
 
-TYPED_TEST(NumericFeature, OfFallingValuesHasNoLargestRise) {
-  const auto feature = Calculated<TypeParam>({TypeParam(9), TypeParam(5), TypeParam(-4)});
-  EXPECT_EQ(feature->maxDelta, 0);
-  EXPECT_EQ(feature->lastNegativeDelta, -9);
-}
-
-TYPED_TEST(NumericFeature, OfNothingStaysAsItIs) {
-  KSNumercialDataFeature<TypeParam> feature;
-  EXPECT_TRUE(feature.Calculate(HistoryOf<TypeParam>({})));
-  EXPECT_EQ(feature.count, 0);
-  EXPECT_EQ(feature.lastPoint.time, -1);
-  EXPECT_EQ(feature.std, 0);
-  EXPECT_TRUE(feature.valueCounts.empty());
-}
-
 TYPED_TEST(NumericFeature, RefusesAHistoryOfAnotherType) {
   using Other = std::conditional_t<std::is_same_v<TypeParam, float>, double, float>;
   KSNumercialDataFeature<TypeParam> feature;
@@ -83,11 +55,6 @@ TYPED_TEST(NumericFeature, AccumulatesWhenCalculatedTwice) {
   EXPECT_EQ(feature->negativeDeltaCount, 2);
   EXPECT_EQ(feature->valueCounts.at(TypeParam(2)), 4);
   EXPECT_EQ(feature->points.size(), 3U);
-}
-
-TYPED_TEST(NumericFeature, AroundZeroHasNoDeviation) {
-  EXPECT_TRUE(std::isnan(Calculated<TypeParam>({TypeParam(-3), TypeParam(3)})->std));
-  EXPECT_TRUE(std::isnan(Calculated<TypeParam>({TypeParam(0), TypeParam(0)})->std));
 }
 
 TEST(IntFeature, DifferencesWrapAround) {
@@ -111,43 +78,6 @@ TEST(IntFeature, MeanGoesThroughSinglePrecision) {
   EXPECT_GT(Calculated<std::int64_t>({16777217, 16777217})->std, 1.0);
   // And here below it: the terms are negative.
   EXPECT_TRUE(std::isnan(Calculated<std::int64_t>({16777219, 16777219})->std));
-}
-
-TEST(RealFeature, SmallDifferencesCountAsZero) {
-  // A difference of exactly the tolerance still is zero.
-  const auto same = Calculated<double>({0.0, 1e-5, 0.0});
-  EXPECT_EQ(same->zeroDeltaCount, 2);
-  EXPECT_EQ(same->maxDelta, 0);
-  EXPECT_EQ(same->valueCounts.size(), 2U);
-  const auto other = Calculated<double>({0.0, 1.1e-5, 0.0});
-  EXPECT_EQ(other->zeroDeltaCount, 0);
-  EXPECT_EQ(other->negativeDeltaCount, 1);
-  EXPECT_EQ(other->maxDelta, 1.1e-5);
-
-  const auto floats = Calculated<float>({0.0F, 1e-5F, 0.0F});
-  EXPECT_EQ(floats->zeroDeltaCount, 2);
-  // As doubles these lie 2e-13 farther apart than the single-precision tolerance.
-  const auto beyond = Calculated<float>({0.0F, std::nextafter(1e-5F, 1.0F)});
-  EXPECT_EQ(beyond->zeroDeltaCount, 0);
-}
-
-TEST(RealFeature, ALargerRiseCountsOnlyBeyondTheTolerance) {
-  const auto feature = Calculated<double>({0.0, 1.0, 2.000009, 3.1});
-  EXPECT_EQ(feature->maxDelta, 3.1 - 2.000009);
-  EXPECT_EQ(Calculated<double>({0.0, 1.0, 2.000009})->maxDelta, 1.0);
-}
-
-TEST(RealFeature, ExtremesFollowValuesWithinTheTolerance) {
-  const auto feature = Calculated<double>({5.0, 5.0 - 9e-6, 5.0 - 1.8e-5, 1.0, 1.0 + 9e-6});
-  EXPECT_EQ(feature->maxValue, 5.0 - 1.8e-5);
-  EXPECT_EQ(feature->minValue, 1.0 + 9e-6);
-}
-
-TEST(RealFeature, ValuesBeyondSinglePrecisionHaveNoFiniteMean) {
-  const auto feature = Calculated<double>({1e300, 1e300});
-  EXPECT_TRUE(std::isinf(feature->mean));
-  EXPECT_TRUE(std::isnan(feature->std));
-  EXPECT_EQ(feature->maxValue, 1e300);
 }
 
 }  // namespace

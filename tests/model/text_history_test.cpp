@@ -5,13 +5,10 @@
 #include <limits>
 #include <memory>
 #include <random>
-#include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "model/kshistorydata.h"
-#include "model/textfeature.h"
 #include "tests/support/odd_texts.h"
 #include "tests/support/text_points.h"
 #include "tests/support/text_second_reading.h"
@@ -115,34 +112,6 @@ TEST(StringHistory, RefusesWhatIsNoHistoryAndKeepsThePointsBeforeAFault) {
   }
 }
 
-TEST(StringHistory, KeepsEveryOddTextThroughItsOwnText) {
-  std::vector<SeenText> seen;
-  StrHisotryData history;
-  for (const std::string& odd : OddTexts()) {
-    seen.push_back({static_cast<std::int64_t>(seen.size()), odd, {}, {}, false});
-    history.AddData(StringPoint(seen.back().time, odd), 1000);
-  }
-  const std::string text = history.ToString();
-  EXPECT_EQ(text, plain::TextHistory(seen));
-  StrHisotryData read;
-  ASSERT_TRUE(read.FromString(text));
-  EXPECT_EQ(Content(read), Content(history));
-  EXPECT_EQ(read.ToString(), text);
-}
-
-TEST(StringHistory, KeepsAMegabyte) {
-  StrHisotryData history;
-  const std::string megabyte = MegabyteOfOddText();
-  for (int i = 0; i < 3; ++i) history.AddData(StringPoint(i, megabyte), 2);
-  StrHisotryData read;
-  ASSERT_TRUE(read.FromString(history.ToString()));
-  EXPECT_TRUE((Content(read) == Times{{1, megabyte}, {2, megabyte}}));
-  read.AddData(StringPoint(3, "short"), 2);
-  StrHisotryData again;
-  ASSERT_TRUE(again.FromString(read.ToString()));
-  EXPECT_TRUE((Content(again) == Times{{2, megabyte}, {3, "short"}}));
-}
-
 // Whichever texts it was read from, in its own layout or not, and whatever was added and
 // dropped since: the text is the one that its points give.
 TEST(StringHistory, WritesTheSameHoweverItCameToItsPoints) {
@@ -174,14 +143,6 @@ TEST(StringHistory, WritesTheSameHoweverItCameToItsPoints) {
     ASSERT_EQ(history.GetLastTime(), seen.empty() ? -1 : seen.back().time);
     ASSERT_EQ(history.GetDataCount(), static_cast<std::int32_t>(seen.size()));
   }
-}
-
-TEST(StringHistory, StaysSmallHoweverLongItIsUsed) {
-  StrHisotryData history;
-  for (int i = 0; i < 20000; ++i) history.AddData(StringPoint(i, "}\"\\"), 3);
-  EXPECT_EQ(history.ToString(), plain::TextHistory({{19997, "}\"\\", {}, {}, {}},
-                                                    {19998, "}\"\\", {}, {}, {}},
-                                                    {19999, "}\"\\", {}, {}, {}}}));
 }
 
 // ---- Tables
@@ -297,7 +258,7 @@ TEST(TableHistory, RefusesWrongKindsAndOtherHistories) {
 
 // ---- Both
 
-TEST(TextHistories, BoundTheirPointsAndTakeNoOthers) {
+TEST(TextHistories, TakeNoPointsOfOtherTypes) {
   StrHisotryData strings;
   TableHistoryData tables;
   EXPECT_EQ(strings.GetLastTime(), -1);
@@ -309,21 +270,6 @@ TEST(TextHistories, BoundTheirPointsAndTakeNoOthers) {
   // A table's point is not one of strings, though its digest is a string.
   EXPECT_EQ(tables.GetDataCount(), 0);
 
-  for (const auto& [present, most, left] : std::vector<std::tuple<int, int, int>>{{30, 30, 30},
-                                                                                  {30, 10, 10},
-                                                                                  {30, 31, 31},
-                                                                                  {30, 1, 1},
-                                                                                  {30, 0, 1},
-                                                                                  {30, -7, 1},
-                                                                                  {0, 0, 1}}) {
-    StrHisotryData history;
-    for (int i = 0; i < present; ++i) history.AddData(StringPoint(i, "v"), 100);
-    history.AddData(StringPoint(99, "new"), most);
-    EXPECT_EQ(history.GetDataCount(), left) << present << " " << most;
-    EXPECT_EQ(history.points().front().time, left == 1 ? 99 : present - left + 1);
-    EXPECT_EQ(history.GetLastTime(), 99);
-  }
-
   std::string text = "as it was";
   strings.GetDataValue(std::make_shared<KSDataPoint<double>>(1, 2.0), text);
   EXPECT_EQ(text, "as it was");
@@ -331,42 +277,6 @@ TEST(TextHistories, BoundTheirPointsAndTakeNoOthers) {
   EXPECT_EQ(text, "\"v");
   tables.GetDataValue(TablePoint({1, "digest", "{}", {}, false}), text);
   EXPECT_EQ(text, "digest");
-}
-
-TEST(TextFeatures, CountChangesAndOccurrences) {
-  struct Case {
-    std::vector<std::string> values;
-    float frequency;
-    std::map<std::string, std::int32_t> counts;
-  };
-  const std::vector<Case> cases = {
-      {{}, 0.0F, {}},
-      {{"a"}, 0.0F, {{"a", 1}}},
-      {{"a", "a", "b", "a"}, 2.0F / 3.0F, {{"a", 3}, {"b", 1}}},
-      {{"a", "A", "a "}, 1.0F, {{"a", 1}, {"A", 1}, {"a ", 1}}},
-      {{"", std::string(1, '\0'), ""}, 1.0F, {{"", 2}, {std::string(1, '\0'), 1}}},
-  };
-  for (const Case& c : cases) {
-    const auto strings = std::make_shared<StrHisotryData>();
-    const auto tables = std::make_shared<TableHistoryData>();
-    for (const std::string& value : c.values) {
-      strings->AddData(StringPoint(1, value), 100);
-      tables->AddData(TablePoint({1, value, "{}", {}, false}), 100);
-    }
-    KSStringDataFeature ofStrings;
-    KSTableDataFeature ofTables;
-    EXPECT_FALSE(ofStrings.Calculate(tables));
-    EXPECT_FALSE(ofTables.Calculate(strings));
-    EXPECT_FALSE(ofStrings.Calculate(nullptr));
-    ASSERT_TRUE(ofStrings.Calculate(strings));
-    ASSERT_TRUE(ofTables.Calculate(tables));
-    EXPECT_EQ(ofStrings.changeFrequency, c.frequency);
-    EXPECT_EQ(ofTables.changeFrequency, c.frequency);
-    EXPECT_EQ(ofStrings.count, static_cast<std::int32_t>(c.values.size()));
-    EXPECT_EQ(ofTables.count, ofStrings.count);
-    EXPECT_EQ(ofStrings.valueCounts, c.counts);
-    EXPECT_EQ(ofTables.valueCounts, c.counts);
-  }
 }
 
 }  // namespace

@@ -154,39 +154,6 @@ TEST(TextRuleData, IsLeftAloneByTextsThatAreNoParameter) {
   }
 }
 
-TEST(TextRuleData, IsOnlyEqualToItsOwnKind) {
-  const StrEqualData equal;
-  const StrEnumData several;
-  const TablMd5EqualData table;
-  EXPECT_FALSE(equal.IsEqual(&several));
-  EXPECT_FALSE(several.IsEqual(&table));
-  EXPECT_FALSE(table.IsEqual(&equal));
-  EXPECT_FALSE(table.IsEqual(nullptr));
-  TablMd5EqualData other;
-  other.hashSort = true;
-  other.hashColumns = {"a"};
-  EXPECT_TRUE(table.IsEqual(&other));
-  other.hashCmp = "d";
-  EXPECT_FALSE(table.IsEqual(&other));
-}
-
-TEST(TextRuleData, ClearsParameterAndGoldenValue) {
-  StrEnumData data;
-  data.values = {"up"};
-  data.golden = {7, "up"};
-  data.Clear();
-  EXPECT_EQ(data.ParamToString(), R"({"ruleParam":[]})");
-  EXPECT_EQ(data.GetGlodenValue(), "");
-  EXPECT_EQ(data.GetGlodenValueTime(), 0);
-  TablMd5EqualData table;
-  EXPECT_EQ(table.GetGlodenValueTime(), -1);
-  ASSERT_TRUE(table.ParseParam(R"({"hashCmp":"d","hashSort":true,"hashColumns":["a"]})"));
-  table.golden.time = 7;
-  table.Clear();
-  EXPECT_EQ(table.ParamToString(), R"({"hashCmp":"","hashSort":false,"hashColumns":[]})");
-  EXPECT_EQ(table.GetGlodenValueTime(), 0);
-}
-
 TEST(TextRules, IgnorePointsOfOtherTypes) {
   const auto number = std::make_shared<KSDataPoint<std::int64_t>>(5, 7);
   for (const std::shared_ptr<IRuleBase>& rule : std::vector<std::shared_ptr<IRuleBase>>{
@@ -202,42 +169,6 @@ TEST(TextRules, IgnorePointsOfOtherTypes) {
   }
   // The digest of a table is a text, but a string is no table.
   EXPECT_FALSE(RuleOf<KSTableMd5EqualRule>("")->CheckAlert(StringPoint(5, "digest")));
-}
-
-TEST(TextRules, GoOnWithAnEmptyHistoryWhenTheirsIsRefused) {
-  const std::string half =
-      R"({"dataType":4,"dataList":[{"liveTime":5,"dataValue":"up"},{"liveTime":6,"dataValue":[]}]})";
-  const std::string table = R"({"dataType":5,"dataList":[{"liveTime":5,"hashSort":"maybe"}]})";
-  struct Case {
-    std::shared_ptr<IRuleBase> rule;
-    std::string history;
-    std::string function;
-    std::string source;
-  };
-  for (const Case& c : std::vector<Case>{
-           {std::make_shared<KSStringEqualRule>(), half, "KSStringEqualRule::Init", ""},
-           {std::make_shared<KSStringEnumRule>(), half, "KSStringEnumRule::Init", ""},
-           {std::make_shared<KSStrNoEqualRule>(), "no history", "KSStrNoEqualRule::Init", ""},
-           {std::make_shared<KSStrRegexRule>(), half, "KSStrRegexRule::Init", "ksstrregexrule"},
-           {std::make_shared<KSTableMd5EqualRule>(), table, "KSTableMd5EqualRule::Init",
-            "kstablemd5equalrule"}}) {
-    const LogCapture log;
-    c.rule->Init(Definition("{}", c.history), "no such domain");
-    const auto lines = log.Lines();
-    ASSERT_EQ(lines.size(), 1U) << c.function;
-    EXPECT_EQ(lines[0].message, "Failed to load history data: " + c.history);
-    EXPECT_EQ(lines[0].level, kLogError);
-    EXPECT_EQ(lines[0].module, "FS_Keelstone");
-    EXPECT_EQ(lines[0].function, c.function);
-    if (!c.source.empty()) {
-      EXPECT_EQ(lines[0].source, c.source);
-    }
-    ASSERT_NE(c.rule->GetRuleData(), nullptr);
-    ASSERT_NE(c.rule->GetHistoryData(), nullptr);
-    EXPECT_EQ(c.rule->GetHistoryData()->GetDataCount(), 0);
-    EXPECT_NE(c.rule->GetDataFeature(), nullptr);
-    EXPECT_EQ(c.rule->GetRuleDefineData()->history, "");
-  }
 }
 
 // ---- Regular expressions that do not work out
@@ -304,30 +235,6 @@ constexpr const char* kTable =
 std::shared_ptr<KSTableDataPoint> TableAt(std::int64_t time, const std::string& digest,
                                           const std::string& table = kTable) {
   return TablePoint(plain::SeenText{time, digest, table, {"via", "prefix"}, true});
-}
-
-TEST(TableRule, ComparesDigestsByteForByteAndNothingElse) {
-  const auto rule =
-      RuleOf<KSTableMd5EqualRule>(R"({"hashCmp":"0cc1","hashSort":true,"hashColumns":["a"]})");
-  for (const auto& [digest, breaks] : std::vector<Judged>{
-           {"0cc1", false}, {"0CC1", true}, {"0cc1 ", true}, {"0cc1\n", true}, {"", true}}) {
-    EXPECT_EQ(rule->CheckAlert(TableAt(5, digest)), breaks) << digest;
-  }
-  EXPECT_FALSE(rule->CheckAlert(TableAt(5, "0cc1", "{}")));
-}
-
-TEST(TableRule, TakesAsGoldenWhatHasTheGoldenDigest) {
-  const auto rule =
-      RuleOf<KSTableMd5EqualRule>(R"({"hashCmp":"d","hashSort":true,"hashColumns":["a"]})");
-  // A stored rule knows the digest that it expects, but no golden table yet.
-  EXPECT_FALSE(rule->CheckGoldenValue(TableAt(5, "d")));
-  dynamic_cast<TablMd5EqualData&>(*rule->GetRuleData()).golden = *TableAt(4, "e");
-  EXPECT_FALSE(rule->CheckGoldenValue(TableAt(5, "d")));
-  EXPECT_EQ(rule->GetRuleKSValueTime(), 4);
-  EXPECT_TRUE(rule->CheckGoldenValue(TableAt(6, "e", "{}")));
-  EXPECT_EQ(rule->GetRuleKSValueTime(), 6);
-  EXPECT_EQ(rule->GetRuleKSValue(),
-            R"({"hashCmp":"e","hashSort":true,"hashColumns":["prefix","via"]})");
 }
 
 TEST(TableGoldenValue, IsTheTableWithItsDigestAdded) {
@@ -474,61 +381,6 @@ TEST_F(TextLearning, ChoosesTheKindBySteadinessAndNumber) {
     EXPECT_EQ(rule->GetRuleParam(), c.param) << about;
     EXPECT_EQ(rule->GetRuleKSValueTime(), c.goldenTime) << about;
   }
-}
-
-TEST_F(TextLearning, NeverTakesAFrequencyAtTheLimitForSteady) {
-  // 33 changes in 100 steps are the limit itself in single precision.
-  std::vector<std::string> values(35, "a");
-  for (int change = 1; change <= 33; ++change) {
-    const std::string next = change % 2 == 1 ? "b" : "a";
-    values.insert(values.end(), 2, next);
-  }
-  ASSERT_EQ(values.size(), 101U);
-  auto rule = Learn(values);
-  ASSERT_NE(rule, nullptr);
-  EXPECT_EQ(rule->GetType(), kStrEnum);
-  values.push_back(values.back());
-  rule = Learn(values);
-  ASSERT_NE(rule, nullptr);
-  EXPECT_EQ(rule->GetType(), kStrEqual);
-}
-
-TEST_F(TextLearning, KeepsTheWholeGoldenTable) {
-  const auto rule = Learn({"d", "d", "d", "d"}, true);
-  ASSERT_NE(rule, nullptr);
-  EXPECT_EQ(rule->GetType(), kTableMd5);
-  EXPECT_TRUE(updated_);
-  EXPECT_EQ(rule->GetRuleParam(),
-            R"({"hashCmp":"d","hashSort":true,"hashColumns":["prefix","via"]})");
-  JsonValue golden;
-  ASSERT_TRUE(JsonReader::Parse(rule->GetRuleKSValue(), golden));
-  EXPECT_EQ(golden["rows"][1][0].asDouble(), 1.5);
-  EXPECT_EQ(golden["hashCmp"].asString(), "d");
-  EXPECT_EQ(Learn({"d", "d", "d"}, true), nullptr);
-  EXPECT_EQ(Learn({"d", "e", "d", "e", "d", "e", "d", "e", "d", "e", "d"}, true), nullptr);
-}
-
-TEST_F(TextLearning, TakesNoHistoryOfAnotherTypeAndNoUnknownDomain) {
-  const auto history = std::make_shared<StrHisotryData>();
-  for (int i = 0; i < 12; ++i) history->AddData(StringPoint(i, "a"), 100);
-  const auto feature = std::make_shared<KSStringDataFeature>();
-  feature->Calculate(history);
-  auto* const manager = KSRuleAlgMgr::Instance();
-  const auto definition = Definition("");
-  EXPECT_EQ(
-      manager->CalculateRule(definition, history, feature, KSDataTable, domain_.id(), KSAlgTable),
-      nullptr);
-  EXPECT_EQ(
-      manager->CalculateRule(definition, history, nullptr, KSDataString, domain_.id(), KSAlgString),
-      nullptr);
-  EXPECT_EQ(
-      manager->CalculateRule(definition, nullptr, feature, KSDataString, domain_.id(), KSAlgString),
-      nullptr);
-  // Rules of strings are made for every data type, and read strings whatever it is.
-  EXPECT_NE(manager->GetRuleByType(KSAlgNumerical, kStrEqual, KSDataInt64), nullptr);
-  EXPECT_NE(
-      manager->CalculateRule(definition, history, feature, KSDataInt64, domain_.id(), KSAlgString),
-      nullptr);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/support/file_text.h"
 #include "tests/support/temp_root.h"
 
 namespace keelstone {
@@ -107,14 +106,6 @@ TEST_F(CppSQLite3Test, NumbersAndNullsAreRead) {
   EXPECT_EQ(ErrorOf([&] { (void)row.getIntField(0); }), SQLITE_MISUSE);
 }
 
-TEST_F(CppSQLite3Test, CountsTheRowsThatItsOwnStatementChanged) {
-  EXPECT_EQ(db_.execDML("insert into T (text) values ('a'), ('b'), ('c')"), 3);
-  EXPECT_EQ(db_.execDML("begin transaction;"), 0);
-  EXPECT_EQ(db_.execDML("update T set text = 'd' where id > 1"), 2);
-  EXPECT_EQ(db_.execDML("delete from T where id = 99"), 0);
-  EXPECT_EQ(db_.execDML("commit transaction;"), 0);
-}
-
 TEST_F(CppSQLite3Test, StatementRunsAgainAfterAnError) {
   db_.execDML("create unique index once on T (text)");
   CppSQLite3Statement insert = Insert();
@@ -143,16 +134,6 @@ TEST_F(CppSQLite3Test, QuotedTextThatNamesNoColumnIsALiteral) {
   db_.execDML("insert into T (text, n) values (\"bgp\", 1)");
   EXPECT_EQ(db_.execDML("delete from T where text in (\"ospf\")"), 0);
   EXPECT_EQ(db_.execDML("delete from T where text in (\"bgp\")"), 1);
-}
-
-TEST_F(CppSQLite3Test, TableExistsMeansThatTable) {
-  EXPECT_TRUE(db_.tableExists("T"));
-  EXPECT_TRUE(db_.tableExists("t"));
-  EXPECT_FALSE(db_.tableExists("T%"));
-  EXPECT_FALSE(db_.tableExists("_"));
-  EXPECT_FALSE(db_.tableExists(""));
-  db_.execDML("create view V as select 1");
-  EXPECT_FALSE(db_.tableExists("V"));
 }
 
 TEST_F(CppSQLite3Test, FaultySqlIsNamed) {
@@ -206,14 +187,6 @@ TEST_F(CppSQLite3Test, ModesDoWhatTheySay) {
   EXPECT_TRUE(db.tableExists("T"));
   EXPECT_EQ(ErrorOf([&] { db.execDML("insert into T (text) values ('x')"); }) & 0xFF,
             SQLITE_READONLY);
-}
-
-TEST_F(CppSQLite3Test, FileThatIsNoDatabaseThrows) {
-  const std::filesystem::path path = root_.path() / "text.db";
-  testing::WriteFile(path, std::string(4096, 'x'));
-  CppSQLite3DB db;
-  db.open(path.string());
-  EXPECT_EQ(ErrorOf([&] { (void)db.tableExists("T"); }), SQLITE_NOTADB);
 }
 
 TEST_F(CppSQLite3Test, StatementMayOutliveTheConnection) {

@@ -172,14 +172,6 @@ TEST_F(IniReaderTest, SetIntChangesOneValueAndNothingElse) {
   }
 }
 
-TEST_F(IniReaderTest, SetIntMakesFolderAndFileAndLeavesNothingBeside) {
-  EXPECT_TRUE(IniReader::SetInt("Keelstone", "Key", INT32_MIN, "a.ini"));
-  EXPECT_TRUE(IniReader::SetInt("Keelstone", "Key", INT32_MAX, "a.ini"));
-  EXPECT_EQ(Get("Key"), INT32_MAX);
-  const std::filesystem::directory_iterator files(root_.path() / "conf");
-  EXPECT_EQ(std::distance(begin(files), end(files)), 1);
-}
-
 TEST_F(IniReaderTest, SetIntKeepsRightsAndLinks) {
   using std::filesystem::perms;
   const auto real = root_.path() / "elsewhere/real.ini";

@@ -86,22 +86,6 @@ TEST_F(LoggerTest, LoggingLeavesErrnoAlone) {
   EXPECT_EQ(errno, ERANGE);
 }
 
-TEST_F(LoggerTest, CallbackTakesThePlaceOfTheFile) {
-  {
-    const LogCapture log;
-    Say(kLogNotice, "to the host");
-    ASSERT_EQ(log.Lines().size(), 1U);
-    EXPECT_EQ(log.Lines()[0].module, "FS_Keelstone");
-    EXPECT_EQ(log.Lines()[0].function, "Some::Function");
-    EXPECT_EQ(log.Lines()[0].source, "some");
-    EXPECT_EQ(log.Lines()[0].level, kLogNotice);
-    EXPECT_FALSE(std::filesystem::exists(root_.path() / "log")) << "made without need";
-  }
-  Say(kLogNotice, "to the file");
-  EXPECT_THAT(Written(), HasSubstr("to the file"));
-  EXPECT_THAT(Written(), ::testing::Not(HasSubstr("to the host")));
-}
-
 TEST_F(LoggerTest, CallbackMayLogThrowAndReplaceItself) {
   std::vector<std::string> heard;
   Logger::Instance().SetCallback([&heard](const LogLine& line) {
@@ -130,20 +114,6 @@ TEST_F(LoggerTest, ProcessThatReturnsFromMainHasAllItsLinesInTheFile) {
   };
   EXPECT_EXIT(speakAndLeave(), ::testing::ExitedWithCode(0), "");
   EXPECT_THAT(FileText(root_.path() / "log/keelstone.log"), HasSubstr("last words\n"));
-}
-
-TEST_F(LoggerTest, FileFollowsTheRootFolder) {
-  Say(kLogInformation, "first");
-  {
-    const TempRoot other;
-    Say(kLogInformation, "second");
-    Logger::Instance().Flush();
-    EXPECT_THAT(FileText(other.path() / "log/keelstone.log"), HasSubstr("second"));
-  }
-  VXFileSystem::SetSystemRootFolder(root_.path().string());
-  Say(kLogInformation, "third");
-  EXPECT_THAT(Written(), ::testing::AllOf(HasSubstr("first"), HasSubstr("third")));
-  EXPECT_THAT(Written(), ::testing::Not(HasSubstr("second")));
 }
 
 TEST_F(LoggerTest, FileThatCannotBeWrittenDisturbsNobodyAndComesBack) {

@@ -123,16 +123,6 @@ TEST(Numbers, TooLargeAndTooSmallAreToldApart) {
   EXPECT_EQ(LeadingDouble("0." + manyZeros + "1e2001"), 1.0);
 }
 
-TEST(Numbers, WholeNumbersSaturate) {
-  EXPECT_EQ(AtollSaturated("9223372036854775807"), kMax64);
-  EXPECT_EQ(AtollSaturated("9223372036854775808"), kMax64);
-  EXPECT_EQ(AtollSaturated("-9223372036854775808"), kMin64);
-  EXPECT_EQ(AtollSaturated("-99999999999999999999999"), kMin64);
-  EXPECT_EQ(AtoiLow32("9999999999"), 1410065407);
-  EXPECT_EQ(AtoiLow32("99999999999999999999"), -1);
-  EXPECT_EQ(AtoiLow32("2147483648"), std::numeric_limits<std::int32_t>::min());
-}
-
 TEST(Numbers, NarrowingSaturates) {
   EXPECT_EQ(SaturateToInt64(9223372036854775808.0), kMax64);
   EXPECT_EQ(SaturateToInt64(9223372036854774784.0), 9223372036854774784);

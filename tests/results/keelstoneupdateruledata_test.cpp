@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/json_reader.h"
 #include "tests/support/log_capture.h"
@@ -82,30 +81,6 @@ TEST(ResultItems, AreWrittenInTheirOrderAndReadBack) {
   again(KSAlertData(), kAlertText);
 }
 
-TEST(ResultItems, StartWithTheirDefaults) {
-  EXPECT_EQ(KSRuleUpdateResultItem().ToJsonValue()["nVariableSourceType"].asInt(), 2);
-  EXPECT_EQ(KSRuleUpdateResultItem().ToJsonValue()["nVariableType"].asInt(), -1);
-  EXPECT_EQ(KSRuleUpdateResultItem().ToJsonValue()["nOperateType"].asInt(), 0);
-  const KSValueUpdateResultItem value;
-  EXPECT_EQ(value.nRuleId, -1);
-  EXPECT_EQ(value.nVariableType, -1);
-  EXPECT_EQ(value.nValueTime, -1);
-  EXPECT_EQ(value.nVariableSourceType, 2);
-}
-
-TEST(ResultItems, ReadMissingMembersAsNothing) {
-  KSRuleUpdateResultItem rule = RuleItem();
-  EXPECT_TRUE(rule.LoadFromJson(Parsed("{}")));
-  EXPECT_EQ(rule.nVariableSourceType, 0);
-  EXPECT_EQ(rule.nVariableType, 0);
-  EXPECT_EQ(rule.strRuleAlgParam, "");
-  KSAlertData alert = Alert();
-  EXPECT_TRUE(alert.LoadFromJson(Parsed(R"({"VariableName":"other","ParserParam":{"a":[1]}})")));
-  EXPECT_EQ(alert.GetVaraibleName(), "");  // the key is spelled otherwise
-  EXPECT_EQ(alert.GetLiveTime(), 0);
-  EXPECT_EQ(alert.GetParserParam().toString(), R"({"a":[1]})");
-}
-
 TEST(ResultItems, StayAsTheyAreWhenAMemberIsRefused) {
   KSValueUpdateResultItem value = ValueItem();
   EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"strNodeId":"other","nRuleId":"x"})")));
@@ -113,24 +88,6 @@ TEST(ResultItems, StayAsTheyAreWhenAMemberIsRefused) {
   EXPECT_FALSE(value.LoadFromJson(Parsed("[]")));
   EXPECT_EQ(value.ToJsonString(), kValueText);
   EXPECT_TRUE(value.LoadFromJson(Parsed(R"({"nValueTime":-9223372036854775808})")));
-}
-
-TEST(ResultItems, TakeADefinitionOver) {
-  RuleDefinitionData definition(6, 3, "param text", "def source", "def name", 25, "def param");
-  KSRuleUpdateResultItem rule = RuleItem();
-  rule.SetRuleDefinition(definition);
-  EXPECT_EQ(rule.ToJsonString(),
-            R"({"nRuleId":6,"strRuleAlgParam":"{\"ruleParam\":5}","nVariableSourceType":3,)"
-            R"("nVariableType":25,"strVariableParam":"def param","strVariableName":"def name",)"
-            R"("strNodeId":"node","strInterfaceName":"if","strVariableSource":"def source",)"
-            R"("strDeviceName":"device","strInterfacePath":"path","strNodePathSchema":"schema",)"
-            R"("nOperateType":0})");
-  KSValueUpdateResultItem value = ValueItem();
-  value.SetRuleDefinition(definition);
-  EXPECT_EQ(value.nRuleId, 6);
-  EXPECT_EQ(value.nVariableType, 25);
-  EXPECT_EQ(value.strVariableName, "def name");
-  EXPECT_EQ(value.strJsonValue, "5");
 }
 
 class ResultContainer : public ::testing::Test {
@@ -172,17 +129,6 @@ TEST_F(ResultContainer, IsEmptiedByLoading) {
   EXPECT_TRUE(results_.GetKSAlertResults().empty());
   EXPECT_FALSE(results_.LoadFromJson(Parsed(R"({"ruleItems":[{},{"nRuleId":[]}]})")));
   EXPECT_TRUE(results_.GetKSRuleUpdateResults().empty());
-}
-
-TEST_F(ResultContainer, TakesANewDeviceId) {
-  Fill();
-  results_.ReSetDeviceID("other", {"t1", "t2"});
-  EXPECT_EQ(results_.GetKSRuleUpdateResults()[0]->strNodeId, "other");
-  EXPECT_EQ(results_.GetKSValueUpdateResults()[0]->strNodeId, "other");
-  for (const auto& alert : results_.GetKSAlertResults()) {
-    EXPECT_EQ(alert->GetNodeId(), "other");
-    EXPECT_EQ(alert->GetTaskIds(), (std::vector<std::string>{"t1", "t2"}));
-  }
 }
 
 TEST_F(ResultContainer, RefusesTextsBeyondTheLimit) {

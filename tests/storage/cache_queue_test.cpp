@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -107,19 +106,6 @@ TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
   queue.SetKSObjectRuleSql(table);
   EXPECT_EQ(History("nobody"), "none");
   EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
-}
-
-TEST_F(CacheQueue, KeysComeInOrderAndHistoryKeysCanBeTakenOneByOne) {
-  for (const char* device : {"a", "b", "c"}) queue.PutHistoryKey(Key(device));
-  queue.PutHistoryKey(nullptr);
-  queue.PutHistoryKey(std::make_shared<UnitKey>("x$", "y", ""));  // could be read as "x", "$y"
-  EXPECT_EQ(queue.GetHistoryKey()->deviceName, "a");
-  std::vector<std::shared_ptr<UnitKey>> keys;
-  EXPECT_EQ(queue.GetHistoryKeys(keys), 2);
-  EXPECT_EQ(keys.back()->deviceName, "c");
-  queue.PutHistoryKey(Key("d"));
-  queue.ClearHistoryKey();
-  EXPECT_EQ(queue.GetHistoryKey(), nullptr);
 }
 
 TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAheadInFewQueries) {

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <thread>
 
 #include "calc/rulesettings.h"
@@ -13,7 +12,6 @@
 namespace keelstone::testing {
 namespace {
 
-using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
 std::string HistoryCountSetting(int count) {
@@ -99,39 +97,6 @@ TEST(DomainRuleSettingsDoor, NoThreadKeepsOldSettingsAfterAReload) {
     loaded = i;
   }
   for (std::thread& reader : readers) reader.join();
-}
-
-TEST(DataManager, ForwardsByMeaningAndLoadsAgainOnDemand) {
-  const TempRoot root;
-  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("forward");
-  RuleDefinitionData out;
-  EXPECT_EQ(manager->GetRuleDefinitionData(out, "v", "s", "p", kVariableSourceParser), 2);
-  MakeDataTable(DomainFile(kDbVariableRule, "forward"), "KSVariableRule",
-                {R"({"variableSource":"s","variableName":"v","param":"p"})"});
-  MakeDataTable(DomainFile(kDbBlockSetting, "forward"), "KSBlockSetting",
-                {R"({"nodes":[{"deviceName":"d"}],"blockTimeStart":1,"blockTimeEnd":2})"});
-  manager->InvalidateKSVariableRuleCaches();
-  manager->InvalidateKSBlockSettingCaches();
-  manager->InvalidateKSObjectRuleCaches();
-  EXPECT_EQ(manager->GetRuleDefinitionData(out, "v", "s", "p", kVariableSourceParser), -1);
-  EXPECT_TRUE(manager->IsExistRuleDefinition("v", "s", kVariableSourceParser));
-  EXPECT_FALSE(manager->IsExistRuleDefinition("s", "v", kVariableSourceParser));
-  EXPECT_TRUE(manager->AddRuleDefinitions({{kRuleTypeNone, 2, "", "t", "w", 1, ""}}));
-  EXPECT_TRUE(manager->IsExistRuleDefinition("w", "t", kVariableSourceParser));
-  std::vector<std::pair<std::int64_t, std::int64_t>> periods;
-  const ObjectDefine device = Object("d");
-  EXPECT_EQ(manager->GetBlockTimeByObjectId(periods, &device), 1);
-
-  MakeRuleTable("forward");
-  EXPECT_EQ(manager->SetRuleAlgParam({{"v", Definition("p", "h")}}, &device, "s", "p",
-                                     kVariableSourceParser),
-            -1);
-  const LogCapture log(kLogInformation);
-  DevParserHistory texts;
-  EXPECT_EQ(manager->GetRuleHistoryData(texts, &device, "s", "p", kVariableSourceParser), -1);
-  EXPECT_EQ(texts[""]["v"], "h");
-  EXPECT_THAT(log.Messages("Performance").back(),
-              HasSubstr("KSDataManager :: GetRuleHistoryData - out out Cost "));
 }
 
 }  // namespace

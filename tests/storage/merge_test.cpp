@@ -1,9 +1,6 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
-#include <memory>
 #include <thread>
 
 #include "platform/interface_translator.h"
@@ -16,7 +13,6 @@
 namespace keelstone::testing {
 namespace {
 
-using ::testing::HasSubstr;
 namespace fs = std::filesystem;
 
 FSKSDataSyncManager* const manager = FSKSDataSyncManager::Instance();
@@ -50,17 +46,6 @@ TEST_F(Merge, EverySettingsDatabaseIsReplacedAndReadAnew) {
   deliver(kDbInterfaceType, "KSInterfaceType", R"({"name":"Gi0/1","alias":"GigabitEthernet0/1"})",
           &FSKSDataSyncManager::MergeInterfaceType);
   EXPECT_EQ(InterfaceTranslator::Instance()->Translate(domain, "Gi0/1"), "GigabitEthernet0/1");
-}
-
-TEST_F(Merge, WithoutTheFlagTheDomainKeepsWhatItHasRead) {
-  const auto data = KSDomainDataManager::Instance()->GetKSDataManager(domain);
-  const std::string from = MakeSettings(
-      "delivered.db", R"({"name":"KSTableCountLimit","value":17})", 1, "KSGlobalSetting");
-  EXPECT_TRUE(
-      manager->MergeGlobalSetting(from, DomainFile(kDbGlobalSetting, domain), domain, false));
-  EXPECT_EQ(data->GetTableLimitcount(), 5000);
-  manager->InvalidateKSGlobalSettingCaches(domain);
-  EXPECT_EQ(data->GetTableLimitcount(), 17);
 }
 
 TEST_F(Merge, ASourceThatCannotBeTakenOverChangesNothing) {
@@ -243,19 +228,6 @@ class MergeRules : public Merge {
 
   std::string to = DomainFile(kDbObjectRule, domain);
 };
-
-TEST_F(MergeRules, ASourceRowReplacesTheRowOfItsKeyAndOthersStay) {
-  Execute(to, {kCreateRuleTable, Row("both", "own"), Row("own", "own")});
-  Execute(Path("in.db"), {kCreateRuleTable, Row("both", "delivered"), Row("new", "delivered")});
-  const LogCapture log(kLogInformation);
-  ASSERT_TRUE(MergeFrom(Path("in.db")));
-  EXPECT_TRUE(log.Has("Start Merge KSObjectRule db."));
-  EXPECT_EQ(Count(), "3");
-  EXPECT_EQ(Param("both"), "delivered");
-  EXPECT_EQ(Param("new"), "delivered");
-  EXPECT_EQ(Param("own"), "own");
-  EXPECT_FALSE(fs::exists(DomainFile(kDbObjectHistory, domain)));
-}
 
 TEST_F(MergeRules, ADomainWithoutADatabaseGetsFileTableAndAllColumns) {
   Execute(

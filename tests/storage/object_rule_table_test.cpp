@@ -13,7 +13,6 @@ namespace keelstone::testing {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 class ObjectRuleTable : public ::testing::Test {
@@ -72,17 +71,6 @@ TEST_F(ObjectRuleTable, ColumnsHoldWhatTheSchemaSays) {
             "d|eth0|source|param|v|2|h");
 }
 
-TEST_F(ObjectRuleTable, EmptyTextsKeepThePrimaryKey) {
-  MakeRules();
-  ObjectRuleData row{{{"", Definition("a", "one")}}, ObjectDefine{}, "", "", 2};
-  table.SetRuleAlgParam({row});
-  row.definitions[""] = Definition("b", "two");
-  table.SetRuleAlgParam({row});
-  EXPECT_EQ(CountRules(), "1");
-  EXPECT_EQ(CountHistories(), "1");
-  EXPECT_EQ(Ask(rules, "select ruleAlgParameter from KSObjectRule where interfaceValue=''"), "b");
-}
-
 TEST_F(ObjectRuleTable, WritesCommitEvery600Rows) {
   table.SetRuleHistoryData({HistoryRow("d", "first", "x")});  // makes the table
   const FaultyVfs vfs;
@@ -109,18 +97,6 @@ TEST_F(ObjectRuleTable, HistoryOfOneInterfaceIsFiledUnderTheEmptyOne) {
   out.clear();
   EXPECT_EQ(table.GetRuleHistoryData(out, &port, "source", "param", kVariableSourceParser), -1);
   EXPECT_EQ(out, (DevParserHistory{{"", {{"v", "of a"}}}}));
-}
-
-TEST_F(ObjectRuleTable, RulesByDeviceAreAlwaysOfParsers) {
-  MakeRules();
-  table.SetRuleAlgParam({RuleRow("d", "v", Definition("p"), "a")});
-  const ObjectDefine device = Object("d");
-  DevParserRule out;
-  EXPECT_EQ(
-      table.GetRuleDefinitionDataByDev(out, &device, "source", "param", kVariableSourceUnknown),
-      -1);
-  ASSERT_EQ(out.count("a"), 1U);
-  EXPECT_EQ(out["a"].at("v")->ruleParam, "p");
 }
 
 TEST_F(ObjectRuleTable, DeletesWithoutRulesLeaveHistoriesAlone) {
@@ -219,38 +195,6 @@ TEST_F(ObjectRuleTable, BulkReadsTakeAnyNumberOfKeys) {
     }
     EXPECT_THAT(log.Lines(), IsEmpty());
   }
-}
-
-TEST_F(ObjectRuleTable, BulkWriterIsReachedThroughTheVirtualTable) {
-  struct Recorder : KSObjectRuleSql {
-    using KSObjectRuleSql::KSObjectRuleSql;
-    int SetRuleHistoryData(const std::vector<ObjectRuleHistoryData>& rows) override {
-      recorded += static_cast<int>(rows.size());
-      return -1;
-    }
-    int recorded = 0;
-  } recorder("/FSParserData");
-  recorder.InitDB("domain");
-  MakeRules();
-  recorder.SetRuleAlgParam({RuleRow("d", "v", Definition("p", "h"))});
-  EXPECT_EQ(recorder.recorded, 1);
-}
-
-TEST_F(ObjectRuleTable, TimersLogInnermostFirstAndOutsideTheDatabaseLock) {
-  table.SetRuleHistoryData({HistoryRow("d", "v", "h")});
-  const ObjectDefine device = Object("d");
-  int depth = 0;
-  const LogCapture log(kLogInformation, [&](const LogCapture::Line&) {
-    if (depth++ > 0) return;
-    DevParserHistory out;
-    table.GetRuleHistoryData(out, &device, "source", "param", kVariableSourceParser);
-  });
-  DevParserHistory out;
-  table.GetRuleHistoryData(out, &device, "source", "param", kVariableSourceParser);
-  const auto lines = log.Messages("Performance");
-  ASSERT_EQ(lines.size(), 4U);
-  EXPECT_THAT(lines.front(), HasSubstr("KSObjectRuleSql :: GetRuleHistoryData - out Cost "));
-  EXPECT_THAT(lines.back(), HasSubstr("KSObjectRuleSql :: GetRuleHistoryData Cost "));
 }
 
 }  // namespace

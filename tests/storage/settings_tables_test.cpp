@@ -118,11 +118,6 @@ TEST_F(VariableRules, AddedDefinitionsAreFoundAtOnceAndAfterReading) {
   }
 }
 
-TEST_F(VariableRules, AddingNothingTouchesNoFile) {
-  EXPECT_TRUE(table.AddRuleDefinitions({}));
-  EXPECT_FALSE(std::filesystem::exists(root.path() / "data"));
-}
-
 // ---- Block periods
 
 using BlockSettings = SettingsTable<KSBlockSettingSql>;

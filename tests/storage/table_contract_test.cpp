@@ -73,13 +73,6 @@ class TableContract : public ::testing::Test {
 using Cases = ::testing::Types<GlobalCase, VariableCase, BlockCase, ObjectCase>;
 TYPED_TEST_SUITE(TableContract, Cases);
 
-TYPED_TEST(TableContract, ResolvesItsFileBelowDataAndSubPath) {
-  EXPECT_EQ(this->table.GetDomainId(), "domain");
-  EXPECT_EQ(std::filesystem::path(this->table.GetDBFile(TypeParam::kDbType)).parent_path(),
-            this->root.path() / "data/FSParserData/domain");
-  EXPECT_EQ(this->table.GetDBFile(4711), "");
-}
-
 TYPED_TEST(TableContract, MissingFileIsAnsweredAndNotMade) {
   const LogCapture log(kLogNotice);
   EXPECT_EQ(TypeParam::Read(this->table), TypeParam::kNoFile);
