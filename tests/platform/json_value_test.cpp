@@ -35,6 +35,26 @@ std::optional<Result> Try(const JsonValue& value, Result (JsonValue::*convert)()
   }
 }
 
+TEST(JsonValue, ObjectsKeepTheOrderOfInsertion) {
+  JsonValue object;
+  object["b"] = 1;
+  object["a"] = 2;
+  object["b"] = 3;
+  EXPECT_EQ(object.toString(), R"({"b":3,"a":2})");
+  EXPECT_TRUE(object.removeMember("b"));
+  EXPECT_FALSE(object.removeMember("b"));
+  object["b"] = 4;
+  EXPECT_EQ(object.toString(), R"({"a":2,"b":4})");
+  object.clear();
+  EXPECT_TRUE(object.isObject() && object.empty());
+}
+
+TEST(JsonValue, ACopySharesUntilItIsWritten) {
+  const JsonValue original = Parsed(R"({"s":"a string that is not short enough to be inline"})");
+  const JsonValue copy = original;
+  EXPECT_EQ(&copy["s"].stringRef(), &original["s"].stringRef());
+}
+
 TEST(JsonValue, ConvertsOrRefusesByKindAndRange) {
   struct Case {
     JsonValue value;
