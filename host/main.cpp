@@ -3,9 +3,11 @@
 #include <iostream>
 
 #include "host/block_command.h"
+#include "host/clean_command.h"
 #include "host/evaluate_command.h"
 #include "host/exit_codes.h"
 #include "host/init_command.h"
+#include "host/merge_command.h"
 #include "host/output_writer.h"
 #include "host/rule_command.h"
 #include "host/rules_command.h"
@@ -42,6 +44,10 @@ int RunProgram(int argc, char** argv) {
   AddBlockCommand(program, block);
   SettingsOptions settings;
   AddSettingsCommand(program, settings);
+  MergeOptions merge;
+  AddMergeCommand(program, merge);
+  CleanOptions clean;
+  AddCleanCommand(program, clean);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -67,6 +73,14 @@ int RunProgram(int argc, char** argv) {
   if (const CLI::App* group = program.get_subcommand("settings"); group->parsed()) {
     Apply(settings.common);
     return group->got_subcommand("get") ? RunSettingsGet(settings) : RunSettingsSet(settings);
+  }
+  if (program.got_subcommand("merge")) {
+    Apply(merge.common);
+    return RunMerge(merge);
+  }
+  if (program.got_subcommand("clean")) {
+    Apply(clean.common);
+    return RunClean(clean);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);
