@@ -221,7 +221,7 @@ int RunBlockList(const BlockOptions& options) {
   std::vector<BlockPeriod> periods;
   try {
     CppSQLite3DB db;
-    db.open(DomainFile(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
     periods = ReadPeriods(db);
   } catch (const CppSQLite3Exception& error) {
     return Fail(kListName, error.what(), kExitUnusable);
@@ -238,7 +238,7 @@ int RunBlockAdd(const BlockOptions& options) {
   if (!fault.empty()) return Fail(kAddName, fault, kExitUnusable);
   try {
     CppSQLite3DB db;
-    db.open(DomainFile(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
+    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
     db.execDML("begin immediate transaction;");
     period.id = Insert(db, RowText(period));
     db.execDML("commit transaction;");
@@ -256,7 +256,7 @@ int RunBlockRemove(const BlockOptions& options) {
   std::vector<BlockPeriod> periods;
   try {
     CppSQLite3DB db;
-    db.open(DomainFile(kDbBlockSetting, options.common.domain),
+    db.open(DomainDatabase(kDbBlockSetting, options.common.domain),
             options.dryRun ? CppSQLite3DB::Mode::kReadOnly : CppSQLite3DB::Mode::kReadWrite);
     if (!options.dryRun) db.execDML("begin immediate transaction;");
     periods = Choose(db, {options.ids.begin(), options.ids.end()}, fault);

@@ -114,10 +114,10 @@ void ForEachGone(const std::string& file, const char* table, const SourceSet& ke
 /// What is there of sources that are not to be kept, without changing it.
 SourceMap FindGone(const std::string& domainId, const SourceSet& kept) {
   SourceMap found;
-  ForEachGone(DomainFile(kDbObjectRule, domainId), "KSObjectRule", kept,
+  ForEachGone(DomainDatabase(kDbObjectRule, domainId), "KSObjectRule", kept,
               [&](const std::string& source, std::int64_t count) { found[source].rules = count; });
   ForEachGone(
-      DomainFile(kDbObjectHistory, domainId), "KSObjectHistory", kept,
+      DomainDatabase(kDbObjectHistory, domainId), "KSObjectHistory", kept,
       [&](const std::string& source, std::int64_t count) { found[source].histories = count; });
   return found;
 }
@@ -156,7 +156,7 @@ std::string ResultJson(const SourceMap& sources, const CleanOptions& options) {
 void RemoveHistoriesAlone(KSDataManagerSql& manager, const std::string& domainId,
                           const SourceSet& kept) {
   std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>> items;
-  ForEachRow(DomainFile(kDbObjectHistory, domainId), "KSObjectHistory",
+  ForEachRow(DomainDatabase(kDbObjectHistory, domainId), "KSObjectHistory",
              "variableSource, deviceName, interfaceValue, param, variableName", "",
              [&](const CppSQLite3Query& row) {
                if (kept.contains(std::string(row.getStringField(0)))) return;

@@ -55,7 +55,7 @@ FSResFileSystem DomainFileSystem() {
 }
 
 std::string FileOf(const DomainTable& table, const std::string& domainId) {
-  return DomainFile(table.dbType, domainId);
+  return DomainDatabase(table.dbType, domainId);
 }
 
 std::string Because(const std::string& what, int error) {
@@ -130,10 +130,6 @@ bool MakeTable(const DomainTable& table, const std::string& file,
 
 }  // namespace
 
-std::string DomainFile(int dbType, const std::string& domainId) {
-  return DomainFileSystem().GetDBFile(dbType, domainId);
-}
-
 std::string DomainFault(const std::string& domainId, bool forWriting) {
   using Condition = DomainCheck::Condition;
   const DomainCheck check = CheckDomain(domainId, forWriting);
@@ -145,6 +141,10 @@ std::string DomainFault(const std::string& domainId, bool forWriting) {
 
 std::string DomainFolder(const std::string& domainId) {
   return DomainFileSystem().GetDomainFolder(domainId);
+}
+
+std::string DomainDatabase(int dbType, const std::string& domainId) {
+  return DomainFileSystem().GetDBFile(dbType, domainId);
 }
 
 DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {

@@ -41,14 +41,14 @@ struct DomainFileReport {
 /// usable database throws CppSQLite3Exception.
 JsonValue StoredGeneralSettings(const std::string& domainId);
 
-/// The file of one of a domain's databases (EnumDbType).
-std::string DomainFile(int dbType, const std::string& domainId);
-
 /// Why a command cannot work on a domain that must be there whole; empty when it can.
 std::string DomainFault(const std::string& domainId, bool forWriting);
 
 /// The folder of a domain's databases.
 std::string DomainFolder(const std::string& domainId);
+
+/// The file of one of a domain's databases (EnumDbType), whether it is there or not.
+std::string DomainDatabase(int dbType, const std::string& domainId);
 
 }  // namespace keelstone::host
 

@@ -36,10 +36,6 @@ int RunProgram(int argc, char** argv) {
   AddInitCommand(program, init);
   EvaluateOptions evaluate;
   AddEvaluateCommand(program, evaluate);
-  MergeOptions merge;
-  AddMergeCommand(program, merge);
-  CleanOptions clean;
-  AddCleanCommand(program, clean);
   RulesOptions rules;
   AddRulesCommand(program, rules);
   RuleOptions rule;
@@ -48,6 +44,10 @@ int RunProgram(int argc, char** argv) {
   AddBlockCommand(program, block);
   SettingsOptions settings;
   AddSettingsCommand(program, settings);
+  MergeOptions merge;
+  AddMergeCommand(program, merge);
+  CleanOptions clean;
+  AddCleanCommand(program, clean);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -56,14 +56,6 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("init")) {
     Apply(init.common);
     return RunInit(init);
-  }
-  if (program.got_subcommand("merge")) {
-    Apply(merge.common);
-    return RunMerge(merge);
-  }
-  if (program.got_subcommand("clean")) {
-    Apply(clean.common);
-    return RunClean(clean);
   }
   if (program.got_subcommand("rules")) {
     Apply(rules.common);
@@ -81,6 +73,14 @@ int RunProgram(int argc, char** argv) {
   if (const CLI::App* group = program.get_subcommand("settings"); group->parsed()) {
     Apply(settings.common);
     return group->got_subcommand("get") ? RunSettingsGet(settings) : RunSettingsSet(settings);
+  }
+  if (program.got_subcommand("merge")) {
+    Apply(merge.common);
+    return RunMerge(merge);
+  }
+  if (program.got_subcommand("clean")) {
+    Apply(clean.common);
+    return RunClean(clean);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);

@@ -148,7 +148,7 @@ int RunMerge(const MergeOptions& options) {
   if (const std::string fault = DomainFault(domainId, type); !fault.empty()) {
     return Fail(fault, kExitUnusable);
   }
-  const std::string to = DomainFile(type.dbType, domainId);
+  const std::string to = DomainDatabase(type.dbType, domainId);
   std::int64_t rows = 0;
   if (const std::string fault = SourceFault(options.from, to, type, rows); !fault.empty()) {
     return Fail(Printable(options.from) + ": " + Printable(fault), kExitUnusable);

@@ -81,14 +81,14 @@ std::string NameOf(const RuleOptions& options) {
 /// longer makes this throw.
 void RequireWritable(int dbType, const std::string& domainId) {
   CppSQLite3DB db;
-  db.open(DomainFile(dbType, domainId), CppSQLite3DB::Mode::kReadWrite);
+  db.open(DomainDatabase(dbType, domainId), CppSQLite3DB::Mode::kReadWrite);
   db.execDML("begin immediate transaction;");
   db.execDML("rollback transaction;");
 }
 
 bool IsStored(int dbType, const char* table, const RuleOptions& options) {
   CppSQLite3DB db;
-  db.open(DomainFile(dbType, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+  db.open(DomainDatabase(dbType, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
   CppSQLite3Statement select = db.compileStatement(
       std::string("select 1 from ") + table +
       " where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "

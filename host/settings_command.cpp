@@ -196,7 +196,7 @@ int RunSettingsGet(const SettingsOptions& options) {
   CommandOutput output(options.format);
   try {
     CppSQLite3DB db;
-    db.open(DomainFile(kDbGlobalSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
     for (const SettingPath& setting : chosen) {
       const std::optional<SettingRow> row = ReadRow(db, setting.row);
       const JsonValue* const value = row ? Find(row->value, setting) : nullptr;
@@ -220,7 +220,8 @@ int RunSettingsSet(const SettingsOptions& options) {
   if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
   try {
     CppSQLite3DB db;
-    db.open(DomainFile(kDbGlobalSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
+    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain),
+            CppSQLite3DB::Mode::kReadWrite);
     fault = Change(db, setting, value);
   } catch (const CppSQLite3Exception& error) {
     return Fail(kSetName, error.what(), kExitBrokenOff);

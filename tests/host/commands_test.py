@@ -1,0 +1,224 @@
+"""Commands that show and steer a domain, as transcripts: what is typed, what is answered.
+
+Usage: commands_test.py PROGRAM
+
+In a transcript "$ " begins a command (without the program's name and --root), "! " a line
+of standard error and "? " the exit code when it is not 0; every other line is standard
+output.
+"""
+import json
+import os
+import shlex
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = os.path.abspath(sys.argv.pop(1))
+OPTIONS = "--device r1 --source bgp --variable peers"
+
+RULES = r"""
+$ rules --format json
+{"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","type":"intEqual","parameter":{"ruleParam":12},"learned":true,"points":5,"newest":1700018000}
+{"device":"r1","interface":"eth\u001b0","source":"bgp","param":"","variable":"state","type":"strEqual","parameter":{"ruleParam":"up"},"learned":true,"points":5,"newest":1700018000}
+$ rules --format text
+DEVICE  INTERFACE  SOURCE  PARAM  VARIABLE  TYPE      ORIGIN   POINTS  NEWEST                PARAMETER
+r1      -          bgp     -      peers     intEqual  learned  5       2023-11-15T03:13:20Z  {"ruleParam":12}
+r1      eth\x1b0   bgp     -      state     strEqual  learned  5       2023-11-15T03:13:20Z  {"ruleParam":"up"}
+$ rules --variable state --device r2
+$ rules --domain other
+! keelstone rules: domain "other" cannot be used: there is no ROOT/data/FSParserData/other; `keelstone init` makes what is missing
+? 2
+"""
+
+RULE_SET = r"""
+$ rule set --device r1 --source bgp --variable peers --type intLEQ --parameter '{"ruleParam": 80}'
+{"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","type":"intLEQ","parameter":{"ruleParam":80}}
+$ rules --interface ''
+{"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","type":"intLEQ","parameter":{"ruleParam":80},"learned":false,"points":5,"newest":1700018000}
+$ evaluate --quiet --format text alert.jsonl
+2023-11-15 22:13:20Z ALERT  r1 bgp peers = 99: expected at most 80
+$ rule unset --device r1 --source bgp --variable peers --dry-run
+{"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","rule":true,"history":true,"dryRun":true}
+$ rule unset --device r1 --source bgp --variable peers --format text
+removed: rule and history: r1 bgp peers
+$ rule unset --device r1 --source bgp --variable peers
+{"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","rule":false,"history":false,"dryRun":false}
+$ rules --interface ''
+$ rule set --device r9 --interface e0 --source new --variable v --type strEnum --parameter '{"ruleParam":["a"]}' --format text
+fixed: r9 e0 new v strEnum {"ruleParam":["a"]}
+! keelstone rule set: note: no variable "v" of source "new" is defined yet; `keelstone evaluate --enroll` does so
+"""
+
+BLOCKS = r"""
+$ block list
+$ block add --device r2 r1 r2 --from "2023-11-14 23:13:20 +01:00" --to 2023-11-14T18:43:20-04:30
+{"id":1,"devices":["r1","r2"],"from":1700000000,"to":1700003600,"active":false}
+$ block add --device r3 --from 0 --to 99999999999
+{"id":2,"devices":["r3"],"from":0,"to":99999999999,"active":true}
+$ block list --format text
+ID  FROM                  TO                    NOW     DEVICES
+1   2023-11-14T22:13:20Z  2023-11-14T23:13:20Z  -       r1, r2
+2   1970-01-01T00:00:00Z  5138-11-16T09:46:39Z  active  r3
+$ block remove 1 9
+! keelstone block remove: there is no block period 9; nothing is removed
+? 2
+$ block remove 1 --dry-run --format text
+would remove:
+ID  FROM                  TO                    NOW  DEVICES
+1   2023-11-14T22:13:20Z  2023-11-14T23:13:20Z  -    r1, r2
+$ block remove 1
+{"id":1,"devices":["r1","r2"],"from":1700000000,"to":1700003600,"active":false}
+$ block list
+{"id":2,"devices":["r3"],"from":0,"to":99999999999,"active":true}
+$ block add --device r3 --from 5 --to 4
+! keelstone block add: --to lies before --from
+? 2
+"""
+
+SETTINGS = r"""
+$ settings set intRange.stdCoefficient 4
+{"path":"intRange.stdCoefficient","value":4}
+$ settings set intEqual.condition0.deltaEZero 0.5 --format text
+intEqual.condition0.deltaEZero = 0.5
+$ settings set -- intRange.lowerBoundMinValue -100
+{"path":"intRange.lowerBoundMinValue","value":-100}
+$ settings set .timeIntervalLimit 3600
+{"path":".timeIntervalLimit","value":3600}
+$ settings set KSTableCountLimit 7
+{"path":"KSTableCountLimit","value":7}
+$ settings set EnableKSFunction false
+{"path":"EnableKSFunction","value":"false"}
+$ settings get intEqual.condition0 --format text
+intEqual.condition0.deltaEZero = 0.5
+$ settings get KSRuleType
+! keelstone settings get: KSRuleType is not stored
+? 2
+$ settings set intRange.stdCoeficient 4
+! keelstone settings set: there is no setting "intRange.stdCoeficient"; there is intRange.stdCoefficient
+? 2
+$ settings set intEqual.condition0 4
+! keelstone settings set: there is no setting "intEqual.condition0"; there is intEqual.condition0.deltaEZero
+? 2
+$ settings set intRange.stdCoefficient 4.5
+! keelstone settings set: intRange.stdCoefficient must be a whole number within 32 bits
+? 2
+$ settings set KSInterfaceFilter '["Vlan"]'
+! keelstone settings set: KSInterfaceFilter must be an object such as {"value":["Vlan","Loopback"]}
+? 2
+"""
+
+BAD_RULES = [("intLeq", "{}", "--type: there is no rule type"),
+             ("intLEQ", "{", "--parameter: not JSON"),
+             ("intLEQ", "[]", "must be a JSON object"),
+             ("intLEQ", "{}", '"ruleParam" is missing'),
+             ("intLEQ", '{"ruleParam":"80"}', '"ruleParam" must be a number'),
+             ("intLEQ", '{"ruleParam":8,"x":1}', '"x" is no member'),
+             ("strEnum", '{"ruleParam":[1]}', "an array of texts"),
+             ("strRegex", '{"ruleParam":"("}', "a regular expression"),
+             ("intRange", '{"minValue":2,"maxValue":1}', '"minValue" is above "maxValue"')]
+
+BAD_TIMES = [("yesterday", "neither seconds"), ("2026-02-29 08:00 Z", "a day"),
+             ("2026-11-21", "lacks the time of day"), ("2026-11-21 24:00 Z", "no clock shows"),
+             ("2026-11-21 08:00", "lacks its zone"), ("2026-11-21 08:00 Zulu", "after its zone"),
+             ("9" * 20, "beyond 64 bits")]
+
+
+class CommandsTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.root = os.path.join(self.folder, "root")
+        self.write("runs.jsonl", [(1700000000 + 3600 * i, 12) for i in range(1, 7)])
+        self.write("alert.jsonl", [(1700086400, 99)])
+        self.call("evaluate", "--enroll", "runs.jsonl")
+
+    def write(self, name, runs):
+        with open(os.path.join(self.folder, name), "w") as file:
+            for time, peers in runs:
+                file.write(json.dumps({"time": time, "device": "r1", "source": "bgp", "variables": [
+                    {"name": "peers", "value": peers},
+                    {"name": "state", "interface": "eth\x1b0", "value": "up"}]}) + "\n")
+
+    def call(self, *arguments):
+        done = subprocess.run([PROGRAM, *arguments], stdout=subprocess.PIPE, timeout=60, text=True,
+                              stderr=subprocess.PIPE, cwd=self.folder,
+                              env={**os.environ, "KEELSTONE_ROOT": self.root})
+        return done.stdout, done.stderr.replace(self.root, "ROOT"), done.returncode
+
+    def play(self, transcript):
+        actual = ""
+        for line in transcript.strip().splitlines():
+            if not line.startswith("$ "):
+                continue
+            output, errors, code = self.call(*shlex.split(line[2:]))
+            actual += line + "\n" + output
+            actual += "".join("! " + error + "\n" for error in errors.splitlines())
+            actual += "? %d\n" % code if code else ""
+        self.maxDiff = None
+        self.assertEqual(actual, transcript.strip() + "\n")
+
+    def database(self, name):
+        connection = sqlite3.connect(
+            os.path.join(self.root, "data", "FSParserData", "default", name + ".db"),
+            isolation_level=None)
+        self.addCleanup(connection.close)
+        return connection
+
+    def test_transcripts(self):
+        for name in ("RULES", "RULE_SET", "BLOCKS", "SETTINGS"):
+            with self.subTest(name):
+                self.play(globals()[name])
+
+    def test_bad_rules_and_times_change_nothing(self):
+        for kind, parameter, why in BAD_RULES:
+            _, errors, code = self.call("rule", "set", *OPTIONS.split(), "--type", kind,
+                                        "--parameter", parameter)
+            self.assertEqual((code, why in errors), (2, True), errors)
+        for time, why in BAD_TIMES:
+            _, errors, code = self.call("block", "add", "--device", "r1", "--from", time, "--to", "9")
+            self.assertEqual((code, why in errors), (2, True), errors)
+        self.play(RULES)
+        self.assertEqual(self.call("block", "list")[0], "")
+
+    def test_settings_and_blocks_reach_the_next_evaluation(self):
+        self.call("settings", "set", "EnableKSFunction", "false")
+        self.assertIn("0 values,", self.call("evaluate", "alert.jsonl")[1])
+        self.call("settings", "set", "EnableKSFunction", "true")
+        self.call("block", "add", "--device", "r1", "--from", "0", "--to", "99999999999")
+        run = json.loads(self.call("evaluate", "--all", "alert.jsonl")[0])
+        self.assertEqual((run["blocked"], run["variables"]), (True, 2))
+
+    def test_many_rules_come_in_order_page_by_page(self):
+        keys = sorted(("d%d" % (i % 7), "v%d" % i) for i in range(1001))
+        self.database("KSObjectRule").executemany(
+            "insert into KSObjectRule values (?, '', 's', '', ?, 2, 1, '', '', 0, 4, '', 0, 0)", keys)
+        rows = [json.loads(line) for line in
+                self.call("rules", "--source", "s")[0].splitlines()]
+        self.assertEqual([(row["device"], row["variable"]) for row in rows], keys)
+
+    def test_a_database_in_use_is_waited_for_then_named(self):
+        connection = self.database("KSBlockSetting")
+        connection.execute("begin immediate")
+        _, errors, code = self.call("block", "add", "--device", "r1", "--from", "1", "--to", "2")
+        self.assertEqual((code, "database is locked" in errors), (3, True), errors)
+        connection.execute("rollback")
+        self.assertEqual(self.call("block", "list"), ("", "", 0))
+        with open("/dev/full", "w") as full:
+            done = subprocess.run([PROGRAM, "rules", "--root", self.root], stdout=full,
+                                  stderr=subprocess.DEVNULL, check=False)
+        self.assertEqual(done.returncode, 3)
+
+    def test_commands_explain_themselves(self):
+        for command in ("rules", "rule set", "rule unset", "block list", "block add",
+                        "block remove", "settings get", "settings set"):
+            output, errors, code = self.call(*command.split(), "--help")
+            self.assertEqual((errors, code), ("", 0))
+            self.assertIn("Examples:\n  keelstone " + command, output)
+            self.assertIn("Exit codes: 0 done", output)
+
+
+if __name__ == "__main__":
+    unittest.main()
