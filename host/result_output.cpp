@@ -51,12 +51,14 @@ void AppendAlert(std::string& out, const ParsedRun& run, const KSAlertData& aler
   const JsonValue* type = info.find("_t");
   const JsonValue* parameter = info.find("_p");
   const JsonValue* value = info.find("_v");
+  const bool isTable = type != nullptr && type->isInt() && type->asInt() == kTableMd5;
+  if (isTable) out.append(": the table has changed");
   if (value != nullptr && value->isString()) {
-    out.append(" = ");
+    out.append(isTable ? ", its digest is " : " = ");
     AppendPrintable(out, value->stringRef(), kShownValueBytes);
   }
   if (type != nullptr && type->isInt() && parameter != nullptr && parameter->isString()) {
-    out.append(": expected ");
+    out.append(isTable ? ", expected " : ": expected ");
     out += RuleInWords(static_cast<EnumRuleType>(type->asInt()), parameter->stringRef());
   }
 }
@@ -64,7 +66,7 @@ void AppendAlert(std::string& out, const ParsedRun& run, const KSAlertData& aler
 void AppendGoldenValue(std::string& out, const ParsedRun& run,
                        const KSValueUpdateResultItem& item) {
   out += LineStart(run, "GOLDEN", item.strInterfaceName, item.strVariableName);
-  out.append(": the reference value is ");
+  out.append(item.nRuleId == kTableMd5 ? ": the reference table is " : ": the reference value is ");
   AppendPrintable(out, item.strJsonValue, kShownValueBytes);
   if (item.nValueTime != run.time) out.append(" of ").append(UtcText(item.nValueTime));
 }
