@@ -88,7 +88,7 @@ void EvaluateJob::OnSignal(int signal) {
 
 bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
-  const RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand);
+  const RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data));
   run.tally = TallyOf(outcome);
   try {
     run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)
@@ -101,6 +101,15 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
 
 void EvaluateJob::Flush(const std::string& domain) noexcept {
   DBWriteWrapper::Instance()->WriteDomain(domain);
+}
+
+RunWork::Units EvaluateJob::Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept {
+  try {
+    if (domain.engineOn) return LoadUnits(domain, keys);
+  } catch (const std::exception&) {
+    // Without memory for many at once each run loads for itself.
+  }
+  return {};
 }
 
 void EvaluateJob::Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) noexcept {

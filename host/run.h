@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "host/run_line.h"
+#include "host/unit_data.h"
 
 namespace keelstone::host {
 
@@ -27,7 +29,8 @@ struct Run {
   std::size_t bytes = 0;            // length of its line
   std::uint64_t inputPosition = 0;  // bytes of all inputs up to its end
 
-  std::string output;  // what is to be written for it
+  std::unique_ptr<UnitData> data;  // of its unit, when it was loaded ahead
+  std::string output;              // what is to be written for it
   RunTally tally;
 
   // The scheduler's own: place in the input, whether it is evaluated, next of its unit.

@@ -47,12 +47,17 @@ bool Process(KSRuleInstance& instance, const VarInfo& variable, RunOutcome& outc
   return false;
 }
 
-void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand, RunOutcome& outcome) {
+void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand,
+              std::unique_ptr<UnitData> data, RunOutcome& outcome) {
   KSRuleInstance instance(run.source, run.nodeId, run.device, run.nodePathSchema, run.structureId,
                           run.param, run.domain, "", run.time, onDemand);
   outcome.results = instance.GetUpdateResultData();
   outcome.blocked = instance.IsInBlockTime();
   if (outcome.blocked) instance.SetOnlyUpdateKSValue();
+  if (data) {
+    instance.SetCacheData(std::move(data->rules));
+    instance.SetHistoryData(std::move(data->histories));
+  }
   instance.InitCacheData();
   instance.InitHistoryData();
   for (const VarInfo& variable : run.variables) {
@@ -70,11 +75,12 @@ std::int64_t CountLines(std::string_view text) noexcept {
   return lineFeeds + (text.empty() || text.back() == '\n' ? 0 : 1);
 }
 
-RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand) noexcept {
+RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
+                       std::unique_ptr<UnitData> data) noexcept {
   RunOutcome outcome;
   if (!domain.engineOn) return outcome;
   try {
-    Evaluate(run, domain, onDemand, outcome);
+    Evaluate(run, domain, onDemand, std::move(data), outcome);
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Device:%s, source:%s: %s.",
            run.device.c_str(), run.source.c_str(), error.what());

@@ -9,6 +9,7 @@
 
 #include "host/domain_registry.h"
 #include "host/run_line.h"
+#include "host/unit_data.h"
 #include "results/keelstoneupdateruledata.h"
 
 namespace keelstone::host {
@@ -27,8 +28,10 @@ std::int64_t CountLines(std::string_view text) noexcept;
 
 /// Hands one run to the engine. A value over the domain's limits is rejected here; what
 /// the engine cannot take is rejected, whatever goes wrong. Any thread, but one run of a
-/// unit at a time.
-RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand) noexcept;
+/// unit at a time. `data` is what was loaded of the unit ahead; without it the run loads
+/// for itself.
+RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
+                       std::unique_ptr<UnitData> data = nullptr) noexcept;
 
 }  // namespace keelstone::host
 

@@ -1,6 +1,9 @@
 #include "host/run_scheduler.h"
 
 #include <algorithm>
+#include <map>
+#include <unordered_set>
+#include <utility>
 
 namespace keelstone::host {
 
@@ -14,7 +17,11 @@ void AssignUnitKey(std::string& key, const ParsedRun& run) {
   }
 }
 
+UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.param}; }
+
 }  // namespace
+
+RunWork::Units RunWork::Load(const Domain&, const std::vector<UnitKey>&) noexcept { return {}; }
 
 RunScheduler::RunScheduler(RunWork& work, const Limits& limits) : work_(work), limits_(limits) {
   const unsigned threads = std::max(1U, limits_.threads);
@@ -37,7 +44,35 @@ bool RunScheduler::IsFull() const {
   return heldRuns_ >= limits_.runs || (heldRuns_ > 0 && heldBytes_ >= limits_.bytes);
 }
 
+/// Loads what the first runs of idle units need. A unit that is idle stays so until this
+/// thread, the only one that submits, hands over a run of it.
+void RunScheduler::LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) {
+  struct Wanted {
+    std::vector<Run*> runs;
+    std::vector<UnitKey> keys;
+  };
+  std::map<const Domain*, Wanted> wanted;
+  {
+    const MutexLock lock(mutex_);
+    if (stopped_) return;
+    std::unordered_set<std::string> seen;
+    for (const std::unique_ptr<Run>& run : runs) {
+      AssignUnitKey(keyBuffer_, run->parsed);
+      if (run->domain == nullptr || units_.contains(keyBuffer_)) continue;
+      if (!seen.insert(keyBuffer_).second) continue;
+      Wanted& units = wanted[run->domain];
+      units.runs.push_back(run.get());
+      units.keys.push_back(UnitKeyOf(run->parsed));
+    }
+  }
+  for (auto& [domain, units] : wanted) {
+    RunWork::Units loaded = work_.Load(*domain, units.keys);
+    for (std::size_t i = 0; i < loaded.size(); ++i) units.runs[i]->data = std::move(loaded[i]);
+  }
+}
+
 bool RunScheduler::Submit(std::vector<std::unique_ptr<Run>> runs) {
+  LoadIdleUnits(runs);
   const MutexLock lock(mutex_);
   for (std::unique_ptr<Run>& run : runs) {
     while (!stopped_ && IsFull()) roomComes_.Wait(mutex_);
@@ -135,6 +170,7 @@ void RunScheduler::PerformRun(Unit& unit) {
   Run& run = *unit.head;
   unit.head = run.next;
   unit.state = Unit::State::kRunning;
+  if (unit.data) run.data = std::move(unit.data);
   latestBegun_ = std::max(latestBegun_, run.sequence);
   --queued_;
   mutex_.Unlock();
@@ -155,11 +191,23 @@ void RunScheduler::PerformFlush(DomainQueue& domain) {
   domain.flushing = true;
   domain.waiting = 0;
   const std::vector<Unit*> units = std::exchange(domain.pending, {});
-  for (Unit* unit : units) unit->state = Unit::State::kFlushing;
+  std::vector<Unit*> next;
+  std::vector<UnitKey> keys;
+  const Domain* source = nullptr;
+  for (Unit* unit : units) {
+    unit->state = Unit::State::kFlushing;
+    if (unit->head == nullptr || unit->head->domain == nullptr) continue;
+    source = unit->head->domain;
+    next.push_back(unit);
+    keys.push_back(UnitKeyOf(unit->head->parsed));
+  }
   const std::string& name = *domain.name;
   mutex_.Unlock();
   work_.Flush(name);
+  RunWork::Units loaded;
+  if (source != nullptr) loaded = work_.Load(*source, keys);
   mutex_.Lock();
+  for (std::size_t i = 0; i < loaded.size(); ++i) next[i]->data = std::move(loaded[i]);
   domain.flushing = false;
   for (Unit* unit : units) MakeReadyOrForget(*unit);
   if (domain.waiting > 0 && !domain.listed) {

@@ -27,6 +27,11 @@ class RunWork {
   /// Returns when every row that was handed over before the call is on disk. Several
   /// workers at once, never for one domain.
   virtual void Flush(const std::string& domain) noexcept = 0;
+  using Units = std::vector<std::unique_ptr<UnitData>>;
+  /// Loads units ahead of their next runs, none of which is running or has rows pending;
+  /// one element a key, or none at all: what is not loaded the runs load for themselves.
+  /// Several threads at once.
+  virtual Units Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept;
   /// Takes evaluated runs, in the order of the input. One thread.
   virtual void Deliver(const std::vector<std::unique_ptr<Run>>& runs) noexcept = 0;
 };
@@ -40,6 +45,11 @@ class RunWork {
 /// domain that have been evaluated since the last one; meanwhile the other workers go on
 /// with what needs no flush. A flush that has begun serves no row that comes later, which
 /// is why units evaluated meanwhile wait for the next one.
+///
+/// Units are loaded in bulk: those that a flush has made ready by the worker that flushed,
+/// those that were idle by the thread that submits, both while other workers evaluate. What
+/// is loaded of a unit is what its next run would read, because nobody writes the unit's
+/// rows between: none of its runs is under way and none of its rows is pending.
 ///
 /// What a run finds does not depend on the timers of the write-behind cache: the cache is
 /// asked by unit, and when a run begins, the cache holds no row of its unit, because all
@@ -86,6 +96,7 @@ class RunScheduler {
     State state = State::kClean;
     Run* head = nullptr;
     Run* tail = nullptr;
+    std::unique_ptr<UnitData> data;  // loaded for the next run
   };
   struct DomainQueue {
     const std::string* name = nullptr;
@@ -101,6 +112,7 @@ class RunScheduler {
   bool PerformNext() KS_REQUIRES(mutex_);
   void PerformRun(Unit& unit) KS_REQUIRES(mutex_);
   void PerformFlush(DomainQueue& domain) KS_REQUIRES(mutex_);
+  void LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) KS_EXCLUDES(mutex_);
   void Enqueue(std::unique_ptr<Run> run) KS_REQUIRES(mutex_);
   Unit& UnitOf(const ParsedRun& run) KS_REQUIRES(mutex_);
   void MakeReadyOrForget(Unit& unit) KS_REQUIRES(mutex_);

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "host/domain_registry.h"
+
 namespace keelstone::host {
 namespace {
 
@@ -23,6 +25,10 @@ std::unique_ptr<Run> MakeRun(const std::string& domain, const std::string& devic
   run->parsed.device = device;
   run->parsed.time = number;
   run->bytes = 10;
+  static const std::map<std::string, Domain> kDomains = {
+      {"d0", {"d0", nullptr}}, {"d1", {"d1", nullptr}}, {"d2", {"d2", nullptr}}};
+  const auto known = kDomains.find(domain);
+  if (known != kDomains.end()) run->domain = &known->second;
   return run;
 }
 
@@ -34,6 +40,11 @@ class CheckingWork : public RunWork {
     const std::string unit = run.parsed.domain + "/" + run.parsed.device;
     {
       const MutexLock lock(mutex_);
+      if (run.data) {
+        // What was loaded ahead is what the run before has left.
+        EXPECT_EQ(run.data->histories[""]["last"], std::to_string(last_[unit]));
+        ++loadedAhead_;
+      }
       EXPECT_TRUE(running_.insert(unit).second) << "two runs of one unit at once";
       EXPECT_FALSE(pending_[run.parsed.domain].contains(unit)) << "rows are pending";
       EXPECT_LT(last_[unit], run.parsed.time) << "out of order";
@@ -62,6 +73,19 @@ class CheckingWork : public RunWork {
     flushing_.erase(domain);
   }
 
+  Units Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept override {
+    const MutexLock lock(mutex_);
+    Units units;
+    for (const UnitKey& key : keys) {
+      const std::string unit = domain.id + "/" + key.deviceName;
+      EXPECT_FALSE(running_.contains(unit)) << "loaded while it is evaluated";
+      EXPECT_FALSE(pending_[domain.id].contains(unit)) << "loaded while rows are pending";
+      units.push_back(std::make_unique<UnitData>());
+      units.back()->histories[""]["last"] = std::to_string(last_[unit]);
+    }
+    return units;
+  }
+
   void Deliver(const Runs& runs) noexcept override {
     for (const auto& run : runs) delivered.push_back(run->parsed.time);
     if (duringDelivery) duringDelivery();
@@ -74,6 +98,10 @@ class CheckingWork : public RunWork {
   int flushes() {
     const MutexLock lock(mutex_);
     return flushes_;
+  }
+  int loadedAhead() {
+    const MutexLock lock(mutex_);
+    return loadedAhead_;
   }
 
   std::function<void(const Run&)> duringEvaluation;
@@ -89,6 +117,7 @@ class CheckingWork : public RunWork {
   std::map<std::string, std::int32_t> last_ KS_GUARDED_BY(mutex_);
   int evaluated_ KS_GUARDED_BY(mutex_) = 0;
   int flushes_ KS_GUARDED_BY(mutex_) = 0;
+  int loadedAhead_ KS_GUARDED_BY(mutex_) = 0;
 };
 
 std::vector<std::int32_t> UpTo(std::int32_t count) {
@@ -117,6 +146,7 @@ TEST(RunScheduler, KeepsUnitsInOrderAndFlushedForAnyNumberOfThreads) {
       ASSERT_TRUE(scheduler.Submit(RandomRuns(random, 3000)));
       scheduler.Finish();
       EXPECT_EQ(work.delivered, UpTo(3000));
+      EXPECT_GT(work.loadedAhead(), 0);
     }
   }
 }
