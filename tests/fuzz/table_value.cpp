@@ -1,0 +1,90 @@
+// Flags, then either a line of key columns and a table as the input of `evaluate` gives it,
+// or the raw size and the stored text of a compressed golden table.
+#include <charconv>
+#include <memory>
+#include <vector>
+
+#include "host/raw_json.h"
+#include "host/table_value.h"
+#include "model/textruledata.h"
+#include "platform/compressor.h"
+#include "tests/fuzz/fuzz_target.h"
+
+namespace keelstone::fuzz {
+namespace {
+
+enum Flag : unsigned { kGolden = 1, kSorted = 2, kKeys = 4, kDigest = 8 };
+
+void ReadTableText(unsigned flags, Input& input) {
+  host::TableDigestOptions options;
+  options.sort = (flags & kSorted) != 0;
+  if ((flags & kDigest) != 0) options.digest = "0123";
+  const std::string keys = input.Line();
+  if ((flags & kKeys) != 0) {
+    auto& names = options.keys.emplace(1);
+    for (const char c : keys) {
+      if (c == ',') {
+        names.emplace_back();
+      } else {
+        names.back() += c;
+      }
+    }
+  }
+  const std::string text = input.Rest();
+  host::RawJson json;
+  JsonParseError error;
+  if (!json.Parse(text, error)) return;
+  VarInfo variable;
+  if (const auto fault = host::ReadTable(json.root(), options, variable)) {
+    KS_PROMISE(!fault->text.empty());
+    return;
+  }
+  KS_PROMISE(variable.valueText.size() == (options.digest ? 4U : 32U));
+  const std::string written = variable.value.toString();
+  // The table's own document is a table with the same digest.
+  VarInfo again;
+  host::RawJson writtenJson;
+  KS_PROMISE(writtenJson.Parse(written, error));
+  options.keys.emplace(variable.tableKeys.begin(), variable.tableKeys.end());
+  KS_PROMISE(!host::ReadTable(writtenJson.root(), options, again));
+  KS_PROMISE(again.valueText == variable.valueText);
+  KS_PROMISE(again.value.toString() == written);
+
+  std::string packed = written;
+  KS_PROMISE(CompressString(packed));
+  KS_PROMISE(DecompressString(packed, static_cast<std::int64_t>(written.size())));
+  KS_PROMISE(packed == written);
+}
+
+void ReadGolden(Input& input) {
+  auto content = std::make_shared<TableContent>();
+  const std::string size = input.Line();
+  std::from_chars(size.data(), size.data() + size.size(), content->rawValueSize);
+  content->encodedTable = input.Rest();
+  const auto text = content->GetTableText();
+  KS_PROMISE(!text || static_cast<std::int64_t>(text->size()) == content->rawValueSize);
+  TablMd5EqualData data;
+  data.golden.content = content;
+  const std::string golden = data.GetGlodenValue();
+  JsonValue document;
+  KS_PROMISE(golden.empty() || JsonReader::Parse(golden, document));
+}
+
+}  // namespace
+}  // namespace keelstone::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  keelstone::fuzz::QuietLog();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  keelstone::fuzz::Input input(data, size);
+  const unsigned flags = input.Byte();
+  if ((flags & keelstone::fuzz::kGolden) != 0) {
+    keelstone::fuzz::ReadGolden(input);
+  } else {
+    keelstone::fuzz::ReadTableText(flags, input);
+  }
+  return 0;
+}
