@@ -15,11 +15,11 @@
 #include <utility>
 
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 #include "storage/ksdomaindatamanager.h"
 
 namespace keelstone::host {

@@ -1,4 +1,4 @@
-#include "host/run_line.h"
+#include "runs/run_line.h"
 
 #include <algorithm>
 #include <array>
@@ -7,10 +7,10 @@
 #include <optional>
 #include <utility>
 
-#include "host/table_value.h"
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
+#include "runs/table_value.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -72,6 +72,8 @@ const std::array<RunLineReader::TypeName, 5> RunLineReader::TypeName::kAll = {{
 
 RunLineReader::RunLineReader(std::string defaultDomain)
     : defaultDomain_(std::move(defaultDomain)) {}
+
+RunLineReader::~RunLineReader() = default;
 
 bool RunLineReader::Fail(std::string_view field, std::string_view what) {
   fault_ = where_;
@@ -287,4 +289,4 @@ bool RunLineReader::ReadTableValue(const VariableFields& fields, VarInfo& variab
   return !fault || Fail(fault->field, fault->text);
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_HOST_RUN_LINE_H
-#define KEELSTONE_HOST_RUN_LINE_H
+#ifndef KEELSTONE_RUNS_RUN_LINE_H
+#define KEELSTONE_RUNS_RUN_LINE_H
 
 #include <cstdint>
 #include <string>
@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "engine/ksrulerecords.h"
-#include "host/raw_json.h"
+#include "platform/export.h"
+#include "runs/raw_json.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 /// One parser run on one device, as a line of the input gives it.
-struct ParsedRun {
+struct KEELSTONE_EXPORT ParsedRun {
   std::int32_t time = 0;  // seconds since the epoch
   std::string domain;
   std::string device;
@@ -27,10 +28,11 @@ struct ParsedRun {
 
 /// Reads lines of the input. Unknown members are passed over; of two with one name the
 /// last counts. One thread.
-class RunLineReader {
+class KEELSTONE_EXPORT RunLineReader {
  public:
   /// Runs that name no domain belong to `defaultDomain`.
   explicit RunLineReader(std::string defaultDomain);
+  ~RunLineReader();
 
   /// Reads one line; false when it is no run, and fault() then says in which field of
   /// which variable (counted from 0) what is wrong, in printable characters.
@@ -65,6 +67,6 @@ class RunLineReader {
   std::string where_;  // "variables[3]." while a variable is read
 };
 
-}  // namespace keelstone::host
+}  // namespace keelstone
 
-#endif  // KEELSTONE_HOST_RUN_LINE_H
+#endif  // KEELSTONE_RUNS_RUN_LINE_H
