@@ -55,7 +55,7 @@ extern "C" {
 /* The number of the library that is loaded; not less than KS_API_VERSION. [any thread] */
 KS_API int32_t ks_api_version(void);
 /* The version of the library, "1.0.0"; lives for ever. [any thread] */
-KS_API const char *ks_version(void);
+KS_API const char* ks_version(void);
 
 typedef int32_t ks_status;
 enum {
@@ -72,13 +72,13 @@ enum {
 };
 
 /* "wrong order of calls" and the like; lives for ever. [any thread] */
-KS_API const char *ks_status_text(ks_status status);
+KS_API const char* ks_status_text(ks_status status);
 /*
  * What was wrong with the latest call of this thread that failed; "" before the first one.
  * Lives until the next call that fails on this thread, or until the thread ends.
  * [any thread]
  */
-KS_API const char *ks_last_error(void);
+KS_API const char* ks_last_error(void);
 
 #define KS_TERMINATED ((size_t)-1)
 
@@ -90,10 +90,10 @@ typedef struct ks_run ks_run;
 /*
  * Sets the folder below which configuration, data and log lie. Without it: the environment
  * variable KEELSTONE_ROOT, else ./keelstone-root. Domains that have been opened stay where
- * they are: their ids cannot be opened below another root. Not while a domain is open:
+ * they are: their ids cannot be opened below another root. Not while a domain or run is open:
  * KS_ERROR_STATE. [any thread]
  */
-KS_API ks_status ks_set_root(const char *folder);
+KS_API ks_status ks_set_root(const char* folder);
 
 /*
  * Writes into the root's configuration how many seconds must pass between two values of a
@@ -117,7 +117,7 @@ enum {
  * several at once, under no lock of the library. It may call the library. It must return: no
  * exception, no longjmp.
  */
-typedef void (*ks_log_callback)(int32_t level, const char *text, void *user);
+typedef void (*ks_log_callback)(int32_t level, const char* text, void* user);
 
 /*
  * Hands log lines to `callback` instead of the file log/keelstone.log below the root; null
@@ -126,7 +126,7 @@ typedef void (*ks_log_callback)(int32_t level, const char *text, void *user);
  * threads, so hold no lock that the callback takes. From within a callback it does not wait.
  * [any thread]
  */
-KS_API ks_status ks_set_logger(ks_log_callback callback, void *user);
+KS_API ks_status ks_set_logger(ks_log_callback callback, void* user);
 /* Lines of this severity and above are logged; KS_LOG_INFORMATION at first. [any thread] */
 KS_API ks_status ks_set_log_level(int32_t level);
 
@@ -145,24 +145,24 @@ KS_API uint64_t ks_failed_reads(void);
  * Opens a domain whose databases are there, in *domain. The same domain may be opened many
  * times. KS_ERROR_DATABASE: one is missing or cannot be used. [any thread]
  */
-KS_API ks_status ks_domain_open(const char *id, ks_domain **domain);
+KS_API ks_status ks_domain_open(const char* id, ks_domain** domain);
 /*
  * Makes what is missing of a domain's databases and opens it. `settings`, a JSON object of
  * general settings, is laid over the defaults member by member; null: the defaults. What is
  * there stays, settings too. [any thread]
  */
-KS_API ks_status ks_domain_create(const char *id, const char *settings, ks_domain **domain);
+KS_API ks_status ks_domain_create(const char* id, const char* settings, ks_domain** domain);
 /*
  * Closes the handle. Runs that were started with it stay usable. Nothing is written: see
  * ks_domain_flush. [any thread]
  */
-KS_API ks_status ks_domain_close(ks_domain *domain);
+KS_API ks_status ks_domain_close(ks_domain* domain);
 
 /*
  * Whether runs started from here on define the variables that are not defined yet (1) or
  * reject them (0, at first). [any thread]
  */
-KS_API ks_status ks_domain_enrol(ks_domain *domain, int32_t on);
+KS_API ks_status ks_domain_enrol(ks_domain* domain, int32_t on);
 
 /* The type of a value, and of a table's cell. */
 enum {
@@ -181,7 +181,7 @@ enum {
  * usual one of `type` (KS_INT64 to KS_TABLE), which the ks_run_add calls use.
  * KS_ERROR_WRITE. [any thread]
  */
-KS_API ks_status ks_domain_define(ks_domain *domain, const char *source, const char *name,
+KS_API ks_status ks_domain_define(ks_domain* domain, const char* source, const char* name,
                                   int32_t type, int32_t type_code);
 
 /*
@@ -189,7 +189,7 @@ KS_API ks_status ks_domain_define(ks_domain *domain, const char *source, const c
  * write failed meanwhile, of this or another domain. Without it the library writes what is
  * pending once a minute. [any thread]
  */
-KS_API ks_status ks_domain_flush(ks_domain *domain);
+KS_API ks_status ks_domain_flush(ks_domain* domain);
 
 /* Databases that can be delivered from elsewhere. */
 enum {
@@ -206,50 +206,50 @@ enum {
  * evaluated afterwards see it. KS_ERROR_DATABASE: nothing was taken over, or the file could
  * not be made smaller afterwards; the log says which and why. [any thread]
  */
-KS_API ks_status ks_domain_merge(ks_domain *domain, int32_t database, const char *from);
+KS_API ks_status ks_domain_merge(ks_domain* domain, int32_t database, const char* from);
 
 /*
  * Removes the rules and histories of every source that is not among the `count` ones in
  * `keep`, on all devices, fixed rules too. None to keep: KS_ERROR_ARGUMENT. [any thread]
  */
-KS_API ks_status ks_domain_clean(ks_domain *domain, const char *const *keep, size_t count);
+KS_API ks_status ks_domain_clean(ks_domain* domain, const char* const* keep, size_t count);
 
 /*
  * Reads settings, variable definitions and block periods anew, after another process has
  * changed them. [any thread]
  */
-KS_API ks_status ks_domain_reload(ks_domain *domain);
+KS_API ks_status ks_domain_reload(ks_domain* domain);
 
 /* ---- Runs ----------------------------------------------------------------------------- */
 
 /* One parser run on one device; the last three may be left out by most hosts. */
 typedef struct ks_run_info {
-  const char *device; /* required */
-  const char *source; /* required: which parser */
-  const char *param;  /* the parser's parameter */
+  const char* device; /* required */
+  const char* source; /* required: which parser */
+  const char* param;  /* the parser's parameter */
   int64_t time;       /* of every value: seconds since the epoch, within 32 bits */
   int32_t on_demand;  /* 1: check, and learn nothing */
   int32_t reserved;   /* 0 */
-  const char *node_id;
-  const char *node_path_schema;
-  const char *structure_id;
+  const char* node_id;
+  const char* node_path_schema;
+  const char* structure_id;
 } ks_run_info;
 
 /* Starts a run, in *run. `size` is sizeof(ks_run_info). [any thread] */
-KS_API ks_status ks_run_start(ks_domain *domain, const ks_run_info *info, size_t size,
-                              ks_run **run);
+KS_API ks_status ks_run_start(ks_domain* domain, const ks_run_info* info, size_t size,
+                              ks_run** run);
 /*
  * Starts a run from one JSON document with its variables, as `keelstone evaluate` reads one
  * in a line: {"time":…,"device":…,"source":…,"variables":[…]}. A document that names another
  * domain is KS_ERROR_INPUT. [any thread]
  */
-KS_API ks_status ks_run_start_json(ks_domain *domain, const char *json, size_t length,
-                                   ks_run **run);
+KS_API ks_status ks_run_start_json(ks_domain* domain, const char* json, size_t length,
+                                   ks_run** run);
 /*
  * Ends a run. What was not stored is forgotten; texts of the run are gone.
  * [one thread a run]
  */
-KS_API ks_status ks_run_close(ks_run *run);
+KS_API ks_status ks_run_close(ks_run* run);
 
 /*
  * Each adds one value. `interface_value` says on which interface of the device; null: none.
@@ -257,14 +257,14 @@ KS_API ks_status ks_run_close(ks_run *run);
  * empty, a text is not UTF-8, a number is not finite. KS_ERROR_STATE after ks_run_evaluate.
  * [one thread a run]
  */
-KS_API ks_status ks_run_add_int64(ks_run *run, const char *name, const char *interface_value,
+KS_API ks_status ks_run_add_int64(ks_run* run, const char* name, const char* interface_value,
                                   int64_t value);
-KS_API ks_status ks_run_add_float(ks_run *run, const char *name, const char *interface_value,
+KS_API ks_status ks_run_add_float(ks_run* run, const char* name, const char* interface_value,
                                   float value);
-KS_API ks_status ks_run_add_double(ks_run *run, const char *name, const char *interface_value,
+KS_API ks_status ks_run_add_double(ks_run* run, const char* name, const char* interface_value,
                                    double value);
-KS_API ks_status ks_run_add_string(ks_run *run, const char *name, const char *interface_value,
-                                   const char *text, size_t length);
+KS_API ks_status ks_run_add_string(ks_run* run, const char* name, const char* interface_value,
+                                   const char* text, size_t length);
 
 /* One cell of a table. This structure never grows. */
 typedef struct ks_cell {
@@ -272,29 +272,29 @@ typedef struct ks_cell {
   int32_t reserved; /* 0 */
   int64_t integer;  /* of KS_INT64; of KS_BOOL 0 or 1 */
   double real;      /* of KS_DOUBLE; finite */
-  const char *text; /* of KS_STRING */
+  const char* text; /* of KS_STRING */
   size_t length;    /* of `text`; KS_TERMINATED */
 } ks_cell;
 
 typedef struct ks_table {
-  const char *const *columns; /* distinct names */
+  const char* const* columns; /* distinct names */
   size_t column_count;
-  const ks_cell *cells; /* row after row, column_count cells each */
+  const ks_cell* cells; /* row after row, column_count cells each */
   size_t row_count;
-  const char *const *keys; /* the columns by which two tables are compared; null: all */
+  const char* const* keys; /* the columns by which two tables are compared; null: all */
   size_t key_count;
   int32_t keep_order; /* 1: rows in another order make another table */
   int32_t reserved;   /* 0 */
 } ks_table;
 
 /* Adds a table; `size` is sizeof(ks_table). [one thread a run] */
-KS_API ks_status ks_run_add_table(ks_run *run, const char *name, const char *interface_value,
-                                  const ks_table *table, size_t size);
+KS_API ks_status ks_run_add_table(ks_run* run, const char* name, const char* interface_value,
+                                  const ks_table* table, size_t size);
 /*
  * Adds the variables of one JSON text: an array as the "variables" of a run, or one of its
  * elements. Either all are added or, with KS_ERROR_INPUT, none. [one thread a run]
  */
-KS_API ks_status ks_run_add_json(ks_run *run, const char *json, size_t length);
+KS_API ks_status ks_run_add_json(ks_run* run, const char* json, size_t length);
 
 /*
  * Evaluates the run, once. What an earlier run of the device left pending is written first,
@@ -302,12 +302,12 @@ KS_API ks_status ks_run_add_json(ks_run *run, const char *json, size_t length);
  * definitions of new variables could not be written; nothing was evaluated, and it may be
  * called again. [one thread a run]
  */
-KS_API ks_status ks_run_evaluate(ks_run *run);
+KS_API ks_status ks_run_evaluate(ks_run* run);
 /*
  * Hands what was learned to the write-behind cache, once, after ks_run_evaluate; results
  * stay. A run that is not stored leaves no trace in the domain. [one thread a run]
  */
-KS_API ks_status ks_run_store(ks_run *run);
+KS_API ks_status ks_run_store(ks_run* run);
 
 /* ---- Results: after ks_run_evaluate ---------------------------------------------------- */
 
@@ -323,66 +323,66 @@ typedef struct ks_summary {
 } ks_summary;
 
 /* Fills *summary; `size` is sizeof(ks_summary). [one thread a run] */
-KS_API ks_status ks_run_summary(ks_run *run, ks_summary *summary, size_t size);
+KS_API ks_status ks_run_summary(ks_run* run, ks_summary* summary, size_t size);
 
 /*
  * The result document, {"ruleItems":[…],"valueItems":[…],"alertItems":[…]}. `length` may be
  * null. Lives until the run is closed. [one thread a run]
  */
-KS_API ks_status ks_run_json(ks_run *run, const char **text, size_t *length);
+KS_API ks_status ks_run_json(ks_run* run, const char** text, size_t* length);
 
 /*
  * The name of a value that was rejected, in input order; `index` from 0. Lives until the run
  * is closed. [one thread a run]
  */
-KS_API ks_status ks_run_rejected(ks_run *run, size_t index, const char **name);
+KS_API ks_status ks_run_rejected(ks_run* run, size_t index, const char** name);
 
 /*
  * The items of the results. All texts live until the run is closed; one with a NUL inside
  * seems to end there, and is whole in the JSON document.
  */
 typedef struct ks_rule_update {
-  const char *device;
-  const char *source;
-  const char *param;
-  const char *interface_value;
-  const char *variable;
-  const char *rule_name; /* "intRange" */
-  const char *parameter; /* the rule's parameters as JSON */
-  const char *node_id;
-  const char *node_path_schema;
+  const char* device;
+  const char* source;
+  const char* param;
+  const char* interface_value;
+  const char* variable;
+  const char* rule_name; /* "intRange" */
+  const char* parameter; /* the rule's parameters as JSON */
+  const char* node_id;
+  const char* node_path_schema;
   int32_t rule_type;
   int32_t variable_type; /* the type code of the variable */
 } ks_rule_update;
 
 typedef struct ks_golden_value {
-  const char *device;
-  const char *source;
-  const char *param;
-  const char *interface_value;
-  const char *variable;
-  const char *rule_name;
-  const char *value; /* the golden value as JSON */
-  const char *node_id;
-  const char *node_path_schema;
-  const char *structure_id;
+  const char* device;
+  const char* source;
+  const char* param;
+  const char* interface_value;
+  const char* variable;
+  const char* rule_name;
+  const char* value; /* the golden value as JSON */
+  const char* node_id;
+  const char* node_path_schema;
+  const char* structure_id;
   int64_t time; /* of the value, seconds since the epoch */
   int32_t rule_type;
   int32_t variable_type;
 } ks_golden_value;
 
 typedef struct ks_alert {
-  const char *device;
-  const char *source;
-  const char *param;
-  const char *interface_value;
-  const char *interface_path;
-  const char *variable;
-  const char *rule_name;
-  const char *parameter; /* of the rule that was broken, as JSON */
-  const char *value;     /* that broke it, as text; null for variables with long names */
-  const char *node_id;
-  const char *node_path_schema;
+  const char* device;
+  const char* source;
+  const char* param;
+  const char* interface_value;
+  const char* interface_path;
+  const char* variable;
+  const char* rule_name;
+  const char* parameter; /* of the rule that was broken, as JSON */
+  const char* value;     /* that broke it, as text; null for variables with long names */
+  const char* node_id;
+  const char* node_path_schema;
   int64_t time; /* of the value, seconds since the epoch */
   int32_t rule_type;
   int32_t reserved;
@@ -392,10 +392,9 @@ typedef struct ks_alert {
  * Fill one item; `index` from 0 to below the number in ks_summary, `size` that of the
  * structure. [one thread a run]
  */
-KS_API ks_status ks_run_rule_update(ks_run *run, size_t index, ks_rule_update *item, size_t size);
-KS_API ks_status ks_run_golden_value(ks_run *run, size_t index, ks_golden_value *item,
-                                     size_t size);
-KS_API ks_status ks_run_alert(ks_run *run, size_t index, ks_alert *item, size_t size);
+KS_API ks_status ks_run_rule_update(ks_run* run, size_t index, ks_rule_update* item, size_t size);
+KS_API ks_status ks_run_golden_value(ks_run* run, size_t index, ks_golden_value* item, size_t size);
+KS_API ks_status ks_run_alert(ks_run* run, size_t index, ks_alert* item, size_t size);
 
 #ifdef __cplusplus
 }

@@ -37,6 +37,11 @@ class KEELSTONE_EXPORT RunLineReader {
   /// Reads one line; false when it is no run, and fault() then says in which field of
   /// which variable (counted from 0) what is wrong, in printable characters.
   [[nodiscard]] bool Read(std::string_view line, ParsedRun& run);
+  /// Reads variables alone, an array of them or a single one, and appends them. On failure
+  /// `variables` is as it was.
+  [[nodiscard]] bool ReadVariables(std::string_view json, std::vector<VarInfo>& variables);
+  /// The type code of a variable for which none is given; 0 for what is no type of a value.
+  static std::int32_t DefaultTypeCode(EnumKSDataType dataType) noexcept;
   const std::string& fault() const noexcept { return fault_; }
 
  private:
@@ -47,7 +52,8 @@ class KEELSTONE_EXPORT RunLineReader {
 
   bool Fail(std::string_view field, std::string_view what);
   bool ReadRun(const RunFields& fields, ParsedRun& run);
-  bool ReadVariables(const Value& variables, ParsedRun& run);
+  bool ParseJson(std::string_view text);
+  bool ReadVariables(const Value& list, std::vector<VarInfo>& variables);
   bool ReadVariable(const Value& object, std::vector<VarInfo>& variables);
   bool ReadValue(const VariableFields& fields, VarInfo& variable);
   bool ReadScalar(const Value& value, const TypeName& type, VarInfo& variable);
