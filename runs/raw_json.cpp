@@ -1,10 +1,10 @@
-#include "host/raw_json.h"
+#include "runs/raw_json.h"
 
 #include <algorithm>
 #include <limits>
 #include <unordered_map>
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -136,4 +136,4 @@ std::vector<std::pair<std::string_view, RawJson::Value>> UniqueMembers(
   return members;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

@@ -1,4 +1,4 @@
-#include "host/domain_files.h"
+#include "storage/domain_files.h"
 
 #include <unistd.h>
 
@@ -14,7 +14,7 @@
 #include "platform/json_reader.h"
 #include "storage/ksdatamanagersql.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -130,15 +130,6 @@ bool MakeTable(const DomainTable& table, const std::string& file,
 
 }  // namespace
 
-std::string DomainFault(const std::string& domainId, bool forWriting) {
-  using Condition = DomainCheck::Condition;
-  const DomainCheck check = CheckDomain(domainId, forWriting);
-  if (check.condition == Condition::kComplete) return {};
-  std::string fault = "domain \"" + domainId + "\" cannot be used: " + check.detail;
-  if (check.condition != Condition::kUnusable) fault += "; `keelstone init` makes what is missing";
-  return fault;
-}
-
 std::string DomainFolder(const std::string& domainId) {
   return DomainFileSystem().GetDomainFolder(domainId);
 }
@@ -213,4 +204,4 @@ JsonValue StoredGeneralSettings(const std::string& domainId) {
   return found;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

@@ -1,14 +1,14 @@
-#ifndef KEELSTONE_HOST_TABLE_VALUE_H
-#define KEELSTONE_HOST_TABLE_VALUE_H
+#ifndef KEELSTONE_RUNS_TABLE_VALUE_H
+#define KEELSTONE_RUNS_TABLE_VALUE_H
 
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/ksrulerecords.h"
-#include "host/raw_json.h"
+#include "runs/raw_json.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 /// How a table is to be digested.
 struct TableDigestOptions {
@@ -29,6 +29,6 @@ struct TableFault {
                                                   const TableDigestOptions& options,
                                                   VarInfo& variable);
 
-}  // namespace keelstone::host
+}  // namespace keelstone
 
-#endif  // KEELSTONE_HOST_TABLE_VALUE_H
+#endif  // KEELSTONE_RUNS_TABLE_VALUE_H

@@ -1,11 +1,11 @@
-#include "host/md5.h"
+#include "runs/md5.h"
 
 #include <openssl/evp.h>
 
 #include <array>
 #include <stdexcept>
 
-namespace keelstone::host {
+namespace keelstone {
 
 struct Md5::Context {
   EVP_MD_CTX* evp = EVP_MD_CTX_new();
@@ -47,4 +47,4 @@ std::string Md5::HexDigest() {
   return text;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

@@ -1,11 +1,11 @@
-#include "host/run_line.h"
+#include "runs/run_line.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
 
-namespace keelstone::host {
+namespace keelstone {
 namespace {
 
 using ::testing::ElementsAre;
@@ -167,4 +167,4 @@ TEST(RunLine, ReaderIsUsedAgainAfterAFault) {
 }
 
 }  // namespace
-}  // namespace keelstone::host
+}  // namespace keelstone

@@ -10,13 +10,13 @@
 #include <utility>
 #include <vector>
 
-#include "host/run_line.h"
+#include "runs/run_line.h"
 #include "tests/support/temp_root.h"
 #include "tests/support/text_second_reading.h"
 
 // Digests of generated tables against the program md5sum, fed with row texts that are put
 // together here.
-namespace keelstone::host {
+namespace keelstone {
 namespace {
 
 using Random = std::mt19937;
@@ -209,4 +209,4 @@ TEST(TableDigest, IsWhatMd5sumSaysOfTheRowTexts) {
 }
 
 }  // namespace
-}  // namespace keelstone::host
+}  // namespace keelstone

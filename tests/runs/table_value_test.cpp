@@ -1,13 +1,13 @@
-#include "host/table_value.h"
+#include "runs/table_value.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
 
-#include "host/run_line.h"
+#include "runs/run_line.h"
 
-namespace keelstone::host {
+namespace keelstone {
 namespace {
 
 using ::testing::ElementsAre;
@@ -131,4 +131,4 @@ TEST(TableValue, RefusesObjectsThatWouldFillTheMemoryWithNulls) {
 }
 
 }  // namespace
-}  // namespace keelstone::host
+}  // namespace keelstone

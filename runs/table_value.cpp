@@ -1,4 +1,4 @@
-#include "host/table_value.h"
+#include "runs/table_value.h"
 
 #include <algorithm>
 #include <charconv>
@@ -7,11 +7,11 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/md5.h"
-#include "host/text_escape.h"
 #include "platform/numbers.h"
+#include "platform/text_escape.h"
+#include "runs/md5.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -326,4 +326,4 @@ std::optional<TableFault> ReadTable(const RawJson::Value& value, const TableDige
   return std::nullopt;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

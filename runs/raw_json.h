@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_HOST_RAW_JSON_H
-#define KEELSTONE_HOST_RAW_JSON_H
+#ifndef KEELSTONE_RUNS_RAW_JSON_H
+#define KEELSTONE_RUNS_RAW_JSON_H
 
 #include <cstddef>
 #include <cstdint>
@@ -8,18 +8,19 @@
 #include <utility>
 #include <vector>
 
+#include "platform/export.h"
 #include "platform/json_reader.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 /// Whether a JSON number is an integer: written without '.', 'e' and 'E'.
-bool IsIntegerText(std::string_view number) noexcept;
+KEELSTONE_EXPORT bool IsIntegerText(std::string_view number) noexcept;
 /// Whether the whole text is a number in JSON's grammar.
-bool IsNumberText(std::string_view text) noexcept;
+KEELSTONE_EXPORT bool IsNumberText(std::string_view text) noexcept;
 
 /// One JSON text, read flat into two buffers, in which every number keeps its text and
 /// every object all its members. The buffers are used again by the next text. One thread.
-class RawJson final : private JsonHandler {
+class KEELSTONE_EXPORT RawJson final : private JsonHandler {
  public:
   enum class Kind : std::uint8_t { kNull, kFalse, kTrue, kNumber, kString, kArray, kObject };
   class Value;
@@ -63,7 +64,7 @@ class RawJson final : private JsonHandler {
 };
 
 /// One value of a RawJson, by reference; the default one is "absent".
-class RawJson::Value {
+class KEELSTONE_EXPORT RawJson::Value {
  public:
   Value() = default;
 
@@ -90,7 +91,7 @@ class RawJson::Value {
 };
 
 /// Walks elements or members.
-class RawJson::Iterator {
+class KEELSTONE_EXPORT RawJson::Iterator {
  public:
   Value operator*() const noexcept { return {document_, named_ ? index_ + 1 : index_}; }
   /// The member's name; nothing in an array.
@@ -117,9 +118,9 @@ class RawJson::Iterator {
 
 /// The members of an object with each name once: in the order of first appearance, with
 /// the value that stands last.
-std::vector<std::pair<std::string_view, RawJson::Value>> UniqueMembers(
+KEELSTONE_EXPORT std::vector<std::pair<std::string_view, RawJson::Value>> UniqueMembers(
     const RawJson::Value& object);
 
-}  // namespace keelstone::host
+}  // namespace keelstone
 
-#endif  // KEELSTONE_HOST_RAW_JSON_H
+#endif  // KEELSTONE_RUNS_RAW_JSON_H

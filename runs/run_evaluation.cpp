@@ -1,12 +1,11 @@
-#include "host/run_evaluation.h"
+#include "runs/run_evaluation.h"
 
 #include <algorithm>
 #include <exception>
 
-#include "engine/ksruleinstance.h"
 #include "platform/logger.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -49,8 +48,10 @@ bool Process(KSRuleInstance& instance, const VarInfo& variable, RunOutcome& outc
 
 void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand,
               std::unique_ptr<UnitData> data, RunOutcome& outcome) {
-  KSRuleInstance instance(run.source, run.nodeId, run.device, run.nodePathSchema, run.structureId,
-                          run.param, run.domain, "", run.time, onDemand);
+  outcome.instance = std::make_unique<KSRuleInstance>(
+      run.source, run.nodeId, run.device, run.nodePathSchema, run.structureId, run.param,
+      run.domain, "", run.time, onDemand);
+  KSRuleInstance& instance = *outcome.instance;
   outcome.results = instance.GetUpdateResultData();
   outcome.blocked = instance.IsInBlockTime();
   if (outcome.blocked) instance.SetOnlyUpdateKSValue();
@@ -65,10 +66,14 @@ void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand,
       outcome.rejected.push_back(variable.variableName);
     }
   }
-  instance.SerializeLocalDB();
 }
 
 }  // namespace
+
+void RunOutcome::Store() noexcept {
+  if (instance) instance->SerializeLocalDB();
+  instance.reset();
+}
 
 std::int64_t CountLines(std::string_view text) noexcept {
   const auto lineFeeds = std::count(text.begin(), text.end(), '\n');
@@ -84,9 +89,10 @@ RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Device:%s, source:%s: %s.",
            run.device.c_str(), run.source.c_str(), error.what());
+    outcome.instance.reset();  // half a run is not stored
     outcome.mayHavePending = true;
   }
   return outcome;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

@@ -1,15 +1,16 @@
-#ifndef KEELSTONE_HOST_DOMAIN_FILES_H
-#define KEELSTONE_HOST_DOMAIN_FILES_H
+#ifndef KEELSTONE_STORAGE_DOMAIN_FILES_H
+#define KEELSTONE_STORAGE_DOMAIN_FILES_H
 
 #include <string>
 #include <vector>
 
+#include "platform/export.h"
 #include "platform/json_value.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 /// How the databases of a domain stand.
-struct DomainCheck {
+struct KEELSTONE_EXPORT DomainCheck {
   enum class Condition {
     kAbsent,      // not one file is there
     kIncomplete,  // a file or a table is missing
@@ -22,10 +23,10 @@ struct DomainCheck {
 
 /// Looks at the files that an evaluation uses, without changing them. `forWriting`: those
 /// that it writes must be writable.
-DomainCheck CheckDomain(const std::string& domainId, bool forWriting);
+KEELSTONE_EXPORT DomainCheck CheckDomain(const std::string& domainId, bool forWriting);
 
 /// What MakeDomain did to one file.
-struct DomainFileReport {
+struct KEELSTONE_EXPORT DomainFileReport {
   std::string file;
   bool changed = false;  // a table or a setting was added
 };
@@ -34,22 +35,20 @@ struct DomainFileReport {
 /// there is left as it is, also the general settings. One transaction a file: a file is
 /// either whole or made whole by the next call. The text says why it failed; empty when
 /// all is well.
-[[nodiscard]] std::string MakeDomain(const std::string& domainId, const JsonValue& generalSettings,
-                                     std::vector<DomainFileReport>* reports = nullptr);
+[[nodiscard]] KEELSTONE_EXPORT std::string MakeDomain(
+    const std::string& domainId, const JsonValue& generalSettings,
+    std::vector<DomainFileReport>* reports = nullptr);
 
 /// The general settings as the domain has them stored; Null when it has none. What is no
 /// usable database throws CppSQLite3Exception.
-JsonValue StoredGeneralSettings(const std::string& domainId);
-
-/// Why a command cannot work on a domain that must be there whole; empty when it can.
-std::string DomainFault(const std::string& domainId, bool forWriting);
+KEELSTONE_EXPORT JsonValue StoredGeneralSettings(const std::string& domainId);
 
 /// The folder of a domain's databases.
-std::string DomainFolder(const std::string& domainId);
+KEELSTONE_EXPORT std::string DomainFolder(const std::string& domainId);
 
 /// The file of one of a domain's databases (EnumDbType), whether it is there or not.
-std::string DomainDatabase(int dbType, const std::string& domainId);
+KEELSTONE_EXPORT std::string DomainDatabase(int dbType, const std::string& domainId);
 
-}  // namespace keelstone::host
+}  // namespace keelstone
 
-#endif  // KEELSTONE_HOST_DOMAIN_FILES_H
+#endif  // KEELSTONE_STORAGE_DOMAIN_FILES_H

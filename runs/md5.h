@@ -1,11 +1,11 @@
-#ifndef KEELSTONE_HOST_MD5_H
-#define KEELSTONE_HOST_MD5_H
+#ifndef KEELSTONE_RUNS_MD5_H
+#define KEELSTONE_RUNS_MD5_H
 
 #include <memory>
 #include <string>
 #include <string_view>
 
-namespace keelstone::host {
+namespace keelstone {
 
 /// Computes one MD5 digest piece by piece. std::runtime_error when the cryptographic
 /// library refuses MD5 (as in some hardened set-ups). One thread.
@@ -25,6 +25,6 @@ class Md5 {
   std::unique_ptr<Context> context_;
 };
 
-}  // namespace keelstone::host
+}  // namespace keelstone
 
-#endif  // KEELSTONE_HOST_MD5_H
+#endif  // KEELSTONE_RUNS_MD5_H

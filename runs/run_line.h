@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_HOST_RUN_LINE_H
-#define KEELSTONE_HOST_RUN_LINE_H
+#ifndef KEELSTONE_RUNS_RUN_LINE_H
+#define KEELSTONE_RUNS_RUN_LINE_H
 
 #include <cstdint>
 #include <string>
@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "engine/ksrulerecords.h"
-#include "host/raw_json.h"
+#include "platform/export.h"
+#include "runs/raw_json.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 /// One parser run on one device, as a line of the input gives it.
-struct ParsedRun {
+struct KEELSTONE_EXPORT ParsedRun {
   std::int32_t time = 0;  // seconds since the epoch
   std::string domain;
   std::string device;
@@ -27,14 +28,20 @@ struct ParsedRun {
 
 /// Reads lines of the input. Unknown members are passed over; of two with one name the
 /// last counts. One thread.
-class RunLineReader {
+class KEELSTONE_EXPORT RunLineReader {
  public:
   /// Runs that name no domain belong to `defaultDomain`.
   explicit RunLineReader(std::string defaultDomain);
+  ~RunLineReader();
 
   /// Reads one line; false when it is no run, and fault() then says in which field of
   /// which variable (counted from 0) what is wrong, in printable characters.
   [[nodiscard]] bool Read(std::string_view line, ParsedRun& run);
+  /// Reads variables alone, an array of them or a single one, and appends them. On failure
+  /// `variables` is as it was.
+  [[nodiscard]] bool ReadVariables(std::string_view json, std::vector<VarInfo>& variables);
+  /// The type code of a variable for which none is given; 0 for what is no type of a value.
+  static std::int32_t DefaultTypeCode(EnumKSDataType dataType) noexcept;
   const std::string& fault() const noexcept { return fault_; }
 
  private:
@@ -45,7 +52,8 @@ class RunLineReader {
 
   bool Fail(std::string_view field, std::string_view what);
   bool ReadRun(const RunFields& fields, ParsedRun& run);
-  bool ReadVariables(const Value& variables, ParsedRun& run);
+  bool ParseJson(std::string_view text);
+  bool ReadVariables(const Value& list, std::vector<VarInfo>& variables);
   bool ReadVariable(const Value& object, std::vector<VarInfo>& variables);
   bool ReadValue(const VariableFields& fields, VarInfo& variable);
   bool ReadScalar(const Value& value, const TypeName& type, VarInfo& variable);
@@ -65,6 +73,6 @@ class RunLineReader {
   std::string where_;  // "variables[3]." while a variable is read
 };
 
-}  // namespace keelstone::host
+}  // namespace keelstone
 
-#endif  // KEELSTONE_HOST_RUN_LINE_H
+#endif  // KEELSTONE_RUNS_RUN_LINE_H

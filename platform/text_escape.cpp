@@ -1,9 +1,9 @@
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 #include <array>
 #include <cstdint>
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -118,4 +118,4 @@ std::string Printable(std::string_view bytes, std::size_t limit) {
   return text;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone

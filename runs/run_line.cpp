@@ -1,4 +1,4 @@
-#include "host/run_line.h"
+#include "runs/run_line.h"
 
 #include <algorithm>
 #include <array>
@@ -7,10 +7,10 @@
 #include <optional>
 #include <utility>
 
-#include "host/table_value.h"
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
+#include "runs/table_value.h"
 
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -70,8 +70,15 @@ const std::array<RunLineReader::TypeName, 5> RunLineReader::TypeName::kAll = {{
     {"table", KSDataTable, 11},
 }};
 
+std::int32_t RunLineReader::DefaultTypeCode(EnumKSDataType dataType) noexcept {
+  const TypeName* const type = TypeName::Of(dataType);
+  return type != TypeName::kAll.end() ? type->typeCode : 0;
+}
+
 RunLineReader::RunLineReader(std::string defaultDomain)
     : defaultDomain_(std::move(defaultDomain)) {}
+
+RunLineReader::~RunLineReader() = default;
 
 bool RunLineReader::Fail(std::string_view field, std::string_view what) {
   fault_ = where_;
@@ -107,14 +114,16 @@ bool RunLineReader::TakeInt32(std::string_view field, const Value& value, std::i
   return read.ec == std::errc() || Fail(field, "is out of range (32 bits)");
 }
 
-bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
+bool RunLineReader::ParseJson(std::string_view text) {
   where_.clear();
   JsonParseError error;
-  if (!json_.Parse(line, error)) {
-    fault_ =
-        "not JSON: " + Printable(error.message) + " at byte " + std::to_string(error.offset + 1);
-    return false;
-  }
+  if (json_.Parse(text, error)) return true;
+  fault_ = "not JSON: " + Printable(error.message) + " at byte " + std::to_string(error.offset + 1);
+  return false;
+}
+
+bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
+  if (!ParseJson(line)) return false;
   if (!json_.root().Is(Kind::kObject)) {
     fault_ = "a run must be a JSON object";
     return false;
@@ -146,19 +155,29 @@ bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
          TakeString("nodePathSchema", fields.nodePathSchema, run.nodePathSchema) &&
          TakeString("structureId", fields.structureId, run.structureId) &&
          TakeBool("onDemand", fields.onDemand, run.onDemand) &&
-         Require("variables", fields.variables) && ReadVariables(fields.variables, run);
+         Require("variables", fields.variables) && ReadVariables(fields.variables, run.variables);
 }
 
-bool RunLineReader::ReadVariables(const Value& variables, ParsedRun& run) {
-  if (!variables.Is(Kind::kArray)) return Fail("variables", "must be an array");
-  run.variables.reserve(variables.size());
+bool RunLineReader::ReadVariables(std::string_view json, std::vector<VarInfo>& variables) {
+  if (!ParseJson(json)) return false;
+  const std::size_t before = variables.size();
+  const bool isRead = json_.root().Is(Kind::kObject) ? ReadVariable(json_.root(), variables)
+                                                     : ReadVariables(json_.root(), variables);
+  if (!isRead)
+    variables.erase(variables.begin() + static_cast<std::ptrdiff_t>(before), variables.end());
+  return isRead;
+}
+
+bool RunLineReader::ReadVariables(const Value& list, std::vector<VarInfo>& variables) {
+  if (!list.Is(Kind::kArray)) return Fail("variables", "must be an array");
+  if (variables.empty()) variables.reserve(list.size());
   std::size_t index = 0;
-  for (const Value variable : variables) {
+  for (const Value variable : list) {
     const std::string place = "variables[" + std::to_string(index++) + "]";
     where_.clear();
     if (!variable.Is(Kind::kObject)) return Fail(place, "must be an object");
     where_ = place + '.';
-    if (!ReadVariable(variable, run.variables)) return false;
+    if (!ReadVariable(variable, variables)) return false;
   }
   return true;
 }
@@ -287,4 +306,4 @@ bool RunLineReader::ReadTableValue(const VariableFields& fields, VarInfo& variab
   return !fault || Fail(fault->field, fault->text);
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone
