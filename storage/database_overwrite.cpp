@@ -216,9 +216,10 @@ void RequirePlainColumns(CppSQLite3DB& source, const DeliveredTable& expected) {
   }
 }
 
-// Pages that a damaged file uses more than once would come as rows without end.
+// Pages that a damaged file uses more than once would come as rows without end, and a
+// damaged index would be taken over as it is.
 void RequireSound(CppSQLite3DB& source) {
-  auto statement = source.compileStatement("pragma quick_check(1)");
+  auto statement = source.compileStatement("pragma integrity_check(1)");
   const auto answer = statement.execQuery();
   const std::string_view fault = answer.eof() ? "no answer" : answer.getStringField(0);
   if (fault != "ok") throw DeliveryError("it is damaged: " + std::string(fault));

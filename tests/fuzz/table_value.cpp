@@ -8,6 +8,7 @@
 #include "host/table_value.h"
 #include "model/textruledata.h"
 #include "platform/compressor.h"
+#include "platform/utf8.h"
 #include "tests/fuzz/fuzz_target.h"
 
 namespace keelstone::fuzz {
@@ -20,7 +21,8 @@ void ReadTableText(unsigned flags, Input& input) {
   options.sort = (flags & kSorted) != 0;
   if ((flags & kDigest) != 0) options.digest = "0123";
   const std::string keys = input.Line();
-  if ((flags & kKeys) != 0) {
+  // What comes from an input line is valid UTF-8.
+  if ((flags & kKeys) != 0 && FirstInvalidUtf8(keys) == keys.size()) {
     auto& names = options.keys.emplace(1);
     for (const char c : keys) {
       if (c == ',') {
