@@ -4,16 +4,16 @@
 #include <utility>
 
 #include "host/result_output.h"
-#include "host/run_evaluation.h"
-#include "host/run_line.h"
 #include "platform/filesystem.h"
+#include "runs/run_evaluation.h"
+#include "runs/run_line.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {
 namespace {
 
-std::unique_ptr<host::UnitData> DefinitionsOf(const host::ParsedRun& run) {
-  auto data = std::make_unique<host::UnitData>();
+std::unique_ptr<UnitData> DefinitionsOf(const ParsedRun& run) {
+  auto data = std::make_unique<UnitData>();
   for (const VarInfo& variable : run.variables) {
     auto definition = std::make_shared<RuleDefinitionData>();
     definition->variableName = variable.variableName;
@@ -32,10 +32,10 @@ void ExpectSafeFolder(const std::string& domainId) {
 
 void ReadLine(std::string_view line) {
   static Home home;
-  static const host::Domain domain{
+  static const Domain domain{
       .id = "fuzz", .data = home.manager(), .tableRowLimit = 5000, .stringLineLimit = 100};
-  host::RunLineReader reader("fuzz");
-  host::ParsedRun run;
+  RunLineReader reader("fuzz");
+  ParsedRun run;
   if (!reader.Read(line, run)) {
     KS_PROMISE(!reader.fault().empty());
     KS_PROMISE(IsStrictJson(JsonValue(reader.fault()).toString()));  // valid UTF-8
@@ -44,13 +44,14 @@ void ReadLine(std::string_view line) {
   ExpectSafeFolder(run.domain);
   run.domain = home.domainId();
   const bool onDemand = run.onDemand;
-  const host::RunOutcome outcome = host::EvaluateRun(run, domain, onDemand, DefinitionsOf(run));
+  RunOutcome outcome = EvaluateRun(run, domain, onDemand, DefinitionsOf(run));
   KS_PROMISE(outcome.variables <= run.variables.size());
   KS_PROMISE(outcome.rejected.size() <= run.variables.size());
   const std::string output = host::JsonOutput(run, outcome, true);
   KS_PROMISE(IsStrictJson(output));
   KS_PROMISE(output.find('\n') + 1 >= output.size());
   host::TextOutput(run, outcome);
+  outcome.Store();
   if (outcome.mayHavePending) home.Forget();
 }
 

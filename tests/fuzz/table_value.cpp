@@ -4,11 +4,11 @@
 #include <memory>
 #include <vector>
 
-#include "host/raw_json.h"
-#include "host/table_value.h"
 #include "model/textruledata.h"
 #include "platform/compressor.h"
 #include "platform/utf8.h"
+#include "runs/raw_json.h"
+#include "runs/table_value.h"
 #include "tests/fuzz/fuzz_target.h"
 
 namespace keelstone::fuzz {
@@ -17,7 +17,7 @@ namespace {
 enum Flag : unsigned { kGolden = 1, kSorted = 2, kKeys = 4, kDigest = 8 };
 
 void ReadTableText(unsigned flags, Input& input) {
-  host::TableDigestOptions options;
+  TableDigestOptions options;
   options.sort = (flags & kSorted) != 0;
   if ((flags & kDigest) != 0) options.digest = "0123";
   const std::string keys = input.Line();
@@ -33,11 +33,11 @@ void ReadTableText(unsigned flags, Input& input) {
     }
   }
   const std::string text = input.Rest();
-  host::RawJson json;
+  RawJson json;
   JsonParseError error;
   if (!json.Parse(text, error)) return;
   VarInfo variable;
-  if (const auto fault = host::ReadTable(json.root(), options, variable)) {
+  if (const auto fault = ReadTable(json.root(), options, variable)) {
     KS_PROMISE(!fault->text.empty());
     return;
   }
@@ -45,10 +45,10 @@ void ReadTableText(unsigned flags, Input& input) {
   const std::string written = variable.value.toString();
   // The table's own document is a table with the same digest.
   VarInfo again;
-  host::RawJson writtenJson;
+  RawJson writtenJson;
   KS_PROMISE(writtenJson.Parse(written, error));
   options.keys.emplace(variable.tableKeys.begin(), variable.tableKeys.end());
-  KS_PROMISE(!host::ReadTable(writtenJson.root(), options, again));
+  KS_PROMISE(!ReadTable(writtenJson.root(), options, again));
   KS_PROMISE(again.valueText == variable.valueText);
   KS_PROMISE(again.value.toString() == written);
 
