@@ -16,6 +16,17 @@ namespace {
 
 enum Flag : unsigned { kGolden = 1, kSorted = 2, kKeys = 4, kDigest = 8 };
 
+/// Whether there may be an integer beyond 64 bits: the digest takes its digits as they
+/// stand, the table's document has the nearest double.
+bool MayHoldHugeInteger(const std::string& text) {
+  std::size_t digits = 0;
+  for (const char c : text) {
+    digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+    if (digits == 19) return true;
+  }
+  return false;
+}
+
 void ReadTableText(unsigned flags, Input& input) {
   TableDigestOptions options;
   options.sort = (flags & kSorted) != 0;
@@ -49,7 +60,7 @@ void ReadTableText(unsigned flags, Input& input) {
   KS_PROMISE(writtenJson.Parse(written, error));
   options.keys.emplace(variable.tableKeys.begin(), variable.tableKeys.end());
   KS_PROMISE(!ReadTable(writtenJson.root(), options, again));
-  KS_PROMISE(again.valueText == variable.valueText);
+  KS_PROMISE(again.valueText == variable.valueText || MayHoldHugeInteger(text));
   KS_PROMISE(again.value.toString() == written);
 
   std::string packed = written;
