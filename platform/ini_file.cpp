@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\v\f\r\n";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t kMostSectionBytes = 49;  // the parser cuts longer names
 
 /// The name in a section's head, as the parser takes it: closed before a comment begins.
 std::optional<std::string_view> SectionName(std::string_view line) {
@@ -22,7 +23,7 @@ std::optional<std::string_view> SectionName(std::string_view line) {
   for (std::size_t i = 1; i < name.size(); ++i) {
     if (name[i] == ';' && kBlanks.find(name[i - 1]) != std::string_view::npos) return std::nullopt;
   }
-  return name;
+  return name.substr(0, kMostSectionBytes);
 }
 
 }  // namespace
