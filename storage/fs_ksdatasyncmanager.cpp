@@ -54,6 +54,8 @@ DeliveredTable ExpectedTable(int dbType) {
       return {"KSVariableRule", kSettingColumns};
     case kDbBlockSetting:
       return {"KSBlockSetting", kSettingColumns};
+    case kDbObjectRule:
+      return {kRuleTable, kRuleColumns};
     default:
       return {"KSInterfaceType", kSettingColumns};
   }
@@ -116,7 +118,7 @@ bool MergeRuleDatabase(const std::string& from, const std::string& to,
   CppSQLite3DB source;
   CppSQLite3DB destination;
   const bool merged = TableFrame::Attempt(destination, kMerge, log, [&] {
-    OpenDelivered(source, from, to, {kRuleTable, kRuleColumns});
+    OpenDelivered(source, from, to, ExpectedTable(kDbObjectRule));
     if (!MakeParentFolders(to)) throw DeliveryError("the folder of " + to + " cannot be made");
     destination.open(to);
     MergeRows(source, destination, to);
@@ -189,6 +191,19 @@ bool FSKSDataSyncManager::MergeObjectRule(const std::string& from, const std::st
   NoteChangeOfAllUnits();
   if (merged && invalidate) InvalidateKSObjectRuleCaches(domainId);
   return merged;
+}
+
+std::string FSKSDataSyncManager::DeliveryFault(const std::string& from, const std::string& to,
+                                               int dbType) {
+  try {
+    CppSQLite3DB source;
+    OpenDelivered(source, from, to, ExpectedTable(dbType));
+    return {};
+  } catch (const CppSQLite3Exception& error) {
+    return error.errorMessage();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
 }
 
 void FSKSDataSyncManager::InvalidateKSGlobalSettingCaches(const std::string& domainId) {
