@@ -158,9 +158,11 @@ std::vector<std::string> LoadedDomain::Rows(const std::string& without) const {
       "select deviceName||' '||variableSource||' '||interfaceValue||' '||variableName||' '||";
   const std::string steady = " where deviceName not in ('" + without + "','" + kDeliveredDevice +
                              "') and variableSource <> '" + kGoneSource + "' order by 1";
-  std::vector<std::string> rows = files_.Select(
-      kDbObjectRule, key + "ruleTypeId||' '||ruleGenerateType||' '||ruleAlgParameter "
-                           "from KSObjectRule" + steady);
+  std::vector<std::string> rows =
+      files_.Select(kDbObjectRule, key +
+                                       "ruleTypeId||' '||ruleGenerateType||' '||ruleAlgParameter "
+                                       "from KSObjectRule" +
+                                       steady);
   const auto histories =
       files_.Select(kDbObjectHistory, key + "HistoryData from KSObjectHistory" + steady);
   rows.insert(rows.end(), histories.begin(), histories.end());
@@ -183,16 +185,24 @@ Disturbance::Disturbance(const std::vector<std::unique_ptr<LoadedDomain>>& domai
 template <class Step>
 void Disturbance::Repeat(Step step) {
   threads_.emplace_back([this, step] {
+    std::uint64_t seen = 0;
     for (int run = 0; !stopping_; ++run) {
       step(run);
       ++steps_;
-      std::this_thread::yield();
+      pulse_.wait(seen);
+      seen = pulse_;
     }
   });
 }
 
+void Disturbance::Pulse() {
+  ++pulse_;
+  pulse_.notify_all();
+}
+
 void Disturbance::Stop() {
   stopping_ = true;
+  Pulse();
   for (std::thread& thread : threads_) thread.join();
   threads_.clear();
 }

@@ -43,7 +43,7 @@ class LoadedDomain {
   void Flush() const;
 
   // What goes on beside the evaluation: each is one step of it.
-  void OverwriteSettings() const;   // with the same content
+  void OverwriteSettings() const;    // with the same content
   void MergeDeliveredRules() const;  // of a device of its own
   void Invalidate() const;
   /// A parser that the cleaner does not know comes and is cleaned away.
@@ -61,12 +61,15 @@ class LoadedDomain {
   CKSCleaner cleaner_;
 };
 
-/// Everything at once on several domains, until told to stop: merges, invalidations,
-/// cleanings, flushes of all and of one.
+/// Everything at once on several domains: merges, invalidations, cleanings, flushes of all
+/// and of one. Each goes on by a step when the evaluation has gone on, so that none takes
+/// all of the disk.
 class Disturbance {
  public:
   explicit Disturbance(const std::vector<std::unique_ptr<LoadedDomain>>& domains);
   ~Disturbance() { Stop(); }
+  /// The evaluation has gone on. Any thread.
+  void Pulse();
   void Stop();
   std::uint64_t steps() const { return steps_; }
 
@@ -75,6 +78,7 @@ class Disturbance {
   void Repeat(Step step);
 
   std::atomic<bool> stopping_{false};
+  std::atomic<std::uint64_t> pulse_{0};
   std::atomic<std::uint64_t> steps_{0};
   std::vector<std::thread> threads_;
 };

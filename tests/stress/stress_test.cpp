@@ -34,7 +34,8 @@ Domains MakeDomains(const std::string& prefix, int count) {
 }
 
 /// The units of one thread, run after run; a run is on disk before the next of its unit.
-void EvaluateShare(Domains& domains, int share, int shares, std::atomic<int>& refused) {
+void EvaluateShare(Domains& domains, int share, int shares, std::atomic<int>& refused,
+                   Disturbance* disturbance = nullptr) {
   const auto units = SteadyUnits(kDevices);
   for (int run = 0; run < kRuns; ++run) {
     for (const auto& domain : domains) {
@@ -44,6 +45,7 @@ void EvaluateShare(Domains& domains, int share, int shares, std::atomic<int>& re
       }
       domain->Flush();
     }
+    if (disturbance != nullptr) disturbance->Pulse();
   }
 }
 
@@ -63,7 +65,8 @@ TEST(Stress, StoresWhatOneThreadStores) {
   Disturbance disturbance(busy);
   std::vector<std::thread> threads;
   for (int share = 0; share < kThreads; ++share) {
-    threads.emplace_back([&, share] { EvaluateShare(busy, share, kThreads, refused); });
+    threads.emplace_back(
+        [&, share] { EvaluateShare(busy, share, kThreads, refused, &disturbance); });
   }
   for (int twin = 0; twin < 2; ++twin) {
     threads.emplace_back([&] {
@@ -96,10 +99,10 @@ TEST(Stress, StoresWhatOneThreadStores) {
   // Neither is destroyed: their threads work on while the process ends.
   auto& domains = *new Domains(MakeDomains("ending", kDomains));
   auto& refused = *new std::atomic<int>(0);
-  new Disturbance(domains);
+  auto& disturbance = *new Disturbance(domains);
   for (int share = 0; share < kThreads; ++share) {
     std::thread([&, share] {
-      while (true) EvaluateShare(domains, share, kThreads, refused);
+      while (true) EvaluateShare(domains, share, kThreads, refused, &disturbance);
     }).detach();
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(50 + way * 30));
