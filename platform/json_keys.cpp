@@ -7,6 +7,11 @@
 #include <utility>
 
 namespace keelstone {
+namespace {
+
+constexpr std::size_t kUsualCount = 8;
+
+}  // namespace
 
 JsonKeys::JsonKeys(const JsonKeys& other, std::size_t count)
     : names_(other.names_.begin(), other.names_.begin() + static_cast<std::ptrdiff_t>(count)) {
@@ -28,15 +33,9 @@ std::size_t JsonKeys::Find(std::string_view name) const noexcept {
   }
 }
 
-bool JsonKeys::IsSmall() const noexcept {
-  constexpr std::size_t kLongestName = 64;
-  return names_.size() <= 2 * kUnindexed &&
-         std::all_of(names_.begin(), names_.end(),
-                     [](const std::string& name) { return name.size() <= kLongestName; });
-}
-
 void JsonKeys::Add(std::string_view name) {
   Reserve(names_.size() + 1);
+  if (names_.empty()) names_.reserve(kUsualCount);
   names_.emplace_back(name);
   if (!slots_.empty()) Enter(slots_, names_.back(), names_.size() - 1);
 }

@@ -25,8 +25,6 @@ class JsonKeys {
   std::size_t size() const noexcept { return names_.size(); }
   const std::string& operator[](std::size_t position) const noexcept { return names_[position]; }
   std::size_t Find(std::string_view name) const noexcept;
-  /// Whether there are few and short ones, not much to keep for later.
-  bool IsSmall() const noexcept;
 
   // For an only holder.
   /// Adds a name that is not there yet; no change when it throws.

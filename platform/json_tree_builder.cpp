@@ -26,14 +26,28 @@ bool JsonTreeBuilder::ObjectBegin() {
 
 bool JsonTreeBuilder::Key(std::string_view bytes) {
   OpenObject& open = open_.back();
-  if (open.count == 0) open.keys = known_.StartingWith(bytes);
-  if (!open.isOwn && open.keys && open.count < open.keys->size() &&
-      (*open.keys)[open.count] == bytes) {
-    ++open.count;
-  } else {
-    AddOwnKey(open, bytes);
+  if (open.count == 0) {
+    open.model = &models_.StartingWith(bytes);
+    open.keys = open.model->keys;
   }
+  if (open.isOwn || !open.keys || open.count == open.keys->size() ||
+      (*open.keys)[open.count] != bytes) {
+    likely_ = nullptr;
+    AddOwnKey(open, bytes);
+    return true;
+  }
+  // Another object may have taken the model's place meanwhile.
+  likely_ =
+      open.model->keys == open.keys ? &JsonNodes::Content(open.model->object)[open.count] : nullptr;
+  ++open.count;
   return true;
+}
+
+bool JsonTreeBuilder::String(std::string_view bytes) {
+  if (likely_ != nullptr && likely_->isString() && JsonNodes::Bytes(*likely_) == bytes) {
+    return Push(*likely_);
+  }
+  return Push(bytes);
 }
 
 void JsonTreeBuilder::AddOwnKey(OpenObject& open, std::string_view bytes) {
@@ -57,23 +71,22 @@ bool JsonTreeBuilder::ArrayEnd(std::size_t count) {
 }
 
 bool JsonTreeBuilder::ObjectEnd(std::size_t count) {
-  OpenObject& open = open_.back();
+  likely_ = nullptr;
+  OpenObject open = std::move(open_.back());
   if (!repeated_.empty() && repeated_.back().depth == open_.size()) {
     PutRepeatedInPlace(count);
     count = open.keys->size();
   }
-  auto node = std::make_unique<JsonObjectNode>();
-  if (count > 0) {
-    if (open.keys->size() > count) {
-      open.keys = new JsonKeys(*open.keys, count);
-      open.isOwn = true;
-    }
-    if (open.isOwn && open.keys->IsSmall()) known_.Keep(open.keys);
-    node->keys = std::move(open.keys);
-  }
   open_.pop_back();
+  auto node = std::make_unique<JsonObjectNode>();
   MoveLast(count, node->content);
-  return Push(JsonNodes::Value(std::move(node)));
+  if (count == 0) return Push(JsonNodes::Value(std::move(node)));
+  if (open.keys->size() > count) open.keys = new JsonKeys(*open.keys, count);
+  node->keys = open.keys;
+  Push(JsonNodes::Value(std::move(node)));
+  open.model->object = values_.back();
+  open.model->keys = std::move(open.keys);
+  return true;
 }
 
 void JsonTreeBuilder::PutRepeatedInPlace(std::size_t count) {

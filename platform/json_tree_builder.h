@@ -14,26 +14,24 @@
 
 namespace keelstone {
 
-/// Names of objects that were read before, found by their first name: most objects of a
-/// text are built like one that came before.
-class KnownJsonKeys {
+/// Objects of a text that were read before, found by their first name: most objects are
+/// built like one that came before, and often hold the same strings.
+class JsonModels {
  public:
-  const JsonKeysPointer& StartingWith(std::string_view name) const noexcept {
-    return places_[PlaceOf(name)];
+  struct Model {
+    JsonKeysPointer keys;  // none yet: null
+    JsonValue object;      // the last one with these names
+  };
+  Model& StartingWith(std::string_view name) noexcept {
+    if (name.empty()) return models_[0];
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(name[i]); };
+    return models_[(name.size() + 5U * byte(0) + 3U * byte(name.size() / 2) +
+                    byte(name.size() - 1)) %
+                   models_.size()];
   }
-  /// Forgets others for it.
-  void Keep(const JsonKeysPointer& keys) { places_[PlaceOf((*keys)[0])] = keys; }
 
  private:
-  static std::size_t PlaceOf(std::string_view name) noexcept {
-    if (name.empty()) return 0;
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(name[i]); };
-    return (name.size() + 5U * byte(0) + 3U * byte(name.size() / 2) + byte(name.size() - 1)) %
-           kPlaces;
-  }
-
-  static constexpr std::size_t kPlaces = 32;
-  std::array<JsonKeysPointer, kPlaces> places_;
+  std::array<Model, 32> models_;
 };
 
 /// Builds the value that a text holds from its parts in their order: finished values wait
@@ -55,17 +53,21 @@ class JsonTreeBuilder {
     const auto value = LeadingDouble(text);
     return value.has_value() && Push(*value);
   }
-  bool String(std::string_view bytes) { return Push(bytes); }
+  bool String(std::string_view bytes);
   bool Key(std::string_view bytes);
-  bool ArrayBegin() { return true; }
+  bool ArrayBegin() {
+    likely_ = nullptr;
+    return true;
+  }
   bool ArrayEnd(std::size_t count);
   bool ObjectBegin();
   bool ObjectEnd(std::size_t count);
 
  private:
-  /// The names of an object whose end has not come.
+  /// An object whose end has not come.
   struct OpenObject {
-    JsonKeysPointer keys;   // known ones as long as they agree, then its own
+    JsonModels::Model* model = nullptr;
+    JsonKeysPointer keys;   // the model's as long as they agree, then its own
     std::size_t count = 0;  // names so far, repeated ones as well
     bool isOwn = false;
   };
@@ -89,7 +91,8 @@ class JsonTreeBuilder {
   std::vector<JsonValue> values_;
   std::vector<OpenObject> open_;
   std::vector<Repeated> repeated_;
-  KnownJsonKeys known_;
+  JsonModels models_;
+  const JsonValue* likely_ = nullptr;  // the next value's counterpart in its object's model
 };
 
 }  // namespace keelstone

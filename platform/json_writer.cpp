@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -58,33 +59,42 @@ std::size_t PlainBytes(std::uint64_t word) noexcept {
 
 /// Copies bytes up to the first one that needs an escape and moves both ends on.
 void CopyPlain(const char*& from, const char* end, char*& to) noexcept {
-  std::uint64_t word = 0;
   if constexpr (std::endian::native == std::endian::little) {
-    while (end - from >= static_cast<std::ptrdiff_t>(sizeof word)) {
-      std::memcpy(&word, from, sizeof word);
-      std::memcpy(to, &word, sizeof word);
-      const std::size_t plain = PlainBytes(word);
-      from += plain;
-      to += plain;
-      if (plain < sizeof word) return;
+    std::uint64_t word = 0;
+    constexpr std::ptrdiff_t kWord = sizeof word;
+    if (end - from >= kWord) {
+      for (;;) {
+        std::memcpy(&word, from, sizeof word);
+        std::memcpy(to, &word, sizeof word);
+        const std::size_t plain = PlainBytes(word);
+        from += plain;
+        to += plain;
+        if (plain < sizeof word || from == end) return;
+        // The last word begins among bytes that are known to be plain.
+        const std::ptrdiff_t back = std::max<std::ptrdiff_t>(kWord - (end - from), 0);
+        from -= back;
+        to -= back;
+      }
     }
   }
   while (from != end && kEscapes[static_cast<unsigned char>(*from)] == 0) *to++ = *from++;
 }
 
-void PutQuoted(GrowingText& text, std::string_view bytes) {
+/// Puts a JSON string, and `after` behind it.
+void PutQuoted(GrowingText& text, std::string_view bytes, std::string_view after) {
   const char* from = bytes.data();
   const char* const end = from + bytes.size();
-  char* to = text.Room(bytes.size() + 2);
+  char* to = text.Room(bytes.size() + 2 + after.size());
   *to++ = '"';
   for (;;) {
     CopyPlain(from, end, to);
     if (from == end) break;
     text.End(to);
-    to = text.Room(kLongestEscape + static_cast<std::size_t>(end - from));
+    to = text.Room(kLongestEscape + static_cast<std::size_t>(end - from) + after.size());
     to = WriteEscape(to, static_cast<unsigned char>(*from++));
   }
   *to++ = '"';
+  for (const char c : after) *to++ = c;
   text.End(to);
 }
 
@@ -108,7 +118,7 @@ class TextWriter {
   void GoOnWithArray();
   void GoOnWithObject();
   void WriteScalar(const JsonValue& value);
-  void WriteString(std::string_view bytes);
+  void WriteString(std::string_view bytes, std::string_view after = {});
   void WriteBinary(std::string_view bytes);
   template <class Number>
   void WriteNumberText(Number value) {
@@ -161,8 +171,7 @@ void TextWriter::GoOnWithObject() {
   while (frame.next < values.size()) {
     if (frame.next > 0) text_.Put(',');
     const std::size_t position = frame.next++;
-    WriteString(JsonNodes::Keys(*frame.container)[position]);
-    text_.Put(':');
+    WriteString(JsonNodes::Keys(*frame.container)[position], ":");
     if (!Begin(values[position])) return;
   }
   text_.Put('}');
@@ -196,11 +205,11 @@ void TextWriter::WriteScalar(const JsonValue& value) {
   }
 }
 
-void TextWriter::WriteString(std::string_view bytes) {
+void TextWriter::WriteString(std::string_view bytes, std::string_view after) {
   if (options_.replaceInvalidUtf8 && FirstInvalidUtf8(bytes) != bytes.size()) {
-    PutQuoted(text_, ReplaceInvalidUtf8(bytes));
+    PutQuoted(text_, ReplaceInvalidUtf8(bytes), after);
   } else {
-    PutQuoted(text_, bytes);
+    PutQuoted(text_, bytes, after);
   }
 }
 
