@@ -11,10 +11,13 @@ namespace {
 
 constexpr std::size_t kUsualCount = 8;
 
+bool IsPlain(char c) noexcept { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
+
 }  // namespace
 
 JsonKeys::JsonKeys(const JsonKeys& other, std::size_t count)
-    : names_(other.names_.begin(), other.names_.begin() + static_cast<std::ptrdiff_t>(count)) {
+    : arePlain_(other.arePlain_),
+      names_(other.names_.begin(), other.names_.begin() + static_cast<std::ptrdiff_t>(count)) {
   Reserve(count);
 }
 
@@ -37,6 +40,7 @@ void JsonKeys::Add(std::string_view name) {
   Reserve(names_.size() + 1);
   if (names_.empty()) names_.reserve(kUsualCount);
   names_.emplace_back(name);
+  arePlain_ = arePlain_ && std::all_of(name.begin(), name.end(), IsPlain);
   if (!slots_.empty()) Enter(slots_, names_.back(), names_.size() - 1);
 }
 

@@ -25,6 +25,8 @@ class JsonKeys {
   std::size_t size() const noexcept { return names_.size(); }
   const std::string& operator[](std::size_t position) const noexcept { return names_[position]; }
   std::size_t Find(std::string_view name) const noexcept;
+  /// Whether all of them are ASCII that stands in a JSON text as it is.
+  bool ArePlain() const noexcept { return arePlain_; }
 
   // For an only holder.
   /// Adds a name that is not there yet; no change when it throws.
@@ -51,6 +53,7 @@ class JsonKeys {
                     std::size_t position) noexcept;
 
   std::atomic<std::uint32_t> holders_{0};
+  bool arePlain_ = true;
   std::vector<std::string> names_;
   // Open addressing: position + 1 of a name, 0 for an empty slot; a power of two of slots,
   // at most half of them taken. Empty while there are few names.

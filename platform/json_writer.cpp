@@ -80,21 +80,28 @@ void CopyPlain(const char*& from, const char* end, char*& to) noexcept {
   while (from != end && kEscapes[static_cast<unsigned char>(*from)] == 0) *to++ = *from++;
 }
 
-/// Puts a JSON string, and `after` behind it.
-void PutQuoted(GrowingText& text, std::string_view bytes, std::string_view after) {
+void PutQuoted(GrowingText& text, std::string_view bytes) {
   const char* from = bytes.data();
   const char* const end = from + bytes.size();
-  char* to = text.Room(bytes.size() + 2 + after.size());
+  char* to = text.Room(bytes.size() + 2);
   *to++ = '"';
   for (;;) {
     CopyPlain(from, end, to);
     if (from == end) break;
     text.End(to);
-    to = text.Room(kLongestEscape + static_cast<std::size_t>(end - from) + after.size());
+    to = text.Room(kLongestEscape + static_cast<std::size_t>(end - from));
     to = WriteEscape(to, static_cast<unsigned char>(*from++));
   }
   *to++ = '"';
-  for (const char c : after) *to++ = c;
+  text.End(to);
+}
+
+void PutPlainName(GrowingText& text, std::string_view name) {
+  char* to = text.Room(name.size() + 3);
+  *to++ = '"';
+  to = std::copy(name.begin(), name.end(), to);
+  *to++ = '"';
+  *to++ = ':';
   text.End(to);
 }
 
@@ -118,7 +125,7 @@ class TextWriter {
   void GoOnWithArray();
   void GoOnWithObject();
   void WriteScalar(const JsonValue& value);
-  void WriteString(std::string_view bytes, std::string_view after = {});
+  void WriteString(std::string_view bytes);
   void WriteBinary(std::string_view bytes);
   template <class Number>
   void WriteNumberText(Number value) {
@@ -169,9 +176,15 @@ void TextWriter::GoOnWithObject() {
   Frame& frame = frames_.back();
   const std::vector<JsonValue>& values = JsonNodes::Content(*frame.container);
   while (frame.next < values.size()) {
-    if (frame.next > 0) text_.Put(',');
+    const JsonKeys& keys = JsonNodes::Keys(*frame.container);
     const std::size_t position = frame.next++;
-    WriteString(JsonNodes::Keys(*frame.container)[position], ":");
+    if (position > 0) text_.Put(',');
+    if (keys.ArePlain()) {
+      PutPlainName(text_, keys[position]);
+    } else {
+      WriteString(keys[position]);
+      text_.Put(':');
+    }
     if (!Begin(values[position])) return;
   }
   text_.Put('}');
@@ -205,11 +218,11 @@ void TextWriter::WriteScalar(const JsonValue& value) {
   }
 }
 
-void TextWriter::WriteString(std::string_view bytes, std::string_view after) {
+void TextWriter::WriteString(std::string_view bytes) {
   if (options_.replaceInvalidUtf8 && FirstInvalidUtf8(bytes) != bytes.size()) {
-    PutQuoted(text_, ReplaceInvalidUtf8(bytes), after);
+    PutQuoted(text_, ReplaceInvalidUtf8(bytes));
   } else {
-    PutQuoted(text_, bytes, after);
+    PutQuoted(text_, bytes);
   }
 }
 
