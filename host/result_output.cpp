@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "host/rule_words.h"
-#include "host/text_escape.h"
 #include "platform/json_reader.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 

@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "calc/ksruleglobalsetting.h"
-#include "host/text_escape.h"
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 

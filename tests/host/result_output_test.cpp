@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/rule_words.h"
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 namespace {
