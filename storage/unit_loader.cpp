@@ -29,6 +29,9 @@ struct LoadingMark {
 // Whether the key's text stands for this unit alone: with the separator in a name, or the
 // half of one at its edge, it may be another's too.
 bool HasOwnText(const UnitKey& key, const std::string& text) {
+  const auto holds = [](const std::string& name) { return name.find('$') != std::string::npos; };
+  if (!holds(key.deviceName) && !holds(key.variableSource) && !holds(key.variableParam))
+    return true;
   UnitKey read;
   return read.LoadKeyString(text) && read.deviceName == key.deviceName &&
          read.variableSource == key.variableSource && read.variableParam == key.variableParam;
