@@ -31,7 +31,9 @@ class PendingDevices {
       : kind_(kind), domainId_(kind == Kind::kHistory ? "pending-history" : "pending-rules") {
     std::mt19937_64 random(seed);
     many_ = HandOver("many", many, random);
-    few_ = HandOver("few", kFew, random);
+    const Keys few = HandOver("few", kFew, random);
+    // As many texts to ask with, so that reading them costs both sides the same.
+    while (few_.size() < many) few_.insert(few_.end(), few.begin(), few.end());
   }
   ~PendingDevices() { DBWriteWrapper::Instance()->WriteDomain(domainId_); }
   PendingDevices(const PendingDevices&) = delete;

@@ -2,6 +2,7 @@
 #define KEELSTONE_STORAGE_PENDING_INDEX_H
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -41,16 +42,19 @@ struct PendingHistory {
   }
 };
 
-/// The first row of each key, found in one step however many there are: a table of hashes
-/// and pointers in one piece of memory, since a lookup among many rows costs as much as the
-/// memory that it touches. Rows must stay where they lie as long as they stand in it. One
-/// thread at a time may change it; several may look.
+/// The first row of each key, found in one step however many there are. A lookup among many
+/// rows costs as much as the memory that it touches, so the table holds the hashes and the
+/// texts of the keys itself, those of one key side by side. Rows must stay where they lie as
+/// long as they stand in it. One thread at a time may change it; several may look.
 template <class Row>
 class PendingIndex {
  public:
   void Reserve(std::size_t rows);
   /// Adds the row unless its key is there already.
-  void Add(const Row& row) { Add(row, row.Key().Hash()); }
+  void Add(const Row& row) {
+    const PendingKey key = row.Key();
+    Add(row, key, key.Hash());
+  }
   /// Adds the rows of `later`, where a key has none yet.
   void Add(const PendingIndex& later);
   /// The key's first row; nothing for one that is not there.
@@ -59,13 +63,17 @@ class PendingIndex {
  private:
   struct Slot {
     std::size_t hash = 0;
-    Row row;  // none: the slot is free
+    std::size_t key = 0;  // where its texts begin
+    Row row;              // none: the slot is free
   };
 
   std::size_t Place(std::size_t hash) const noexcept { return hash & (slots_.size() - 1); }
-  void Add(const Row& row, std::size_t hash);
+  void Add(const Row& row, const PendingKey& key, std::size_t hash);
+  PendingKey KeyAt(std::size_t place) const noexcept;
+  const Slot* Seek(const PendingKey& key, std::size_t hash) const noexcept;
 
   std::vector<Slot> slots_;  // a power of two, at most half of them taken
+  std::string keys_;         // of all taken slots: the lengths of the texts, then the texts
   std::size_t taken_ = 0;
 };
 
