@@ -106,10 +106,13 @@ std::int64_t CppSQLite3Query::getInt64Field(int field, std::int64_t nullValue) c
 }
 
 std::string_view CppSQLite3Query::getStringField(int field, std::string_view nullValue) const {
-  if (fieldIsNull(field)) return nullValue;
+  Require(field);
   // The text first: asking for it may convert the value and change its length.
   const unsigned char* const bytes = sqlite3_column_text(statement_, field);
-  if (bytes == nullptr) Fail(SQLITE_NOMEM, "read field", sqlite3_errstr(SQLITE_NOMEM));
+  if (bytes == nullptr) {
+    if (sqlite3_column_type(statement_, field) == SQLITE_NULL) return nullValue;
+    Fail(SQLITE_NOMEM, "read field", sqlite3_errstr(SQLITE_NOMEM));
+  }
   const int size = sqlite3_column_bytes(statement_, field);
   return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)};
 }
@@ -222,6 +225,13 @@ void CppSQLite3DB::RequireOpen() const {
 }
 
 bool CppSQLite3DB::tableExists(const std::string& table) {
+  RequireOpen();
+  // Finds it in the schema that the next statement needs anyway; what it does not find may
+  // also be a schema that cannot be read, which the query tells.
+  if (sqlite3_table_column_metadata(db_, "main", table.c_str(), nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr) == SQLITE_OK) {
+    return true;
+  }
   CppSQLite3Statement statement = compileStatement(
       "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
   statement.bind(1, table);
