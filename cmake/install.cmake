@@ -17,7 +17,8 @@ set(KEELSTONE_PUBLIC_HEADERS
   storage/ksblocksettingsql.h
   storage/ksdatacachequeue.h storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
-  results/expectation.h results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
+  results/expectation.h results/explanation.h results/table_changes.h
+  results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
   diag/testksrulesqlit.h)
 
 install(TARGETS keelstone EXPORT KeelstoneTargets
