@@ -117,8 +117,8 @@ void Explainer::Fits(const Case& judged) {
 }
 
 void Explainer::Breaks(const Case& judged) {
-  verdict_ = kVerdictAlert;
   KSAlertExplanation& explanation = explanations_.emplace_back();
+  verdict_ = kVerdictAlert;
   try {
     Explain(judged, explanation);
   } catch (const std::exception&) {

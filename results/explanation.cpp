@@ -68,14 +68,19 @@ const char* DataTypeName(EnumKSDataType type) {
 std::string KSAlertExplanation::Sentence() const {
   std::string text = CutText(variableName, kShownNameBytes);
   if (!interfaceValue.empty()) text += " on " + CutText(interfaceValue, kShownNameBytes);
+  return text + " " + Predicate();
+}
+
+std::string KSAlertExplanation::Predicate() const {
+  std::string text = "is ";
   const std::string changes = table ? table->InWords() : std::string();
   if (dataType != KSDataTable) {
-    text += " is " + ValueInWords(observed, dataType) + ", expected " + expected.words;
+    text += ValueInWords(observed, dataType) + ", expected " + expected.words;
   } else if (changes.empty()) {
-    text += " is another table, with digest " + ValueInWords(observed, dataType) + ", expected " +
+    text += "another table, with digest " + ValueInWords(observed, dataType) + ", expected " +
             expected.words;
   } else {
-    text += " is another table than expected: " + changes;
+    text += "another table than expected: " + changes;
   }
   text += " (" + OriginInWords(*this);
   if (historyPoints > 0) {

@@ -61,6 +61,8 @@ struct KEELSTONE_EXPORT KSAlertExplanation {
 
   /// "prefixes on eth0 is 12, expected between 3 and 7 (learned; 30 values since …)".
   std::string Sentence() const;
+  /// The sentence without the names in front: "is 12, expected between 3 and 7 (…)".
+  std::string Predicate() const;
   JsonValue ToJsonValue() const;
   /// Its text, valid UTF-8 whatever the device sent.
   std::string ToJsonString() const;
