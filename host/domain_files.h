@@ -37,6 +37,12 @@ struct DomainFileReport {
 [[nodiscard]] std::string MakeDomain(const std::string& domainId, const JsonValue& generalSettings,
                                      std::vector<DomainFileReport>* reports = nullptr);
 
+/// A row of the global settings by its name, as the domain has it stored; Null when it has
+/// none. What is no usable database throws CppSQLite3Exception.
+JsonValue StoredSetting(const std::string& domainId, const std::string& name);
+/// The value that `init` gives such a row; Null for the general settings and for no row.
+JsonValue DefaultSetting(const std::string& name);
+
 /// The general settings as the domain has them stored; Null when it has none. What is no
 /// usable database throws CppSQLite3Exception.
 JsonValue StoredGeneralSettings(const std::string& domainId);
