@@ -259,6 +259,7 @@ TEST_F(Explained, AVerdictIsGivenOnlyByARuleThatJudges) {
 }
 
 TEST_F(Explained, ATableIsComparedWithTheNewestThatHadTheExpectedDigest) {
+  domain_.Tune(DefaultGeneralSettings().toString());  // keeps tables
   const auto tableOf = [](const std::string& digest, const std::string& rows) {
     VarInfo table = Value("v", KSDataTable, digest, "eth0");
     table.value = Parsed(R"({"columns":["p","n"],"rows":)" + rows + "}");
