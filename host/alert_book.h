@@ -8,8 +8,8 @@
 
 #include "host/episodes.h"
 #include "host/object_key.h"
-#include "host/run_evaluation.h"
 #include "platform/mutex.h"
+#include "runs/run_evaluation.h"
 
 namespace keelstone::host {
 

@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
 #include "platform/filesystem.h"
 #include "platform/logger.h"
+#include "platform/text_escape.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/dbwritewrapper.h"
 
@@ -91,6 +91,7 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
   const bool explain = options_.explain || format_ == OutputFormat::kText;
   RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data), explain);
+  outcome.Store();
   run.tally = TallyOf(outcome);
   try {
     std::vector<EpisodeChange> episodes;

@@ -6,13 +6,13 @@
 #include <utility>
 
 #include "calc/ksrulealgmgr.h"
-#include "host/domain_files.h"
 #include "host/setting_paths.h"
 #include "host/time_text.h"
 #include "platform/clock.h"
 #include "platform/ini_reader.h"
 #include "platform/json_reader.h"
 #include "results/explanation.h"
+#include "storage/domain_files.h"
 #include "storage/ksdomaindatamanager.h"
 
 namespace keelstone::host {

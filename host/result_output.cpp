@@ -6,8 +6,8 @@
 #include <ctime>
 #include <string_view>
 
-#include "host/text_escape.h"
 #include "platform/json_value.h"
+#include "platform/text_escape.h"
 #include "results/expectation.h"
 
 namespace keelstone::host {

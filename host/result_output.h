@@ -6,7 +6,7 @@
 
 #include "host/alert_book.h"
 #include "host/run.h"
-#include "host/run_evaluation.h"
+#include "runs/run_evaluation.h"
 
 namespace keelstone::host {
 

@@ -6,7 +6,6 @@
 
 #include "calc/ksruleglobalsetting.h"
 #include "host/command_output.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/object_listing.h"
 #include "host/object_view.h"

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 namespace {
