@@ -378,11 +378,12 @@ function sparkline(variable, detail) {
   const x = scale(0, Math.max(1, points.length - 1), 4, width - 4);
   if (detail.kind >= 4) {
     const values = [...new Set(points.map((point) => point.value))];
+    const newest = values.indexOf(points[points.length - 1].value);
     points.forEach((point, i) => {
       const level = values.indexOf(point.value);
       const y = values.length === 1 ? height / 2
                                     : height - 5 - (Math.min(level, 3) / 3) * (height - 10);
-      svg.append(draw('rect', {class: level === 0 ? 'state' : 'state other', x: x(i) - 2, y: y - 3,
+      svg.append(draw('rect', {class: level === newest ? 'state' : 'state other', x: x(i) - 2, y: y - 3,
                                width: Math.max(3, (width - 8) / points.length), height: 6}));
     });
     return svg;

@@ -11,7 +11,7 @@ function put(node, attributes, children) {
     if (name.startsWith('on')) node.addEventListener(name.slice(2), value);
     else node.setAttribute(name, value === true ? '' : value);
   }
-  node.append(...children.flat().filter((child) => child !== null && child !== undefined));
+  node.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined));
   return node;
 }
 
@@ -97,9 +97,9 @@ function numberText(value) {
   return String(Number(value.toPrecision(7)));
 }
 
-/** Long decimals of an expectation shortened; texts in quotes are not touched. */
+/** Long decimals and digests of an expectation shortened; other texts stay as they are. */
 function shortWords(words) {
-  if (words.includes('"')) return words;
+  if (words.includes('"')) return words.replace(/^(.* digest )"([0-9a-f]{8})[0-9a-f]{24}"$/, '$1$2…');
   return words.replace(/-?\d+\.\d{6,}(?:e[+-]?\d+)?/g, (digits) => numberText(Number(digits)));
 }
 
