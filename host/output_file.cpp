@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 

@@ -14,15 +14,15 @@
 
 #include "host/command_output.h"
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/line_reader.h"
 #include "host/output_file.h"
 #include "host/report_findings.h"
 #include "host/report_listing.h"
 #include "host/report_page.h"
-#include "host/text_escape.h"
 #include "platform/filesystem.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

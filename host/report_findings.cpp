@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/rule_words.h"
 #include "host/script_json.h"
-#include "host/text_escape.h"
 #include "platform/json_reader.h"
+#include "results/expectation.h"
 
 namespace keelstone::host {
 
@@ -37,7 +36,9 @@ int TypeMember(const JsonValue& object, std::string_view name) {
 }
 
 std::string Words(int type, const std::string& parameter) {
-  return RuleInWords(static_cast<EnumRuleType>(type), parameter);
+  // The value at which a first rule is learned is judged by it already.
+  if (type == kRuleTypeNone) return "what was learned just now";
+  return KSExpectation::Of(static_cast<EnumRuleType>(type), parameter).words;
 }
 
 template <class Item>
@@ -75,9 +76,8 @@ std::size_t VariableFindings::Text(std::string_view text) {
 
 void AlertHistogram::Add(std::int64_t time) {
   ++counts_[SpanStart(time, width_)];
-  while (counts_.size() > kSpans ||
-         (counts_.rbegin()->first - counts_.begin()->first) / width_ >=
-             static_cast<std::int64_t>(kSpans)) {
+  while (counts_.size() > kSpans || (counts_.rbegin()->first - counts_.begin()->first) / width_ >=
+                                        static_cast<std::int64_t>(kSpans)) {
     width_ *= 2;
     std::map<std::int64_t, std::uint64_t> wider;
     for (const auto& [start, count] : counts_) wider[SpanStart(start, width_)] += count;
@@ -109,8 +109,7 @@ bool ReportFindings::ReadLine(std::string_view text, Line& line) {
     fault_ = "not JSON: " + error.message + " at byte " + std::to_string(error.offset + 1);
     return false;
   }
-  const JsonValue* const result =
-      line.document.isObject() ? line.document.find("result") : nullptr;
+  const JsonValue* const result = line.document.isObject() ? line.document.find("result") : nullptr;
   if (result == nullptr || !result->isObject()) {
     fault_ = "no result of `keelstone evaluate`: it has no \"result\"";
     return false;
@@ -194,8 +193,8 @@ void ReportFindings::TakeAlert(const Line& line, const JsonValue& item,
   if (value != nullptr && value->isString()) alert.value = variable.Text(value->stringRef());
   if (explanation.isObject()) alert.explanation = ScriptText(explanation);
 
-  const bool isOpen = !variable.episodes.empty() &&
-                      variable.episodes.back().end == FoundEpisode::End::kOpen;
+  const bool isOpen =
+      !variable.episodes.empty() && variable.episodes.back().end == FoundEpisode::End::kOpen;
   if (isOpen) {
     // A run that is missing between two alerts had no findings: this variable was fine in it.
     FoundEpisode& episode = variable.episodes.back();

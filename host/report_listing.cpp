@@ -3,8 +3,8 @@
 #include <string_view>
 
 #include "engine/ksrulerecords.h"
-#include "host/domain_files.h"
 #include "platform/filesystem.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

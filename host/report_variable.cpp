@@ -4,16 +4,16 @@
 #include <map>
 #include <string_view>
 
-#include "host/rule_words.h"
 #include "host/script_json.h"
 #include "platform/compressor.h"
 #include "platform/json_reader.h"
+#include "results/expectation.h"
 
 namespace keelstone::host {
 
 namespace {
 
-constexpr std::size_t kTableBytes = 256U << 10U;      // of one content
+constexpr std::size_t kTableBytes = 256U << 10U;       // of one content
 constexpr std::size_t kVariableTables = 1024U << 10U;  // of all contents of a variable
 
 /// Members and elements separated by commas.
@@ -225,16 +225,29 @@ void AppendFindings(std::string& out, const VariableFindings& findings) {
   AppendCount(out, findings.episodesDropped);
 }
 
-/// Points of a history and the time of the newest; 0 and nothing for what is none.
-std::pair<std::size_t, std::optional<std::int64_t>> Extent(const std::string& text) {
+/// What a row tells of a history.
+struct Extent {
+  EnumKSDataType type = KSDataUnknown;
+  std::size_t points = 0;
+  std::int64_t newest = 0;  // 0: none
+};
+
+Extent ExtentOf(const std::string& text) {
   JsonValue history;
   if (text.empty() || !JsonReader::Parse(text, history) || !history.isObject()) return {};
+  Extent extent;
+  const JsonValue* const type = history.find("dataType");
   const JsonValue* const list = history.find("dataList");
-  if (list == nullptr || !list->isArray() || list->empty()) return {};
+  if (type != nullptr && type->isInt() && type->asInt() >= KSDataInt64 &&
+      type->asInt() <= KSDataTable) {
+    extent.type = static_cast<EnumKSDataType>(type->asInt());
+  }
+  if (list == nullptr || !list->isArray() || list->empty()) return extent;
+  extent.points = list->size();
   const JsonValue& newest = std::as_const(*list)[list->size() - 1];
   const JsonValue* const time = newest.isObject() ? newest.find("liveTime") : nullptr;
-  const bool hasTime = time != nullptr && time->isInt64();
-  return {list->size(), hasTime ? std::optional(time->asInt64()) : std::nullopt};
+  if (time != nullptr && time->isInt64()) extent.newest = time->asInt64();
+  return extent;
 }
 
 }  // namespace
@@ -249,13 +262,15 @@ std::string ReportRow(const ReportKey& key, const StoredVariable& stored,
   const bool isStored = stored.hasRule || !stored.history.empty();
   const int origin = stored.hasRule ? (stored.isLearned ? 0 : 1) : isStored ? 2 : 3;
   AppendNumber(fields.Next(), origin);
-  AppendScriptString(fields.Next(),
-                     stored.hasRule && stored.type >= 0
-                         ? RuleInWords(static_cast<EnumRuleType>(stored.type), stored.parameter)
-                         : "");
-  const auto [points, newest] = Extent(stored.history);
-  AppendCount(fields.Next(), points);
-  AppendNumber(fields.Next(), newest.value_or(0));
+  const Extent extent = ExtentOf(stored.history);
+  const bool isJudged = stored.hasRule && stored.type >= 0;
+  AppendScriptString(fields.Next(), isJudged
+                                        ? KSExpectation::Of(static_cast<EnumRuleType>(stored.type),
+                                                            stored.parameter, extent.type)
+                                              .words
+                                        : "");
+  AppendCount(fields.Next(), extent.points);
+  AppendNumber(fields.Next(), extent.newest);
   AppendCount(fields.Next(), findings != nullptr ? findings->alerts : 0);
   fields.Next().push_back('[');
   if (findings != nullptr) {

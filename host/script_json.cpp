@@ -1,6 +1,6 @@
 #include "host/script_json.h"
 
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 
