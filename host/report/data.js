@@ -104,7 +104,13 @@ function readDetail(raw) {
   const rule = (type, parameter, words) =>
     ({type, parameterText: texts[parameter], words: shortWords(texts[words])});
   const golden = (raw.g || []).map(([time, value]) => ({time, value: texts[value]}));
+  const isNumeric = raw.k >= 1 && raw.k <= 3;
   for (const point of golden) {
+    const number = Number(point.value);
+    if (isNumeric && Number.isFinite(number) && Math.abs(number) <= Number.MAX_SAFE_INTEGER) {
+      point.value = number;
+      continue;
+    }
     const read = point.value.startsWith('{') ? goldenTable(point.value) : null;
     if (!read) continue;
     point.value = read.digest;
@@ -117,6 +123,7 @@ function readDetail(raw) {
       rule: rule(type, parameter, words),
     })),
   }));
+  if (golden.length > 0) golden[golden.length - 1].isNewest = true;
   return {
     kind: raw.k, damaged: raw.damaged === true, points: readPoints(raw), tables, golden, episodes,
     dropped: raw.dropped || 0, parameterText: raw.p,

@@ -75,6 +75,12 @@ function wholeTime(marks, results) {
   return {from: from - margin, to: to + margin};
 }
 
+/** The golden value that holds, and smaller those before it. */
+function goldenMark(mark, x, y) {
+  return draw('path', {class: mark.isNewest ? 'golden' : 'golden past',
+                       d: diamond(x, y, mark.isNewest ? 7 : 4.5)});
+}
+
 const WHAT_WORDS = {history: 'history', golden: 'golden value', alert: 'alert'};
 
 function markText(mark) {
@@ -248,13 +254,14 @@ function drawNumbers(detail, rules, time, width, label) {
   svg.append(
     valueAxis(y, range, width, HEIGHT), timeAxis(x, time.from, time.to, width, bottom),
     ...episodeBands(detail, x, time, bottom),
-    ...shaped.flatMap(({rule, shape}) => ruleShapes(rule, shape, x, y, time, range)),
+    draw('g', {class: 'rules'},
+         shaped.map(({rule, shape}) => ruleShapes(rule, shape, x, y, time, range))),
     draw('polyline', {class: 'path',
                       points: history.map((mark) => `${x(mark.time)},${y(mark.number)}`).join(' ')}),
     ...marks.map((mark) => {
       const [left, top] = [x(mark.time), y(mark.number)];
       if (mark.what === 'alert') return draw('path', {class: 'alert', d: triangle(left, top, 5.5)});
-      if (mark.what === 'golden') return draw('path', {class: 'golden', d: diamond(left, top, 7)});
+      if (mark.what === 'golden') return goldenMark(mark, left, top);
       return draw('circle', {class: 'point', cx: left, cy: top, r: 3});
     }));
   return walkable(svg, marks, (mark) => ({x: x(mark.time), y: y(mark.number)}), label);
@@ -354,7 +361,7 @@ function drawLanes(detail, rules, time, width, label) {
     ...laneBlocks(marks, markY, x, time),
     ...marks.filter((mark) => mark.what !== 'history').map((mark) => (mark.what === 'alert'
       ? draw('path', {class: 'alert', d: triangle(x(mark.time), markY(mark), 5.5)})
-      : draw('path', {class: 'golden', d: diamond(x(mark.time), markY(mark), 7)}))));
+      : goldenMark(mark, x(mark.time), markY(mark)))));
   return walkable(svg, marks, (mark) => ({x: x(mark.time), y: markY(mark)}), label);
 }
 
