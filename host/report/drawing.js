@@ -269,28 +269,31 @@ function drawNumbers(detail, rules, time, width, label) {
 
 // --- states ----------------------------------------------------------------------------
 
-/** The values that a rule allows or forbids one by one; null when it is of another kind. */
+const textOf = (value) => (typeof value === 'string' ? value : numberText(value));
+
+/**
+ * The values that a rule allows or forbids one by one; null when it is of another kind or
+ * its parameter is not what it should be.
+ */
 function allowedValues(rule) {
   const {parameter, type} = rule;
-  if (type === STR_ENUM || type === INT_ENUM) return {values: parameter.ruleParam, good: true};
-  if (type === STR_NO_EQUAL || type === INT_NO_EQUAL) {
-    return {values: parameter.ruleParam, good: false};
-  }
-  if (type === TABLE_MD5) return {values: [parameter.hashCmp], good: true};
-  return type === STR_EQUAL || type === INT_EQUAL || type === INT_CONSTANT
-    ? {values: [parameter.ruleParam], good: true} : null;
+  const one = [STR_EQUAL, INT_EQUAL, INT_CONSTANT].includes(type);
+  const several = [STR_ENUM, INT_ENUM, STR_NO_EQUAL, INT_NO_EQUAL].includes(type);
+  if (!one && !several && type !== TABLE_MD5) return null;
+  const given = type === TABLE_MD5 ? [parameter.hashCmp]
+    : one ? [parameter.ruleParam] : parameter.ruleParam;
+  const values = (Array.isArray(given) ? given : [])
+    .filter((value) => typeof value === 'string' || typeof value === 'number').map(textOf);
+  return values.length > 0
+    ? {values, good: type !== STR_NO_EQUAL && type !== INT_NO_EQUAL} : null;
 }
-
-const textOf = (value) => (typeof value === 'string' ? value : numberText(value));
 
 /** The distinct values that get a lane: those of the newest rule first, then by time. */
 function lanesOf(marks, rules) {
   const values = new Set();
   for (const rule of rules.slice(-1)) {
     const allowed = allowedValues(rule);
-    if (allowed && Array.isArray(allowed.values)) {
-      allowed.values.slice(0, LANES).forEach((value) => values.add(textOf(value)));
-    }
+    if (allowed) allowed.values.slice(0, LANES).forEach((value) => values.add(value));
   }
   const used = new Set(marks.map((mark) => textOf(mark.value)));
   used.forEach((value) => values.add(value));
@@ -323,8 +326,8 @@ function laneRules(rules, lanes, place, x, time, rowHeight) {
     const allowed = allowedValues(rule);
     const start = x(Math.max(rule.from, time.from));
     const width = x(Math.min(rule.to, time.to)) - start;
-    if (!allowed || !Array.isArray(allowed.values) || width <= 0) return [];
-    return allowed.values.map(textOf).filter((value) => lanes.includes(value)).map((value) =>
+    if (!allowed || width <= 0) return [];
+    return allowed.values.filter((value) => lanes.includes(value)).map((value) =>
       draw('rect', {class: allowed.good ? 'band' : 'band forbidden', x: start, width,
                     y: place(value) - rowHeight / 2 + 2, height: rowHeight - 4}));
   });

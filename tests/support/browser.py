@@ -72,6 +72,9 @@ class Browser:
                         "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"}}
         answer = self._call("POST", "/session", {"capabilities": {"alwaysMatch": capabilities}})
         self.base += "/session/" + answer["sessionId"]
+        # Away from the browser's own first page, which asks for many things.
+        self._call("POST", "/url", {"url": "about:blank"})
+        self.requests()
         self.resize(width, height)
         scheme = {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}
         self.command("Emulation.setEmulatedMedia", features=[scheme])
@@ -134,7 +137,7 @@ class Browser:
 
     def texts(self, selector):
         return self.run("return [...document.querySelectorAll(arguments[0])].map("
-                        "(node) => node.innerText.trim())", selector)
+                        "(node) => (node.innerText || node.textContent).trim())", selector)
 
     def click(self, selector):
         element = self._call("POST", "/element", {"using": "css selector", "value": selector})
