@@ -163,7 +163,13 @@ bool ReportFindings::Take(std::string_view text, const std::vector<std::string>&
         has ? std::as_const(*explanations)[i] : static_cast<const JsonValue&>(kNoExplanation);
     if (alerts[i].isObject()) TakeAlert(line, alerts[i], explanation, unit);
   }
-  ClearOthers(line, unit);
+  const JsonValue* const cleared = line.document.find("cleared");
+  if (cleared != nullptr && cleared->isArray()) {
+    ClearTold(line, *cleared, unit);
+  } else {
+    isEveryLineTold_ = false;
+    ClearOthers(line, unit);
+  }
   for (const JsonValue& item : rules) {
     if (item.isObject()) TakeRule(line, item);
   }
@@ -199,7 +205,8 @@ void ReportFindings::TakeAlert(const Line& line, const JsonValue& item,
     // A run that is missing between two alerts had no findings: this variable was fine in it.
     FoundEpisode& episode = variable.episodes.back();
     const std::int64_t pause = line.time - episode.last;
-    const bool isMissingRun = !hasQuietRuns_ && unit.spacing < (pause * 2) / 5;
+    const bool isTold = line.document.find("cleared") != nullptr;
+    const bool isMissingRun = !hasQuietRuns_ && !isTold && unit.spacing < (pause * 2) / 5;
     if (isMissingRun) episode.end = FoundEpisode::End::kUnseen;
   } else {
     unit.open.emplace_back(&entry->first, &variable);
@@ -224,6 +231,20 @@ void ReportFindings::TakeAlert(const Line& line, const JsonValue& item,
     episode.first.push_back(std::move(alert));
   } else {
     AppendBounded(episode.newest, std::move(alert), kNewestAlerts);
+  }
+}
+
+void ReportFindings::ClearTold(const Line& line, const JsonValue& cleared, Unit& unit) {
+  for (const JsonValue& item : cleared) {
+    if (!item.isObject()) continue;
+    const auto found =
+        variables_.find(line.Key(TextMember(item, "interface"), TextMember(item, "variable")));
+    if (found == variables_.end() || found->second.episodes.empty()) continue;
+    FoundEpisode& episode = found->second.episodes.back();
+    if (episode.end != FoundEpisode::End::kOpen || found->second.lastLine == lines_) continue;
+    episode.end = FoundEpisode::End::kCleared;
+    episode.cleared = line.time;
+    std::erase_if(unit.open, [&](const auto& open) { return open.second == &found->second; });
   }
 }
 

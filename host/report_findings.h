@@ -34,7 +34,7 @@ struct FoundAlert {
 struct FoundEpisode {
   enum class End {
     kOpen,     // nothing follows in the results
-    kCleared,  // the next run of the variable's unit in the results did not alert
+    kCleared,  // the results say so, or a later run of the variable's unit did not alert
     kUnseen,   // other alerts follow after a pause, in which a run without findings lay
   };
   std::int64_t opened = 0;
@@ -106,6 +106,10 @@ class ReportFindings {
   std::optional<std::int64_t> to() const { return Bound(to_); }
   /// Whether runs without findings are among the lines (`evaluate --all`).
   bool hasQuietRuns() const noexcept { return hasQuietRuns_; }
+  /// Whether an episode's end is the first value that fits again: every line says what it
+  /// cleared (`evaluate --explain`), or runs without findings are among the lines (`--all`).
+  /// Else that value may have come earlier.
+  bool hasExactEnds() const noexcept { return hasQuietRuns_ || isEveryLineTold_; }
 
  private:
   /// Device, source and param of a domain.
@@ -121,6 +125,7 @@ class ReportFindings {
   void TakeAlert(const Line& line, const JsonValue& item, const JsonValue& explanation, Unit& unit);
   void TakeRule(const Line& line, const JsonValue& item);
   void TakeGoldenValue(const Line& line, const JsonValue& item);
+  void ClearTold(const Line& line, const JsonValue& cleared, Unit& unit);
   void ClearOthers(const Line& line, Unit& unit) const;
   std::optional<std::int64_t> Bound(std::int64_t time) const {
     return runs_ > 0 ? std::optional(time) : std::nullopt;
@@ -135,6 +140,7 @@ class ReportFindings {
   std::int64_t from_ = std::numeric_limits<std::int64_t>::max();
   std::int64_t to_ = std::numeric_limits<std::int64_t>::min();
   bool hasQuietRuns_ = false;
+  bool isEveryLineTold_ = true;  // each has "cleared"
   std::string fault_;
 };
 

@@ -136,7 +136,7 @@ void ReportPage::WriteAlertList() {
   output_.Write(out);
   for (std::size_t i = 0; i < std::min(episodes.size(), kListedEpisodes); ++i) {
     out.clear();
-    AppendListed(out, episodes[i], findings_.hasQuietRuns());
+    AppendListed(out, episodes[i], findings_.hasExactEnds());
     output_.Write(out);
   }
   output_.Write("</table>");
@@ -174,6 +174,7 @@ std::string ReportPage::Summary() const {
     out.append(",\"alerts\":").append(std::to_string(findings_.alerts()));
     out.append(",\"skipped\":").append(std::to_string(head_.skippedLines));
     out.append(",\"quiet\":").append(findings_.hasQuietRuns() ? "true" : "false");
+    out.append(",\"exact\":").append(findings_.hasExactEnds() ? "true" : "false");
     if (findings_.from()) {
       out.append(",\"from\":").append(std::to_string(*findings_.from()));
       out.append(",\"to\":").append(std::to_string(*findings_.to()));

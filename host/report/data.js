@@ -98,8 +98,28 @@ function goldenTable(text) {
           table: {columns: value.columns, rows: value.rows, keys: value.hashColumns}};
 }
 
+/**
+ * The history that an alert was judged by, as its explanation tells: values that may have
+ * left the stored history since. What was cut there is no value.
+ */
+function explainedPoints(episodes) {
+  return episodes.flatMap((episode) => episode.alerts)
+    .flatMap((alert) => (alert.explanation && alert.explanation.history || {}).last || [])
+    .filter(({time, value}) => typeof time === 'number' &&
+            (typeof value === 'number' || (typeof value === 'string' && !value.endsWith('…'))));
+}
+
+/** What is stored and what explanations add, each time once, in order. */
+function allPoints(stored, explained) {
+  const times = new Set(stored.map((point) => point.time));
+  const added = explained.filter(({time}) => !times.has(time) && times.add(time))
+    .map(({time, value}) => ({time, value}));
+  return stored.concat(added).sort((a, b) => a.time - b.time);
+}
+
 function readDetail(raw) {
   const texts = raw.s || [];
+  const points = readPoints(raw);
   const tables = new Map(Object.entries(raw.c || {}));
   const rule = (type, parameter, words) =>
     ({type, parameterText: texts[parameter], words: shortWords(texts[words])});
@@ -125,7 +145,8 @@ function readDetail(raw) {
   }));
   if (golden.length > 0) golden[golden.length - 1].isNewest = true;
   return {
-    kind: raw.k, damaged: raw.damaged === true, points: readPoints(raw), tables, golden, episodes,
+    kind: raw.k, damaged: raw.damaged === true, points, tables,
+    drawn: allPoints(points, explainedPoints(episodes)), golden, episodes,
     dropped: raw.dropped || 0, parameterText: raw.p,
     rules: (raw.r || []).map(([time, type, parameter, words]) =>
       ({time, ...rule(type, parameter, words)})),

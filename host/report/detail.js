@@ -126,7 +126,7 @@ function endWords(episode, results) {
   if (episode.end === END_OPEN) return 'open at the end of the results';
   if (episode.end === END_CLEARED) {
     const time = timeBeside(episode.cleared, episode.last);
-    return (results.quiet ? 'cleared ' : 'cleared not later than ') + time;
+    return (results.exact ? 'cleared ' : 'cleared not later than ') + time;
   }
   return 'cleared by a run that the results leave out';
 }
@@ -140,22 +140,6 @@ function reasonNode(alert) {
   return make('p', {class: 'reason'}, isTable ? 'The table has changed: its digest is ' : 'The value was ',
               valueNode(alert.value, isTable), isTable ? ', expected ' : '; expected ',
               make('strong', {}, shown(alert.rule.words, 400)), '.');
-}
-
-function explanationFacts(explanation) {
-  if (!explanation) return null;
-  const {history, origin} = explanation;
-  const parts = [];
-  if (origin && origin.kind === 'prescribed') parts.push('the rule is prescribed');
-  if (origin && origin.kind === 'learned') {
-    parts.push(typeof origin.time === 'number' ? `rule learned ${timeText(origin.time)}`
-                                               : 'rule learned');
-  }
-  if (history && history.points > 0) {
-    parts.push(`${counted(history.points, 'value', 'values')} of history at that time, ` +
-               `${timeText(history.firstTime)} – ${timeBeside(history.lastTime, history.firstTime)}`);
-  }
-  return parts.length > 0 ? make('p', {class: 'muted'}, parts.join(' · ')) : null;
 }
 
 /** The explanation's own account of a table's rows. */
@@ -249,7 +233,7 @@ function episodeNode(episode, detail, results, show, isFirst) {
     const hasMoved = newest !== opening && newest.explanation &&
                      newest.value !== opening.value;
     return [
-      reasonNode(opening), explanationFacts(opening.explanation), changeOf(opening, detail),
+      reasonNode(opening), changeOf(opening, detail),
       hasMoved ? make('div', {}, make('p', {class: 'muted'}, 'At its last alert:'),
                       reasonNode(newest), changeOf(newest, detail)) : null,
       make('p', {}, make('button', {type: 'button', class: 'quiet', onclick: () =>

@@ -39,7 +39,8 @@ function timeAxis(x, from, to, width, bottom) {
   const {ticks, step} = timeTicks(from, to, (width - EDGE.left - EDGE.right) / 96);
   return draw('g', {class: 'axis'}, ticks.map((time) => [
     draw('line', {x1: x(time), x2: x(time), y1: bottom, y2: bottom + 4}),
-    draw('text', {x: x(time), y: bottom + 16, 'text-anchor': 'middle'}, timeTickText(time, step)),
+    draw('text', {x: x(time), y: bottom + 16, 'text-anchor': x(time) > width - 30 ? 'end' : 'middle'},
+         timeTickText(time, step)),
   ]));
 }
 
@@ -50,7 +51,7 @@ const diamond = (x, y, size) => `M${x - size},${y}L${x},${y - size}L${x + size},
 /** All that can be pointed at: history, golden values, alerts, in order of time. */
 function marksOf(detail) {
   const marks = [
-    ...detail.points.map((point) => ({...point, what: 'history'})),
+    ...detail.drawn.map((point) => ({...point, what: 'history'})),
     ...detail.golden.map((point) => ({...point, what: 'golden'})),
     ...detail.episodes.flatMap((episode) => episode.alerts)
       .filter((alert) => alert.value !== null)
@@ -304,21 +305,20 @@ function lanesOf(marks, rules) {
 const letters = (index) => String.fromCharCode(65 + index);
 
 function laneName(value, index, isTable) {
-  return isTable ? `content ${letters(index)} · ${plain(value, 8)}` : plain(value.trim() || '(empty)', 22);
+  return isTable ? `${letters(index)} · ${plain(value, 8)}` : plain(value.trim() || '(empty)', 22);
 }
 
-/** A sample lasts until the next one, as far as anybody knows. */
-function laneBlocks(marks, laneY, x, time) {
-  const history = marks.filter((mark) => mark.what === 'history');
-  return history.map((mark, i) => {
-    const end = i + 1 < history.length ? history[i + 1].time : Math.min(time.to, mark.time);
+/** A value, of the history or of an alert, lasts until the next one that is known. */
+function laneBlocks(marks, laneY, x) {
+  const seen = marks.filter((mark) => mark.what !== 'golden');
+  return seen.flatMap((mark, i) => {
+    const end = i + 1 < seen.length ? seen[i + 1].time : mark.time;
     const y = laneY(mark);
-    return [
-      draw('rect', {class: 'state', x: x(mark.time), y: y - 4, height: 8,
-                    width: Math.max(0, x(end) - x(mark.time))}),
-      draw('rect', {class: 'point', x: x(mark.time) - 1.5, y: y - 7, width: 3, height: 14, rx: 1}),
-    ];
-  }).flat();
+    const block = draw('rect', {class: 'state', x: x(mark.time), y: y - 4, height: 8,
+                                width: Math.max(0, x(end) - x(mark.time))});
+    return mark.what === 'alert' ? [block]
+      : [block, draw('rect', {class: 'point', x: x(mark.time) - 1.5, y: y - 7, width: 3, height: 14, rx: 1})];
+  });
 }
 
 function laneRules(rules, lanes, place, x, time, rowHeight) {
@@ -361,7 +361,7 @@ function drawLanes(detail, rules, time, width, label) {
     timeAxis(x, time.from, time.to, width - edge + EDGE.left, bottom),
     ...episodeBands(detail, x, time, bottom),
     ...laneRules(rules, lanes, place, x, time, rowHeight),
-    ...laneBlocks(marks, markY, x, time),
+    ...laneBlocks(marks, markY, x),
     ...marks.filter((mark) => mark.what !== 'history').map((mark) => (mark.what === 'alert'
       ? draw('path', {class: 'alert', d: triangle(x(mark.time), markY(mark), 5.5)})
       : goldenMark(mark, x(mark.time), markY(mark)))));

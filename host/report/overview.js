@@ -22,7 +22,8 @@ function renderTiles(report, filter) {
   if (report.results) {
     nodes.push(
       tile(countText(episodes), episodes === 1 ? 'episode' : 'episodes',
-           `${counted(report.results.alerts, 'alert', 'alerts')} in ${counted(report.results.runs, 'run', 'runs')}`),
+           `${counted(report.results.alerts, 'alert', 'alerts')} in ${counted(report.results.runs, 'run', 'runs')}` +
+           (report.results.quiet ? '' : ' with findings')),
       make('button', {type: 'button', class: open > 0 ? 'tile is-alert' : 'tile',
                       disabled: open === 0, onclick: () => filter({state: String(OPEN)})},
         make('strong', {}, make('span', {'aria-hidden': true}, open > 0 ? '▲ ' : ''), countText(open)),
@@ -55,7 +56,7 @@ function renderOverTime(report, filter) {
   if (!results || results.alerts === 0) {
     const words = !results ? ['No results were given, so there are no alerts to show. Add them with ',
                               make('code', {}, '--results FILE'), '.']
-      : [`No alert in ${counted(results.runs, 'run', 'runs')}.`];
+      : [`No alert in ${counted(results.runs, 'run', 'runs')}${results.quiet ? '' : ' with findings'}.`];
     box.replaceChildren(title, make('p', {class: 'empty'}, words));
     return;
   }
@@ -80,13 +81,23 @@ function renderOverTime(report, filter) {
     for (const bar of bars.filter((other) => other.count > 0)) {
       const words = `${counted(bar.count, 'alert', 'alerts')}, ${timeText(bar.from)} – ` +
                     timeBeside(bar.to, bar.from);
-      svg.append(draw('g', {class: 'bar', ...pressable(() => filter({span: bar}), words + '. Show them')},
+      svg.append(draw('g', {class: 'bar', ...pressable(() => filter({span: bar}), words + '. Show them'),
+                            tabindex: svg.querySelector('.bar') ? -1 : 0},
         draw('rect', {class: 'hit', x: x(bar.from), y: edge.top, width: x(bar.to) - x(bar.from),
                       height: height - edge.bottom - edge.top}),
         draw('rect', {x: x(bar.from) + 1, y: y(bar.count), width: Math.max(1, x(bar.to) - x(bar.from) - 1.5),
                       height: Math.max(1, y(0) - y(bar.count))}),
         draw('title', {}, words)));
     }
+    svg.addEventListener('keydown', (event) => {
+      const other = {ArrowLeft: 'previousElementSibling', ArrowRight: 'nextElementSibling'}[event.key];
+      const bar = other && event.target[other];
+      if (!bar || !bar.classList.contains('bar')) return;
+      event.preventDefault();
+      event.target.setAttribute('tabindex', -1);
+      bar.setAttribute('tabindex', 0);
+      bar.focus();
+    });
     canvas.replaceChildren(svg);
   };
   box.replaceChildren(title, canvas,
@@ -155,10 +166,10 @@ function renderNotes(report) {
   const {results} = report;
   if (results && results.runs === 0) {
     notes.push('The results hold no run of the domains shown here.');
-  } else if (results && !results.quiet && results.alerts > 0) {
+  } else if (results && !results.exact && results.alerts > 0) {
     notes.push('These results leave out the runs in which nothing was found. Where such a run has ' +
                'ended an alert, only the next finding tells, so an end stands as “not later than”. ' +
-               'Results made with `evaluate --all` tell it exactly.');
+               'Results made with `evaluate --explain` or `--all` tell it exactly.');
   }
   if (results && results.skipped > 0) {
     notes.push(`${counted(results.skipped, 'line', 'lines')} of the results could not be read and ` +

@@ -143,6 +143,10 @@ class Program(ReportCase):
                 [line(0), line(10, [a]), line(20, variables=0), line(30, rejected=["a"]), line(40, [a]),
                  line(50, source="other")],
                 [(10, 40, 2, open_, 0)]),
+            "told clearings are the only ones": (
+                [line(10, [a], cleared=[]), line(20, [b], cleared=[]), line(900, [a], cleared=[]),
+                 line(930, cleared=[{"variable": "a", "interface": ""}, {"variable": "?"}, 7])],
+                [(10, 900, 2, cleared, 930)]),
             "without quiet runs another finding clears": (
                 [line(10, [a]), line(20, [a, b]), line(30, [b])], [(10, 20, 2, cleared, 30)]),
             "without quiet runs a long pause is an end": (
