@@ -20,6 +20,7 @@
 #include "host/report_findings.h"
 #include "host/report_listing.h"
 #include "host/report_page.h"
+#include "host/stop_request.h"
 #include "platform/filesystem.h"
 #include "platform/text_escape.h"
 #include "storage/domain_files.h"
@@ -84,11 +85,12 @@ std::vector<std::string> DomainsOfRoot() {
   return domains;
 }
 
-/// Reads the result files; the exit code, and what is wrong when there is no way on.
+/// Reads result files, and counts the lines that are none.
 class ResultReading {
  public:
-  ResultReading(const std::vector<std::string>& domains, ReportFindings& findings)
-      : domains_(domains), findings_(findings) {}
+  ResultReading(const std::vector<std::string>& domains, const StopRequest& stop,
+                ReportFindings& findings)
+      : domains_(domains), stop_(stop), findings_(findings) {}
 
   /// Why a file cannot be read; empty when all of it was.
   std::string Read(const std::string& path) {
@@ -98,8 +100,7 @@ class ResultReading {
       file = FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
       if (!file.valid()) return name + ": " + std::strerror(errno);
     }
-    const StopRequest never;
-    LineReader reader(file.valid() ? file.get() : STDIN_FILENO, never);
+    LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_);
     std::string_view line;
     while (true) {
       const LineReader::Got got = reader.Next(line);
@@ -122,17 +123,20 @@ class ResultReading {
   }
 
   const std::vector<std::string>& domains_;
+  const StopRequest& stop_;
   ReportFindings& findings_;
   std::uint64_t skipped_ = 0;
 };
 
-/// Adds the variables of all domains, and then those that only the results know.
+/// Adds the variables of all domains, and then those that only the results know; ends early
+/// when a stop is requested.
 void AddVariables(const std::vector<std::string>& domains, const ReportFindings& findings,
-                  ReportPage& page) {
+                  const StopRequest& stop, ReportPage& page) {
   std::set<const VariableFindings*> shown;
   for (const std::string& domain : domains) {
     ReportListing listing(domain);
     for (auto stored = listing.NextPage(); !stored.empty(); stored = listing.NextPage()) {
+      if (stop.Requested()) return;
       for (const StoredVariable& variable : stored) {
         const auto& [device, interface, source, param, name] = variable.key;
         const ReportKey key = {domain, device, interface, source, param, name};
@@ -170,6 +174,8 @@ void AddReportCommand(CLI::App& program, ReportOptions& options) {
 
 int RunReport(const ReportOptions& options) {
   std::signal(SIGPIPE, SIG_IGN);
+  StopRequest stop;
+  const SignalWatch watch([&stop](int) { stop.Request(); });
   std::vector<std::string> domains = {options.common.domain};
   if (options.allDomains) domains = DomainsOfRoot();
   if (domains.empty()) {
@@ -183,7 +189,7 @@ int RunReport(const ReportOptions& options) {
     if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   }
   ReportFindings findings;
-  ResultReading reading(domains, findings);
+  ResultReading reading(domains, stop, findings);
   for (const std::string& file : options.results) {
     const std::string fault = reading.Read(file);
     if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
@@ -196,10 +202,11 @@ int RunReport(const ReportOptions& options) {
                            .skippedLines = reading.skipped()};
   ReportPage page(output, head, findings);
   try {
-    AddVariables(domains, findings, page);
+    AddVariables(domains, findings, stop, page);
   } catch (const CppSQLite3Exception& error) {
     return Fail(kName, error.what(), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
   }
+  if (stop.Requested()) return Fail(kName, "stopped; no page is written", kExitBrokenOff);
   page.End();
   if (!output.Finish()) return Fail(kName, output.fault(), kExitBrokenOff);
   return reading.skipped() > 0 ? kExitLinesSkipped : kExitDone;

@@ -80,7 +80,7 @@ std::string EndInWords(const FoundEpisode& episode, bool isExact) {
 void AppendListed(std::string& out, const ListedEpisode& listed, bool isExact) {
   const auto& [key, variable, episode] = listed;
   out.append("<tr>");
-  for (const std::size_t part : {1, 2, 3, 4, 5}) AppendCell(out, (*key)[part]);
+  for (std::size_t part = 1; part < key->size(); ++part) AppendCell(out, (*key)[part]);
   const FoundAlert& opening = episode->first.front();
   AppendCell(out, opening.value ? variable->texts[*opening.value] : "");
   AppendCell(out, variable->texts[opening.expectation]);

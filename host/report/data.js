@@ -90,10 +90,17 @@ function readParameter(text) {
   }
 }
 
+/** Whether a content has the shape that rows can be compared in. */
+function isTable(table) {
+  return table !== null && typeof table === 'object' && Array.isArray(table.columns) &&
+         Array.isArray(table.rows) &&
+         table.rows.every((row) => row !== null && typeof row === 'object');
+}
+
 /** A golden table as results write it: its content with the digest added. */
 function goldenTable(text) {
   const value = readParameter(text);
-  if (!Array.isArray(value.columns) || !Array.isArray(value.rows)) return null;
+  if (!isTable(value)) return null;
   return {digest: value.hashCmp,
           table: {columns: value.columns, rows: value.rows, keys: value.hashColumns}};
 }
@@ -120,7 +127,7 @@ function allPoints(stored, explained) {
 function readDetail(raw) {
   const texts = raw.s || [];
   const points = readPoints(raw);
-  const tables = new Map(Object.entries(raw.c || {}));
+  const tables = new Map(Object.entries(raw.c || {}).filter(([, table]) => isTable(table)));
   const rule = (type, parameter, words) =>
     ({type, parameterText: texts[parameter], words: shortWords(texts[words])});
   const golden = (raw.g || []).map(([time, value]) => ({time, value: texts[value]}));

@@ -237,7 +237,13 @@ class VariableTable {
     const cell = make('td', {colspan: COLUMNS.length});
     row.after(make('tr', {class: 'unfolded', id}, cell));
     button.setAttribute('aria-controls', id);
-    cell.append(detailNode(variable, this.report));
+    try {
+      cell.append(detailNode(variable, this.report));
+    } catch (error) {
+      cell.append(make('p', {class: 'notice', role: 'alert'}, 'What is stored of this variable cannot be shown: ' +
+                                                             plain(error.message)));
+      throw error;
+    }
   }
 
   // --- keys ------------------------------------------------------------------------------

@@ -106,6 +106,19 @@ class Program(ReportCase):
             file.write(b"no database" * 100)
         self.assertIn("KSObjectRule.db", self.report(code=2).stderr)
 
+    def test_stops_without_a_trace(self):
+        self.init()
+        program = subprocess.Popen([PROGRAM, "report", "--root", self.root, "--output", self.page,
+                                    "--results", "-"], stdin=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   text=True)
+        program.stdin.write("no result\n")
+        program.stdin.flush()
+        program.stderr.readline()  # it has read the line and waits for the next
+        program.terminate()
+        self.assertIn("stopped", program.communicate()[1])
+        self.assertEqual(program.returncode, 3)
+        self.assertEqual(os.listdir(self.folder), ["root"])
+
     def test_counts_lines_that_are_no_results(self):
         self.init()
         results = self.write("results.jsonl", "2023-11-15 ALERT", "", '{"time":1}', line(1),
