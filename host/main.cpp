@@ -9,6 +9,7 @@
 #include "host/init_command.h"
 #include "host/merge_command.h"
 #include "host/output_writer.h"
+#include "host/report_command.h"
 #include "host/rule_command.h"
 #include "host/rules_command.h"
 #include "host/settings_command.h"
@@ -51,6 +52,8 @@ int RunProgram(int argc, char** argv) {
   AddMergeCommand(program, merge);
   CleanOptions clean;
   AddCleanCommand(program, clean);
+  ReportOptions report;
+  AddReportCommand(program, report);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -88,6 +91,10 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("clean")) {
     Apply(clean.common);
     return RunClean(clean);
+  }
+  if (program.got_subcommand("report")) {
+    Apply(report.common);
+    return RunReport(report);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);
