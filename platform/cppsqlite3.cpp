@@ -213,6 +213,11 @@ void CppSQLite3DB::open(const std::string& file, Mode mode) {
   // however the library was built.
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 1, nullptr);
+  // A file may come from elsewhere: nothing that its schema says is run.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 }
 
 void CppSQLite3DB::close() noexcept {
@@ -233,7 +238,8 @@ bool CppSQLite3DB::tableExists(const std::string& table) {
     return true;
   }
   CppSQLite3Statement statement = compileStatement(
-      "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
+      "select 1 from sqlite_master where type = 'table' and rootpage > 0 and name = ?1 collate "
+      "nocase");
   statement.bind(1, table);
   return !statement.execQuery().eof();
 }
