@@ -11,7 +11,6 @@
 #include <system_error>
 
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/evaluate_job.h"
 #include "host/exit_codes.h"
 #include "host/file_descriptor.h"
@@ -76,7 +75,7 @@ bool IsReadable(const InputFile& input, std::uint64_t& total) {
   return true;
 }
 
-/// Why the root folder or the domain cannot be worked with; empty when they can.
+/// Why the root folder cannot be worked with; empty when it can.
 std::string RootFault(const EvaluateOptions& options) {
   const std::string root = VXFileSystem::GetSystemRootFolder();
   std::error_code failure;
@@ -90,10 +89,7 @@ std::string RootFault(const EvaluateOptions& options) {
   if (!std::filesystem::is_directory(status)) {
     return Printable(root) + ": " + (failure ? failure.message() : std::string("is no folder"));
   }
-  const DomainCheck check = CheckDomain(options.common.domain, !options.onDemand);
-  if (check.condition != DomainCheck::Condition::kUnusable) return {};
-  return "domain \"" + Printable(options.common.domain) +
-         "\" cannot be used: " + Printable(check.detail);
+  return {};
 }
 
 }  // namespace

@@ -136,7 +136,10 @@ int UnitLoader<Data>::Load() {
     Keys keys;
     keys.reserve(taken_.size());
     for (Request& request : taken_) keys.push_back(std::move(request.key));
+    const std::uint64_t failedBefore = FailedOperationsHere();
     (table.get()->*kind_.query)(found, keys, kVariableSourceParser);
+    // A unit may have been read in part: its callers read for themselves.
+    if (FailedOperationsHere() != failedBefore) found.clear();
   } catch (...) {
     stamps.clear();  // nothing of it is handed out
     EndLoad(table.get(), found, stamps);
