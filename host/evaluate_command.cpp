@@ -14,8 +14,9 @@
 #include "host/evaluate_job.h"
 #include "host/exit_codes.h"
 #include "host/file_descriptor.h"
-#include "host/text_escape.h"
 #include "platform/filesystem.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

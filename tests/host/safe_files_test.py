@@ -211,7 +211,7 @@ class SafeFilesTest(unittest.TestCase):
         variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
         for umask, file_rights, folder_rights in [(0, 0o640, 0o750), (0o077, 0o600, 0o700)]:
             self.root = self.folder / ("root%o" % umask)
-            for command in [["init", "--interval-time", "60"], ["evaluate", "--enroll"],
+            for command in [["init", "--interval-time", "60"], ["evaluate", "--enroll", "--log-level", "0"],
                             ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
                              '{"ruleParam":80}'],
                             ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
@@ -253,7 +253,7 @@ class SafeFilesTest(unittest.TestCase):
                             ["clean", "--keep", "t"]]:
                 self.call(*command, "--domain", name, input=runs(2, name))
         self.assertEqual({path.name for path in self.folder.iterdir()}, {"root", "delivered"})
-        self.assertEqual({path.name for path in self.root.iterdir()}, {"data", "log"})
+        self.assertEqual({path.name for path in self.root.iterdir()}, {"data"})
         self.assertEqual({path.name for path in (self.root / "data").iterdir()}, {"FSParserData"})
         self.assertEqual({path.name for path in (self.root / "data" / "FSParserData").iterdir()},
                          set(names.values()) | {"from"})

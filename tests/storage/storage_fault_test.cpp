@@ -553,9 +553,8 @@ class StorageFault : public ::testing::TestWithParam<Operation> {
       EXPECT_EQ(answer.status, GetParam().done);
       EXPECT_EQ(answer.seen, whole);
     }
-    if (GetParam().writes && GetParam().resumes) {
-      EXPECT_EQ(DomainState::Read(), last);
-    }
+    if (!GetParam().writes || !GetParam().resumes) return;
+    EXPECT_EQ(DomainState::Read(), last);
     EXPECT_EQ(DomainState::LeftOvers(), "");
   }
 
