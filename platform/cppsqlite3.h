@@ -102,7 +102,8 @@ class KEELSTONE_EXPORT CppSQLite3DB {
   CppSQLite3DB& operator=(const CppSQLite3DB&) = delete;
   ~CppSQLite3DB();
 
-  /// How a file is opened.
+  /// How a file is opened. kReadWrite for reading, too, where what a crash has left is to
+  /// be rolled back: kReadOnly refuses such a file. It reads one that may not be written.
   enum class Mode { kReadOnly, kReadWrite, kCreate };
 
   /// Opens the file. kCreate makes it when it is missing, readable and writable by its

@@ -127,7 +127,11 @@ bool MakeParentFolders(const std::string& path) {
   if (folder.empty() || IsFolder(folder)) return true;
   if (!MakeParentFolders(folder)) return false;
   // Asked again: another process may have made it meanwhile, or a file may stand there.
-  return ::mkdir(folder.c_str(), kFolderRights) == 0 || IsFolder(folder);
+  if (::mkdir(folder.c_str(), kFolderRights) == 0) return true;
+  const int error = errno == EEXIST ? ENOTDIR : errno;
+  if (IsFolder(folder)) return true;
+  errno = error;
+  return false;
 }
 
 bool FileExists(const std::string& path) {

@@ -61,7 +61,7 @@ inline constexpr unsigned kFileRights = 0640;
 inline constexpr unsigned kFolderRights = 0750;
 
 /// Makes the folder of `path` and those above it, with kFolderRights; false when that
-/// cannot be done.
+/// cannot be done, and errno says why.
 [[nodiscard]] KEELSTONE_EXPORT bool MakeParentFolders(const std::string& path);
 /// Whether a plain file stands there; false also when its status cannot be had.
 [[nodiscard]] bool FileExists(const std::string& path);

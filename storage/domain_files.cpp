@@ -169,7 +169,7 @@ DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {
     }
     try {
       CppSQLite3DB db;
-      db.open(file, CppSQLite3DB::Mode::kReadOnly);
+      db.open(file, CppSQLite3DB::Mode::kReadWrite);
       db.requireKnownSchema();
       if (db.tableExists(table.name)) {
         // Compiling names a column that is missing.
@@ -208,7 +208,7 @@ JsonValue StoredGeneralSettings(const std::string& domainId) {
   std::error_code ignored;
   if (!std::filesystem::exists(file, ignored)) return {};
   CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kReadOnly);
+  db.open(file, CppSQLite3DB::Mode::kReadWrite);
   db.requireKnownSchema();
   JsonValue found;
   if (!db.tableExists(kTables[0].name)) return found;

@@ -184,6 +184,27 @@ class SafeFilesTest(unittest.TestCase):
         self.evaluate(runs(12), "--enroll")
         self.assertEqual(self.ask(self.database("KSObjectRule"), "pragma user_version"), [(1,)])
 
+    def test_what_a_crash_has_left_is_rolled_back(self):
+        self.call("init", "--domain", "good")
+        path = self.database("KSObjectHistory")
+        journal = pathlib.Path(str(path) + "-journal")
+        writer = sqlite3.connect(path, isolation_level=None)
+        writer.execute("pragma cache_size = 2")
+        writer.execute("begin")
+        writer.execute("insert into KSObjectHistory with recursive n(i) as (select 1 union all "
+                       "select i + 1 from n where i < 2000) select 'd', '', 's', '', i, 2, "
+                       "hex(zeroblob(50)) from n")
+        left = path.read_bytes(), journal.read_bytes()
+        writer.execute("rollback")
+        writer.close()
+        for command in [["evaluate", "--enroll"], ["rules"], ["clean", "--keep", "s"]]:
+            path.write_bytes(left[0]), journal.write_bytes(left[1])
+            self.call(*command, "--domain", "good", input=runs(2))
+            self.assertFalse(journal.exists())
+            self.assertEqual(self.ask(path, "pragma integrity_check"), [("ok",)])
+            self.assertEqual(self.ask(path, "select count(*) from KSObjectHistory where "
+                                      "deviceName = 'd'"), [(0,)])
+
     def test_a_lock_is_waited_for_as_long_as_is_set(self):
         self.configure("BusyTimeout=300\n")
         self.call("init", "--domain", "held")
