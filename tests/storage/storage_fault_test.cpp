@@ -416,7 +416,8 @@ class StorageFault : public ::testing::TestWithParam<Operation> {
     domain.AddVariableRule({.source = "s", .name = "v"});
     domain.AddBlock({"d"}, 1, 2);
     MakeDataTable(domain.Path(kDbInterfaceType), "KSInterfaceType", {"{}"});
-    Table().SetRuleAlgParam(Rules("old", "old"));
+    Table().SetRuleAlgParam(Rules("old", "", kFewRows));
+    Table().SetRuleHistoryData(Histories("old"));
     KSDomainDataManager::Instance()->GetKSDataManager(kDomain);
     filled = DomainState::Take();
     MakeHalfWritten(domain.Path(kDbBlockSetting));
