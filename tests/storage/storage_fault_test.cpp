@@ -189,7 +189,6 @@ void Cache() {
 std::vector<Operation> Operations() {
   const auto none = Files::kNone;
   const auto filled = Files::kFilled;
-  const auto source = kVariableSourceParser;
   const auto restart = [](KSDataManagerSql& manager) {
     return std::to_string(manager.GetTableLimitcount()) +
            (manager.IsExistRuleDefinition("v", "s", kVariableSourceParser) ? "v" : "");
@@ -216,8 +215,9 @@ std::vector<Operation> Operations() {
          });
        }},
       // removed
-      {"RemoveOne", filled, true, -1, -1, Plain([source] {
-         return Table().RemoveRuleDefinitionData(&kDevice, "source", Variable(1), "param", source);
+      {"RemoveOne", filled, true, -1, -1, Plain([] {
+         return Table().RemoveRuleDefinitionData(&kDevice, "source", Variable(1), "param",
+                                                 kVariableSourceParser);
        })},
       {"RemoveHistories", filled, true, -1, -1, Plain([] {
          std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>
@@ -232,8 +232,9 @@ std::vector<Operation> Operations() {
          }
          return Table().RemoveRuleHistoryDatas(items);
        })},
-      {"RemoveObject", filled, true, -1, -1, Plain([source] {
-         return Table().RemoveRuleDefinitionDataNoVar(&kDevice, "source", "param", source);
+      {"RemoveObject", filled, true, -1, -1, Plain([] {
+         return Table().RemoveRuleDefinitionDataNoVar(&kDevice, "source", "param",
+                                                      kVariableSourceParser);
        })},
       {"Clean", filled, true, 0, 0,
        [] {
@@ -253,19 +254,20 @@ std::vector<Operation> Operations() {
        QueryUnits<DevParserRule>(&KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers, 1000)},
       {"ReadHistoryUnits", filled, false, -1, -1,
        QueryUnits<DevParserHistory>(&KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers, 2)},
-      {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([source](DevParserRule& out) {
-         return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param", source);
+      {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
+         return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param",
+                                                   kVariableSourceParser);
        })},
-      {"ReadObject", filled, false, -1, -1, Query<DevParserRule>([source](DevParserRule& out) {
-         return Table().GetRuleDefinitionDataByDevInf(out[""], &kDevice, "source", "param", source);
+      {"ReadObject", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
+         return Table().GetRuleDefinitionDataByDevInf(out[""], &kDevice, "source", "param",
+                                                      kVariableSourceParser);
        })},
-      {"ReadHistories", filled, false, -1, -1,
-       Query<DevParserHistory>([source](DevParserHistory& out) {
-         return Table().GetRuleHistoryData(out, &kDevice, "source", "param", source);
+      {"ReadHistories", filled, false, -1, -1, Query<DevParserHistory>([](DevParserHistory& out) {
+         return Table().GetRuleHistoryData(out, &kDevice, "source", "param", kVariableSourceParser);
        })},
-      {"LookForRule", filled, false, 1, 0, Plain([source] {
+      {"LookForRule", filled, false, 1, 0, Plain([] {
          return Table().IsExistRuleDefinitionByDevice(&kDevice, "source", "param", kRuleLearned,
-                                                      source)
+                                                      kVariableSourceParser)
                     ? 1
                     : 0;
        })},
@@ -277,8 +279,8 @@ std::vector<Operation> Operations() {
            [](KSGlobalSettingSql& table) { return std::to_string(table.GetTableLimitcount()); }),
        "5000"},
       {"LoadVariableRules", filled, false, 1, 0,
-       Load<KSVariableRuleSql>([source](KSVariableRuleSql& table) {
-         return table.IsExistRuleDefinition("s", "v", source) ? "there" : "absent";
+       Load<KSVariableRuleSql>([](KSVariableRuleSql& table) {
+         return table.IsExistRuleDefinition("s", "v", kVariableSourceParser) ? "there" : "absent";
        }),
        "absent"},
       {"LoadBlockPeriods", filled, false, 1, 0,
