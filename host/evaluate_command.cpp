@@ -82,7 +82,7 @@ bool IsReadable(const InputFile& input, std::uint64_t& total) {
   return true;
 }
 
-/// Why the root folder or the domain cannot be worked with; empty when they can.
+/// Why the root folder cannot be worked with; empty when it can.
 std::string RootFault(const EvaluateOptions& options) {
   const std::string root = VXFileSystem::GetSystemRootFolder();
   std::error_code failure;
@@ -96,10 +96,7 @@ std::string RootFault(const EvaluateOptions& options) {
   if (!std::filesystem::is_directory(status)) {
     return Printable(root) + ": " + (failure ? failure.message() : std::string("is no folder"));
   }
-  const DomainCheck check = CheckDomain(options.common.domain, !options.onDemand);
-  if (check.condition != DomainCheck::Condition::kUnusable) return {};
-  return "domain \"" + Printable(options.common.domain) +
-         "\" cannot be used: " + Printable(check.detail);
+  return {};
 }
 
 }  // namespace

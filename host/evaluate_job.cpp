@@ -194,10 +194,7 @@ EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineRead
     return options_.strict ? Broken::kStrict : Broken::kNo;
   }
   run->domain = domains_.Find(run->parsed.domain);
-  if (run->domain == nullptr) {
-    domainRefused_ = true;
-    return Fail(input.name + ":" + std::to_string(reader.lineNumber()) + ": " + domains_.fault());
-  }
+  SayDomainFaults(input.name + ":" + std::to_string(reader.lineNumber()) + ": ");
   domains_.NoteVariables(run->parsed);
   run->bytes = line.size();
   run->inputPosition = inputBase_ + reader.position();
@@ -209,11 +206,10 @@ EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineRead
 EvaluateJob::Broken EvaluateJob::SubmitBatch() {
   if (batch_.empty()) return Broken::kNo;
   if (!domains_.DefineNoted()) {
-    batch_.clear();
-    domainRefused_ = true;
-    return Fail(domains_.fault());
+    SayDomainFaults("keelstone: ");
+    for (const auto& run : batch_) run->domain = domains_.Find(run->parsed.domain);
   }
-  submitted_ += batch_.size();
+  for (const auto& run : batch_) submitted_ += run->domain->usable ? 1 : 0;
   batchBytes_ = 0;
   const bool taken = scheduler_.load()->Submit(std::exchange(batch_, {}));
   return taken ? Broken::kNo : Broken::kStopped;
@@ -226,6 +222,13 @@ void EvaluateJob::WriteOpenEpisodes() {
     outputLost_.store(true);
   }
   output_.Flush();
+}
+
+void EvaluateJob::SayDomainFaults(const std::string& place) {
+  for (const std::string& fault : domains_.TakeFaults()) {
+    domainRefused_ = true;
+    console_.Say(place + fault);
+  }
 }
 
 int EvaluateJob::Conclude(Broken broken) {
@@ -254,7 +257,8 @@ int EvaluateJob::Conclude(Broken broken) {
   if (domainRefused_ && submitted_ == 0) return kExitUnusable;
   const bool isRead = broken == Broken::kNo || broken == Broken::kStrict;
   const bool isWritten = output_.failure() == 0 && !outputLost_.load() && failedWrites == 0;
-  if (!isRead || !isWritten) return kExitBrokenOff;
+  const bool isEvaluated = !domainRefused_ && failedReads == 0;
+  if (!isRead || !isEvaluated || !isWritten) return kExitBrokenOff;
   if (options_.failOnAlert && progress_.tally.alerts > 0) return kExitAlert;
   return skipped_ > 0 ? kExitLinesSkipped : kExitDone;
 }

@@ -50,6 +50,7 @@ class EvaluateJob final : private RunWork {
   Broken ReadLines(const InputFile& input, LineReader& reader);
   Broken TakeLine(const InputFile& input, const LineReader& reader, std::string_view line);
   Broken SubmitBatch();
+  void SayDomainFaults(const std::string& place);
   Broken Fail(const std::string& why);
   void WriteOpenEpisodes();
   int Conclude(Broken broken);
@@ -65,7 +66,7 @@ class EvaluateJob final : private RunWork {
   std::vector<std::unique_ptr<host::Run>> batch_;
   std::size_t batchBytes_ = 0;
   std::uint64_t inputBase_ = 0;  // bytes of the inputs before the present one
-  std::uint64_t submitted_ = 0;
+  std::uint64_t submitted_ = 0;  // runs of usable domains
   std::uint64_t skipped_ = 0;
   bool domainRefused_ = false;
   std::atomic<bool> outputLost_{false};

@@ -91,8 +91,14 @@ std::int64_t CountLines(std::string_view text) noexcept {
 RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
                        std::unique_ptr<UnitData> data, bool explain) noexcept {
   RunOutcome outcome;
-  if (!domain.engineOn) return outcome;
+  if (domain.usable && !domain.engineOn) return outcome;
   try {
+    if (!domain.usable) {
+      for (const VarInfo& variable : run.variables) {
+        outcome.rejected.push_back(variable.variableName);
+      }
+      return outcome;
+    }
     Evaluate(run, domain, onDemand, std::move(data), explain, outcome);
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Device:%s, source:%s: %s.",

@@ -21,7 +21,8 @@ struct KEELSTONE_EXPORT DomainCheck {
   std::string detail;  // which file or table, and why
 };
 
-/// Looks at the files that an evaluation uses, without changing them. `forWriting`: those
+/// Looks at the files that an evaluation uses, without changing them but for rolling back
+/// what a crash has left. `forWriting`: those
 /// that it writes must be writable.
 KEELSTONE_EXPORT DomainCheck CheckDomain(const std::string& domainId, bool forWriting);
 

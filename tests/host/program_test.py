@@ -269,12 +269,13 @@ class ProgramTest(unittest.TestCase):
             file.write(b"this is no database " * 100)
         _, said = self.evaluate("--domain", "bad", input=run_line(1), code=2)
         self.assertIn("KSObjectRule.db", said)
-        # Found later: what came before is evaluated, and nothing else.
+        # Its runs are rejected, those of other domains evaluated.
         bad = run_line(1, domain="bad")
         out, said = self.evaluate("--all", input=run_line(1) + bad + run_line(1), code=3)
-        self.assertEqual(len(out.splitlines()), 1)
+        self.assertEqual([json.loads(run)["rejected"] for run in out.splitlines()],
+                         [["v"]] * 3)
         self.assertIn("<stdin>:2:", said)
-        self.evaluate(input=bad + run_line(1), code=2)
+        self.evaluate(input=bad + bad, code=2)
         self.write("file", "")
         self.root = self.path("file")
         self.evaluate("--enroll", input=run_line(1), code=2)
