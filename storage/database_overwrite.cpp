@@ -124,7 +124,7 @@ class IncomingCopy {
   static int Create(const std::string& path) {
     while (true) {
       const int file =
-          ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+          ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kFileRights);
       if (file < 0 && errno == EEXIST && ::unlink(path.c_str()) == 0) continue;  // an old process's
       if (file < 0) FailWith(path, errno);
       ::flock(file, LOCK_EX);
@@ -229,11 +229,12 @@ void RequireSound(CppSQLite3DB& source) {
 
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,
                    const DeliveredTable& expected) {
-  if (!FileExists(from)) throw DeliveryError("there is no such file");
+  if (PathError(from) == ENOENT) throw DeliveryError("there is no such file");
   if (to.empty()) throw DeliveryError("there is no destination");
   boost::system::error_code error;
   if (fs::equivalent(from, to, error)) throw DeliveryError("both are one file");
   source.open(from, CppSQLite3DB::Mode::kReadOnly);
+  source.requireKnownSchema();
   const WithoutFunctions whileTheSchemaIsRead(source);
   if (!source.tableExists(expected.table)) {
     throw DeliveryError(std::string("it has no table ") + expected.table);
@@ -244,9 +245,8 @@ void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::str
   RequireSound(source);
 }
 
-void OverwriteDatabase(const std::string& from, const std::string& to,
+void OverwriteDatabase(CppSQLite3DB& source, const std::string& from, const std::string& to,
                        const DeliveredTable& expected) {
-  CppSQLite3DB source;
   OpenDelivered(source, from, to, expected);
   const std::string destination = ResolveLinks(to);
   if (!MakeParentFolders(destination)) throw DeliveryError("its folder cannot be made");
