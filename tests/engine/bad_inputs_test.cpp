@@ -58,7 +58,8 @@ class BadCalls : public ::testing::Test {
         at = end + 3;
       }
       cells.resize(3);
-      for (std::size_t cell : {1U, 2U}) std::erase(cells[cell], '`');
+      for (std::size_t cell : {1U, 2U})
+        std::erase_if(cells[cell], [](char c) { return c == '`' || c == '|'; });
       if (cells[0] != "call") rows.push_back({cells[0], cells[1], cells[2]});
     }
     return rows;
