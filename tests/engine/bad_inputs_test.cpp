@@ -215,6 +215,8 @@ std::vector<BadCalls::Call> BadCalls::CallsOfTheRest() {
       {"`ParseParam` of \"[1\"", [] { return Say(StrEqualData().ParseParam("[1")); }},
       {"`StrIsMatch` with the pattern \"(\"",
        [] { return Say(KSStrRegexRule::StrIsMatch("(", "(")); }},
+      {"`StrIsMatch` with the pattern \"(?>(*ACCEPT)a)*\"",
+       [] { return Say(KSStrRegexRule::StrIsMatch("a", "(?>(*ACCEPT)a)*")); }},
       {"`StrIsMatch` with a pattern of 1 MiB",
        [] { return Say(KSStrRegexRule::StrIsMatch("", std::string(1U << 20U, '?'))); }},
       {"`JsonReader::Parse` of 100000 \"[\"",
