@@ -216,6 +216,14 @@ void RequireTable(CppSQLite3DB& source, const DeliveredTable& expected) {
   throw DeliveryError(std::string("it has no table ") + expected.table);
 }
 
+// In the copy that is taken over it would run with every write.
+void RequireNoTriggers(CppSQLite3DB& source) {
+  auto statement = source.compileStatement("select name from sqlite_master where type = 'trigger'");
+  const auto trigger = statement.execQuery();
+  if (trigger.eof()) return;
+  throw DeliveryError("it has the trigger " + std::string(trigger.getStringField(0)));
+}
+
 void RequirePlainColumns(CppSQLite3DB& source, const DeliveredTable& expected) {
   auto statement =
       source.compileStatement(std::string("pragma table_xinfo(") + expected.table + ")");
@@ -250,6 +258,7 @@ void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::str
   // Compiling names the column that is missing.
   source.compileStatement(std::string("select ") + expected.columns + " from " + expected.table);
   RequirePlainColumns(source, expected);
+  RequireNoTriggers(source);
   RequireSound(source);
 }
 
