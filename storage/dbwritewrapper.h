@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_STORAGE_DBWRITEWRAPPER_H
 #define KEELSTONE_STORAGE_DBWRITEWRAPPER_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,6 +11,25 @@
 #include "platform/export.h"
 
 namespace keelstone {
+
+/// Whether rows of one unit wait to be written, for the price of one atomic load: a run asks
+/// DBWriteWrapper for it once and looks before each value's lookups.
+///
+/// It is no snapshot. While MayHaveRows answers false the lookups of the unit find nothing,
+/// which is how they begin themselves; so ask it for every value anew and never keep its
+/// answer, since another instance may hand rows of the unit over at any time. The count
+/// behind it rises before a row can be found and falls after the row is on disk: what a
+/// thread's own CacheData handed over, or one that this thread knows to have returned, is
+/// never missed. True may be said for another unit that shares the counter. Copies are
+/// cheap and hold as long as the process. Any thread.
+class PendingMark {
+ public:
+  explicit PendingMark(const std::atomic<std::uint32_t>& units) noexcept : units_(&units) {}
+  bool MayHaveRows() const noexcept { return units_->load(std::memory_order_acquire) != 0; }
+
+ private:
+  const std::atomic<std::uint32_t>* units_;  // with rows, that fall on the unit's counter
+};
 
 /// The write-behind cache in front of the object-rule and history tables. Evaluation
 /// hands rows over and goes on; one worker thread writes them when "CacheSize" rows
@@ -44,6 +64,8 @@ class KEELSTONE_EXPORT DBWriteWrapper {
                            const std::string& param, const std::string& variableName,
                            std::string& historyOut) const;
 
+  /// The unit's mark, which answers HasPendingRows roughly and without its cost.
+  PendingMark MarkOf(const std::string& domainId, const std::string& unitKey) const noexcept;
   /// Whether rows of the unit wait to be written.
   bool HasPendingRows(const std::string& domainId, const std::string& unitKey) const;
 

@@ -95,6 +95,11 @@ class PendingRows {
   bool FindHistory(std::string_view domainId, std::string_view unitKey, const PendingKey& key,
                    std::string& out) const;
   bool HasUnit(std::string_view domainId, std::string_view unitKey) const;
+  /// How many units with rows fall on the unit's counter; 0: the lookups find nothing.
+  const std::atomic<std::uint32_t>& UnitCounter(std::string_view domainId,
+                                                std::string_view unitKey) const noexcept {
+    return present_[SlotOf(domainId, unitKey)];
+  }
 
   /// Seals the open generation of the domain; the number of its newest sealed one, 0 when
   /// none is pending.
