@@ -88,8 +88,11 @@ bool IntEnumData<T>::TakeOwnText(std::string_view text) {
   boost::container::flat_set<T> numbers;
   T number = T();
   if (!reader.Skip("{\"ruleParam\":[")) return false;
+  numbers.reserve(8);
   do {
     if (!reader.Read(number)) return false;
+    // In another order somebody else has written them.
+    if (!numbers.empty() && !(*numbers.rbegin() < number)) return false;
     numbers.insert(numbers.end(), number);
   } while (reader.Skip(','));
   if (!reader.Skip("]}") || !reader.AtEnd()) return false;

@@ -57,9 +57,10 @@ class NumericEnumRule final : public NumericRule<T, IntEnumData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point,
-                         [](const Data& data, T value) { return !data.values.contains(value); });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return !data.values.contains(value); }
 };
 
 /// The value should be none of the listed ones. Prescribed only, never learned.
@@ -78,9 +79,10 @@ class NumericNotEqualRule final : public NumericRule<T, IntEnumData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point,
-                         [](const Data& data, T value) { return data.values.contains(value); });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return data.values.contains(value); }
 };
 
 }  // namespace keelstone

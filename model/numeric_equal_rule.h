@@ -45,8 +45,10 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, [](const Data& data, T value) { return value != data.value; });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return value != data.value; }
 
   void setIsLessCountCondition(bool lessCount) override { isLessCountCondition_ = lessCount; }
 

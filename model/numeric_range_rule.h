@@ -56,8 +56,10 @@ class NumericRangeRule final : public NumericRule<T, IntRangeData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, [](const Data& data, T value) { return !IsWithin(data, value); });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return !IsWithin(data, value); }
 
  private:
   static bool IsWithin(const Data& data, T value) {

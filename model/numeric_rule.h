@@ -54,13 +54,18 @@ class NumericRule : public IRuleBase {
   void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
             const std::string& domainId) override {
     if (!ruleDefine) return;
-    const auto history = std::make_shared<typename Traits::History>();
-    history_ = history;
-    if (!ruleDefine->history.empty() && !history->FromString(ruleDefine->history)) return;
-    isFeatureDue_ = true;
-    ruleData_ = BuildData(ruleDefine->ruleParam);
-    ruleDefine_ = ruleDefine;
-    domainId_ = domainId;
+    const std::string& text = ruleDefine->history;
+    TakeDefinition(ruleDefine, domainId, [&text](HistoryDataBase& history) {
+      return text.empty() || history.FromString(text);
+    });
+  }
+
+  void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine, std::string_view text,
+                       const std::string& domainId) override {
+    if (!ruleDefine) return;
+    TakeDefinition(ruleDefine, domainId, [text](HistoryDataBase& history) {
+      return text.empty() || history.FromLastingText(text);
+    });
   }
 
  protected:
@@ -119,6 +124,18 @@ class NumericRule : public IRuleBase {
   }
 
  private:
+  template <class ReadHistory>
+  void TakeDefinition(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                      const std::string& domainId, ReadHistory readHistory) {
+    const auto history = std::make_shared<typename Traits::History>();
+    history_ = history;
+    if (!readHistory(*history)) return;
+    isFeatureDue_ = true;
+    ruleData_ = BuildData(ruleDefine->ruleParam);
+    ruleDefine_ = ruleDefine;
+    domainId_ = domainId;
+  }
+
   std::shared_ptr<KSDataFeature> MakeFeature() const override {
     auto feature = std::make_shared<KSNumercialDataFeature<T>>();
     feature->Calculate(history_);

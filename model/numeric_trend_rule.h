@@ -72,14 +72,14 @@ class NumericConstantRule final : public NumericTrendRule<T> {
   }
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->TakeGoldenIf(point, Differs);
+    return this->HasParameter() && this->TakeGoldenIf(point, Breaks);
   }
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->AlertIf(point, Differs);
+    return this->HasParameter() && this->AlertIf(point, Breaks);
   }
 
- private:
-  static bool Differs(const Data& data, T value) { return value != data.value; }
+  /// For data from a parameter text that has "ruleParam".
+  static bool Breaks(const Data& data, T value) { return value != data.value; }
 };
 
 /// The value should grow from one value to the next.
@@ -102,15 +102,16 @@ class NumericIncreaseRule final : public NumericTrendRule<T> {
   }
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->TakeGoldenIf(point, Grows);
+    return this->HasParameter() && this->TakeGoldenIf(point, [](const Data& data, T value) {
+      return !Breaks(data, value);
+    });
   }
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() &&
-           this->AlertIf(point, [](const Data& data, T value) { return !Grows(data, value); });
+    return this->HasParameter() && this->AlertIf(point, Breaks);
   }
 
- private:
-  static bool Grows(const Data& data, T value) { return value > data.value; }
+  /// For data from a parameter text that has "ruleParam".
+  static bool Breaks(const Data& data, T value) { return !(value > data.value); }
 };
 
 }  // namespace keelstone

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <string>
 
+#include "platform/json_value.h"
 #include "platform/numbers.h"
 
 namespace keelstone {
@@ -37,6 +38,17 @@ bool IsWrittenAs(double value, std::uint64_t digits, double power) {
   if (std::fabs(off) > 0.49 || std::fabs(off) > 0.49 * reach) return false;
   const auto last = static_cast<double>(digits % 10);
   return last + off > 1.01 * reach && 10 - last - off > 1.01 * reach;
+}
+
+/// Whether these characters need no escapes between quotes.
+bool StandsAsItIs(const char* first, const char* end) {
+  // Without a branch, and in bytes, compilers do many at a time.
+  unsigned char found = 0;
+  for (const char* c = first; c != end; ++c) {
+    const auto byte = static_cast<unsigned char>(*c);
+    found = static_cast<unsigned char>(found | (byte < 0x20U) | (byte == '\\') | (byte == '"'));
+  }
+  return found == 0;
 }
 
 }  // namespace
@@ -102,16 +114,20 @@ bool OwnTextReader::Read(std::string_view& value) {
   const auto* const quote =
       static_cast<const char*>(std::memchr(first, '"', static_cast<std::size_t>(end_ - first)));
   if (quote == nullptr) return false;
-  // Without a branch, and in bytes, compilers do many at a time.
-  unsigned char found = 0;
-  for (const char* c = first; c != quote; ++c) {
-    const auto byte = static_cast<unsigned char>(*c);
-    found = static_cast<unsigned char>(found | (byte < 0x20U) | (byte == '\\'));
-  }
-  if (found != 0) return false;
+  if (!StandsAsItIs(first, quote)) return false;
   value = std::string_view(first, static_cast<std::size_t>(quote - first));
   next_ = quote + 1;
   return true;
+}
+
+void AppendString(std::string& text, std::string_view value) {
+  if (!StandsAsItIs(value.data(), value.data() + value.size())) {
+    JsonValue(value).appendTo(text);
+    return;
+  }
+  text += '"';
+  text += value;
+  text += '"';
 }
 
 bool OwnTextReader::Read(bool& value) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 namespace keelstone {
@@ -19,6 +20,8 @@ class OwnTextReader {
 
   const char* position() const { return next_; }
   bool AtEnd() const { return next_ == end_; }
+  /// Goes on from `position`, a place further on in the text.
+  void JumpTo(const char* position) { next_ = position; }
 
   bool Skip(std::string_view literal) {
     if (static_cast<std::size_t>(end_ - next_) < literal.size()) return false;
@@ -105,6 +108,9 @@ class OwnTextReader {
   const char* next_;
   const char* end_;
 };
+
+/// Appends a string as JSON, as JsonValue writes it.
+void AppendString(std::string& text, std::string_view value);
 
 }  // namespace keelstone
 
