@@ -31,25 +31,19 @@ std::size_t EndOfDigits(std::string_view text, std::size_t at) {
   return at;
 }
 
-/// An integer from `at` on; where it ends.
-std::size_t AllowInteger(std::string_view text, std::size_t at, const Places& places) {
-  const bool negative = text[at] == '-';
-  if (negative) ++at;
-  const std::size_t end = EndOfDigits(text, at);
+/// An integer whose digits stand from `at` to `end`.
+void AllowInteger(std::size_t at, std::size_t end, bool isNegative, const Places& places) {
   places.AllowDigits(at, end);
   // No zero in front, and none that is negative.
-  if (negative || end - at > 1) places.Allow(at, '1', '9');
-  return end;
+  if (isNegative || end - at > 1) places.Allow(at, '1', '9');
 }
 
-/// A real from `at` on. False for one with so many digits, or so near to 0, that they alone
-/// do not tell whether the library writes it in this way.
-bool AllowReal(std::string_view text, std::size_t at, const Places& places) {
+/// A real whose digits stand from `at` to `point` and from `decimals` to `end`. False for
+/// one with so many digits that they alone do not tell whether the library writes it so.
+bool AllowReal(std::string_view text, std::size_t at, std::size_t point, std::size_t end,
+               const Places& places) {
   constexpr std::size_t kMostDigits = 15;  // each such decimal is the text of its own double
-  if (text[at] == '-') ++at;
-  const std::size_t point = EndOfDigits(text, at);
   const std::size_t decimals = point + 1;
-  const std::size_t end = EndOfDigits(text, decimals);
   if (text[point] != '.' || text[end] != '}' || end - at > kMostDigits + 1) return false;
   places.AllowDigits(decimals, end);
   if (end - decimals > 1) places.Allow(end - 1, '1', '9');
@@ -73,12 +67,23 @@ void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
   std::array<unsigned char, kMostBytes> range{};
   std::copy(text.begin(), text.end(), least.begin());
   const Places places{least.data(), range.data()};
-  const std::size_t value =
-      AllowInteger(text, kHistoryTimeKey.size(), places) + kHistoryValueKey.size();
+
+  isTimeNegative_ = text[kTimeAt] == '-';
+  const std::size_t time = kTimeAt + (isTimeNegative_ ? 1 : 0);
+  const std::size_t timeEnd = EndOfDigits(text, time);
+  AllowInteger(time, timeEnd, isTimeNegative_, places);
+  timeDigits_ = timeEnd - time;
+  valueAt_ = timeEnd + kHistoryValueKey.size();
+  isNegative_ = text[valueAt_] == '-';
+  const std::size_t whole = valueAt_ + (isNegative_ ? 1 : 0);
+  const std::size_t wholeEnd = EndOfDigits(text, whole);
+  wholeDigits_ = wholeEnd - whole;
   if (dataType == KSDataInt64) {
-    AllowInteger(text, value, places);
-  } else if (dataType == KSDataDouble && !AllowReal(text, value, places)) {
-    return;
+    AllowInteger(whole, wholeEnd, isNegative_, places);
+  } else if (dataType == KSDataDouble) {
+    const std::size_t end = EndOfDigits(text, wholeEnd + 1);
+    decimals_ = end - wholeEnd - 1;
+    if (!AllowReal(text, whole, wholeEnd, end, places)) return;
   }
   size_ = text.size();
   blocks_ = (size_ + sizeof(Bytes) - 1) / sizeof(Bytes);
@@ -90,6 +95,15 @@ void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
   }
 }
 
+void ElementShape::Read(const char* element, KSDataPoint<double>& point) const {
+  point.time = ReadInteger(element + kTimeAt, timeDigits_, isTimeNegative_);
+  const char* const whole = element + valueAt_ + (isNegative_ ? 1 : 0);
+  const double value =
+      ValueOfDecimal(ReadKnownDigits(whole, wholeDigits_),
+                     ReadKnownDigits(whole + wholeDigits_ + 1, decimals_), decimals_);
+  point.value = isNegative_ ? -value : value;
+}
+
 template <std::size_t kBlocks>
 const char* ElementShape::PassBlocks(const char* next, const char* end) const {
   // Copied, so that they stay in registers.
@@ -98,7 +112,9 @@ const char* ElementShape::PassBlocks(const char* next, const char* end) const {
   std::copy_n(least_.begin(), kBlocks, least.begin());
   std::copy_n(range_.begin(), kBlocks, range.begin());
   const std::size_t lastAt = size_ - sizeof(Bytes);
-  for (; static_cast<std::size_t>(end - next) >= size_; next += size_) {
+  // Digits are read eight at a time, beyond the element.
+  const std::size_t needed = size_ + sizeof(std::uint64_t);
+  for (; static_cast<std::size_t>(end - next) >= needed; next += size_) {
     Bytes outside{};
     for (std::size_t i = 0; i < kBlocks; ++i) {
       Bytes block;

@@ -1,7 +1,6 @@
 #include "model/history_scan.h"
 
 #include <cstddef>
-#include <utility>
 
 #include "model/element_shape.h"
 #include "model/history_element.h"
@@ -11,46 +10,46 @@ namespace keelstone {
 
 namespace {
 
-/// Passes over elements that are written like the ones before them.
-class LikeElements {
- public:
-  explicit LikeElements(EnumKSDataType dataType) : dataType_(dataType) {}
+// Passes over one element of the library's own layout and answers its time.
 
-  /// `element`, with the comma behind it, was read.
-  void Note(std::string_view element) {
-    // One of another shape among many alike leaves theirs in place.
-    if (!std::exchange(hasPassed_, false)) shape_.Take(dataType_, element);
-  }
+bool PassElement(HistoryLayout& layout, std::int64_t& time, std::int64_t* /*value*/) {
+  return layout.Skip(kHistoryTimeKey) && layout.Read(time) && layout.Skip(kHistoryValueKey) &&
+         layout.SkipInteger() && layout.Skip('}');
+}
 
-  /// Where the elements from `next` on that are like the noted one end.
-  const char* Pass(const char* next, const char* end) {
-    const char* const passed = shape_.Pass(next, end);
-    hasPassed_ = passed != next;
-    return passed;
-  }
+bool PassElement(HistoryLayout& layout, std::int64_t& time, double* /*value*/) {
+  return layout.Skip(kHistoryTimeKey) && layout.Read(time) && layout.Skip(kHistoryValueKey) &&
+         layout.SkipReal() && layout.Skip('}');
+}
 
- private:
-  EnumKSDataType dataType_;
-  ElementShape shape_;
-  bool hasPassed_ = false;  // since the last note
-};
+bool PassElement(HistoryLayout& layout, std::int64_t& time, std::string* /*value*/) {
+  std::string_view value;
+  return layout.Skip(kHistoryTimeKey) && layout.Read(time) && layout.Skip(kHistoryValueKey) &&
+         layout.Read(value) && layout.Skip('}');
+}
 
-template <class Point>
+bool PassElement(HistoryLayout& layout, std::int64_t& time, float* /*value*/) {
+  float value = 0.0F;
+  return layout.Skip(kHistoryTimeKey) && layout.Read(time) && layout.Skip(kHistoryValueKey) &&
+         layout.Read(value) && layout.Skip('}');
+}
+
+template <class Value>
 std::optional<std::int64_t> NewestTime(EnumKSDataType dataType, std::string_view text) {
   HistoryLayout layout(text);
   if (!layout.SkipHead(dataType)) return std::nullopt;
   LikeElements like(dataType);
-  Point point;
+  std::int64_t time = 0;
   while (true) {
     const char* const begin = layout.position();
-    if (!ReadElement(layout, point)) return std::nullopt;
+    if (!PassElement(layout, time, static_cast<Value*>(nullptr))) return std::nullopt;
     if (!layout.Skip(',')) break;
     like.Note({begin, static_cast<std::size_t>(layout.position() - begin)});
     layout.JumpTo(like.Pass(layout.position(), text.data() + text.size()));
   }
-  // No comma follows the newest: it was read, whatever stands before it.
+  // No comma follows the newest: it was passed by itself, whatever stands before it.
   if (!layout.SkipTail()) return std::nullopt;
-  return point.time;
+  return time;
 }
 
 }  // namespace
@@ -58,24 +57,25 @@ std::optional<std::int64_t> NewestTime(EnumKSDataType dataType, std::string_view
 std::optional<std::int64_t> NewestTimeOfOwnText(EnumKSDataType dataType, std::string_view text) {
   switch (dataType) {
     case KSDataInt64:
-      return NewestTime<KSDataPoint<std::int64_t>>(dataType, text);
+      return NewestTime<std::int64_t>(dataType, text);
     case KSDataFloat:
-      return NewestTime<KSDataPoint<float>>(dataType, text);
+      return NewestTime<float>(dataType, text);
     case KSDataDouble:
-      return NewestTime<KSDataPoint<double>>(dataType, text);
+      return NewestTime<double>(dataType, text);
     case KSDataString:
-      return NewestTime<TextPoint>(dataType, text);
+      return NewestTime<std::string>(dataType, text);
     default:
       return std::nullopt;
   }
 }
 
 std::optional<std::int64_t> GuessNewestTime(std::string_view text) {
-  const std::size_t last = text.rfind(kHistoryTimeKey);
+  // The newest number, or text without braces, begins with the last brace that opens.
+  const std::size_t last = text.rfind('{');
   if (last == std::string_view::npos) return std::nullopt;
-  OwnTextReader reader(text.substr(last + kHistoryTimeKey.size()));
+  OwnTextReader reader(text.substr(last));
   std::int64_t time = 0;
-  return reader.Read(time) ? std::optional(time) : std::nullopt;
+  return reader.Skip(kHistoryTimeKey) && reader.Read(time) ? std::optional(time) : std::nullopt;
 }
 
 }  // namespace keelstone

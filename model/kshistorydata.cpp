@@ -4,6 +4,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "model/element_shape.h"
 #include "model/history_element.h"
 #include "model/history_layout.h"
 #include "platform/json_reader.h"
@@ -46,6 +47,35 @@ std::size_t EndOfElements(std::string_view list, std::size_t& count, bool mayHol
     }
   }
   return at == 0 ? 0 : std::min(at + 1, list.size());
+}
+
+template <class Point>
+constexpr bool kHasShapes =
+    std::is_same_v<Point, KSDataPoint<std::int64_t>> || std::is_same_v<Point, KSDataPoint<double>>;
+
+/// Reads elements up to the last one that no comma follows; false at the first that is not
+/// of the library's own layout.
+template <class Point>
+bool ReadElements(HistoryLayout& layout, EnumKSDataType dataType, const char* end,
+                  std::vector<Point>& points) {
+  ElementReader<Point> reader;
+  LikeElements like(dataType);
+  while (true) {
+    const char* const begin = layout.position();
+    Point point;
+    if (!reader.Read(layout, point)) return false;
+    points.push_back(std::move(point));
+    if (!layout.Skip(',')) return true;
+    if constexpr (kHasShapes<Point>) {
+      const char* next = layout.position();
+      like.Note({begin, static_cast<std::size_t>(next - begin)});
+      const char* const passed = like.Pass(next, end);
+      for (; next != passed; next += like.shape().size()) {
+        like.shape().Read(next, points.emplace_back());
+      }
+      layout.JumpTo(passed);
+    }
+  }
 }
 
 }  // namespace
@@ -107,13 +137,7 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text, bool isLasting) {
   if constexpr (!std::is_base_of_v<TextPoint, Point>) {
     points_.reserve(before + text.size() / kLeastElementSize);
   }
-  ElementReader<Point> reader;
-  bool isSound = true;
-  do {
-    Point point;
-    isSound = reader.Read(layout, point);
-    if (isSound) points_.push_back(std::move(point));
-  } while (isSound && layout.Skip(','));
+  const bool isSound = ReadElements(layout, dataType, text.data() + text.size(), points_);
   const char* const listEnd = layout.position();
   if (!isSound || !layout.SkipTail()) {
     points_.resize(before);

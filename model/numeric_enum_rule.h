@@ -21,14 +21,15 @@ class NumericEnumRule final : public NumericRule<T, IntEnumData> {
   bool CheckRule(const std::string& domainId) override {
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intEnum) return false;
-    const auto& settings = *lesson.settings->intEnum;
-    const auto& feature = *lesson.feature;
-    const bool fits =
-        static_cast<std::int64_t>(feature.valueCounts.size()) <= settings.valueStatusCount &&
-        feature.count >= settings.dataCountMinLimit &&
-        static_cast<float>(feature.zeroDeltaCount) <=
-            NarrowToFloat(feature.count * settings.deltaEZero);
-    return fits && this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intEnum) && this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSIntEnumRuleSetting& settings) {
+    return feature.count >= settings.dataCountMinLimit &&
+           !feature.valueCounts.HasMoreThan(settings.valueStatusCount) &&
+           static_cast<float>(feature.zeroDeltaCount) <=
+               NarrowToFloat(feature.count * settings.deltaEZero);
   }
 
   bool UpdateRule() override {

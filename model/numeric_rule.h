@@ -68,6 +68,13 @@ class NumericRule : public IRuleBase {
     });
   }
 
+  /// What follows a learning test that fits: rule data with an empty parameter. True.
+  bool Accept(const std::string& domainId) {
+    ruleData_ = BuildData({});
+    domainId_ = domainId;
+    return true;
+  }
+
  protected:
   /// Told whether a parameter text that parses has the member "ruleParam".
   virtual void NoteHasParameter(bool) {}
@@ -85,12 +92,6 @@ class NumericRule : public IRuleBase {
     lesson.settings = DomainRuleSettings(domainId);
     if (lesson.settings) lesson.feature = Feature();
     return lesson;
-  }
-
-  bool Accept(const std::string& domainId) {
-    ruleData_ = BuildData({});
-    domainId_ = domainId;
-    return true;
   }
 
   const NumercialHistoryData<T>* History() const {

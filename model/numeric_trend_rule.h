@@ -65,10 +65,13 @@ class NumericConstantRule final : public NumericTrendRule<T> {
   bool CheckRule(const std::string& domainId) override {
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intConstant) return false;
-    const auto& settings = *lesson.settings->intConstant;
-    return this->HardlyFalls(*lesson.feature, settings) &&
-           lesson.feature->zeroDeltaCount > lesson.feature->count * settings.deltaEZero &&
-           this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intConstant) && this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSTrendRuleSetting& settings) {
+    return Base::HardlyFalls(feature, settings) &&
+           feature.zeroDeltaCount > feature.count * settings.deltaEZero;
   }
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
@@ -95,10 +98,13 @@ class NumericIncreaseRule final : public NumericTrendRule<T> {
   bool CheckRule(const std::string& domainId) override {
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intIncrease) return false;
-    const auto& settings = *lesson.settings->intIncrease;
-    return this->HardlyFalls(*lesson.feature, settings) &&
-           lesson.feature->zeroDeltaCount <= lesson.feature->count * settings.deltaEZero &&
-           this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intIncrease) && this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSTrendRuleSetting& settings) {
+    return Base::HardlyFalls(feature, settings) &&
+           feature.zeroDeltaCount <= feature.count * settings.deltaEZero;
   }
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {

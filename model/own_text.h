@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_MODEL_OWN_TEXT_H
 #define KEELSTONE_MODEL_OWN_TEXT_H
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,41 @@
 #include <string_view>
 
 namespace keelstone {
+
+inline constexpr std::uint64_t kEightZeros = 0x3030303030303030U;
+inline constexpr std::array<std::uint64_t, 9> kPowersOfTen = {
+    1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000};
+
+/// The first character in the lowest byte.
+inline std::uint64_t EightCharacters(const char* text) {
+  static_assert(std::endian::native == std::endian::little);
+  std::uint64_t word = 0;
+  std::memcpy(&word, text, sizeof word);
+  return word;
+}
+
+/// The number of eight digits, each a byte, the first one the lowest: two and then four of
+/// them are taken together.
+inline std::uint64_t ValueOfEightDigits(std::uint64_t word) {
+  word = (word * 10 + (word >> 8U)) & 0x00FF00FF00FF00FFU;
+  word = (word * 100 + (word >> 16U)) & 0x0000FFFF0000FFFFU;
+  return (word * 10'000 + (word >> 32U)) & 0xFFFFFFFFU;
+}
+
+/// The number that `count` digits at `text` make, 1 to 18, where it is known that they
+/// are digits and that eight characters can be read from each of them on.
+inline std::uint64_t ReadKnownDigits(const char* text, std::size_t count) {
+  std::uint64_t number = 0;
+  for (; count > 8; count -= 8, text += 8) {
+    number = number * 100'000'000U + ValueOfEightDigits(EightCharacters(text) - kEightZeros);
+  }
+  // Zeros in front in place of what stands behind.
+  const std::uint64_t last = (EightCharacters(text) - kEightZeros) << (64 - 8 * count);
+  return number * kPowersOfTen[count] + ValueOfEightDigits(last);
+}
+
+/// The double nearest to whole + decimals / 10^count, for at most 15 digits in all.
+double ValueOfDecimal(std::uint64_t whole, std::uint64_t decimals, std::size_t count);
 
 /// Reads a text from its front as far as it is what the library itself writes, to the
 /// last digit. Everything else it refuses, and the JSON reader judges instead: so what was
@@ -52,6 +88,12 @@ class OwnTextReader {
   }
   bool Read(double& value);
   bool Read(float& value);
+  // Skip what Read of an int64 or of a double would take.
+  bool SkipInteger() {
+    std::int64_t value = 0;
+    return Read(value);
+  }
+  bool SkipReal();
   /// A string without escapes; the view is into the text.
   bool Read(std::string_view& value);
   bool Read(bool& value);
@@ -83,23 +125,27 @@ class OwnTextReader {
     return next_ - first;
   }
 
-  /// Takes eight digits at once, two and then four of them together in one word; false
-  /// when one of the eight characters is no digit.
+  /// Takes eight digits at once; false when one of the eight characters is no digit.
   static bool AppendEightDigits(const char* digits, std::uint64_t& number) {
-    static_assert(std::endian::native == std::endian::little);
-    std::uint64_t word = 0;  // the first digit in its lowest byte
-    std::memcpy(&word, digits, sizeof word);
+    std::uint64_t word = EightCharacters(digits);
     // The upper half of every byte is that of '0', and still so with six added.
     constexpr std::uint64_t kUpper = 0xF0F0F0F0F0F0F0F0U;
-    constexpr std::uint64_t kZeros = 0x3030303030303030U;
-    if ((word & kUpper) != kZeros) return false;
-    if (((word + 0x0606060606060606U) & kUpper) != kZeros) return false;
-    word -= kZeros;
-    word = (word * 10 + (word >> 8U)) & 0x00FF00FF00FF00FFU;
-    word = (word * 100 + (word >> 16U)) & 0x0000FFFF0000FFFFU;
-    word = (word * 10'000 + (word >> 32U)) & 0xFFFFFFFFU;
-    number = number * 100'000'000U + word;
+    if ((word & kUpper) != kEightZeros) return false;
+    if (((word + 0x0606060606060606U) & kUpper) != kEightZeros) return false;
+    number = number * 100'000'000U + ValueOfEightDigits(word - kEightZeros);
     return true;
+  }
+
+  void SkipDigits() {
+    while (end_ - next_ >= 8) {
+      // The first of eight that is no digit has the highest bit set of a byte here; what
+      // carries beyond it does not matter.
+      const std::uint64_t word = EightCharacters(next_) ^ kEightZeros;
+      const std::uint64_t others = ((word + 0x7676767676767676U) | word) & 0x8080808080808080U;
+      next_ += others == 0 ? 8 : std::countr_zero(others) / 8;
+      if (others != 0) return;
+    }
+    while (next_ != end_ && *next_ >= '0' && *next_ <= '9') ++next_;
   }
 
   bool ReadDecimal(Decimal& decimal);
