@@ -14,6 +14,9 @@
 
 namespace keelstone::bench {
 
+/// Values in a history, as many as the default settings keep.
+inline constexpr std::size_t kHistoryPoints = 30;
+
 /// How a variable behaves; the engine learns a rule of that kind from it.
 inline constexpr std::array<EnumRuleType, 5> kLearnedKinds = {kIntEqual, kIntIncrease, kIntConstant,
                                                               kIntRange, kIntEnum};

@@ -16,13 +16,11 @@ std::size_t JsonRoundTrip(const std::vector<std::string>& texts) {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     if (document.HasParseError() || !document.Accept(writer)) {
-      throw std::runtime_error("a history text is no JSON");
+      throw std::runtime_error("a text is no JSON");
     }
     bytes += buffer.GetSize();
   }
   return bytes;
 }
-
-const char* JsonPeerVersion() { return RAPIDJSON_VERSION_STRING; }
 
 }  // namespace keelstone::bench

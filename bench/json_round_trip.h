@@ -12,9 +12,6 @@ namespace keelstone::bench {
 /// JSON and adds a value, before it looks at a number.
 std::size_t JsonRoundTrip(const std::vector<std::string>& texts);
 
-/// The version of RapidJSON.
-const char* JsonPeerVersion();
-
 }  // namespace keelstone::bench
 
 #endif  // KEELSTONE_BENCH_JSON_ROUND_TRIP_H

@@ -1,4 +1,4 @@
-#include <benchmark/benchmark.h>
+#include <rapidjson/rapidjson.h>
 #include <sqlite3.h>
 
 #include <boost/version.hpp>
@@ -7,52 +7,54 @@
 #include <cstdlib>
 #include <exception>
 #include <fstream>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "bench/benchmarks.h"
-#include "bench/json_round_trip.h"
-#include "bench/paired_report.h"
+#include "bench/bench_table.h"
+#include "bench/case_runner.h"
+#include "bench/cases.h"
+#include "bench/history_series.h"
 
 namespace keelstone::bench {
 
 namespace {
 
 constexpr std::uint64_t kSeed = 20240229;
-constexpr int kRepetitions = 21;
+constexpr int kRounds = 15;
 
 constexpr const char* kUsage =
-    "usage: keelstone_bench [--json FILE] [--repetitions N] [--benchmark_filter=REGEX ...]\n"
-    "Times the library beside others doing the same work and prints the ratios; less is\n"
-    "better. TMPDIR says where the databases lie.\n";
+    "usage: keelstone_bench [--filter REGEX] [--json FILE] [--rounds N] [--brief]\n"
+    "Puts the library over others doing the same work and prints the ratios beside their\n"
+    "goals. --brief runs every case once, small, and judges nothing. TMPDIR says where the\n"
+    "databases lie.\n";
 
 struct Options {
-  int repetitions = kRepetitions;
-  std::vector<std::string> forwarded;  // what Google Benchmark reads
+  std::string filter = ".";
+  std::string jsonFile;
+  int rounds = kRounds;
+  bool brief = false;
 };
 
 bool ReadOptions(int count, char** arguments, Options& options) {
-  options.forwarded.emplace_back(arguments[0]);
-  options.forwarded.emplace_back("--benchmark_enable_random_interleaving=true");
   for (int i = 1; i < count; ++i) {
     const std::string_view argument = arguments[i];
-    const bool takesValue = argument == "--json" || argument == "--repetitions";
-    if (takesValue && ++i == count) return false;
-    if (argument == "--json") {
-      options.forwarded.emplace_back(std::string("--benchmark_out=") + arguments[i]);
-      options.forwarded.emplace_back("--benchmark_out_format=json");
-    } else if (argument == "--repetitions") {
-      options.repetitions = std::atoi(arguments[i]);
-      if (options.repetitions < 1) return false;
-    } else if (argument.starts_with("--benchmark_")) {
-      options.forwarded.emplace_back(argument);
+    if (argument == "--brief") {
+      options.brief = true;
+      continue;
+    }
+    if (++i == count) return false;
+    if (argument == "--filter") {
+      options.filter = arguments[i];
+    } else if (argument == "--json") {
+      options.jsonFile = arguments[i];
+    } else if (argument == "--rounds") {
+      options.rounds = std::atoi(arguments[i]);
     } else {
       return false;
     }
   }
-  return true;
+  return options.rounds >= kLeastRounds;
 }
 
 std::string Processor() {
@@ -63,54 +65,46 @@ std::string Processor() {
   return "unknown";
 }
 
-void Say(const char* key, const std::string& value) {
-  std::printf("%-14s %s\n", key, value.c_str());
-  benchmark::AddCustomContext(key, value);
+BenchContext ContextOf(const WorkRoot& root, const Options& options) {
+  return {{"processor", Processor()},
+          {"compiler", __VERSION__},
+          {"keelstone", KEELSTONE_VERSION},
+          {"rapidjson", RAPIDJSON_VERSION_STRING},
+          {"sqlite", sqlite3_libversion()},
+          {"boost", BOOST_LIB_VERSION},
+          {"databases", root.Medium()},
+          {"history", std::to_string(kHistoryPoints) + " values"},
+          {"seed", std::to_string(kSeed)},
+          {"rounds", options.brief ? "1, brief" : std::to_string(options.rounds)}};
 }
 
-void SayContext(const WorkRoot& root, const Options& options) {
-  Say("processor", Processor());
-  Say("compiler", __VERSION__);
-  Say("keelstone", KEELSTONE_VERSION);
-  Say("rapidjson", JsonPeerVersion());
-  Say("sqlite", sqlite3_libversion());
-  Say("boost", BOOST_LIB_VERSION);
-  Say("databases", root.Medium());
-  Say("variables", std::to_string(kVariablesPerDevice) + " a device, histories of " +
-                       std::to_string(kHistoryPoints) + " values");
-  Say("seed", std::to_string(kSeed));
-  Say("repetitions", std::to_string(options.repetitions));
+bool WriteFile(const std::string& name, const std::string& text) {
+  std::ofstream file(name, std::ios::binary);
+  file << text;
+  file.close();
+  return !file.fail();
 }
 
-int Run(Options& options) {
-  std::vector<char*> arguments;
-  for (std::string& argument : options.forwarded) arguments.push_back(argument.data());
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-
+int Run(const Options& options) {
   const WorkRoot root;
-  SayContext(root, options);
-  std::vector<std::unique_ptr<const LearnedDomain>> domains;
-  for (const EnumKSDataType dataType : {KSDataInt64, KSDataFloat, KSDataDouble}) {
-    domains.push_back(std::make_unique<const LearnedDomain>(
-        root, dataType, kSeed + 100U * static_cast<std::uint64_t>(dataType)));
-    RegisterEvaluation(*domains.back(), options.repetitions);
-  }
-  RegisterFlush(root, options.repetitions);
-  RegisterLoad(root, *domains.front(), options.repetitions);
+  const BenchContext context = ContextOf(root, options);
+  for (const auto& [name, value] : context) std::printf("%-10s %s\n", name.c_str(), value.c_str());
+  std::puts("");
+  std::fflush(stdout);
 
-  PairedReport report;
-  benchmark::RunSpecifiedBenchmarks(&report);
-  if (report.hasFailed()) return 1;
+  BenchCases cases;
+  AddEvaluationCases(cases);
+  AddJsonCases(cases);
+  AddStorageCases(cases);
 
-  // Only now, since it changes what is pending.
-  for (const auto& domain : domains) {
-    for (const Device& device : domain->devices()) {
-      if (device.hasRules) domain->Verify(device, Moment::kHistoryYoung);
-      domain->Verify(device, Moment::kHistoryOld);
-    }
+  CaseRunner runner(cases, {root, kSeed, options.brief}, options.rounds);
+  const bool passed = runner.RunCases(options.filter);
+  std::fputs(TableText(cases, runner, !options.brief).c_str(), stdout);
+  if (!options.jsonFile.empty() &&
+      !WriteFile(options.jsonFile, JsonText(context, cases, runner, !options.brief))) {
+    throw std::runtime_error(options.jsonFile + " cannot be written");
   }
-  return 0;
+  return passed ? 0 : 1;
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -121,10 +120,8 @@ void WriteRows(const std::string& file, const char* sql, const std::vector<Row>&
 }
 
 /// Reads every column of every row; the number of rows.
-std::size_t ReadRows(const std::string& file, const char* sql, const UnitKey& key,
+std::size_t ReadRows(const Statement& statement, const UnitKey& key,
                      std::vector<std::string>& texts) {
-  const Connection db = Open(file);
-  const Statement statement = Prepare(db, sql);
   BindText(statement.get(), 1, key.deviceName);
   BindText(statement.get(), 2, key.variableSource);
   BindText(statement.get(), 3, key.variableParam);
@@ -143,7 +140,16 @@ std::size_t ReadRows(const std::string& file, const char* sql, const UnitKey& ke
                          static_cast<std::size_t>(sqlite3_column_bytes(statement.get(), column)));
     }
   }
+  sqlite3_reset(statement.get());
   return rows;
+}
+
+std::string RuleFile(const std::filesystem::path& folder) {
+  return (folder / "KSObjectRule.db").string();
+}
+
+std::string HistoryFile(const std::filesystem::path& folder) {
+  return (folder / "KSObjectHistory.db").string();
 }
 
 }  // namespace
@@ -152,14 +158,11 @@ RawTables::RawTables(std::filesystem::path folder) : folder_(std::move(folder)) 
   std::filesystem::create_directories(folder_);
 }
 
-std::string RawTables::RuleFile() const { return (folder_ / "KSObjectRule.db").string(); }
-std::string RawTables::HistoryFile() const { return (folder_ / "KSObjectHistory.db").string(); }
-
 void RawTables::CreateTables() const {
-  std::filesystem::remove(RuleFile());
-  std::filesystem::remove(HistoryFile());
-  Execute(Open(RuleFile()), kCreateRules);
-  Execute(Open(HistoryFile()), kCreateHistory);
+  std::filesystem::remove(RuleFile(folder_));
+  std::filesystem::remove(HistoryFile(folder_));
+  Execute(Open(RuleFile(folder_)), kCreateRules);
+  Execute(Open(HistoryFile(folder_)), kCreateHistory);
 }
 
 void RawTables::CreateSettings(const std::string& generalSettings) const {
@@ -173,14 +176,31 @@ void RawTables::CreateSettings(const std::string& generalSettings) const {
 
 void RawTables::Write(const std::vector<ObjectRuleData>& rules,
                       const std::vector<ObjectRuleHistoryData>& history) const {
-  WriteRows(RuleFile(), kUpsertRule, rules);
-  WriteRows(HistoryFile(), kUpsertHistory, history);
+  WriteRows(RuleFile(folder_), kUpsertRule, rules);
+  WriteRows(HistoryFile(folder_), kUpsertHistory, history);
 }
 
-RawTables::Rows RawTables::ReadDevice(const UnitKey& key) const {
+struct RawReader::Tables {
+  explicit Tables(const std::filesystem::path& folder)
+      : rules(Open(RuleFile(folder))),
+        histories(Open(HistoryFile(folder))),
+        selectRules(Prepare(rules, kSelectRules)),
+        selectHistories(Prepare(histories, kSelectHistory)) {}
+
+  Connection rules;
+  Connection histories;
+  Statement selectRules;
+  Statement selectHistories;
+};
+
+RawReader::RawReader(const std::filesystem::path& folder)
+    : tables_(std::make_unique<const Tables>(folder)) {}
+RawReader::~RawReader() = default;
+
+RawReader::Rows RawReader::Read(const UnitKey& key) const {
   Rows rows;
-  rows.rules = ReadRows(RuleFile(), kSelectRules, key, rows.texts);
-  rows.histories = ReadRows(HistoryFile(), kSelectHistory, key, rows.texts);
+  rows.rules = ReadRows(tables_->selectRules, key, rows.texts);
+  rows.histories = ReadRows(tables_->selectHistories, key, rows.texts);
   return rows;
 }
 

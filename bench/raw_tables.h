@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,19 +26,30 @@ class RawTables {
   void Write(const std::vector<ObjectRuleData>& rules,
              const std::vector<ObjectRuleHistoryData>& history) const;
 
-  /// Every text of a device's rules and histories, each in a string of its own.
+ private:
+  std::filesystem::path folder_;
+};
+
+/// Reads both tables of a domain over connections and statements that stay open.
+class RawReader {
+ public:
+  /// Every text of a unit's rules and histories, each in a string of its own.
   struct Rows {
     std::vector<std::string> texts;
     std::size_t rules = 0;
     std::size_t histories = 0;
   };
-  Rows ReadDevice(const UnitKey& key) const;
+
+  explicit RawReader(const std::filesystem::path& folder);
+  ~RawReader();
+  RawReader(const RawReader&) = delete;
+  RawReader& operator=(const RawReader&) = delete;
+
+  Rows Read(const UnitKey& key) const;
 
  private:
-  std::string RuleFile() const;
-  std::string HistoryFile() const;
-
-  std::filesystem::path folder_;
+  struct Tables;
+  std::unique_ptr<const Tables> tables_;
 };
 
 }  // namespace keelstone::bench

@@ -7,7 +7,7 @@ set(KEELSTONE_PUBLIC_HEADERS
   platform/clock.h platform/compressor.h platform/cppsqlite3.h platform/export.h
   platform/filesystem.h platform/ini_reader.h platform/interface_translator.h
   platform/json_reader.h platform/json_value.h
-  platform/logger.h platform/mutex.h platform/numbers.h platform/resource_adaptor.h
+  platform/logger.h platform/mutex.h platform/numbers.h platform/resource_adaptor.h platform/text_escape.h
   platform/thread_wrapper.h
   engine/ksruleinstance.h engine/ksrulerecords.h
   model/irulebase.h model/ksdatafeature.h model/ksdatapoint.h model/kshistorydata.h
@@ -17,7 +17,9 @@ set(KEELSTONE_PUBLIC_HEADERS
   storage/ksblocksettingsql.h
   storage/ksdatacachequeue.h storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
-  results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
+  storage/domain_files.h storage/gone_sources.h
+  runs/domain.h runs/raw_json.h runs/run_evaluation.h runs/run_line.h runs/table_value.h
+  results/expectation.h results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
   diag/testksrulesqlit.h)
 
 install(TARGETS keelstone EXPORT KeelstoneTargets

@@ -5,13 +5,13 @@
 #include <set>
 
 #include "host/command_output.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/time_text.h"
 #include "platform/clock.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

@@ -3,9 +3,8 @@
 #include <utility>
 
 #include "calc/ksruleglobalsetting.h"
-#include "host/domain_files.h"
-#include "host/text_escape.h"
-#include "storage/ksdomaindatamanager.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 
@@ -15,13 +14,6 @@ constexpr std::size_t kShownDomainBytes = 80;
 
 std::string Named(const std::string& domainId) {
   return "domain \"" + Printable(domainId, kShownDomainBytes) + "\"";
-}
-
-RuleDefinitionData NewDefinition(const std::string& source, const VarInfo& variable) {
-  RuleDefinitionData definition(kRuleTypeNone, kVariableSourceParser, "", source,
-                                variable.variableName, variable.variableType, "");
-  definition.enableFlag = true;
-  return definition;
 }
 
 }  // namespace
@@ -58,11 +50,7 @@ const Domain* DomainRegistry::Find(const std::string& id) {
   if (!PrepareFiles(id)) return nullptr;
   auto entry = std::make_unique<Entry>();
   Domain& domain = entry->domain;
-  domain.id = id;
-  domain.data = KSDomainDataManager::Instance()->GetKSDataManager(id);
-  domain.engineOn = domain.data->IsEnableKSFunction();
-  domain.tableRowLimit = domain.data->GetTableLimitcount();
-  domain.stringLineLimit = domain.data->GetStrRowLimitcount();
+  domain = Domain::Of(id);
   if (!domain.engineOn) {
     console_.Say(Named(id) +
                  " has its engine switched off (EnableKSFunction): nothing of it is "

@@ -11,19 +11,10 @@
 #include <vector>
 
 #include "host/console.h"
-#include "host/run_line.h"
-#include "storage/ksdatamanagersql.h"
+#include "runs/domain.h"
+#include "runs/run_line.h"
 
 namespace keelstone::host {
-
-/// A domain as the evaluation of its runs needs it; fixed once it is known.
-struct Domain {
-  std::string id;
-  std::shared_ptr<KSDataManagerSql> data;
-  bool engineOn = true;
-  std::int64_t tableRowLimit = 0;    // a table with more rows is rejected
-  std::int64_t stringLineLimit = 0;  // a string with more lines is rejected
-};
 
 /// The domains that the input names, and the enrolment of what they do not define yet.
 /// Used by the thread that reads the input; the domains live as long as the registry and

@@ -11,12 +11,12 @@
 #include <system_error>
 
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/evaluate_job.h"
 #include "host/exit_codes.h"
 #include "host/file_descriptor.h"
-#include "host/text_escape.h"
 #include "platform/filesystem.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

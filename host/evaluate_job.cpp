@@ -11,9 +11,9 @@
 #include <thread>
 
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
 #include "platform/filesystem.h"
 #include "platform/logger.h"
+#include "platform/text_escape.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/dbwritewrapper.h"
 
@@ -88,7 +88,8 @@ void EvaluateJob::OnSignal(int signal) {
 
 bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
-  const RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data));
+  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data));
+  outcome.Store();
   run.tally = TallyOf(outcome);
   try {
     run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)

@@ -8,13 +8,13 @@
 
 #include "calc/ksruleglobalsetting.h"
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/general_settings.h"
-#include "host/text_escape.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/ini_reader.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

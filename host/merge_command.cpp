@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 #include "storage/fs_ksdatasyncmanager.h"
 
 namespace keelstone::host {

@@ -5,9 +5,9 @@
 #include <ctime>
 #include <string_view>
 
-#include "host/rule_words.h"
-#include "host/text_escape.h"
 #include "platform/json_reader.h"
+#include "platform/text_escape.h"
+#include "results/expectation.h"
 
 namespace keelstone::host {
 
@@ -44,6 +44,10 @@ std::string LineStart(const ParsedRun& run, std::string_view kind, const std::st
   return line;
 }
 
+void AppendExpectation(std::string& out, int type, const std::string& parameter) {
+  AppendPrintable(out, KSExpectation::Of(static_cast<EnumRuleType>(type), parameter).words);
+}
+
 void AppendAlert(std::string& out, const ParsedRun& run, const KSAlertData& alert) {
   out += LineStart(run, "ALERT ", alert.GetInterfaceValue(), alert.GetVaraibleName());
   JsonValue info;
@@ -59,7 +63,7 @@ void AppendAlert(std::string& out, const ParsedRun& run, const KSAlertData& aler
   }
   if (type != nullptr && type->isInt() && parameter != nullptr && parameter->isString()) {
     out.append(isTable ? ", expected " : ": expected ");
-    out += RuleInWords(static_cast<EnumRuleType>(type->asInt()), parameter->stringRef());
+    AppendExpectation(out, type->asInt(), parameter->stringRef());
   }
 }
 
@@ -74,7 +78,7 @@ void AppendGoldenValue(std::string& out, const ParsedRun& run,
 void AppendRule(std::string& out, const ParsedRun& run, const KSRuleUpdateResultItem& item) {
   out += LineStart(run, "RULE  ", item.strInterfaceName, item.strVariableName);
   out.append(": learned: ");
-  out += RuleInWords(static_cast<EnumRuleType>(item.nRuleId), item.strRuleAlgParam);
+  AppendExpectation(out, item.nRuleId, item.strRuleAlgParam);
 }
 
 }  // namespace

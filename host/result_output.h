@@ -4,7 +4,7 @@
 #include <string>
 
 #include "host/run.h"
-#include "host/run_evaluation.h"
+#include "runs/run_evaluation.h"
 
 namespace keelstone::host {
 

@@ -6,12 +6,12 @@
 
 #include "engine/ksrulerecords.h"
 #include "host/command_output.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/rule_parameter.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
+#include "storage/domain_files.h"
 #include "storage/ksdatamanagersql.h"
 
 namespace keelstone::host {

@@ -3,9 +3,9 @@
 #include <utility>
 
 #include "engine/ksrulerecords.h"
-#include "host/domain_files.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

@@ -7,12 +7,12 @@
 
 #include "calc/ksruleglobalsetting.h"
 #include "host/command_output.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/setting_paths.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

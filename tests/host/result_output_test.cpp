@@ -4,8 +4,7 @@
 
 #include <string>
 
-#include "host/rule_words.h"
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 namespace {
@@ -51,17 +50,6 @@ TEST(ResultOutput, TextShowsNoTerminalWhatADeviceSends) {
   EXPECT_EQ(text.find('\n'), text.size() - 1);
   EXPECT_EQ(Printable("é\xC0\x80x", 100), "é\\xc0\\x80x");
   EXPECT_EQ(Printable("abcdef", 3), "abc…");
-}
-
-TEST(RuleWords, TellEveryKindOfRule) {
-  EXPECT_EQ(RuleInWords(kIntEqual, R"({"ruleParam":5})"), "always 5");
-  EXPECT_EQ(RuleInWords(kStrEqual, R"({"ruleParam":"up\u001b"})"), "always \"up\\x1b\"");
-  EXPECT_EQ(RuleInWords(kIntEnum, R"({"ruleParam":[1,2.5]})"), "one of 1, 2.5");
-  EXPECT_EQ(RuleInWords(kIntRange, R"({"maxValue":9,"minValue":-1})"), "between -1 and 9");
-  EXPECT_EQ(RuleInWords(kIntIncrease, "{}"), "rising");
-  EXPECT_EQ(RuleInWords(kIntLEQ, R"({"ruleParam":80})"), "at most 80");
-  EXPECT_EQ(RuleInWords(kIntRange, "torn {"), "intRange torn {");
-  EXPECT_EQ(RuleInWords(static_cast<EnumRuleType>(99), "x"), "no rule x");
 }
 
 }  // namespace

@@ -1,0 +1,19 @@
+#ifndef KEELSTONE_BENCH_CASES_H
+#define KEELSTONE_BENCH_CASES_H
+
+#include "bench/bench_case.h"
+
+namespace keelstone::bench {
+
+// Each appends its cases; see bench_case.h for what a case is.
+
+/// The way of one value through the engine.
+void AddEvaluationCases(BenchCases& cases);
+/// Reading and writing JSON documents with the platform's value.
+void AddJsonCases(BenchCases& cases);
+/// Writing the pending rows, and loading what is stored.
+void AddStorageCases(BenchCases& cases);
+
+}  // namespace keelstone::bench
+
+#endif  // KEELSTONE_BENCH_CASES_H
