@@ -1,3 +1,4 @@
+#include <array>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -57,7 +58,7 @@ BenchCase EvaluationCase(const char* number, const std::string& verb, LearnedDev
 
 void AddEvaluationCases(BenchCases& cases) {
   constexpr std::size_t kVariables = 100;  // of one parser on one device
-  constexpr auto kTypes = {KSDataDouble, KSDataInt64, KSDataString, KSDataFloat};
+  const std::array kTypes = {KSDataDouble, KSDataInt64, KSDataString, KSDataFloat};
   for (const EnumKSDataType dataType : kTypes) {
     const LearnedDevice::Shape shape = {.dataType = dataType, .variables = kVariables};
     cases.push_back(EvaluationCase("1", "relearn", shape, Moment::kHistoryOld));

@@ -65,7 +65,7 @@ class Histories {
  private:
   std::int64_t Whole() {
     const auto bits = static_cast<std::int64_t>(random_());
-    return Below(8) == 0 ? bits : bits % (Below(2) == 0 ? 10 : 100'000'000);
+    return Below(200) == 0 ? bits : bits % (Below(2) == 0 ? 10 : 100'000'000);
   }
   double Real() {
     const double powers[] = {1, 10, 100, 1e3, 1e5, 1e7};
