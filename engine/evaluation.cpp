@@ -193,8 +193,8 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
     if (IsNumeric(DataTypeOf(variable))) return true;
     judgement.history = MakeHistory(DataTypeOf(variable));
   }
-  if (auto* const table = dynamic_cast<KSTableDataPoint*>(point.get()); table != nullptr) {
-    FillTablePoint(variable, judgement.history.get(), *table);
+  if (variable.dataType == KSDataTable) {
+    FillTablePoint(variable, judgement.history.get(), static_cast<KSTableDataPoint&>(*point));
   }
   JudgeValue(variable, definition, point, judgement);
   if (judgement.rule) {

@@ -24,7 +24,8 @@ struct Places {
   }
 };
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsBetween(char c, char from, char to) { return c >= from && c <= to; }
+bool IsDigit(char c) { return IsBetween(c, '0', '9'); }
 
 std::size_t EndOfDigits(std::string_view text, std::size_t at) {
   while (at < text.size() && IsDigit(text[at])) ++at;
@@ -56,6 +57,17 @@ bool AllowReal(std::string_view text, std::size_t at, std::size_t point, std::si
   return true;
 }
 
+/// A text from `at` to `end`: digits and letters in place of such as they are. None of them
+/// needs an escape.
+void AllowText(std::string_view text, std::size_t at, std::size_t end, const Places& places) {
+  for (; at < end; ++at) {
+    const char c = text[at];
+    if (IsDigit(c)) places.Allow(at, '0', '9');
+    if (IsBetween(c, 'a', 'z')) places.Allow(at, 'a', 'z');
+    if (IsBetween(c, 'A', 'Z')) places.Allow(at, 'A', 'Z');
+  }
+}
+
 }  // namespace
 
 void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
@@ -84,6 +96,8 @@ void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
     const std::size_t end = EndOfDigits(text, wholeEnd + 1);
     decimals_ = end - wholeEnd - 1;
     if (!AllowReal(text, whole, wholeEnd, end, places)) return;
+  } else {
+    AllowText(text, valueAt_, text.size(), places);
   }
   size_ = text.size();
   blocks_ = (size_ + sizeof(Bytes) - 1) / sizeof(Bytes);

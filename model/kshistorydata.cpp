@@ -4,6 +4,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "model/cast_to.h"
 #include "model/element_shape.h"
 #include "model/history_element.h"
 #include "model/history_layout.h"
@@ -37,6 +38,7 @@ std::size_t EndOfString(std::string_view text, std::size_t begin) {
 std::size_t EndOfElements(std::string_view list, std::size_t& count, bool mayHoldStrings) {
   std::size_t at = 0;
   for (; count > 0 && at < list.size(); ++at) {
+    if (!mayHoldStrings) at = std::min(list.find('}', at), list.size() - 1);
     if (mayHoldStrings && list[at] == '"') {
       // Strings may hold braces: hop over them.
       at = EndOfString(list, at + 1);
@@ -206,7 +208,7 @@ std::int32_t PointHistory<Point>::GetDataCount() const {
 
 template <class Point>
 void PointHistory<Point>::AddData(const std::shared_ptr<KSDataBase>& point, std::int32_t maxCount) {
-  const auto* const added = dynamic_cast<const Point*>(point.get());
+  const auto* const added = CastTo<const Point>(point.get());
   if (added == nullptr) return;
   const std::size_t kept = maxCount < 1 ? 0 : static_cast<std::size_t>(maxCount) - 1;
   if (points_.size() > kept) {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "model/cast_to.h"
 #include "model/numeric_traits.h"
 #include "model/own_text.h"
 
@@ -17,7 +18,7 @@ void ClearGolden(KSDataPoint<T>& golden) {
 /// `other` as the class of `self`, or nullptr.
 template <class Data>
 const Data* Same(const Data*, const KSRuleDataBase* other) {
-  return dynamic_cast<const Data*>(other);
+  return CastTo<const Data>(other);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "calc/rulesettings.h"
+#include "model/cast_to.h"
 #include "model/irulebase.h"
 #include "model/ksdatafeature.h"
 #include "model/kshistorydata.h"
@@ -98,11 +99,11 @@ class NumericRule : public IRuleBase {
     return dynamic_cast<const NumercialHistoryData<T>*>(history_.get());
   }
   const KSNumercialDataFeature<T>* Feature() const {
-    return dynamic_cast<const KSNumercialDataFeature<T>*>(GetDataFeature().get());
+    return CastTo<const KSNumercialDataFeature<T>>(GetDataFeature().get());
   }
-  Data* RuleData() const { return dynamic_cast<Data*>(ruleData_.get()); }
+  Data* RuleData() const { return CastTo<Data>(ruleData_.get()); }
   static const Point* AsPoint(const std::shared_ptr<KSDataBase>& point) {
-    return dynamic_cast<const Point*>(point.get());
+    return CastTo<const Point>(point.get());
   }
 
   /// Makes the point the golden one when the rule data and the point are of this type and

@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_MODEL_OWN_TEXT_H
 #define KEELSTONE_MODEL_OWN_TEXT_H
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -115,25 +116,24 @@ class OwnTextReader {
 
   /// Appends the digits that follow to `number`, which wraps beyond kMostDigits; how many.
   std::ptrdiff_t ReadDigits(std::uint64_t& number) {
-    const char* const first = next_;
-    while (end_ - next_ >= 8 && AppendEightDigits(next_, number)) next_ += 8;
-    for (; next_ != end_; ++next_) {
-      const unsigned digit = static_cast<unsigned char>(*next_) - unsigned{'0'};
-      if (digit > 9) break;
-      number = number * 10 + digit;
+    const char* at = next_;
+    SkipDigits();
+    const std::ptrdiff_t count = next_ - at;
+    auto left = static_cast<std::size_t>(count);
+    // Digits are read eight at a time, beyond the last of them.
+    if (end_ - next_ >= 8) {
+      while (left > 0) {
+        const std::size_t some = std::min<std::size_t>(left, 8);
+        number = number * kPowersOfTen[some] + ReadKnownDigits(at, some);
+        at += some;
+        left -= some;
+      }
+      return count;
     }
-    return next_ - first;
-  }
-
-  /// Takes eight digits at once; false when one of the eight characters is no digit.
-  static bool AppendEightDigits(const char* digits, std::uint64_t& number) {
-    std::uint64_t word = EightCharacters(digits);
-    // The upper half of every byte is that of '0', and still so with six added.
-    constexpr std::uint64_t kUpper = 0xF0F0F0F0F0F0F0F0U;
-    if ((word & kUpper) != kEightZeros) return false;
-    if (((word + 0x0606060606060606U) & kUpper) != kEightZeros) return false;
-    number = number * 100'000'000U + ValueOfEightDigits(word - kEightZeros);
-    return true;
+    for (; left > 0; --left) {
+      number = number * 10 + static_cast<std::uint64_t>(*at++ - '0');
+    }
+    return count;
   }
 
   void SkipDigits() {

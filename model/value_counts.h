@@ -31,6 +31,7 @@ class ValueCounts {
 
   /// Whether there are more than `limit` distinct values.
   bool HasMoreThan(std::int64_t limit) const {
+    Reserve();
     while (Size() <= limit && counted_ < runs_.size()) CountRun();
     return Size() > limit;
   }
@@ -50,8 +51,11 @@ class ValueCounts {
     const auto& [value, length] = runs_[counted_++];
     map_.try_emplace(value, 0).first->second += length;
   }
-  const Map& All() const {
+  void Reserve() const {
     if (map_.capacity() == 0) map_.reserve(runs_.size());
+  }
+  const Map& All() const {
+    Reserve();
     while (counted_ < runs_.size()) CountRun();
     return map_;
   }

@@ -142,11 +142,47 @@ void AppendNumber(std::string& text, std::int64_t value) { AppendInteger(text, v
 
 void AppendNumber(std::string& text, std::uint64_t value) { AppendInteger(text, value); }
 
+namespace {
+
+/// Appends a value that is a decimal with few digits, as most that devices tell. False for
+/// others.
+///
+/// Whole numbers below 2^53 and these powers of ten are doubles, so that their quotient is
+/// the double which the decimal reads as. No two decimals of 15 digits read as the same
+/// double: the one that is found is the shortest text there is.
+bool AppendShortDecimal(std::string& text, double value) {
+  constexpr double kPowers[] = {10, 100, 1'000, 10'000, 100'000};
+  constexpr double kMostDigits = 1e15;
+  const double size = std::fabs(value);
+  if (!(size >= 1e-4)) return false;
+  for (const double power : kPowers) {
+    const double scaled = size * power;
+    if (!(scaled < kMostDigits)) return false;
+    const auto digits = static_cast<std::uint64_t>(scaled + 0.5);
+    if (static_cast<double>(digits) / power != size) continue;
+    const auto unit = static_cast<std::uint64_t>(power);
+    char buffer[24];
+    char* end = buffer;
+    if (value < 0) *end++ = '-';
+    end = std::to_chars(end, buffer + sizeof buffer, digits / unit).ptr;
+    // A one before the decimals keeps their zeros, and gives its place to the point.
+    char* const point = end;
+    end = std::to_chars(end, buffer + sizeof buffer, unit + digits % unit).ptr;
+    *point = '.';
+    text.append(buffer, end);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 void AppendNumber(std::string& text, double value) {
   if (!std::isfinite(value)) {
     text += "null";
     return;
   }
+  if (AppendShortDecimal(text, value)) return;
   const double size = std::fabs(value);
   char buffer[40];
   char* const room = buffer + sizeof buffer - 2;
