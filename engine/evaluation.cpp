@@ -157,6 +157,7 @@ bool KSRuleInstance::Evaluation::IsVarDefineRule(const std::string& variableName
 }
 
 bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
+  if (explainer_) explainer_->Begin();
   if (isUnreadable_) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
            "Variable:%s is not evaluated, what is stored of device:%s could not be read.",
@@ -295,7 +296,8 @@ void KSRuleInstance::Evaluation::TakeHistoryText(const VarInfo& variable, const 
 // read changes nothing, and no rule has to be made. False, and nothing done, for whatever
 // else there is: the long way is right for every value.
 bool KSRuleInstance::Evaluation::TryCheckOnly(const VarInfo& variable, const Found& found) {
-  if (!found.record || IsFiltered(variable.interfaceValue)) return false;
+  // Who wants to have values explained wants to see their rules.
+  if (explainer_ || !found.record || IsFiltered(variable.interfaceValue)) return false;
   if (!found.isPending && (found.mayHavePending || found.loadedHistory == nullptr)) return false;
   const EnumKSDataType dataType = DataTypeOf(variable);
   std::int32_t ruleType = kRuleTypeNone;
@@ -422,7 +424,9 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
                                           const Judgement& judgement) {
   IRuleBase& rule = *judgement.rule;
   RuleDefinitionData& own = *definition.own;
-  if (rule.CheckAlert(point)) CollectAlertRueslt(variable, own.ruleType, own.ruleParam);
+  if (CheckAlert(variable, definition, point, judgement)) {
+    CollectAlertRueslt(variable, own.ruleType, own.ruleParam);
+  }
   const bool followsValue =
       (rule.GetType() == kIntConstant || rule.GetType() == kIntIncrease) && !rule.IsDynamic();
   if (followsValue) rule.UpdateParam(point);
@@ -439,7 +443,7 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
   }
   if (judgement.goldenChanged) UpdateKSValueResultItem(variable, rule, own);
   if (isRuleCollected) {
-    if (!followsValue) RuleUpdateResultItem(variable, rule, own);
+    if (!followsValue) RuleUpdateResultItem(variable, rule, own, judgement.ruleChanged);
     CollectRuleUpdateRueslt(variable, definition);
   } else if (judgement.historyAdded && !historyText.empty()) {
     CollectHistory(variable, definition.IsCopy() ? historyText : std::move(historyText));
@@ -452,6 +456,26 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
     definition.shared->ruleParam.swap(own.ruleParam);
     definition.shared->history.swap(own.history);
   }
+}
+
+bool KSRuleInstance::Evaluation::CheckAlert(const VarInfo& variable, const Definition& definition,
+                                            const std::shared_ptr<KSDataBase>& point,
+                                            const Judgement& judgement) {
+  const bool isBroken = judgement.rule->CheckAlert(point);
+  if (!explainer_) return isBroken;
+  const Explainer::Case judged{variable,
+                               point,
+                               subject_.time,
+                               *judgement.rule,
+                               definition.own->ruleGenerateType,
+                               judgement.ruleChanged,
+                               judgement.historyAdded};
+  if (isBroken) {
+    explainer_->Breaks(judged);
+  } else {
+    explainer_->Fits(judged);
+  }
+  return isBroken;
 }
 
 void KSRuleInstance::Evaluation::GenerateHistoryData(const VarInfo& variable,

@@ -76,6 +76,10 @@ class NumericRule : public IRuleBase {
     return true;
   }
 
+  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
+    return RuleData() != nullptr && AsPoint(point) != nullptr;
+  }
+
  protected:
   /// Told whether a parameter text that parses has the member "ruleParam".
   virtual void NoteHasParameter(bool) {}

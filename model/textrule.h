@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "calc/rulesettings.h"
 #include "model/history_steps.h"
@@ -37,6 +39,11 @@ class TextRule : public IRuleBase {
     if (!ruleDefine) return;
     TakeDefinition(ruleDefine, text, domainId,
                    [text](HistoryType& history) { return history.FromLastingText(text); });
+  }
+
+  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
+    using Point = typename std::decay_t<decltype(std::declval<HistoryType>().points())>::value_type;
+    return RuleData() != nullptr && dynamic_cast<const Point*>(point.get()) != nullptr;
   }
 
  protected:
