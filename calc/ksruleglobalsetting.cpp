@@ -228,6 +228,16 @@ std::int32_t KSRuleGlobalSetting::GetLiveTMInterval(EnumRuleType type) const {
   return setting ? setting->GetTimeIntervalLimit() : 21600;
 }
 
+void LayOver(JsonValue& base, const JsonValue& top) {
+  if (!base.isObject() || !top.isObject()) {
+    base = top;
+    return;
+  }
+  for (auto member = top.begin(); member != top.end(); ++member) {
+    LayOver(base[member.name()], *member);
+  }
+}
+
 JsonValue DefaultGeneralSettings() {
   KSIntEqualRuleSetting intEqual;
   intEqual.condition0DeltaEZero = 0.9;

@@ -172,6 +172,8 @@ class KEELSTONE_EXPORT KSRuleGlobalSetting : public JsonValue {
 /// The documented defaults of every settings class as a document, with 0.9 for the
 /// condition 0 ratio, which has none.
 KEELSTONE_EXPORT JsonValue DefaultGeneralSettings();
+/// Lays `top` over `base`: objects member by member, everything else in its place.
+KEELSTONE_EXPORT void LayOver(JsonValue& base, const JsonValue& top);
 
 /// The name of a rule type in documents ("intRange"); "" for what is no rule type.
 KEELSTONE_EXPORT const char* RuleTypeName(EnumRuleType type);

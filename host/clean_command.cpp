@@ -8,19 +8,16 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <map>
-#include <memory>
 #include <set>
 #include <string_view>
-#include <utility>
 
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
-#include "storage/ksdomaindatamanager.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
+#include "storage/gone_sources.h"
 
 namespace keelstone::host {
 
@@ -39,14 +36,6 @@ Exit codes: 0 done; 2 usage, or the domain or the list cannot be used, nothing r
 all could be removed
 )";
 
-/// What a domain holds of one source.
-struct SourceRows {
-  std::int64_t rules = 0;
-  std::int64_t histories = 0;
-};
-using SourceMap = std::map<std::string, SourceRows>;
-using SourceSet = std::set<std::string>;
-
 int Fail(const std::string& why, ExitCode code) {
   Console(false).Say("keelstone clean: " + why);
   return code;
@@ -54,7 +43,7 @@ int Fail(const std::string& why, ExitCode code) {
 
 /// Adds the lines of a list; the text says why it cannot be read. Blank lines do not
 /// name a source.
-std::string ReadList(const std::string& file, SourceSet& names) {
+std::string ReadList(const std::string& file, std::set<std::string>& names) {
   std::ifstream opened;
   if (file != "-") {
     opened.open(file);
@@ -85,48 +74,11 @@ std::string DomainFault(const CleanOptions& options) {
   return {};
 }
 
-/// Calls `visit` with every row of `columns` in a table, for parsers' rows only. Throws
-/// CppSQLite3Exception.
-template <class Visit>
-void ForEachRow(const std::string& file, const char* table, const std::string& columns,
-                const std::string& end, Visit visit) {
-  if (::access(file.c_str(), F_OK) != 0) return;
-  CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kReadOnly);
-  if (!db.tableExists(table)) return;
-  CppSQLite3Statement select =
-      db.compileStatement("select " + columns + " from " + table + " where variableSourceType = " +
-                          std::to_string(kVariableSourceParser) + end);
-  for (CppSQLite3Query rows = select.execQuery(); !rows.eof(); rows.nextRow()) visit(rows);
-}
-
-/// Calls `visit` with every source of a table that is not to be kept and the number of its
-/// rows.
-template <class Visit>
-void ForEachGone(const std::string& file, const char* table, const SourceSet& kept, Visit visit) {
-  ForEachRow(file, table, "variableSource, count(*)", " group by variableSource",
-             [&](const CppSQLite3Query& row) {
-               const std::string source(row.getStringField(0));
-               if (!kept.contains(source)) visit(source, row.getInt64Field(1));
-             });
-}
-
-/// What is there of sources that are not to be kept, without changing it.
-SourceMap FindGone(const std::string& domainId, const SourceSet& kept) {
-  SourceMap found;
-  ForEachGone(DomainDatabase(kDbObjectRule, domainId), "KSObjectRule", kept,
-              [&](const std::string& source, std::int64_t count) { found[source].rules = count; });
-  ForEachGone(
-      DomainDatabase(kDbObjectHistory, domainId), "KSObjectHistory", kept,
-      [&](const std::string& source, std::int64_t count) { found[source].histories = count; });
-  return found;
-}
-
 std::string Counted(std::int64_t number, const char* one, const char* many) {
   return std::to_string(number) + ' ' + (number == 1 ? one : many);
 }
 
-std::string ResultText(const SourceMap& sources, bool dryRun) {
+std::string ResultText(const GoneSources& sources, bool dryRun) {
   if (sources.empty()) return "nothing to remove\n";
   std::string out;
   for (const auto& [source, rows] : sources) {
@@ -137,7 +89,7 @@ std::string ResultText(const SourceMap& sources, bool dryRun) {
   return out;
 }
 
-std::string ResultJson(const SourceMap& sources, const CleanOptions& options) {
+std::string ResultJson(const GoneSources& sources, const CleanOptions& options) {
   std::string out = "{\"domain\":";
   AppendJsonString(out, options.common.domain);
   out += std::string(",\"dryRun\":") + (options.dryRun ? "true" : "false") + ",\"removed\":[";
@@ -149,39 +101,6 @@ std::string ResultJson(const SourceMap& sources, const CleanOptions& options) {
            ",\"histories\":" + std::to_string(rows.histories) + "}";
   }
   return out + "]}\n";
-}
-
-/// Removes the histories of sources of which nothing has been learned, so that they have
-/// no rule to be found by.
-void RemoveHistoriesAlone(KSDataManagerSql& manager, const std::string& domainId,
-                          const SourceSet& kept) {
-  std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>> items;
-  ForEachRow(DomainDatabase(kDbObjectHistory, domainId), "KSObjectHistory",
-             "variableSource, deviceName, interfaceValue, param, variableName", "",
-             [&](const CppSQLite3Query& row) {
-               if (kept.contains(std::string(row.getStringField(0)))) return;
-               auto object = std::make_shared<ObjectDefine>();
-               object->deviceName = row.getStringField(1);
-               object->interfaceValue = row.getStringField(2);
-               auto definition = std::make_shared<RuleDefinitionData>();
-               definition->variableSource = row.getStringField(0);
-               definition->variableParam = row.getStringField(3);
-               definition->variableName = row.getStringField(4);
-               definition->variableSourceType = kVariableSourceParser;
-               items.emplace_back(std::move(object), std::move(definition));
-             });
-  if (!items.empty()) manager.RemoveRuleHistoryDatas(items);
-}
-
-/// Removes every source that is not kept; whether all of that is on disk.
-bool Remove(const std::string& domainId, const SourceSet& kept) {
-  const auto failures = [] { return GetFailedWriteCount() + GetFailedReadCount(); };
-  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager(domainId);
-  const std::uint64_t before = failures();
-  manager->RemoveRuleDefinitionNoExistSource({kept.begin(), kept.end()}, kVariableSourceParser);
-  if (failures() != before) return false;
-  RemoveHistoriesAlone(*manager, domainId, kept);
-  return failures() == before;
 }
 
 }  // namespace
@@ -204,7 +123,7 @@ void AddCleanCommand(CLI::App& program, CleanOptions& options) {
 }
 
 int RunClean(const CleanOptions& options) {
-  SourceSet kept(options.keep.begin(), options.keep.end());
+  std::set<std::string> kept(options.keep.begin(), options.keep.end());
   if (!options.keepFile.empty()) {
     if (const std::string fault = ReadList(options.keepFile, kept); !fault.empty()) {
       return Fail(fault, kExitUnusable);
@@ -217,11 +136,11 @@ int RunClean(const CleanOptions& options) {
   if (const std::string fault = DomainFault(options); !fault.empty()) {
     return Fail(fault, kExitUnusable);
   }
-  SourceMap gone;
+  GoneSources gone;
   bool removed = true;
   try {
-    gone = FindGone(options.common.domain, kept);
-    if (!options.dryRun && !gone.empty()) removed = Remove(options.common.domain, kept);
+    gone = FindGoneSources(options.common.domain, kept);
+    if (!options.dryRun && !gone.empty()) removed = RemoveGoneSources(options.common.domain, kept);
   } catch (const CppSQLite3Exception& error) {
     return Fail(Printable(DomainFolder(options.common.domain) + ": " + error.errorMessage()),
                 gone.empty() ? kExitUnusable : kExitBrokenOff);

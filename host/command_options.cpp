@@ -4,6 +4,7 @@
 
 #include "platform/filesystem.h"
 #include "platform/logger.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 
@@ -28,6 +29,15 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options) {
 void Apply(const CommonOptions& options) {
   if (!options.root.empty()) VXFileSystem::SetSystemRootFolder(options.root);
   Logger::Instance().SetLevel(options.logLevel);
+}
+
+std::string DomainFault(const std::string& domainId, bool forWriting) {
+  using Condition = DomainCheck::Condition;
+  const DomainCheck check = CheckDomain(domainId, forWriting);
+  if (check.condition == Condition::kComplete) return {};
+  std::string fault = "domain \"" + domainId + "\" cannot be used: " + check.detail;
+  if (check.condition != Condition::kUnusable) fault += "; `keelstone init` makes what is missing";
+  return fault;
 }
 
 }  // namespace keelstone::host

@@ -24,6 +24,9 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options);
 /// is used.
 void Apply(const CommonOptions& options);
 
+/// Why a command cannot work on a domain that must be there whole; empty when it can.
+std::string DomainFault(const std::string& domainId, bool forWriting);
+
 }  // namespace keelstone::host
 
 #endif  // KEELSTONE_HOST_COMMAND_OPTIONS_H

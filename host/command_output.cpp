@@ -8,7 +8,7 @@
 
 #include "host/console.h"
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
+#include "platform/text_escape.h"
 
 namespace keelstone::host {
 

@@ -30,16 +30,6 @@ bool ReadWhole(const std::string& file, std::string& text) {
 
 }  // namespace
 
-void LayOver(JsonValue& base, const JsonValue& top) {
-  if (!base.isObject() || !top.isObject()) {
-    base = top;
-    return;
-  }
-  for (auto member = top.begin(); member != top.end(); ++member) {
-    LayOver(base[member.name()], *member);
-  }
-}
-
 std::string ReadJsonObjectFile(const std::string& file, JsonValue& value) {
   std::string text;
   if (!ReadWhole(file, text)) return file + ": " + std::strerror(errno);

@@ -8,13 +8,13 @@
 
 #include "calc/ksruleglobalsetting.h"
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/general_settings.h"
-#include "host/text_escape.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/ini_reader.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 
@@ -74,7 +74,7 @@ int RunInit(const InitOptions& options) {
   try {
     WarnOfKeptSettings(console, options, StoredGeneralSettings(options.common.domain), settings);
   } catch (const CppSQLite3Exception& error) {
-    return Refuse(console, DomainFolder(options.common.domain) + ": " + error.errorMessage());
+    return Refuse(console, error.file() + ": " + error.errorMessage());
   }
   std::vector<DomainFileReport> reports;
   const std::string failure = MakeDomain(options.common.domain, settings, &reports);

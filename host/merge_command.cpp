@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "host/console.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
-#include "host/text_escape.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
+#include "platform/text_escape.h"
+#include "storage/domain_files.h"
 #include "storage/fs_ksdatasyncmanager.h"
 
 namespace keelstone::host {
@@ -98,6 +98,7 @@ std::string SourceFault(const std::string& from, const std::string& to, const Me
   try {
     CppSQLite3DB db;
     db.open(from, CppSQLite3DB::Mode::kReadOnly);
+    db.requireKnownSchema();
     if (!db.tableExists(type.table)) return std::string("has no table ") + type.table;
     CppSQLite3Statement count =
         db.compileStatement(std::string("select count(*) from ") + type.table);

@@ -5,11 +5,11 @@
 
 #include "calc/ksruleglobalsetting.h"
 #include "host/command_output.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/rule_listing.h"
 #include "host/time_text.h"
 #include "platform/json_reader.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 

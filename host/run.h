@@ -6,12 +6,10 @@
 #include <memory>
 #include <string>
 
-#include "host/run_line.h"
 #include "host/unit_data.h"
+#include "runs/run_line.h"
 
 namespace keelstone::host {
-
-struct Domain;
 
 /// What one run came to.
 struct RunTally {

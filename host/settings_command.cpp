@@ -7,12 +7,12 @@
 
 #include "calc/ksruleglobalsetting.h"
 #include "host/command_output.h"
-#include "host/domain_files.h"
 #include "host/exit_codes.h"
 #include "host/setting_paths.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
+#include "storage/domain_files.h"
 
 namespace keelstone::host {
 
@@ -196,7 +196,8 @@ int RunSettingsGet(const SettingsOptions& options) {
   CommandOutput output(options.format);
   try {
     CppSQLite3DB db;
-    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain),
+            CppSQLite3DB::Mode::kReadWrite);
     for (const SettingPath& setting : chosen) {
       const std::optional<SettingRow> row = ReadRow(db, setting.row);
       const JsonValue* const value = row ? Find(row->value, setting) : nullptr;

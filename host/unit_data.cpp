@@ -4,7 +4,6 @@
 #include <string>
 #include <utility>
 
-#include "host/domain_registry.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/ksobjectrulesql.h"
 

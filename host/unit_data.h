@@ -5,16 +5,10 @@
 #include <vector>
 
 #include "engine/ksrulerecords.h"
+#include "runs/domain.h"
+#include "runs/run_evaluation.h"
 
 namespace keelstone::host {
-
-struct Domain;
-
-/// What the databases hold of one unit at a moment when nothing of it is pending.
-struct UnitData {
-  DevParserRule rules;
-  DevParserHistory histories;
-};
 
 /// Loads units of one domain with one opening of each database; one element a key. Empty
 /// where a unit must be loaded by itself: after a read that failed, and for names whose key

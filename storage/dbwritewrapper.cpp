@@ -210,6 +210,11 @@ int DBWriteWrapper::GetCachedHistoryData(const std::string& domainId, const std:
   return state_->pending.FindHistory(domainId, unitKey, key, historyOut) ? 1 : 0;
 }
 
+PendingMark DBWriteWrapper::MarkOf(const std::string& domainId,
+                                   const std::string& unitKey) const noexcept {
+  return PendingMark(state_->pending.UnitCounter(domainId, unitKey));
+}
+
 bool DBWriteWrapper::HasPendingRows(const std::string& domainId, const std::string& unitKey) const {
   return state_->pending.HasUnit(domainId, unitKey);
 }

@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_STORAGE_DBWRITEWRAPPER_H
 #define KEELSTONE_STORAGE_DBWRITEWRAPPER_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -11,6 +12,25 @@
 
 namespace keelstone {
 
+/// Whether rows of one unit wait to be written, for the price of one atomic load: a run asks
+/// DBWriteWrapper for it once and looks before each value's lookups.
+///
+/// It is no snapshot. While MayHaveRows answers false the lookups of the unit find nothing,
+/// which is how they begin themselves; so ask it for every value anew and never keep its
+/// answer, since another instance may hand rows of the unit over at any time. The count
+/// behind it rises before a row can be found and falls after the row is on disk: what a
+/// thread's own CacheData handed over, or one that this thread knows to have returned, is
+/// never missed. True may be said for another unit that shares the counter. Copies are
+/// cheap and hold as long as the process. Any thread.
+class PendingMark {
+ public:
+  explicit PendingMark(const std::atomic<std::uint32_t>& units) noexcept : units_(&units) {}
+  bool MayHaveRows() const noexcept { return units_->load(std::memory_order_acquire) != 0; }
+
+ private:
+  const std::atomic<std::uint32_t>* units_;  // with rows, that fall on the unit's counter
+};
+
 /// The write-behind cache in front of the object-rule and history tables. Evaluation
 /// hands rows over and goes on; one worker thread writes them when "CacheSize" rows
 /// (10000) are pending, or every "CacheTime" seconds (60). Both are read from section
@@ -19,7 +39,8 @@ namespace keelstone {
 ///
 /// A row is found by the lookups from the moment it is handed over until it is on disk,
 /// the oldest of a key first: rows that a flush is writing come before those that have
-/// come since. The rows of one domain reach the disk in the order in which they came.
+/// come since. The rows of one variable reach the disk in the order in which they came; a
+/// flush writes what it has taken in the order of the tables' keys.
 ///
 /// Made on first use and never destroyed; the worker never ends, and what is pending when
 /// the process ends is lost: a host calls ForceWriteDisk before it goes. Any thread.
@@ -44,6 +65,8 @@ class KEELSTONE_EXPORT DBWriteWrapper {
                            const std::string& param, const std::string& variableName,
                            std::string& historyOut) const;
 
+  /// The unit's mark, which answers HasPendingRows roughly and without its cost.
+  PendingMark MarkOf(const std::string& domainId, const std::string& unitKey) const noexcept;
   /// Whether rows of the unit wait to be written.
   bool HasPendingRows(const std::string& domainId, const std::string& unitKey) const;
 

@@ -96,6 +96,18 @@ TEST_F(WriteBehind, TheOldestRowOfAKeyIsServedAndTheNewestIsWritten) {
   EXPECT_EQ(OnDisk("v"), "two");
 }
 
+TEST_F(WriteBehind, AUnitsMarkStandsFromHandingOverToDisk) {
+  const PendingMark mark = cache->MarkOf(domain, "unit");
+  EXPECT_FALSE(mark.MayHaveRows());
+  AddHistory("v", "one");
+  AddHistory("v", "two");
+  EXPECT_TRUE(mark.MayHaveRows());
+  EXPECT_TRUE(cache->MarkOf(domain, "unit").MayHaveRows());
+  EXPECT_FALSE(cache->MarkOf(domain, "another unit").MayHaveRows());
+  cache->WriteDomain(domain);
+  EXPECT_FALSE(mark.MayHaveRows());
+}
+
 TEST_F(WriteBehind, DefinitionsAreWrittenAsTheyStandWhenTheyAreWritten) {
   const auto definition = Definition("handed over");
   AddRule("v", definition);

@@ -1,0 +1,195 @@
+#include <array>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "c/domain_handle.h"
+#include "calc/ksruleglobalsetting.h"
+#include "platform/filesystem.h"
+#include "platform/json_reader.h"
+#include "platform/text_escape.h"
+#include "runs/domain.h"
+#include "runs/run_line.h"
+#include "storage/cksdboperatebase.h"
+#include "storage/dbwritewrapper.h"
+#include "storage/domain_files.h"
+#include "storage/fs_ksdatasyncmanager.h"
+#include "storage/gone_sources.h"
+#include "storage/ksdomaindatamanager.h"
+
+namespace keelstone::c {
+
+namespace {
+
+using Merge = bool (FSKSDataSyncManager::*)(const std::string&, const std::string&,
+                                            const std::string&, bool);
+struct MergeKind {
+  int database;
+  Merge merge;
+};
+constexpr std::array<MergeKind, 5> kMergeKinds = {{
+    {kDbGlobalSetting, &FSKSDataSyncManager::MergeGlobalSetting},
+    {kDbVariableRule, &FSKSDataSyncManager::MergeVariableRule},
+    {kDbObjectRule, &FSKSDataSyncManager::MergeObjectRule},
+    {kDbBlockSetting, &FSKSDataSyncManager::MergeBlockSetting},
+    {kDbInterfaceType, &FSKSDataSyncManager::MergeInterfaceType},
+}};
+static_assert(int{KS_DATABASE_GLOBAL_SETTING} == kDbGlobalSetting &&
+              int{KS_DATABASE_VARIABLE_RULE} == kDbVariableRule &&
+              int{KS_DATABASE_OBJECT_RULE} == kDbObjectRule &&
+              int{KS_DATABASE_BLOCK_SETTING} == kDbBlockSetting &&
+              int{KS_DATABASE_INTERFACE_TYPE} == kDbInterfaceType);
+
+std::string Named(const std::string& domainId) { return "domain \"" + Printable(domainId) + "\""; }
+
+JsonValue SettingsOver(const char* settings) {
+  JsonValue merged = DefaultGeneralSettings();
+  if (settings == nullptr) return merged;
+  JsonValue top;
+  JsonParseError error;
+  const JsonReadOptions options{.allowComments = true, .requireUtf8 = true};
+  if (!JsonReader::Parse(settings, top, &error, options)) {
+    throw Failure(KS_ERROR_INPUT, "settings: not JSON: " + Printable(error.message) + " at byte " +
+                                      std::to_string(error.offset + 1));
+  }
+  if (!top.isObject()) throw Failure(KS_ERROR_INPUT, "settings: must be a JSON object");
+  LayOver(merged, top);
+  return merged;
+}
+
+/// Loads a domain whose files `prepare` has seen to, and hands its handle out.
+template <class Prepare>
+void OpenDomain(const char* id, ks_domain** domain, const Prepare& prepare) {
+  ks_domain*& handle = Required(domain, "domain");
+  handle = nullptr;
+  auto opened = std::make_shared<DomainHandle>(std::string(RequiredText(id, "id")));
+  RequireSameRoot(opened->id);
+  prepare(opened->id);
+  const DomainCheck check = CheckDomain(opened->id, true);
+  if (check.condition != DomainCheck::Condition::kComplete) {
+    throw Failure(KS_ERROR_DATABASE,
+                  Named(opened->id) + " cannot be used: " + Printable(check.detail));
+  }
+  NoteRootOf(opened->id);
+  KSDomainDataManager::Instance()->GetKSDataManager(opened->id);
+  handle = DomainTable::Instance().Open(std::move(opened));
+}
+
+std::string IdOf(const ks_domain* domain) { return DomainTable::Instance().Find(domain)->id; }
+
+/// Runs what may write to databases; Failure when the number of failed writes rises.
+template <class Work>
+void Writing(const Work& work) {
+  const std::uint64_t before = GetFailedWriteCount();
+  work();
+  if (const std::uint64_t failed = GetFailedWriteCount() - before; failed > 0) {
+    throw Failure(KS_ERROR_WRITE, std::to_string(failed) + " writes failed; the log says why");
+  }
+}
+
+}  // namespace
+
+}  // namespace keelstone::c
+
+using namespace keelstone;
+using namespace keelstone::c;
+
+ks_status ks_domain_open(const char* id, ks_domain** domain) {
+  return Call([&] { OpenDomain(id, domain, [](const std::string&) {}); });
+}
+
+ks_status ks_domain_create(const char* id, const char* settings, ks_domain** domain) {
+  return Call([&] {
+    OpenDomain(id, domain, [&](const std::string& domainId) {
+      const std::string fault = MakeDomain(domainId, SettingsOver(settings));
+      if (!fault.empty()) {
+        throw Failure(KS_ERROR_DATABASE, Named(domainId) + " cannot be made: " + Printable(fault));
+      }
+    });
+  });
+}
+
+ks_status ks_domain_close(ks_domain* domain) {
+  return Call([&] { DomainTable::Instance().Close(domain); });
+}
+
+ks_status ks_domain_enrol(ks_domain* domain, int32_t on) {
+  return Call([&] {
+    if (on != 0 && on != 1) throw Failure(KS_ERROR_ARGUMENT, "on is neither 0 nor 1");
+    DomainTable::Instance().Find(domain)->enrols.store(on == 1);
+  });
+}
+
+ks_status ks_domain_define(ks_domain* domain, const char* source, const char* name, int32_t type,
+                           int32_t type_code) {
+  return Call([&] {
+    const std::string id = IdOf(domain);
+    const auto dataType = static_cast<EnumKSDataType>(type);
+    const std::int32_t usual = RunLineReader::DefaultTypeCode(dataType);
+    if (usual == 0) throw Failure(KS_ERROR_ARGUMENT, "type is none that a variable has");
+    VarInfo variable;
+    variable.variableName = RequiredText(name, "name");
+    variable.variableType = type_code != 0 ? type_code : usual;
+    const RuleDefinitionData definition =
+        NewDefinition(std::string(RequiredText(source, "source")), variable);
+    const auto data = KSDomainDataManager::Instance()->GetKSDataManager(id);
+    if (!data->AddRuleDefinitions({definition})) {
+      throw Failure(KS_ERROR_WRITE,
+                    "the variable rules of " + Named(id) + " cannot be written; the log says why");
+    }
+  });
+}
+
+ks_status ks_domain_flush(ks_domain* domain) {
+  return Call([&] {
+    const std::string id = IdOf(domain);
+    Writing([&] { DBWriteWrapper::Instance()->WriteDomain(id); });
+  });
+}
+
+ks_status ks_flush(void) {
+  return Call([] { Writing([] { DBWriteWrapper::Instance()->ForceWriteDisk(); }); });
+}
+
+ks_status ks_domain_merge(ks_domain* domain, int32_t database, const char* from) {
+  return Call([&] {
+    const std::string id = IdOf(domain);
+    const std::string file(RequiredText(from, "from"));
+    for (const MergeKind& kind : kMergeKinds) {
+      if (kind.database != database) continue;
+      const std::string to = DomainDatabase(database, id);
+      if ((FSKSDataSyncManager::Instance()->*kind.merge)(file, to, id, true)) return;
+      throw Failure(KS_ERROR_DATABASE, "taking " + Printable(file) + " over into " + Printable(to) +
+                                           " failed; the log says why");
+    }
+    throw Failure(KS_ERROR_ARGUMENT, "database is none that can be delivered");
+  });
+}
+
+ks_status ks_domain_clean(ks_domain* domain, const char* const* keep, size_t count) {
+  return Call([&] {
+    const std::string id = IdOf(domain);
+    if (count == 0) throw Failure(KS_ERROR_ARGUMENT, "keep names no source");
+    Required(keep, "keep");
+    std::set<std::string> kept;
+    for (std::size_t i = 0; i < count; ++i) {
+      kept.emplace(RequiredText(keep[i], "an element of keep"));
+    }
+    // Rows of a source that is gone would be written after it was cleaned away.
+    Writing([&] { DBWriteWrapper::Instance()->WriteDomain(id); });
+    if (!RemoveGoneSources(id, kept)) {
+      throw Failure(KS_ERROR_WRITE, "not all could be removed; the log says why");
+    }
+  });
+}
+
+ks_status ks_domain_reload(ks_domain* domain) {
+  return Call([&] {
+    const auto data = KSDomainDataManager::Instance()->GetKSDataManager(IdOf(domain));
+    data->InvalidateKSGlobalSettingCaches();
+    data->InvalidateKSVariableRuleCaches();
+    data->InvalidateKSBlockSettingCaches();
+  });
+}

@@ -1,0 +1,59 @@
+#include "c/domain_handle.h"
+
+#include <map>
+
+#include "platform/filesystem.h"
+#include "platform/text_escape.h"
+
+namespace keelstone::c {
+
+namespace {
+
+/// Who uses the root folder, and which folder each loaded domain lies below.
+struct RootRegister {
+  static RootRegister& Instance() {
+    static RootRegister* const instance = new RootRegister;
+    return *instance;
+  }
+  Mutex mutex;  // guards the two below; innermost
+  std::size_t uses KS_GUARDED_BY(mutex) = 0;
+  std::map<std::string, std::string> roots KS_GUARDED_BY(mutex);
+};
+
+}  // namespace
+
+RootUse::RootUse() {
+  RootRegister& all = RootRegister::Instance();
+  const MutexLock lock(all.mutex);
+  ++all.uses;
+}
+
+RootUse::~RootUse() {
+  RootRegister& all = RootRegister::Instance();
+  const MutexLock lock(all.mutex);
+  --all.uses;
+}
+
+void SetRoot(const std::string& folder) {
+  RootRegister& all = RootRegister::Instance();
+  const MutexLock lock(all.mutex);
+  if (all.uses > 0) throw Failure(KS_ERROR_STATE, "a domain or a run is open");
+  VXFileSystem::SetSystemRootFolder(folder);
+}
+
+void RequireSameRoot(const std::string& domainId) {
+  RootRegister& all = RootRegister::Instance();
+  const MutexLock lock(all.mutex);
+  const auto known = all.roots.find(domainId);
+  if (known == all.roots.end() || known->second == VXFileSystem::GetSystemRootFolder()) return;
+  throw Failure(KS_ERROR_STATE, "domain \"" + Printable(domainId) + "\"" + " lies below " +
+                                    Printable(known->second) + " as long as the process lives");
+}
+
+void NoteRootOf(const std::string& domainId) {
+  RootRegister& all = RootRegister::Instance();
+  const MutexLock lock(all.mutex);
+  all.roots.emplace(domainId, VXFileSystem::GetSystemRootFolder());
+}
+
+}  // namespace keelstone::c

@@ -1,0 +1,44 @@
+#ifndef KEELSTONE_C_DOMAIN_HANDLE_H
+#define KEELSTONE_C_DOMAIN_HANDLE_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "c/handle_table.h"
+
+namespace keelstone::c {
+
+/// Keeps the system root folder where it is while a domain or run is open.
+class RootUse {
+ public:
+  RootUse();
+  ~RootUse();
+  RootUse(const RootUse&) = delete;
+  RootUse& operator=(const RootUse&) = delete;
+};
+
+/// Sets the root; Failure while there is a RootUse.
+void SetRoot(const std::string& folder);
+/// Failure when the domain was opened below another root; by who holds a RootUse.
+void RequireSameRoot(const std::string& domainId);
+/// Notes below which root the domain is open for the rest of the process; likewise.
+void NoteRootOf(const std::string& domainId);
+
+/// An open ks_domain. Any thread.
+struct DomainHandle {
+  static constexpr std::uintptr_t kHandleDigit = 1;
+  static constexpr const char* kHandleName = "the domain";
+
+  explicit DomainHandle(std::string domainId) : id(std::move(domainId)) {}
+
+  const std::string id;
+  std::atomic<bool> enrols{false};
+  RootUse use;
+};
+
+using DomainTable = HandleTable<ks_domain, DomainHandle>;
+
+}  // namespace keelstone::c
+
+#endif  // KEELSTONE_C_DOMAIN_HANDLE_H

@@ -1,0 +1,26 @@
+#ifndef KEELSTONE_PLATFORM_TEXT_ESCAPE_H
+#define KEELSTONE_PLATFORM_TEXT_ESCAPE_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+
+namespace keelstone {
+
+/// Appends a JSON string with its quotes. Escaped are only '"', '\' and what is below
+/// U+0020 (\n \t \r \b \f, else \u00xx in lower case); every other byte stands as it is.
+KEELSTONE_EXPORT void AppendJsonString(std::string& out, std::string_view bytes);
+
+/// Appends a text from outside as one that a terminal can be shown: control characters,
+/// those that turn the direction of writing, and bytes that are not UTF-8 stand escaped.
+/// Beyond `limit` bytes the text is cut, with "…" at its end.
+KEELSTONE_EXPORT void AppendPrintable(std::string& out, std::string_view bytes,
+                                      std::size_t limit = static_cast<std::size_t>(-1));
+KEELSTONE_EXPORT std::string Printable(std::string_view bytes,
+                                       std::size_t limit = static_cast<std::size_t>(-1));
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_PLATFORM_TEXT_ESCAPE_H
