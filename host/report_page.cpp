@@ -44,6 +44,10 @@ void AppendCell(std::string& out, std::string_view text, std::string_view tag = 
   out.append("</bdi></").append(tag).append(">");
 }
 
+void AppendTime(std::string& out, std::int64_t time) {
+  out.append("<td class=\"when\">").append(UtcTimeText(time)).append("</td>");
+}
+
 struct ListedEpisode {
   const ReportKey* key;
   const VariableFindings* variable;
@@ -84,8 +88,8 @@ void AppendListed(std::string& out, const ListedEpisode& listed, bool isExact) {
   const FoundAlert& opening = episode->first.front();
   AppendCell(out, opening.value ? variable->texts[*opening.value] : "");
   AppendCell(out, variable->texts[opening.expectation]);
-  AppendCell(out, UtcTimeText(episode->opened));
-  AppendCell(out, UtcTimeText(episode->last));
+  AppendTime(out, episode->opened);
+  AppendTime(out, episode->last);
   AppendCell(out, std::to_string(episode->count));
   AppendCell(out, EndInWords(*episode, isExact));
   out.append("</tr>\n");
