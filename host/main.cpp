@@ -13,6 +13,7 @@
 #include "host/rule_command.h"
 #include "host/rules_command.h"
 #include "host/settings_command.h"
+#include "host/show_command.h"
 
 namespace keelstone::host {
 namespace {
@@ -39,6 +40,8 @@ int RunProgram(int argc, char** argv) {
   AddEvaluateCommand(program, evaluate);
   RulesOptions rules;
   AddRulesCommand(program, rules);
+  ShowOptions show;
+  AddShowCommand(program, show);
   RuleOptions rule;
   AddRuleCommand(program, rule);
   BlockOptions block;
@@ -63,6 +66,10 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("rules")) {
     Apply(rules.common);
     return RunRules(rules);
+  }
+  if (program.got_subcommand("show")) {
+    Apply(show.common);
+    return RunShow(show);
   }
   if (const CLI::App* group = program.get_subcommand("rule"); group->parsed()) {
     Apply(rule.common);
