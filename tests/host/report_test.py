@@ -215,7 +215,7 @@ class Page(ReportCase):
         browser.wait("document.querySelector('.unfolded .drawing')")
 
     def test_lab_recording(self):
-        evaluate_lab(PROGRAM, self.root, self.path("results.jsonl"), "--all", runs=12500)
+        evaluate_lab(PROGRAM, self.root, self.path("results.jsonl"), "--explain", runs=12500)
         self.report("--results", self.path("results.jsonl"))
         browser = self.browse()
         tiles = browser.texts(".tile strong")
