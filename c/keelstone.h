@@ -381,6 +381,7 @@ typedef struct ks_alert {
   const char* rule_name;
   const char* parameter; /* of the rule that was broken, as JSON */
   const char* value;     /* that broke it, as text; null for variables with long names */
+  const char* expected;  /* what the rule expects, in words: "always 12" */
   const char* node_id;
   const char* node_path_schema;
   int64_t time; /* of the value, seconds since the epoch */

@@ -125,6 +125,7 @@ ks_status ks_run_alert(ks_run* run, size_t index, ks_alert* item, size_t size) {
     given.rule_name = NameOf(texts.ruleType);
     given.parameter = texts.parameter.c_str();
     given.value = texts.hasValue ? texts.value.c_str() : nullptr;
+    given.expected = texts.expected.c_str();
     given.node_id = found.GetNodeId().c_str();
     given.node_path_schema = found.GetNodeSchema().c_str();
     given.time = found.GetLiveTime();

@@ -4,6 +4,7 @@
 
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
+#include "results/expectation.h"
 #include "runs/domain.h"
 #include "storage/dbwritewrapper.h"
 
@@ -23,6 +24,8 @@ RunHandle::AlertTexts ReadAlert(const KSAlertData& alert) {
     const JsonValue* const type = info.find("_t");
     if (type != nullptr && type->isInt()) texts.ruleType = type->asInt();
     texts.parameter = MemberText(info, "_p");
+    texts.expected =
+        KSExpectation::Of(static_cast<EnumRuleType>(texts.ruleType), texts.parameter).words;
     texts.hasValue = info.isMember("_v");
     texts.value = MemberText(info, "_v");
   }

@@ -40,6 +40,7 @@ class RunHandle {
     std::int32_t ruleType = -1;
     std::string parameter;
     std::string value;
+    std::string expected;
     bool hasValue = false;
     std::string parserParam;
   };

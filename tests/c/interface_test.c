@@ -152,6 +152,7 @@ static void check_broken(ks_run* run) {
   CHECK(has_alert(run, "prefixes", &alert));
   SAME(alert.parameter, "{\"ruleParam\":12}");
   SAME(alert.value, "0");
+  SAME(alert.expected, "always 12");
   SAME(alert.interface_value, "10.0.12.2");
   SAME(alert.rule_name, "intEqual");
   OK(ks_run_json(run, &json, &length));
