@@ -75,6 +75,7 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   // is evaluated from the disk.
   DBWriteWrapper::Instance()->ForceWriteDisk();
   scheduler.Finish();
+  if (format_ == OutputFormat::kText) WriteOpenEpisodes();
   if (broken == Broken::kNo && scheduler.dropped() > 0) broken = Broken::kStopped;
   return Conclude(broken);
 }
@@ -88,12 +89,18 @@ void EvaluateJob::OnSignal(int signal) {
 
 bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
-  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data));
+  const bool explain = options_.explain || format_ == OutputFormat::kText;
+  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data), explain);
   outcome.Store();
   run.tally = TallyOf(outcome);
   try {
-    run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)
-                                                : TextOutput(run.parsed, outcome);
+    std::vector<EpisodeChange> episodes;
+    if (explain) episodes = book_.Take(run.parsed, outcome);
+    if (format_ == OutputFormat::kText) {
+      run.output = TextOutput(run.parsed, outcome, episodes);
+    } else {
+      run.output = JsonOutput(run.parsed, outcome, options_.all, explain ? &episodes : nullptr);
+    }
   } catch (const std::exception&) {  // only for want of memory
     outputLost_.store(true);
   }
@@ -206,6 +213,15 @@ EvaluateJob::Broken EvaluateJob::SubmitBatch() {
   batchBytes_ = 0;
   const bool taken = scheduler_.load()->Submit(std::exchange(batch_, {}));
   return taken ? Broken::kNo : Broken::kStopped;
+}
+
+void EvaluateJob::WriteOpenEpisodes() {
+  try {
+    for (const auto& [key, episode] : book_.Open()) output_.Write(OpenEpisodeLine(key, episode));
+  } catch (const std::exception&) {  // only for want of memory
+    outputLost_.store(true);
+  }
+  output_.Flush();
 }
 
 void EvaluateJob::SayDomainFaults(const std::string& place) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/alert_book.h"
 #include "host/console.h"
 #include "host/domain_registry.h"
 #include "host/evaluate_command.h"
@@ -51,6 +52,7 @@ class EvaluateJob final : private RunWork {
   Broken SubmitBatch();
   void SayDomainFaults(const std::string& place);
   Broken Fail(const std::string& why);
+  void WriteOpenEpisodes();
   int Conclude(Broken broken);
 
   const EvaluateOptions& options_;
@@ -58,6 +60,7 @@ class EvaluateJob final : private RunWork {
   Console console_;
   StopRequest stop_;
   OutputWriter output_;  // the delivery thread's
+  AlertBook book_;
   DomainRegistry domains_;
   RunLineReader lines_;
   std::vector<std::unique_ptr<host::Run>> batch_;

@@ -152,10 +152,13 @@ std::int64_t CppSQLite3Query::getInt64Field(int field, std::int64_t nullValue) c
 }
 
 std::string_view CppSQLite3Query::getStringField(int field, std::string_view nullValue) const {
-  if (fieldIsNull(field)) return nullValue;
+  Require(field);
   // The text first: asking for it may convert the value and change its length.
   const unsigned char* const bytes = sqlite3_column_text(statement_, field);
-  if (bytes == nullptr) Fail(SQLITE_NOMEM, "read field", sqlite3_errstr(SQLITE_NOMEM));
+  if (bytes == nullptr) {
+    if (sqlite3_column_type(statement_, field) == SQLITE_NULL) return nullValue;
+    Fail(SQLITE_NOMEM, "read field", sqlite3_errstr(SQLITE_NOMEM));
+  }
   const int size = sqlite3_column_bytes(statement_, field);
   return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)};
 }
@@ -262,6 +265,11 @@ void CppSQLite3DB::open(const std::string& file, Mode mode) {
   // however the library was built.
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 1, nullptr);
+  // A file may come from elsewhere: nothing that its schema says is run.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 }
 
 void CppSQLite3DB::close() noexcept {
@@ -274,8 +282,16 @@ void CppSQLite3DB::RequireOpen() const {
 }
 
 bool CppSQLite3DB::tableExists(const std::string& table) {
+  RequireOpen();
+  // Finds it in the schema that the next statement needs anyway; what it does not find may
+  // also be a schema that cannot be read, which the query tells.
+  if (sqlite3_table_column_metadata(db_, "main", table.c_str(), nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr) == SQLITE_OK) {
+    return true;
+  }
   CppSQLite3Statement statement = compileStatement(
-      "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
+      "select 1 from sqlite_master where type = 'table' and rootpage > 0 and name = ?1 collate "
+      "nocase");
   statement.bind(1, table);
   return !statement.execQuery().eof();
 }

@@ -92,7 +92,7 @@ class KEELSTONE_EXPORT CppSQLite3Statement {
 };
 
 /// One connection to a database file. Errors throw CppSQLite3Exception; the destructor
-/// closes. One thread at a time.
+/// closes. Triggers and views in the file take no effect. One thread at a time.
 class KEELSTONE_EXPORT CppSQLite3DB {
  public:
   /// Looks up how long to wait for other processes, and may log a fault of the ini file:
@@ -115,6 +115,7 @@ class KEELSTONE_EXPORT CppSQLite3DB {
   bool isOpen() const noexcept { return db_ != nullptr; }
   void close() noexcept;
 
+  /// Whether there is a table with rows of its own: no view, no virtual table.
   bool tableExists(const std::string& table);
   /// Runs one statement without result rows; the number of rows it changed.
   int execDML(const std::string& sql);

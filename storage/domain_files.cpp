@@ -203,7 +203,7 @@ std::string MakeDomain(const std::string& domainId, const JsonValue& generalSett
   return {};
 }
 
-JsonValue StoredGeneralSettings(const std::string& domainId) {
+JsonValue StoredSetting(const std::string& domainId, const std::string& name) {
   const std::string file = FileOf(kTables[0], domainId);
   std::error_code ignored;
   if (!std::filesystem::exists(file, ignored)) return {};
@@ -213,9 +213,20 @@ JsonValue StoredGeneralSettings(const std::string& domainId) {
   JsonValue found;
   if (!db.tableExists(kTables[0].name)) return found;
   ForEachSetting(db, [&](const JsonValue& row) {
-    if (NameOf(row) == kGeneralSettingName) found = row["value"];
+    if (NameOf(row) == name) found = row["value"];
   });
   return found;
+}
+
+JsonValue DefaultSetting(const std::string& name) {
+  for (const JsonValue& row : DefaultSettingRows({})) {
+    if (NameOf(row) == name) return row["value"];
+  }
+  return {};
+}
+
+JsonValue StoredGeneralSettings(const std::string& domainId) {
+  return StoredSetting(domainId, kGeneralSettingName);
 }
 
 }  // namespace keelstone

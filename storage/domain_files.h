@@ -40,6 +40,12 @@ struct KEELSTONE_EXPORT DomainFileReport {
     const std::string& domainId, const JsonValue& generalSettings,
     std::vector<DomainFileReport>* reports = nullptr);
 
+/// A row of the global settings by its name, as the domain has it stored; Null when it has
+/// none. What is no usable database throws CppSQLite3Exception.
+KEELSTONE_EXPORT JsonValue StoredSetting(const std::string& domainId, const std::string& name);
+/// The value that `init` gives such a row; Null for the general settings and for no row.
+KEELSTONE_EXPORT JsonValue DefaultSetting(const std::string& name);
+
 /// The general settings as the domain has them stored; Null when it has none. What is no
 /// usable database throws CppSQLite3Exception.
 KEELSTONE_EXPORT JsonValue StoredGeneralSettings(const std::string& domainId);

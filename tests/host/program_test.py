@@ -172,7 +172,8 @@ class ProgramTest(unittest.TestCase):
     def test_text_is_one_line_a_finding(self):
         out, _ = self.evaluate("--enroll", "--format", "text", input="".join(recording(12, 2)))
         for line in out.decode().splitlines():
-            self.assertRegex(line, r"^2023-11-1\d \d\d:\d\d:\d\dZ (ALERT |GOLDEN|RULE  ) r[01] eth")
+            self.assertRegex(line, r"^2023-11-1\d \d\d:\d\d:\d\dZ "
+                             r"(ALERT |CLEAR |OPEN  |GOLDEN|RULE  ) r[01] eth")
 
     def test_faulty_lines_are_told_and_skipped(self):
         lines = self.write("in.jsonl", b"\xef\xbb\xbf\r\n" + run_line(1).encode() + b"{\n  \t\n" +
