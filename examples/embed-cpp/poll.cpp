@@ -1,21 +1,25 @@
-// A small host of the Keelstone library: two pollers hand in what they read from two
-// routers, and what was found is printed.
+// A small host of the Keelstone library: two threads poll four routers, and what was found
+// is printed.
 //
-//   usage: poll ROOT     (after: keelstone init --root ROOT --interval-time 30)
+//   usage: poll ROOT
 //
 // The routers are made up: r1 loses a neighbour at the 20th poll.
 
+#include <atomic>
 #include <cstdio>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "calc/ksruleglobalsetting.h"
 #include "engine/ksruleinstance.h"
 #include "platform/filesystem.h"
+#include "platform/ini_reader.h"
 #include "platform/logger.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/dbwritewrapper.h"
+#include "storage/domain_files.h"
 #include "storage/ksdomaindatamanager.h"
 
 namespace {
@@ -27,6 +31,7 @@ constexpr const char* kSource = "bgp_summary";
 constexpr std::int32_t kFirstPoll = 1700000000;  // s since the epoch
 constexpr std::int32_t kCadence = 60;            // s
 constexpr int kPolls = 24;
+const std::vector<std::string> kDevices = {"r1", "r2", "r3", "r4"};
 
 // The type codes of this host's parsers; they are stored and must stay the same.
 constexpr std::int32_t kCodeInteger = 1;
@@ -49,8 +54,13 @@ std::vector<VarInfo> Poll(const std::string& device, int poll) {
           Value("prefixes", KSDataInt64, kCodeInteger, lost ? "0" : "12")};
 }
 
-// Which variables are to be watched: those that are defined already stay as they are.
-bool DefineVariables() {
+// The domain's databases and the variables to be watched; what is there stays as it is.
+bool PrepareDomain() {
+  const std::string fault = MakeDomain(kDomain, DefaultGeneralSettings());
+  if (!fault.empty()) {
+    std::cerr << fault << '\n';
+    return false;
+  }
   std::vector<RuleDefinitionData> definitions;
   for (const VarInfo& variable : Poll("r1", 0)) {
     RuleDefinitionData definition(kRuleTypeNone, kVariableSourceParser, "", kSource,
@@ -78,14 +88,15 @@ void Evaluate(const std::string& device, int poll) {
   run.SerializeLocalDB();
 }
 
-// The runs of one device come one after the other. The polls are made up and follow each
-// other at once: each waits until the one before is on disk, or it would not find its
-// values. Polls that lie further apart than CacheTime need no WriteDomain.
-void Watch(const std::string& device) {
-  for (int poll = 0; poll < kPolls; ++poll) {
-    Evaluate(device, poll);
-    DBWriteWrapper::Instance()->WriteDomain(kDomain);
-  }
+// One round of polls: each thread takes the next device until there is none.
+void PollAll(int poll) {
+  std::atomic<std::size_t> next{0};
+  const auto work = [&] {
+    for (std::size_t i = next++; i < kDevices.size(); i = next++) Evaluate(kDevices[i], poll);
+  };
+  std::thread other(work);
+  work();
+  other.join();
 }
 
 void PrintError(const LogLine& line) {
@@ -106,11 +117,16 @@ int main(int argc, char** argv) {
   Logger::Instance().SetLevel(kLogError);
   Logger::Instance().SetCallback(PrintError);
 
-  if (!DefineVariables()) return 1;
-  std::thread first(Watch, "r1");
-  std::thread second(Watch, "r2");
-  first.join();
-  second.join();
+  // Values that lie 30 s apart or more count; without it 1800 s.
+  if (!IniReader::SetInt("Keelstone", "IntervalTime", 30, "fix_frontserver.ini")) return 1;
+  if (!PrepareDomain()) return 1;
+
+  // These polls follow each other at once: each round waits until the one before is on disk,
+  // or it would not find its values. Polls further apart than CacheTime need no WriteDomain.
+  for (int poll = 0; poll < kPolls; ++poll) {
+    PollAll(poll);
+    DBWriteWrapper::Instance()->WriteDomain(kDomain);
+  }
 
   // What is pending when the process ends is lost.
   DBWriteWrapper::Instance()->ForceWriteDisk();
