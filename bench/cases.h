@@ -11,8 +11,14 @@ namespace keelstone::bench {
 void AddEvaluationCases(BenchCases& cases);
 /// Reading and writing JSON documents with the platform's value.
 void AddJsonCases(BenchCases& cases);
-/// Writing the pending rows, and loading what is stored.
-void AddStorageCases(BenchCases& cases);
+/// Writing the pending rows.
+void AddFlushCases(BenchCases& cases);
+/// Loading what is stored of units, one at once or many ahead.
+void AddUnitCases(BenchCases& cases);
+/// Looking up the pending rows.
+void AddPendingCases(BenchCases& cases);
+/// The whole program.
+void AddProgramCases(BenchCases& cases);
 
 }  // namespace keelstone::bench
 

@@ -95,7 +95,10 @@ int Run(const Options& options) {
   BenchCases cases;
   AddEvaluationCases(cases);
   AddJsonCases(cases);
-  AddStorageCases(cases);
+  AddFlushCases(cases);
+  AddUnitCases(cases);
+  AddPendingCases(cases);
+  AddProgramCases(cases);
 
   CaseRunner runner(cases, {root, kSeed, options.brief}, options.rounds);
   const bool passed = runner.RunCases(options.filter);

@@ -21,7 +21,8 @@ set(KEELSTONE_PUBLIC_HEADERS
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
   storage/domain_files.h storage/gone_sources.h
   runs/domain.h runs/raw_json.h runs/run_evaluation.h runs/run_line.h runs/table_value.h
-  results/expectation.h results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
+  results/expectation.h results/explanation.h results/table_changes.h
+  results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
   diag/testksrulesqlit.h)
 
 install(TARGETS keelstone EXPORT KeelstoneTargets

@@ -137,6 +137,7 @@ bool KSRuleInstance::Evaluation::IsVarDefineRule(const std::string& variableName
 }
 
 bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
+  if (explainer_) explainer_->Begin();
   if (isUnreadable_) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
            "Variable:%s is not evaluated, what is stored of device:%s could not be read.",
@@ -337,7 +338,9 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
                                           const std::shared_ptr<KSDataBase>& point,
                                           const Judgement& judgement) {
   IRuleBase& rule = *judgement.rule;
-  if (rule.CheckAlert(point)) CollectAlertRueslt(variable, *definition.own);
+  if (CheckAlert(variable, definition, point, judgement)) {
+    CollectAlertRueslt(variable, *definition.own);
+  }
   const bool followsValue =
       (rule.GetType() == kIntConstant || rule.GetType() == kIntIncrease) && !rule.IsDynamic();
   if (followsValue) rule.UpdateParam(point);
@@ -348,7 +351,7 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
   if (followsValue) {
     CollectRuleUpdateRueslt(variable, definition);
   } else if (definition.isNew || judgement.ruleChanged) {
-    RuleUpdateResultItem(variable, rule, *current);
+    RuleUpdateResultItem(variable, rule, *current, judgement.ruleChanged);
     CollectRuleUpdateRueslt(variable, definition);
   } else if (judgement.historyAdded && !current->history.empty()) {
     CollectHistory(variable, current->history);
@@ -360,6 +363,26 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
     definition.shared->ruleParam.swap(current->ruleParam);
     definition.shared->history.swap(current->history);
   }
+}
+
+bool KSRuleInstance::Evaluation::CheckAlert(const VarInfo& variable, const Definition& definition,
+                                            const std::shared_ptr<KSDataBase>& point,
+                                            const Judgement& judgement) {
+  const bool isBroken = judgement.rule->CheckAlert(point);
+  if (!explainer_) return isBroken;
+  const Explainer::Case judged{variable,
+                               point,
+                               subject_.time,
+                               *judgement.rule,
+                               definition.own->ruleGenerateType,
+                               judgement.ruleChanged,
+                               judgement.historyAdded};
+  if (isBroken) {
+    explainer_->Breaks(judged);
+  } else {
+    explainer_->Fits(judged);
+  }
+  return isBroken;
 }
 
 void KSRuleInstance::Evaluation::GenerateHistoryData(const VarInfo& variable,

@@ -11,6 +11,7 @@
 
 #include "calc/ksrulealgmgr.h"
 #include "calc/rulesettings.h"
+#include "engine/explainer.h"
 #include "engine/ksruleinstance.h"
 #include "engine/ksrulerecords.h"
 #include "model/irulebase.h"
@@ -48,6 +49,8 @@ class KSRuleInstance::Evaluation {
   void SerializeLocalDB();
 
   std::shared_ptr<KSRuleUpdateResultData> results() const { return results_; }
+  void SetExplain(bool on) { explainer_ = on ? std::make_unique<Explainer>() : nullptr; }
+  const Explainer* explainer() const { return explainer_.get(); }
   void SetOnlyUpdateKSValue() { onDemandTask_ = true; }
   bool IsOndemandTask() const { return onDemandTask_; }
 
@@ -91,6 +94,8 @@ class KSRuleInstance::Evaluation {
   bool TimeIntervalLessThanThreshold(const Judgement& judgement) const;
   void Conclude(const VarInfo& variable, const Definition& definition,
                 const std::shared_ptr<KSDataBase>& point, const Judgement& judgement);
+  bool CheckAlert(const VarInfo& variable, const Definition& definition,
+                  const std::shared_ptr<KSDataBase>& point, const Judgement& judgement);
   void GenerateHistoryData(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
                            HistoryDataBase& history);
   void LogRefusedHistory(const VarInfo& variable);
@@ -102,7 +107,7 @@ class KSRuleInstance::Evaluation {
   void UpdateKSValueResultItem(const VarInfo& variable, const IRuleBase& rule,
                                const RuleDefinitionData& definition);
   void RuleUpdateResultItem(const VarInfo& variable, const IRuleBase& rule,
-                            const RuleDefinitionData& definition);
+                            const RuleDefinitionData& definition, bool isLearned);
 
   const Subject subject_;
   bool onDemandTask_;
@@ -113,6 +118,7 @@ class KSRuleInstance::Evaluation {
   const std::int32_t intervalTime_;  // s
   const std::size_t strValueLength_;
   const std::shared_ptr<KSRuleUpdateResultData> results_;
+  std::unique_ptr<Explainer> explainer_;  // empty: nothing is explained
 
   DevParserRule rules_;
   DevParserHistory histories_;

@@ -73,7 +73,8 @@ void KSRuleInstance::Evaluation::UpdateKSValueResultItem(const VarInfo& variable
 
 void KSRuleInstance::Evaluation::RuleUpdateResultItem(const VarInfo& variable,
                                                       const IRuleBase& rule,
-                                                      const RuleDefinitionData& definition) {
+                                                      const RuleDefinitionData& definition,
+                                                      bool isLearned) {
   auto item = std::make_shared<KSRuleUpdateResultItem>();
   item->SetRuleDefinition(definition);
   item->strRuleAlgParam = rule.GetRuleParam();
@@ -85,6 +86,7 @@ void KSRuleInstance::Evaluation::RuleUpdateResultItem(const VarInfo& variable,
   item->strDeviceName = subject_.deviceName;
   item->strNodePathSchema = subject_.nodePathSchema;
   item->nOperateType = kUploadUpdate;
+  item->isLearned = isLearned;
   results_->AddKSRuleUpdateResultItem(std::move(item));
 }
 

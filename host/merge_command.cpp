@@ -98,6 +98,7 @@ std::string SourceFault(const std::string& from, const std::string& to, const Me
   try {
     CppSQLite3DB db;
     db.open(from, CppSQLite3DB::Mode::kReadOnly);
+    db.requireKnownSchema();
     if (!db.tableExists(type.table)) return std::string("has no table ") + type.table;
     CppSQLite3Statement count =
         db.compileStatement(std::string("select count(*) from ") + type.table);

@@ -145,8 +145,13 @@ void RunScheduler::Work() {
   mutex_.Unlock();
 }
 
+bool RunScheduler::IsFlushDue() const {
+  return limits_.threads > 1 && !flushable_.empty() &&
+         flushable_.front()->values >= limits_.valuesWorthAFlush;
+}
+
 bool RunScheduler::PerformNext() {
-  if (!ready_.empty()) {
+  if (!ready_.empty() && !IsFlushDue()) {
     Unit& unit = *ready_.top().second;
     ready_.pop();
     PerformRun(unit);
@@ -173,6 +178,7 @@ void RunScheduler::PerformRun(Unit& unit) {
   if (unit.data) run.data = std::move(unit.data);
   latestBegun_ = std::max(latestBegun_, run.sequence);
   --queued_;
+  const std::size_t values = run.parsed.variables.size();
   mutex_.Unlock();
   const bool pending = work_.Evaluate(run);
   mutex_.Lock();
@@ -184,12 +190,13 @@ void RunScheduler::PerformRun(Unit& unit) {
   }
   unit.state = Unit::State::kPending;
   unit.domain->pending.push_back(&unit);
+  unit.domain->values += values;
   if (unit.head != nullptr) AwaitFlush(*unit.domain);
 }
 
 void RunScheduler::PerformFlush(DomainQueue& domain) {
   domain.flushing = true;
-  domain.waiting = 0;
+  domain.values = domain.waiting = 0;
   const std::vector<Unit*> units = std::exchange(domain.pending, {});
   std::vector<Unit*> next;
   std::vector<UnitKey> keys;

@@ -40,11 +40,12 @@ class RunWork {
 /// strictly in the order of submission and none before the rows of the one before it are
 /// on disk, and delivers them in the order of submission.
 ///
-/// Runs are taken breadth first: the earliest run whose unit has nothing pending. Only
-/// when there is none is a domain flushed, so that one flush serves all units of the
-/// domain that have been evaluated since the last one; meanwhile the other workers go on
-/// with what needs no flush. A flush that has begun serves no row that comes later, which
-/// is why units evaluated meanwhile wait for the next one.
+/// Runs are taken breadth first: the earliest run whose unit has nothing pending. A domain
+/// is flushed when there is none, or when so many values of it are pending that a flush is
+/// worth its syncs of the disk and another worker can evaluate meanwhile; so one flush
+/// serves all units of the domain that have been evaluated since the last one. A flush that
+/// has begun serves no row that comes later, which is why units evaluated meanwhile wait
+/// for the next one.
 ///
 /// Units are loaded in bulk: those that a flush has made ready by the worker that flushed,
 /// those that were idle by the thread that submits, both while other workers evaluate. What
@@ -64,6 +65,9 @@ class RunScheduler {
     unsigned threads = 1;
     std::size_t runs = 4096;          // submitted and not yet delivered
     std::size_t bytes = 256U << 20U;  // of their lines; one run is always let in
+    // So many pending values are flushed while others evaluate: about ten transactions, of
+    // which a shorter last one costs little.
+    std::size_t valuesWorthAFlush = 6000;
   };
 
   RunScheduler(RunWork& work, const Limits& limits);
@@ -101,6 +105,7 @@ class RunScheduler {
   struct DomainQueue {
     const std::string* name = nullptr;
     std::vector<Unit*> pending;  // units with rows that no flush has begun to write
+    std::size_t values = 0;      // evaluated in their runs: about as many rows
     std::size_t waiting = 0;     // how many of them have a run to go
     bool flushing = false;
     bool listed = false;  // stands in flushable_
@@ -110,6 +115,7 @@ class RunScheduler {
   void Work();
   void DeliverAll();
   bool PerformNext() KS_REQUIRES(mutex_);
+  bool IsFlushDue() const KS_REQUIRES(mutex_);
   void PerformRun(Unit& unit) KS_REQUIRES(mutex_);
   void PerformFlush(DomainQueue& domain) KS_REQUIRES(mutex_);
   void LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) KS_EXCLUDES(mutex_);

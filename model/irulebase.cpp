@@ -11,6 +11,7 @@ bool IRuleBase::CheckRule(const std::string&) { return false; }
 bool IRuleBase::UpdateRule() { return false; }
 bool IRuleBase::CheckGoldenValue(const std::shared_ptr<KSDataBase>&) { return false; }
 bool IRuleBase::CheckAlert(const std::shared_ptr<KSDataBase>&) { return false; }
+bool IRuleBase::Judges(const std::shared_ptr<KSDataBase>&) const { return false; }
 void IRuleBase::UpdateParam(const std::shared_ptr<KSDataBase>&) {}
 void IRuleBase::setIsLessCountCondition(bool) {}
 

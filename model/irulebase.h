@@ -43,6 +43,9 @@ class KEELSTONE_EXPORT IRuleBase {
   virtual bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point);
   /// True when the point breaks the rule.
   virtual bool CheckAlert(const std::shared_ptr<KSDataBase>& point);
+  /// Whether CheckAlert judges the point at all: false when what it needs is missing, or
+  /// the point is of another type.
+  virtual bool Judges(const std::shared_ptr<KSDataBase>& point) const;
   virtual EnumRuleType GetType() const { return ruleType_; }
   /// Whether the engine learned the rule and relearns it: so without a definition, and
   /// when its generate type is 0.

@@ -63,6 +63,10 @@ class NumericRule : public IRuleBase {
     domainId_ = domainId;
   }
 
+  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
+    return RuleData() != nullptr && AsPoint(point) != nullptr;
+  }
+
  protected:
   /// Told whether a parameter text that parses has the member "ruleParam".
   virtual void NoteHasParameter(bool) {}

@@ -27,6 +27,10 @@ class NumericTrendRule : public NumericRule<T, IntEqualData> {
     return true;
   }
 
+  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
+    return hasParameter_ && Base::Judges(point);
+  }
+
   void UpdateParam(const std::shared_ptr<KSDataBase>& point) override {
     Data* const data = this->RuleData();
     const auto* const number = this->AsPoint(point);

@@ -3,6 +3,8 @@
 
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "calc/rulesettings.h"
 #include "model/history_steps.h"
@@ -38,6 +40,11 @@ class TextRule : public IRuleBase {
     ruleData_ = data;
     ruleDefine_ = ruleDefine;
     domainId_ = domainId;
+  }
+
+  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
+    using Point = typename std::decay_t<decltype(std::declval<HistoryType>().points())>::value_type;
+    return RuleData() != nullptr && dynamic_cast<const Point*>(point.get()) != nullptr;
   }
 
  protected:

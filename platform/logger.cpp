@@ -1,6 +1,7 @@
 #include "platform/logger.h"
 
 #include <locale.h>
+#include <algorithm>
 
 #include <cerrno>
 #include <cstdarg>
@@ -58,6 +59,7 @@ bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7
 
 /// `text` with its control characters escaped.
 std::string Escaped(std::string_view text) {
+  if (std::none_of(text.begin(), text.end(), IsControl)) return std::string(text);
   constexpr char kHex[] = "0123456789ABCDEF";
   std::string escaped;
   escaped.reserve(text.size() + 16);
@@ -95,7 +97,10 @@ std::string LevelName(int level) {
 
 /// "error FS_Keelstone KSRuleInstance::ProcessVariable ksruleinstance:12 message".
 std::string FileText(const LogLine& line) {
-  std::string text = LevelName(line.level);
+  std::string text;
+  text.reserve(line.module.size() + line.function.size() + line.source.size() +
+               line.message.size() + 32);  // level, line number and what joins them
+  text.append(LevelName(line.level));
   text.append(" ").append(line.module).append(" ").append(line.function);
   text.append(" ").append(line.source).append(":").append(std::to_string(line.line));
   return text.append(" ").append(line.message);

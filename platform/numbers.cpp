@@ -127,45 +127,43 @@ std::int32_t AtoiLow32(std::string_view text) noexcept {
 
 double AtofFinite(std::string_view text) noexcept { return LeadingDouble(text).value_or(0.0); }
 
+char* WriteNumber(char* to, std::int64_t value) noexcept {
+  return std::to_chars(to, to + kNumberRoom, value).ptr;
+}
+
+char* WriteNumber(char* to, std::uint64_t value) noexcept {
+  return std::to_chars(to, to + kNumberRoom, value).ptr;
+}
+
+char* WriteNumber(char* to, double value) noexcept {
+  if (!std::isfinite(value)) return std::copy_n("null", 4, to);
+  const double size = std::fabs(value);
+  char* const room = to + kNumberRoom - 2;
+  if (size < kTwoTo53 && size == std::trunc(size) && !std::signbit(value)) {
+    return std::copy_n(".0", 2, std::to_chars(to, room, static_cast<std::int64_t>(value)).ptr);
+  }
+  if (size == 0.0 || (size >= 1e-4 && size < 1e16)) {
+    char* const end = std::to_chars(to, room, value, std::chars_format::fixed).ptr;
+    return size == std::trunc(size) ? std::copy_n(".0", 2, end) : end;
+  }
+  return std::to_chars(to, room, value, std::chars_format::scientific).ptr;
+}
+
 namespace {
 
-template <class Integer>
-void AppendInteger(std::string& text, Integer value) {
-  char buffer[24];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  text.append(buffer, result.ptr);
+template <class Number>
+void Append(std::string& text, Number value) {
+  char buffer[kNumberRoom];
+  text.append(buffer, WriteNumber(buffer, value));
 }
 
 }  // namespace
 
-void AppendNumber(std::string& text, std::int64_t value) { AppendInteger(text, value); }
+void AppendNumber(std::string& text, std::int64_t value) { Append(text, value); }
 
-void AppendNumber(std::string& text, std::uint64_t value) { AppendInteger(text, value); }
+void AppendNumber(std::string& text, std::uint64_t value) { Append(text, value); }
 
-void AppendNumber(std::string& text, double value) {
-  if (!std::isfinite(value)) {
-    text += "null";
-    return;
-  }
-  const double size = std::fabs(value);
-  char buffer[40];
-  char* const room = buffer + sizeof buffer - 2;
-  char* end = nullptr;
-  if (size < kTwoTo53 && size == std::trunc(size) && !std::signbit(value)) {
-    end = std::to_chars(buffer, room, static_cast<std::int64_t>(value)).ptr;
-    *end++ = '.';
-    *end++ = '0';
-  } else if (size == 0.0 || (size >= 1e-4 && size < 1e16)) {
-    end = std::to_chars(buffer, room, value, std::chars_format::fixed).ptr;
-    if (size == std::trunc(size)) {
-      *end++ = '.';
-      *end++ = '0';
-    }
-  } else {
-    end = std::to_chars(buffer, room, value, std::chars_format::scientific).ptr;
-  }
-  text.append(buffer, end);
-}
+void AppendNumber(std::string& text, double value) { Append(text, value); }
 
 std::int64_t SaturateToInt64(double value) noexcept {
   if (std::isnan(value)) return 0;

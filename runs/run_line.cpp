@@ -81,7 +81,9 @@ RunLineReader::RunLineReader(std::string defaultDomain)
 RunLineReader::~RunLineReader() = default;
 
 bool RunLineReader::Fail(std::string_view field, std::string_view what) {
-  fault_ = where_;
+  fault_.clear();
+  if (variable_) fault_.append("variables[").append(std::to_string(*variable_)).append("]");
+  if (variable_ && !field.empty()) fault_ += '.';
   fault_.append(field).append(": ").append(what);
   return false;
 }
@@ -115,7 +117,7 @@ bool RunLineReader::TakeInt32(std::string_view field, const Value& value, std::i
 }
 
 bool RunLineReader::ParseJson(std::string_view text) {
-  where_.clear();
+  variable_.reset();
   JsonParseError error;
   if (json_.Parse(text, error)) return true;
   fault_ = "not JSON: " + Printable(error.message) + " at byte " + std::to_string(error.offset + 1);
@@ -173,10 +175,8 @@ bool RunLineReader::ReadVariables(const Value& list, std::vector<VarInfo>& varia
   if (variables.empty()) variables.reserve(list.size());
   std::size_t index = 0;
   for (const Value variable : list) {
-    const std::string place = "variables[" + std::to_string(index++) + "]";
-    where_.clear();
-    if (!variable.Is(Kind::kObject)) return Fail(place, "must be an object");
-    where_ = place + '.';
+    variable_ = index++;
+    if (!variable.Is(Kind::kObject)) return Fail("", "must be an object");
     if (!ReadVariable(variable, variables)) return false;
   }
   return true;

@@ -1,7 +1,9 @@
 #ifndef KEELSTONE_RUNS_RUN_LINE_H
 #define KEELSTONE_RUNS_RUN_LINE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -70,7 +72,7 @@ class KEELSTONE_EXPORT RunLineReader {
   std::string defaultDomain_;
   RawJson json_;
   std::string fault_;
-  std::string where_;  // "variables[3]." while a variable is read
+  std::optional<std::size_t> variable_;  // the one that is read; a fault names it
 };
 
 }  // namespace keelstone

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 
@@ -111,14 +112,19 @@ bool MergeRuleDatabase(const std::string& from, const std::string& to,
   DeferredLog log(kMergeFunction, kSource);  // goes after the lock
   const auto record = FSResourceAdaptor::Instance().RegisterTable(GuidFromText(domainId),
                                                                   kDbObjectRule, kDbObjectRule);
-  const MutexLock lock(record->mutex);
-  const bool isNew = !FileExists(to);
   CppSQLite3DB source;
   CppSQLite3DB destination;
+  const MutexLock lock(record->mutex);
+  const bool isNew = PathError(to) == ENOENT;
   const bool merged = TableFrame::Attempt(destination, kMerge, log, [&] {
-    OpenDelivered(source, from, to, {kRuleTable, kRuleColumns});
+    try {
+      OpenDelivered(source, from, to, {kRuleTable, kRuleColumns});
+    } catch (const DeliveryError& error) {
+      throw DeliveryError(from + ": " + error.what());
+    }
     if (!MakeParentFolders(to)) throw DeliveryError("the folder of " + to + " cannot be made");
     destination.open(to);
+    destination.requireKnownSchema();
     MergeRows(source, destination, to);
   });
   if (!merged && isNew) RemoveIfEmpty(destination, to);
@@ -233,12 +239,14 @@ bool FSKSDataSyncManager::OverWriteDBFile(const std::string& from, const std::st
       return false;
     }
     std::string failure;
+    CppSQLite3DB source;
     try {
       const MutexLock lock(record->mutex);
-      OverwriteDatabase(from, to, ExpectedTable(dbType));
+      OverwriteDatabase(source, from, to, ExpectedTable(dbType));
       return true;
     } catch (const CppSQLite3Exception& error) {
-      failure = error.errorMessage();
+      failure = error.file().empty() ? "" : error.file() + ": ";
+      failure += error.errorMessage();
     } catch (const DeliveryError& error) {
       failure = error.what();
     }

@@ -19,13 +19,11 @@ constexpr const char* kSelectObjectRules =
 constexpr const char* kSelectUnitRules =
     "select variableDataType,interfacePath,vxNodePathSchema,ruleGenerateType,ruleTypeId,"
     "ruleAlgParameter,isEnable,isDel,variableName,interfaceValue,deviceName,variableSource,param "
-    "from {0} where ";
+    "from {0} where (deviceName = ? and variableSource = ? and param = ? and "
+    "variableSourceType = ?)";
 constexpr const char* kSelectUnitHistories =
     "select HistoryData,variableName,interfaceValue,deviceName,variableSource, param from {0} "
-    "where ";
-constexpr const char* kUnitGroup =
-    "(deviceName = ? and variableSource = ? and param = ? and variableSourceType = ?)";
-constexpr const char* kOr = " OR ";
+    "where (deviceName = ? and variableSource = ? and param = ? and variableSourceType = ?)";
 constexpr const char* kSelectDeviceHistories =
     "select HistoryData,variableName,interfaceValue from {0} where  deviceName = ? and "
     "variableSource = ? and param = ? and variableSourceType = ?";
@@ -38,136 +36,117 @@ constexpr const char* kExistsRule =
 constexpr const char* kSelectSources =
     "select DISTINCT variableSource from {0} where variableSourceType=?";
 
-// SQLite takes an expression at most 1000 levels deep, and each OR is a level.
-constexpr std::size_t kMaxGroups = 900;
-constexpr int kGroupParameters = 4;
-
 using UnitKeys = std::vector<std::shared_ptr<UnitKey>>;
 
-// Where the columns of a definition stand in a query.
-class DefinitionReader {
- public:
-  explicit DefinitionReader(const CppSQLite3Query& query)
-      : variableName_(query.fieldIndex("variableName")),
-        ruleType_(query.fieldIndex("ruleTypeId")),
-        ruleParam_(query.fieldIndex("ruleAlgParameter")),
-        generateType_(query.fieldIndex("ruleGenerateType")),
-        variableType_(query.fieldIndex("variableDataType")) {}
-
-  std::string VariableName(const CppSQLite3Query& query) const {
-    return std::string(query.getStringField(variableName_));
-  }
-
-  std::shared_ptr<RuleDefinitionData> Definition(const CppSQLite3Query& query) const {
-    auto definition = std::make_shared<RuleDefinitionData>();
-    definition->ruleType = query.getIntField(ruleType_, -1);
-    definition->ruleParam = query.getStringField(ruleParam_);
-    definition->ruleGenerateType = query.getIntField(generateType_, -1);
-    definition->variableType = query.getIntField(variableType_, -1);
-    return definition;
-  }
-
- private:
-  int variableName_;
-  int ruleType_;
-  int ruleParam_;
-  int generateType_;
-  int variableType_;
+// Where the columns of a definition stand in a selection.
+struct DefinitionColumns {
+  int variableName;
+  int variableType;
+  int generateType;
+  int ruleType;
+  int ruleParam;
 };
+constexpr DefinitionColumns kObjectRuleColumns{9, 0, 4, 5, 6};
+constexpr DefinitionColumns kUnitRuleColumns{8, 0, 3, 4, 5};
 
-// Files rows under the unit that they name; rows of one unit mostly follow each other.
-template <class Unit>
-class UnitFiler {
+std::shared_ptr<RuleDefinitionData> ReadDefinition(const CppSQLite3Query& query,
+                                                   const DefinitionColumns& columns) {
+  auto definition = std::make_shared<RuleDefinitionData>();
+  definition->ruleType = query.getIntField(columns.ruleType, -1);
+  definition->ruleParam = query.getStringField(columns.ruleParam);
+  definition->ruleGenerateType = query.getIntField(columns.generateType, -1);
+  definition->variableType = query.getIntField(columns.variableType, -1);
+  return definition;
+}
+
+// Files rows by interface value and variable name. They come in the order of the primary
+// key, so the place of a row is mostly the end of the maps.
+template <class Value>
+class RowFiler {
  public:
-  UnitFiler(std::map<std::string, std::shared_ptr<Unit>>& out, const CppSQLite3Query& query)
-      : out_(out),
-        device_(query.fieldIndex("deviceName")),
-        source_(query.fieldIndex("variableSource")),
-        param_(query.fieldIndex("param")),
-        interface_(query.fieldIndex("interfaceValue")) {}
+  using Unit = std::map<std::string, std::map<std::string, Value>>;
+  explicit RowFiler(Unit& unit) : unit_(unit) {}
 
-  auto& InterfaceOf(const CppSQLite3Query& query) {
-    const std::string_view device = query.getStringField(device_);
-    const std::string_view source = query.getStringField(source_);
-    const std::string_view param = query.getStringField(param_);
-    if (unit_ == nullptr || key_.deviceName != device || key_.variableSource != source ||
-        key_.variableParam != param) {
-      key_ = UnitKey(std::string(device), std::string(source), std::string(param));
-      std::shared_ptr<Unit>& unit = out_[key_.GetKeyString()];
-      if (unit == nullptr) unit = std::make_shared<Unit>();
-      unit_ = unit.get();
+  Value& Place(std::string_view interfaceValue, std::string_view variableName) {
+    if (current_ == unit_.end() || current_->first != interfaceValue) {
+      current_ = unit_.try_emplace(unit_.end(), std::string(interfaceValue));
     }
-    return (*unit_)[std::string(query.getStringField(interface_))];
+    auto& values = current_->second;
+    return values.try_emplace(values.end(), std::string(variableName))->second;
   }
 
  private:
-  std::map<std::string, std::shared_ptr<Unit>>& out_;
-  int device_;
-  int source_;
-  int param_;
-  int interface_;
-  UnitKey key_;
-  Unit* unit_ = nullptr;
+  Unit& unit_;
+  typename Unit::iterator current_ = unit_.end();
 };
 
-void BindGroup(CppSQLite3Statement& statement, int first, const UnitKey& key,
-               Enum_VariableSourceType type) {
-  statement.bindStatic(first, key.deviceName);
-  statement.bindStatic(first + 1, key.variableSource);
-  statement.bindStatic(first + 2, key.variableParam);
-  statement.bind(first + 3, static_cast<int>(type));
-}
-
-// The keys without empty pointers.
-std::vector<const UnitKey*> Present(const UnitKeys& keys) {
-  std::vector<const UnitKey*> present;
-  present.reserve(keys.size());
-  for (const auto& key : keys) {
-    if (key != nullptr) present.push_back(key.get());
+void FileDefinitions(CppSQLite3Query query, DevParserRule& out) {
+  constexpr int kInterface = 9;
+  RowFiler<std::shared_ptr<RuleDefinitionData>> filer(out);
+  for (; !query.eof(); query.nextRow()) {
+    filer.Place(query.getStringField(kInterface),
+                query.getStringField(kUnitRuleColumns.variableName)) =
+        ReadDefinition(query, kUnitRuleColumns);
   }
-  return present;
 }
 
-// The keys in order, each once.
-void SortUnique(std::vector<const UnitKey*>& keys) {
+// `interface` is the column of the interface value; -1 files all under the empty one.
+void FileHistories(CppSQLite3Query query, DevParserHistory& out, int interface) {
+  RowFiler<std::string> filer(out);
+  for (; !query.eof(); query.nextRow()) {
+    filer.Place(interface < 0 ? std::string_view() : query.getStringField(interface),
+                query.getStringField(1)) = query.getStringField(0);
+  }
+}
+
+void BindUnit(CppSQLite3Statement& statement, const UnitKey& key, Enum_VariableSourceType type) {
+  statement.bindStatic(1, key.deviceName);
+  statement.bindStatic(2, key.variableSource);
+  statement.bindStatic(3, key.variableParam);
+  statement.bind(4, static_cast<int>(type));
+}
+
+// The keys in order, each once and without empty pointers.
+std::vector<const UnitKey*> SortUnique(const UnitKeys& keys) {
+  std::vector<const UnitKey*> sorted;
+  sorted.reserve(keys.size());
+  for (const auto& key : keys) {
+    if (key != nullptr) sorted.push_back(key.get());
+  }
   const auto tie = [](const UnitKey* key) {
     return std::tie(key->deviceName, key->variableSource, key->variableParam);
   };
-  std::sort(keys.begin(), keys.end(),
+  std::sort(sorted.begin(), sorted.end(),
             [&](const UnitKey* a, const UnitKey* b) { return tie(a) < tie(b); });
-  keys.erase(std::unique(keys.begin(), keys.end(),
-                         [&](const UnitKey* a, const UnitKey* b) { return tie(a) == tie(b); }),
-             keys.end());
+  sorted.erase(std::unique(sorted.begin(), sorted.end(),
+                           [&](const UnitKey* a, const UnitKey* b) { return tie(a) == tie(b); }),
+               sorted.end());
+  return sorted;
 }
 
-// Runs `select` over all units: one statement with a group a key while SQLite takes it,
-// beyond that a statement of one group, bound anew a key, in one read transaction.
-template <class TakeRows>
-void SelectUnits(CppSQLite3DB& db, std::string select, std::vector<const UnitKey*> keys,
-                 Enum_VariableSourceType type, const TakeRows& takeRows) {
-  if (keys.empty()) return;
-  if (keys.size() <= kMaxGroups) {
-    for (std::size_t i = 0; i < keys.size(); ++i) select.append(i == 0 ? "" : kOr) += kUnitGroup;
-    auto statement = db.compileStatement(select);
-    int first = 1;
-    for (const UnitKey* key : keys) {
-      BindGroup(statement, first, *key, type);
-      first += kGroupParameters;
-    }
-    takeRows(statement.execQuery());
-    return;
-  }
-  SortUnique(keys);
-  db.execDML("begin transaction;");
+// Runs `select` for every unit and hands its rows to `file`, with the unit that takes them;
+// a unit without rows gets none. One small statement, bound anew a unit, is faster than one
+// with a group a unit, which SQLite takes a limited number of; a read transaction makes it
+// one reading.
+template <class Unit, class File>
+void SelectUnits(CppSQLite3DB& db, const std::string& select, const UnitKeys& keys,
+                 Enum_VariableSourceType type, std::map<std::string, std::shared_ptr<Unit>>& out,
+                 const File& file) {
+  const std::vector<const UnitKey*> units = SortUnique(keys);
+  if (units.empty()) return;
+  if (units.size() > 1) db.execDML("begin transaction;");
   {
-    auto statement = db.compileStatement(select + kUnitGroup);
-    for (const UnitKey* key : keys) {
-      BindGroup(statement, 1, *key, type);
-      takeRows(statement.execQuery());
-      statement.reset();
+    auto statement = db.compileStatement(select);
+    for (const UnitKey* key : units) {
+      BindUnit(statement, *key, type);
+      CppSQLite3Query query = statement.execQuery();
+      if (query.eof()) continue;
+      std::shared_ptr<Unit>& unit = out[key->GetKeyString()];
+      if (unit == nullptr) unit = std::make_shared<Unit>();
+      file(query, *unit);
     }
   }
-  db.execDML("commit transaction;");
+  if (units.size() > 1) db.execDML("commit transaction;");
 }
 
 }  // namespace
@@ -181,14 +160,9 @@ int KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers(
       *this, HistoryOperation("KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers"),
       [&](CppSQLite3DB& db) {
         inner.emplace("KSObjectRuleSql", "GetMultiRuleHistoryDataBeDevParsers - out");
-        SelectUnits(db, FormatPositional(kSelectUnitHistories, {kHistoryTable}), Present(keys),
-                    type, [&out](CppSQLite3Query query) {
-                      if (query.eof()) return;
-                      UnitFiler<DevParserHistory> filer(out, query);
-                      for (; !query.eof(); query.nextRow()) {
-                        filer.InterfaceOf(query)[std::string(query.getStringField(1))] =
-                            query.getStringField(0);
-                      }
+        SelectUnits(db, FormatPositional(kSelectUnitHistories, {kHistoryTable}), keys, type, out,
+                    [](CppSQLite3Query query, DevParserHistory& unit) {
+                      FileHistories(query, unit, 2);
                     });
       }));
 }
@@ -200,16 +174,8 @@ int KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers(
   return StatusOf(TableFrame::Run(
       *this, RuleOperation("KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers"),
       [&](CppSQLite3DB& db) {
-        SelectUnits(db, FormatPositional(kSelectUnitRules, {kRuleTable}), Present(keys), type,
-                    [&out](CppSQLite3Query query) {
-                      if (query.eof()) return;
-                      UnitFiler<DevParserRule> filer(out, query);
-                      const DefinitionReader reader(query);
-                      for (; !query.eof(); query.nextRow()) {
-                        filer.InterfaceOf(query)[reader.VariableName(query)] =
-                            reader.Definition(query);
-                      }
-                    });
+        SelectUnits(db, FormatPositional(kSelectUnitRules, {kRuleTable}), keys, type, out,
+                    FileDefinitions);
       }));
 }
 
@@ -228,11 +194,10 @@ int KSObjectRuleSql::GetRuleDefinitionDataByDevInf(RuleDefinitionMap& out,
         statement.bindStatic(3, variableSource);
         statement.bindStatic(4, param);
         statement.bind(5, static_cast<int>(type));
-        auto query = statement.execQuery();
-        const DefinitionReader reader(query);
-        for (; !query.eof(); query.nextRow()) {
-          const auto [place, isNew] = out.try_emplace(reader.VariableName(query));
-          if (isNew) place->second = reader.Definition(query);
+        for (auto query = statement.execQuery(); !query.eof(); query.nextRow()) {
+          const auto [place, isNew] =
+              out.try_emplace(std::string(query.getStringField(kObjectRuleColumns.variableName)));
+          if (isNew) place->second = ReadDefinition(query, kObjectRuleColumns);
         }
       }));
   if (status >= 0) return status;
@@ -256,7 +221,7 @@ int KSObjectRuleSql::GetRuleDefinitionDataByDev(DevParserRule& out, const Object
   std::map<std::string, std::shared_ptr<DevParserRule>> units;
   const int status = GetMultiRuleDefinitionDataByDevParsers(units, {key}, kVariableSourceParser);
   const auto unit = units.find(key->GetKeyString());
-  if (unit != units.end() && unit->second != nullptr) out = *unit->second;
+  if (unit != units.end() && unit->second != nullptr) out = std::move(*unit->second);
   return status;
 }
 
@@ -301,11 +266,7 @@ int KSObjectRuleSql::GetRuleHistoryData(DevParserHistory& out, const ObjectDefin
         statement.bindStatic(parameter++, variableSource);
         statement.bindStatic(parameter++, param);
         statement.bind(parameter, static_cast<int>(type));
-        for (auto query = statement.execQuery(); !query.eof(); query.nextRow()) {
-          const auto interface = allInterfaces ? query.getStringField(2) : std::string_view();
-          out[std::string(interface)][std::string(query.getStringField(1))] =
-              query.getStringField(0);
-        }
+        FileHistories(statement.execQuery(), out, allInterfaces ? 2 : -1);
       }));
 }
 

@@ -1,6 +1,7 @@
 #include "storage/ksobjectrulesql.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 #include "diag/fsperformance.h"
@@ -47,37 +48,62 @@ struct DefinitionColumns {
   }
 };
 
-void BindRule(CppSQLite3Statement& statement, const ObjectRuleData& row,
-              const std::string& variableName, const DefinitionColumns& definition) {
-  statement.bindStatic(1, row.object.deviceName);
-  statement.bindStatic(2, row.object.interfaceValue);
-  statement.bindStatic(3, row.variableSource);
-  statement.bindStatic(4, row.variableParam);
-  statement.bindStatic(5, variableName);
-  statement.bind(6, row.variableSourceType);
-  statement.bind(7, definition.variableType);
-  statement.bindStatic(8, row.object.interfacePath);
-  statement.bindStatic(9, row.object.nodePathSchema);
-  statement.bind(10, definition.ruleGenerateType);
-  statement.bind(11, definition.ruleType);
-  statement.bindStatic(12, definition.ruleParam);
-  statement.bind(13, 0);
-  statement.bind(14, 0);
+// Binds the values of one row after the other. What stays the same from row to row, most of
+// a key's texts, stays bound: comparing is cheaper than binding. The rows must live as long
+// as the statement runs.
+template <std::size_t kParameters>
+class RowBinder {
+ public:
+  explicit RowBinder(CppSQLite3Statement& statement) : statement_(statement) {}
+
+  void Bind(int parameter, const std::string& text) {
+    const std::string*& bound = texts_[static_cast<std::size_t>(parameter)];
+    if (bound != nullptr && *bound == text) return;
+    statement_.bindStatic(parameter, text);
+    bound = &text;
+  }
+  void Bind(int parameter, std::int32_t number) {
+    std::optional<std::int32_t>& bound = numbers_[static_cast<std::size_t>(parameter)];
+    if (bound == number) return;
+    statement_.bind(parameter, number);
+    bound = number;
+  }
+  /// For a text that changes where it lies.
+  void BindAnew(int parameter, const std::string& text) { statement_.bindStatic(parameter, text); }
+
+ private:
+  CppSQLite3Statement& statement_;
+  std::array<const std::string*, kParameters + 1> texts_{};
+  std::array<std::optional<std::int32_t>, kParameters + 1> numbers_{};
+};
+
+template <class Binder, class Row>
+void BindKey(Binder& binder, const Row& row, const std::string& variableName) {
+  binder.Bind(1, row.object.deviceName);
+  binder.Bind(2, row.object.interfaceValue);
+  binder.Bind(3, row.variableSource);
+  binder.Bind(4, row.variableParam);
+  binder.Bind(5, variableName);
+  binder.Bind(6, row.variableSourceType);
 }
 
-void BindHistory(CppSQLite3Statement& statement, const ObjectRuleHistoryData& row) {
-  statement.bindStatic(1, row.object.deviceName);
-  statement.bindStatic(2, row.object.interfaceValue);
-  statement.bindStatic(3, row.variableSource);
-  statement.bindStatic(4, row.variableParam);
-  statement.bindStatic(5, row.variableName);
-  statement.bind(6, row.variableSourceType);
-  statement.bindStatic(7, row.history);
+void BindRule(RowBinder<14>& binder, const ObjectRuleData& row, const std::string& variableName,
+              const DefinitionColumns& definition) {
+  BindKey(binder, row, variableName);
+  binder.Bind(7, definition.variableType);
+  binder.Bind(8, row.object.interfacePath);
+  binder.Bind(9, row.object.nodePathSchema);
+  binder.Bind(10, definition.ruleGenerateType);
+  binder.Bind(11, definition.ruleType);
+  binder.BindAnew(12, definition.ruleParam);
+  binder.Bind(13, 0);
+  binder.Bind(14, 0);
 }
 
 void WriteRules(CppSQLite3DB& db, const std::vector<const ObjectRuleData*>& rows,
                 std::vector<ObjectRuleHistoryData>& histories) {
   auto statement = db.compileStatement(FormatPositional(kUpsertRule, {kRuleTable}));
+  RowBinder<14> binder(statement);
   RowBatch batch(db);
   DefinitionColumns columns;
   for (const ObjectRuleData* row : rows) {
@@ -85,9 +111,8 @@ void WriteRules(CppSQLite3DB& db, const std::vector<const ObjectRuleData*>& rows
       if (definition == nullptr) continue;
       columns.Take(*definition);
       batch.BeforeRow();
-      BindRule(statement, *row, variableName, columns);
+      BindRule(binder, *row, variableName, columns);
       statement.execDML();
-      statement.reset();
       if (!columns.history.empty()) {
         histories.push_back({columns.history, row->object, row->variableSource, variableName,
                              row->variableParam, row->variableSourceType});
@@ -188,12 +213,13 @@ int KSObjectRuleSql::WriteHistoryRows(const std::vector<const ObjectRuleHistoryD
   const TableOutcome outcome = TableFrame::Run(*this, operation, [&](CppSQLite3DB& db) {
     inner.emplace("KSObjectRuleSql", "SetRuleHistoryData--inner");
     auto statement = db.compileStatement(FormatPositional(kUpsertHistory, {kHistoryTable}));
+    RowBinder<7> binder(statement);
     RowBatch batch(db);
     for (const ObjectRuleHistoryData* row : rows) {
       batch.BeforeRow();
-      BindHistory(statement, *row);
+      BindKey(binder, *row, row->variableName);
+      binder.BindAnew(7, row->history);
       statement.execDML();
-      statement.reset();
       batch.AfterRow();
     }
     batch.Finish();

@@ -18,6 +18,39 @@ void MoveBehind(Rows& rows, Rows& later) {
               std::make_move_iterator(later.end()));
 }
 
+// Keys in the order that SQLite keeps them in: by bytes.
+int Compare(const ObjectDefine& a, const ObjectDefine& b) noexcept {
+  const int devices = a.deviceName.compare(b.deviceName);
+  return devices != 0 ? devices : a.interfaceValue.compare(b.interfaceValue);
+}
+
+template <class Row>
+int CompareObjects(const Row& a, const Row& b) noexcept {
+  if (const int objects = Compare(a.object, b.object); objects != 0) return objects;
+  const int sources = a.variableSource.compare(b.variableSource);
+  return sources != 0 ? sources : a.variableParam.compare(b.variableParam);
+}
+
+const std::string& NameOf(const ObjectRuleData& row) { return row.definitions.begin()->first; }
+const std::string& NameOf(const ObjectRuleHistoryData& row) { return row.variableName; }
+
+bool HasOneName(const ObjectRuleData& row) { return row.definitions.size() == 1; }
+bool HasOneName(const ObjectRuleHistoryData&) { return true; }
+
+// Rows of several variables keep their order within their object: two of them may hold the
+// same variable.
+template <class Row>
+void SortByKey(std::vector<const Row*>& rows) {
+  const bool byName =
+      std::all_of(rows.begin(), rows.end(), [](const Row* row) { return HasOneName(*row); });
+  const auto isBefore = [byName](const Row* a, const Row* b) {
+    const int objects = CompareObjects(*a, *b);
+    return objects != 0 ? objects < 0 : byName && NameOf(*a) < NameOf(*b);
+  };
+  if (std::is_sorted(rows.begin(), rows.end(), isBefore)) return;
+  std::stable_sort(rows.begin(), rows.end(), isBefore);
+}
+
 template <class Row>
 void PointAt(const std::vector<std::vector<Row>>& batches, std::vector<const Row*>& out) {
   for (const auto& batch : batches) {
@@ -27,29 +60,16 @@ void PointAt(const std::vector<std::vector<Row>>& batches, std::vector<const Row
 
 }  // namespace
 
-std::size_t PendingKeyHash::operator()(const PendingKey& key) const noexcept {
-  std::size_t hash = Combine(0, key.variableName);
-  hash = Combine(hash, key.interfaceValue);
-  hash = Combine(hash, key.variableSource);
-  return Combine(hash, key.param);
-}
-
 PendingUnit::PendingUnit(std::vector<ObjectRuleData> ruleRows,
                          std::vector<ObjectRuleHistoryData> historyRows) {
+  firstDefinition.Reserve(ruleRows.size());
   for (const ObjectRuleData& row : ruleRows) {
-    for (const auto& [variableName, definition] : row.definitions) {
-      if (definition == nullptr) continue;
-      firstDefinition.try_emplace(
-          {row.object.interfaceValue, row.variableSource, row.variableParam, variableName},
-          &definition);
+    for (const auto& entry : row.definitions) {
+      if (entry.second != nullptr) firstDefinition.Add({&row, &entry});
     }
   }
-  firstHistory.reserve(historyRows.size());
-  for (const ObjectRuleHistoryData& row : historyRows) {
-    firstHistory.try_emplace(
-        {row.object.interfaceValue, row.variableSource, row.variableParam, row.variableName},
-        &row.history);
-  }
+  firstHistory.Reserve(historyRows.size());
+  for (const ObjectRuleHistoryData& row : historyRows) firstHistory.Add({&row});
   // Moving a vector leaves its rows where they lie.
   if (!ruleRows.empty()) rules.push_back(std::move(ruleRows));
   if (!historyRows.empty()) history.push_back(std::move(historyRows));
@@ -58,8 +78,8 @@ PendingUnit::PendingUnit(std::vector<ObjectRuleData> ruleRows,
 void PendingUnit::Append(PendingUnit&& later) {
   MoveBehind(rules, later.rules);
   MoveBehind(history, later.history);
-  firstDefinition.merge(later.firstDefinition);
-  firstHistory.merge(later.firstHistory);
+  firstDefinition.Add(later.firstDefinition);
+  firstHistory.Add(later.firstHistory);
 }
 
 std::vector<const PendingUnit*> PendingGeneration::UnitsInOrder() const {
@@ -77,12 +97,14 @@ std::vector<const PendingUnit*> PendingGeneration::UnitsInOrder() const {
 std::vector<const ObjectRuleData*> PendingGeneration::RuleRows() const {
   std::vector<const ObjectRuleData*> out;
   for (const PendingUnit* unit : UnitsInOrder()) PointAt(unit->rules, out);
+  SortByKey(out);
   return out;
 }
 
 std::vector<const ObjectRuleHistoryData*> PendingGeneration::HistoryRows() const {
   std::vector<const ObjectRuleHistoryData*> out;
   for (const PendingUnit* unit : UnitsInOrder()) PointAt(unit->history, out);
+  SortByKey(out);
   return out;
 }
 
@@ -134,10 +156,9 @@ std::shared_ptr<RuleDefinitionData> PendingRows::FindDefinition(std::string_view
                                                                 const PendingKey& key) const {
   std::shared_ptr<RuleDefinitionData> definition;
   LookUp(domainId, unitKey, [&](const PendingUnit& unit) {
-    const auto found = unit.firstDefinition.find(key);
-    if (found == unit.firstDefinition.end()) return false;
-    definition = *found->second;
-    return true;
+    const PendingDefinition found = unit.firstDefinition.Find(key);
+    if (found) definition = found.entry->second;
+    return static_cast<bool>(found);
   });
   return definition;
 }
@@ -145,10 +166,9 @@ std::shared_ptr<RuleDefinitionData> PendingRows::FindDefinition(std::string_view
 bool PendingRows::FindHistory(std::string_view domainId, std::string_view unitKey,
                               const PendingKey& key, std::string& out) const {
   return LookUp(domainId, unitKey, [&](const PendingUnit& unit) {
-    const auto found = unit.firstHistory.find(key);
-    if (found == unit.firstHistory.end()) return false;
-    out = *found->second;
-    return true;
+    const PendingHistory found = unit.firstHistory.Find(key);
+    if (found) out = found.row->history;
+    return static_cast<bool>(found);
   });
 }
 

@@ -17,31 +17,17 @@
 
 #include "engine/ksrulerecords.h"
 #include "platform/mutex.h"
+#include "storage/pending_index.h"
 
 namespace keelstone {
 
-/// What a pending row is looked up by within its unit; views of texts that live elsewhere.
-struct PendingKey {
-  std::string_view interfaceValue;
-  std::string_view variableSource;
-  std::string_view param;
-  std::string_view variableName;
-
-  friend bool operator==(const PendingKey&, const PendingKey&) = default;
-};
-
-struct PendingKeyHash {
-  std::size_t operator()(const PendingKey& key) const noexcept;
-};
-
 /// The pending rows of one unit in order of arrival, and the first row of each key. Rows
-/// stay where they lie as long as the unit lives: the keys view their texts.
+/// stay where they lie as long as the unit lives: the indexes point at them.
 struct PendingUnit {
   std::vector<std::vector<ObjectRuleData>> rules;
   std::vector<std::vector<ObjectRuleHistoryData>> history;
-  std::unordered_map<PendingKey, const std::shared_ptr<RuleDefinitionData>*, PendingKeyHash>
-      firstDefinition;
-  std::unordered_map<PendingKey, const std::string*, PendingKeyHash> firstHistory;
+  PendingIndex<PendingDefinition> firstDefinition;
+  PendingIndex<PendingHistory> firstHistory;
   std::size_t slot = 0;  // of the presence counter
 
   PendingUnit() = default;
@@ -64,7 +50,8 @@ struct PendingGeneration {
   std::unordered_map<std::string, PendingUnit, TextHash, std::equal_to<>> units;
   std::size_t rows = 0;
 
-  /// The rows in order of unit key, then of arrival.
+  /// The rows in the order of the tables' primary key, which is the fastest to write; those
+  /// of one key in order of unit key, then of arrival, so that the last one stays.
   std::vector<const ObjectRuleData*> RuleRows() const;
   std::vector<const ObjectRuleHistoryData*> HistoryRows() const;
 

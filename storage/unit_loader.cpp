@@ -29,6 +29,9 @@ struct LoadingMark {
 // Whether the key's text stands for this unit alone: with the separator in a name, or the
 // half of one at its edge, it may be another's too.
 bool HasOwnText(const UnitKey& key, const std::string& text) {
+  const auto holds = [](const std::string& name) { return name.find('$') != std::string::npos; };
+  if (!holds(key.deviceName) && !holds(key.variableSource) && !holds(key.variableParam))
+    return true;
   UnitKey read;
   return read.LoadKeyString(text) && read.deviceName == key.deviceName &&
          read.variableSource == key.variableSource && read.variableParam == key.variableParam;
@@ -128,22 +131,35 @@ void UnitLoader<Data>::inner_thread_func() {
 template <class Data>
 int UnitLoader<Data>::Load() {
   const LoadingMark mark;
-  Units found;
-  Stamps stamps;
   const auto table = BeginLoad();
+  std::size_t got = 0;
   try {
-    stamps = StampUnits(table->GetDomainId(), newestTaken_);
-    Keys keys;
-    keys.reserve(taken_.size());
-    for (Request& request : taken_) keys.push_back(std::move(request.key));
-    (table.get()->*kind_.query)(found, keys, kVariableSourceParser);
+    for (Requests left(taken_); !left.empty();) {
+      const std::size_t count = std::min(left.size(), kUnitsAQuery);
+      got += LoadSome(*table, left.first(count));
+      left = left.subspan(count);
+    }
   } catch (...) {
-    stamps.clear();  // nothing of it is handed out
-    EndLoad(table.get(), found, stamps);
+    EndLoad();
     throw;
   }
-  const int got = static_cast<int>(found.size());
-  EndLoad(table.get(), found, stamps);
+  EndLoad();
+  return static_cast<int>(got);
+}
+
+template <class Data>
+std::size_t UnitLoader<Data>::LoadSome(KSObjectRuleSql& table, Requests requests) {
+  const Stamps stamps = StampUnits(table.GetDomainId(), requests);
+  Keys keys;
+  keys.reserve(requests.size());
+  for (Request& request : requests) keys.push_back(std::move(request.key));
+  Units found;
+  const std::uint64_t failedBefore = FailedOperationsHere();
+  (table.*kind_.query)(found, keys, kVariableSourceParser);
+  // A unit may have been read in part: its callers read for themselves.
+  if (FailedOperationsHere() != failedBefore) found.clear();
+  const std::size_t got = found.size();
+  Keep(table, found, stamps);
   return got;
 }
 
@@ -151,17 +167,17 @@ int UnitLoader<Data>::Load() {
 // are read before it is asked whether more have come.
 template <class Data>
 typename UnitLoader<Data>::Stamps UnitLoader<Data>::StampUnits(const std::string& domainId,
-                                                               std::uint64_t newest) const {
+                                                               Requests requests) const {
   DBWriteWrapper* const pending = DBWriteWrapper::Instance();
   const auto isPending = [&](const Request& request) {
     return pending->HasPendingRows(domainId, request.key->deviceName);
   };
-  if (std::any_of(taken_.begin(), taken_.end(), isPending)) pending->WriteDomain(domainId);
+  if (std::any_of(requests.begin(), requests.end(), isPending)) pending->WriteDomain(domainId);
   Stamps stamps;
-  stamps.reserve(taken_.size());
-  for (const Request& request : taken_) {
+  stamps.reserve(requests.size());
+  for (const Request& request : requests) {
     Stamp& stamp = stamps[request.key->GetKeyString()];
-    stamp.newestRequest = newest;
+    stamp.newestRequest = newestTaken_;
     stamp.ahead = stamp.ahead || request.ahead;
     stamp.changes = UnitChanges(domainId, request.key->deviceName);
     stamp.incomplete = isPending(request);
@@ -177,11 +193,17 @@ std::shared_ptr<KSObjectRuleSql> UnitLoader<Data>::BeginLoad() {
 }
 
 template <class Data>
-void UnitLoader<Data>::EndLoad(const KSObjectRuleSql* table, Units& found, const Stamps& stamps) {
+void UnitLoader<Data>::EndLoad() {
   const MutexLock lock(cacheMutex_);
   loading_ = false;
   cacheFilled_.NotifyAll();
-  if (table != table_.get()) return;  // another table has been set meanwhile
+}
+
+template <class Data>
+void UnitLoader<Data>::Keep(const KSObjectRuleSql& table, Units& found, const Stamps& stamps) {
+  const MutexLock lock(cacheMutex_);
+  cacheFilled_.NotifyAll();
+  if (&table != table_.get()) return;  // another table has been set meanwhile
   for (auto& [text, data] : found) {
     const auto stamp = stamps.find(text);
     if (stamp == stamps.end() || stamp->second.incomplete) continue;
@@ -214,9 +236,15 @@ std::shared_ptr<Data> UnitLoader<Data>::TakeLoaded(const UnitKey& key, const std
   return data;
 }
 
+// The unit as soon as it is there; nothing when no load runs that could bring it.
 template <class Data>
-void UnitLoader<Data>::AwaitLoad() {
-  while (loading_ && !isLoading) cacheFilled_.Wait(cacheMutex_);
+std::shared_ptr<Data> UnitLoader<Data>::AwaitLoad(const UnitKey& key, const std::string& text,
+                                                  std::uint64_t request) {
+  while (true) {
+    if (auto data = TakeLoaded(key, text, request)) return data;
+    if (!loading_ || isLoading) return nullptr;
+    cacheFilled_.Wait(cacheMutex_);
+  }
 }
 
 template <class Data>
@@ -226,8 +254,7 @@ std::shared_ptr<Data> UnitLoader<Data>::Await(const UnitKey& key, const std::str
     bool isLate = false;
     {
       const MutexLock lock(cacheMutex_);
-      AwaitLoad();
-      if (auto data = TakeLoaded(key, text, request)) return data;
+      if (auto data = AwaitLoad(key, text, request)) return data;
       isLate = !cacheFilled_.WaitUntil(
           cacheMutex_, boost::chrono::steady_clock::now() + boost::chrono::milliseconds(kWaitStep));
     }
@@ -247,8 +274,7 @@ std::shared_ptr<Data> UnitLoader<Data>::Get(const std::shared_ptr<UnitKey>& key)
   if (HasOwnText(*key, text)) {
     {
       const MutexLock lock(cacheMutex_);
-      AwaitLoad();
-      data = TakeLoaded(*key, text, 0);
+      data = AwaitLoad(*key, text, 0);
     }
     if (data == nullptr) data = Await(*key, text, Put(key, false));
   }

@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -48,6 +49,8 @@ class UnitLoader final : private ThreadWrapper {
 
  private:
   static constexpr std::size_t kKeyLimit = 100000;  // keys a load
+  // Units a query: those of one are handed out while the next one runs.
+  static constexpr std::size_t kUnitsAQuery = 1000;
   static constexpr int kWaitAttempts = 10;
   static constexpr int kWaitStep = 10;  // ms
 
@@ -68,6 +71,7 @@ class UnitLoader final : private ThreadWrapper {
     Stamp stamp;
   };
   using Stamps = std::unordered_map<std::string, Stamp>;
+  using Requests = std::span<Request>;
 
   void thread_sleep() override;
   void inner_thread_func() override;
@@ -76,13 +80,16 @@ class UnitLoader final : private ThreadWrapper {
   // False when nothing came in time.
   static bool WaitStep(Condition& condition, Mutex& mutex) KS_REQUIRES(mutex);
 
-  Stamps StampUnits(const std::string& domainId, std::uint64_t newest) const;
+  Stamps StampUnits(const std::string& domainId, Requests requests) const;
   std::shared_ptr<KSObjectRuleSql> BeginLoad();
-  void EndLoad(const KSObjectRuleSql* table, Units& found, const Stamps& stamps);
+  std::size_t LoadSome(KSObjectRuleSql& table, Requests requests);
+  void Keep(const KSObjectRuleSql& table, Units& found, const Stamps& stamps);
+  void EndLoad();
   bool IsUnchanged(const UnitKey& key, const Entry& entry) const KS_REQUIRES(cacheMutex_);
   std::shared_ptr<Data> TakeLoaded(const UnitKey& key, const std::string& text,
                                    std::uint64_t request) KS_REQUIRES(cacheMutex_);
-  void AwaitLoad() KS_REQUIRES(cacheMutex_);
+  std::shared_ptr<Data> AwaitLoad(const UnitKey& key, const std::string& text,
+                                  std::uint64_t request) KS_REQUIRES(cacheMutex_);
   std::shared_ptr<Data> Await(const UnitKey& key, const std::string& text, std::uint64_t request);
 
   const Kind kind_;
@@ -95,8 +102,8 @@ class UnitLoader final : private ThreadWrapper {
   std::vector<Request> taken_;
   std::uint64_t newestTaken_ = 0;
 
-  // Guards what follows; innermost. While loading_ is set callers wait as if the loader
-  // held it, but no database work and no logging is done under it.
+  // Guards what follows; innermost. While loading_ is set callers wait for their unit as if
+  // the loader held it, but no database work and no logging is done under it.
   mutable Mutex cacheMutex_;
   Condition cacheFilled_;
   std::unordered_map<std::string, Entry> cache_ KS_GUARDED_BY(cacheMutex_);

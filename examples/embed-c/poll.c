@@ -9,21 +9,23 @@
 #include <keelstone.h>
 #include <stdio.h>
 
-static int failed(const char *what) {
+static int failed(const char* what) {
   fprintf(stderr, "%s: %s\n", what, ks_last_error());
   return 1;
 }
 
 /* One parser run: values in, findings out, what was learned kept. */
-static ks_status evaluate(ks_domain *domain, int poll) {
-  const ks_run_info info = {.device = "r1", .source = "bgp_summary", .time = 1700000000 + 60 * poll};
+static ks_status evaluate(ks_domain* domain, int poll) {
+  const ks_run_info info = {
+      .device = "r1", .source = "bgp_summary", .time = 1700000000 + 60 * poll};
   const int lost = poll == 20;
-  ks_run *run;
+  ks_run* run;
   ks_summary found;
   ks_status status = ks_run_start(domain, &info, sizeof info, &run);
   if (status != KS_OK) return status;
 
-  status = ks_run_add_string(run, "state", "10.0.12.2", lost ? "Idle" : "Established", KS_TERMINATED);
+  status =
+      ks_run_add_string(run, "state", "10.0.12.2", lost ? "Idle" : "Established", KS_TERMINATED);
   if (status == KS_OK) status = ks_run_add_int64(run, "prefixes", "10.0.12.2", lost ? 0 : 12);
   if (status == KS_OK) status = ks_run_evaluate(run);
   if (status == KS_OK) status = ks_run_summary(run, &found, sizeof found);
@@ -39,13 +41,13 @@ static ks_status evaluate(ks_domain *domain, int poll) {
   return status;
 }
 
-static void print_line(int32_t level, const char *text, void *user) {
+static void print_line(int32_t level, const char* text, void* user) {
   (void)level;
-  fprintf((FILE *)user, "%s\n", text);
+  fprintf((FILE*)user, "%s\n", text);
 }
 
-int main(int argc, char **argv) {
-  ks_domain *domain;
+int main(int argc, char** argv) {
+  ks_domain* domain;
   if (argc != 2) return fprintf(stderr, "usage: poll-c ROOT\n"), 2;
   if (ks_set_root(argv[1]) != KS_OK) return failed("root");
   ks_set_logger(print_line, stderr);

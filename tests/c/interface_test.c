@@ -13,29 +13,29 @@
 
 static int failures = 0;
 
-static void fail(int line, const char *what) {
+static void fail(int line, const char* what) {
   ++failures;
   fprintf(stderr, "interface_test.c:%d: %s (last error: %s)\n", line, what, ks_last_error());
 }
 
-#define CHECK(condition) \
-  do {                   \
+#define CHECK(condition)                          \
+  do {                                            \
     if (!(condition)) fail(__LINE__, #condition); \
   } while (0)
 #define IS(expected, call) CHECK((call) == (expected))
 #define OK(call) IS(KS_OK, call)
 #define SAME(a, b) CHECK(strcmp(a, b) == 0)
 
-static ks_domain *new_domain(const char *id) {
-  ks_domain *domain = NULL;
+static ks_domain* new_domain(const char* id) {
+  ks_domain* domain = NULL;
   OK(ks_domain_create(id, NULL, &domain));
   OK(ks_domain_enrol(domain, 1));
   return domain;
 }
 
-static ks_run *new_run(ks_domain *domain, const char *device, int poll) {
+static ks_run* new_run(ks_domain* domain, const char* device, int poll) {
   ks_run_info info;
-  ks_run *run = NULL;
+  ks_run* run = NULL;
   memset(&info, 0, sizeof info);
   info.device = device;
   info.source = "bgp";
@@ -48,8 +48,8 @@ static ks_run *new_run(ks_domain *domain, const char *device, int poll) {
   return run;
 }
 
-static ks_status start_with(ks_domain *domain, const char *device, const char *source, int64_t time,
-                            ks_run **run) {
+static ks_status start_with(ks_domain* domain, const char* device, const char* source, int64_t time,
+                            ks_run** run) {
   ks_run_info info;
   memset(&info, 0, sizeof info);
   info.device = device;
@@ -58,30 +58,30 @@ static ks_status start_with(ks_domain *domain, const char *device, const char *s
   return ks_run_start(domain, &info, sizeof info, run);
 }
 
-static ks_summary summary_of(ks_run *run) {
+static ks_summary summary_of(ks_run* run) {
   ks_summary summary;
   memset(&summary, 0xFF, sizeof summary);
   OK(ks_run_summary(run, &summary, sizeof summary));
   return summary;
 }
 
-static void finish(ks_run *run) {
+static void finish(ks_run* run) {
   OK(ks_run_evaluate(run));
   OK(ks_run_store(run));
   OK(ks_run_close(run));
 }
 
 /* The table of routes, typed: its rows turned round after the broken poll. */
-static void add_routes(ks_run *run, int poll) {
-  static const char *const columns[] = {"prefix", "metric", "age"};
-  static const char *const keys[] = {"metric", "prefix"};
+static void add_routes(ks_run* run, int poll) {
+  static const char* const columns[] = {"prefix", "metric", "age"};
+  static const char* const keys[] = {"metric", "prefix"};
   const int swapped = poll > BROKEN_POLL;
   ks_cell cells[6];
   ks_table table;
   memset(cells, 0, sizeof cells);
   memset(&table, 0, sizeof table);
   for (int row = 0; row < 2; ++row) {
-    ks_cell *cell = cells + 3 * row;
+    ks_cell* cell = cells + 3 * row;
     cell[0].type = KS_STRING;
     cell[0].text = (row == swapped) ? "10.1.0.0/16trailing" : "10.2.0.0/16trailing";
     cell[0].length = 11;
@@ -99,7 +99,7 @@ static void add_routes(ks_run *run, int poll) {
   OK(ks_run_add_table(run, "routes", NULL, &table, sizeof table));
 }
 
-static void add_all(ks_run *run, int poll) {
+static void add_all(ks_run* run, int poll) {
   const int broken = poll == BROKEN_POLL;
   char json[256];
   OK(ks_run_add_int64(run, "prefixes", "10.0.12.2", broken ? 0 : 12));
@@ -109,15 +109,16 @@ static void add_all(ks_run *run, int poll) {
                        broken ? KS_TERMINATED : 11));
   add_routes(run, poll);
   /* What the typed table holds, written as a document: they must come to one digest. */
-  snprintf(json, sizeof json,
-           "[{\"name\":\"routes2\",\"keys\":[\"prefix\",\"metric\"],\"value\":[{\"prefix\":\"10.2.0.0/"
-           "16\",\"metric\":%s},{\"prefix\":\"10.1.0.0/16\",\"metric\":%s}]},"
-           "{\"name\":\"unread\",\"value\":null}]",
-           broken ? "2.5" : "1.5", broken ? "2.5" : "1.5");
+  snprintf(
+      json, sizeof json,
+      "[{\"name\":\"routes2\",\"keys\":[\"prefix\",\"metric\"],\"value\":[{\"prefix\":\"10.2.0.0/"
+      "16\",\"metric\":%s},{\"prefix\":\"10.1.0.0/16\",\"metric\":%s}]},"
+      "{\"name\":\"unread\",\"value\":null}]",
+      broken ? "2.5" : "1.5", broken ? "2.5" : "1.5");
   OK(ks_run_add_json(run, json, strlen(json)));
 }
 
-static int has_alert(ks_run *run, const char *variable, ks_alert *alert) {
+static int has_alert(ks_run* run, const char* variable, ks_alert* alert) {
   const ks_summary summary = summary_of(run);
   for (size_t i = 0; i < summary.alerts; ++i) {
     OK(ks_run_alert(run, i, alert, sizeof *alert));
@@ -126,10 +127,11 @@ static int has_alert(ks_run *run, const char *variable, ks_alert *alert) {
   return 0;
 }
 
-static void check_broken(ks_run *run) {
-  static const char *const variables[] = {"prefixes", "load", "share", "state", "routes", "routes2"};
+static void check_broken(ks_run* run) {
+  static const char* const variables[] = {"prefixes", "load",   "share",
+                                          "state",    "routes", "routes2"};
   char digest[64] = "";
-  const char *json = NULL;
+  const char* json = NULL;
   size_t length = 0;
   ks_alert alert;
   for (size_t i = 0; i < sizeof variables / sizeof *variables; ++i) {
@@ -159,7 +161,7 @@ static void check_broken(ks_run *run) {
   IS(KS_ERROR_ARGUMENT, ks_run_alert(run, 0, NULL, sizeof alert));
 }
 
-static void check_learned(ks_run *run) {
+static void check_learned(ks_run* run) {
   const ks_summary summary = summary_of(run);
   ks_rule_update rule;
   ks_golden_value golden;
@@ -186,10 +188,10 @@ static void check_learned(ks_run *run) {
 
 /* The whole way of a device: learned, broken once, quiet again though rows change places. */
 static void learns_and_alerts(void) {
-  ks_domain *domain = new_domain("learns");
+  ks_domain* domain = new_domain("learns");
   int learned = 0;
   for (int poll = 0; poll < POLLS; ++poll) {
-    ks_run *run = new_run(domain, "r1", poll);
+    ks_run* run = new_run(domain, "r1", poll);
     ks_summary summary;
     add_all(run, poll);
     OK(ks_run_evaluate(run));
@@ -214,10 +216,10 @@ static void learns_and_alerts(void) {
 }
 
 /* A domain in which "prefixes" of r1 is learned to be 12. */
-static ks_domain *learned_domain(const char *id, int stored) {
-  ks_domain *domain = new_domain(id);
+static ks_domain* learned_domain(const char* id, int stored) {
+  ks_domain* domain = new_domain(id);
   for (int poll = 0; poll < BROKEN_POLL; ++poll) {
-    ks_run *run = new_run(domain, "r1", poll);
+    ks_run* run = new_run(domain, "r1", poll);
     OK(ks_run_add_int64(run, "prefixes", NULL, 12));
     OK(ks_run_evaluate(run));
     if (stored) OK(ks_run_store(run));
@@ -227,13 +229,14 @@ static ks_domain *learned_domain(const char *id, int stored) {
   return domain;
 }
 
-static int alerts_of(ks_domain *domain) {
-  ks_run *run = NULL;
+static int alerts_of(ks_domain* domain) {
+  ks_run* run = NULL;
   int alerts;
-  OK(ks_run_start_json(domain,
-                       "{\"time\":1700009000,\"device\":\"r1\",\"source\":\"bgp\",\"param\":\"all\","
-                       "\"onDemand\":true,\"variables\":[{\"name\":\"prefixes\",\"value\":0}]}",
-                       KS_TERMINATED, &run));
+  OK(ks_run_start_json(
+      domain,
+      "{\"time\":1700009000,\"device\":\"r1\",\"source\":\"bgp\",\"param\":\"all\","
+      "\"onDemand\":true,\"variables\":[{\"name\":\"prefixes\",\"value\":0}]}",
+      KS_TERMINATED, &run));
   OK(ks_run_evaluate(run));
   alerts = (int)summary_of(run).alerts;
   OK(ks_run_close(run));
@@ -241,18 +244,18 @@ static int alerts_of(ks_domain *domain) {
 }
 
 static void only_stored_runs_leave_a_trace(void) {
-  ks_domain *stored = learned_domain("stored", 1);
-  ks_domain *unstored = learned_domain("unstored", 0);
+  ks_domain* stored = learned_domain("stored", 1);
+  ks_domain* unstored = learned_domain("unstored", 0);
   CHECK(alerts_of(stored) == 1);
   CHECK(alerts_of(unstored) == 0);
   OK(ks_domain_close(stored));
   OK(ks_domain_close(unstored));
 }
 
-static void merges_and_cleans(const char *root) {
-  static const char *const kept[] = {"ospf", "bgp"};
-  ks_domain *from = learned_domain("from", 1);
-  ks_domain *to = new_domain("to");
+static void merges_and_cleans(const char* root) {
+  static const char* const kept[] = {"ospf", "bgp"};
+  ks_domain* from = learned_domain("from", 1);
+  ks_domain* to = new_domain("to");
   char file[4096];
   snprintf(file, sizeof file, "%s/data/FSParserData/from/KSObjectRule.db", root);
   /* The definition that a merged rule needs comes with enrolment; histories stay. */
@@ -274,9 +277,9 @@ static void merges_and_cleans(const char *root) {
 }
 
 static void rejects_what_is_not_defined(void) {
-  const char *name = NULL;
-  ks_domain *domain = NULL;
-  ks_run *run;
+  const char* name = NULL;
+  ks_domain* domain = NULL;
+  ks_run* run;
   OK(ks_domain_create("defines", "{\"intRange\":{\"stdCoefficient\":4}}", &domain));
   OK(ks_domain_define(domain, "bgp", "state", KS_STRING, 0));
   IS(KS_ERROR_ARGUMENT, ks_domain_define(domain, "bgp", "state", KS_BOOL, 0));
@@ -294,13 +297,17 @@ static void rejects_what_is_not_defined(void) {
 }
 
 static void answers_bad_input(void) {
-  static const char *const documents[] = {
-      "", "[", "{}", "[{\"name\":\"a\"}]", "[{\"name\":\"a\",\"value\":1},{\"name\":2,\"value\":1}]",
-      "{\"name\":\"a\",\"type\":\"int64\",\"value\":\"x\"}", "{\"name\":\"a\",\"value\":\"\xff\"}"};
-  static const char *const columns[] = {"a", "a"};
-  ks_domain *domain = new_domain("bad");
-  ks_domain *none = domain;
-  ks_run *run = NULL;
+  static const char* const documents[] = {"",
+                                          "[",
+                                          "{}",
+                                          "[{\"name\":\"a\"}]",
+                                          "[{\"name\":\"a\",\"value\":1},{\"name\":2,\"value\":1}]",
+                                          "{\"name\":\"a\",\"type\":\"int64\",\"value\":\"x\"}",
+                                          "{\"name\":\"a\",\"value\":\"\xff\"}"};
+  static const char* const columns[] = {"a", "a"};
+  ks_domain* domain = new_domain("bad");
+  ks_domain* none = domain;
+  ks_run* run = NULL;
   ks_cell cell;
   ks_table table;
   struct {
@@ -379,10 +386,10 @@ static void answers_bad_input(void) {
 }
 
 static void answers_wrong_order_and_dead_handles(void) {
-  const char *text = NULL;
+  const char* text = NULL;
   ks_summary summary;
-  ks_domain *domain = new_domain("order");
-  ks_run *run = new_run(domain, "r1", 0);
+  ks_domain* domain = new_domain("order");
+  ks_run* run = new_run(domain, "r1", 0);
   IS(KS_ERROR_STATE, ks_run_store(run));
   IS(KS_ERROR_STATE, ks_run_json(run, &text, NULL));
   IS(KS_ERROR_STATE, ks_run_summary(run, &summary, sizeof summary));
@@ -402,8 +409,8 @@ static void answers_wrong_order_and_dead_handles(void) {
   IS(KS_ERROR_STATE, ks_run_store(run));
   OK(ks_run_json(run, &text, NULL));
 
-  IS(KS_ERROR_HANDLE, ks_run_evaluate((ks_run *)domain));
-  IS(KS_ERROR_HANDLE, ks_domain_flush((ks_domain *)run));
+  IS(KS_ERROR_HANDLE, ks_run_evaluate((ks_run*)domain));
+  IS(KS_ERROR_HANDLE, ks_domain_flush((ks_domain*)run));
   IS(KS_ERROR_HANDLE, ks_domain_close(domain));
   IS(KS_ERROR_HANDLE, ks_domain_enrol(domain, 1));
   IS(KS_ERROR_HANDLE, ks_domain_reload(NULL));
@@ -417,20 +424,20 @@ static void answers_wrong_order_and_dead_handles(void) {
   IS(KS_ERROR_HANDLE, ks_run_add_int64(run, "a", NULL, 1));
 }
 
-static ks_run *logged_run = NULL;
+static ks_run* logged_run = NULL;
 static ks_status inside = KS_OK;
 
-static void meddle(int32_t level, const char *text, void *user) {
+static void meddle(int32_t level, const char* text, void* user) {
   (void)level;
   CHECK(strchr(text, ':') != NULL);
   if (logged_run != NULL) inside = ks_run_add_int64(logged_run, "b", NULL, 1);
-  *(int *)user += 1;
+  *(int*)user += 1;
 }
 
 static void one_call_at_a_time_is_inside_a_run(void) {
   int lines = 0;
-  ks_domain *domain = new_domain("busy");
-  ks_run *run = new_run(domain, "r1", 0);
+  ks_domain* domain = new_domain("busy");
+  ks_run* run = new_run(domain, "r1", 0);
   OK(ks_run_add_int64(run, "a", NULL, 1));
   OK(ks_set_logger(meddle, &lines));
   logged_run = run;
@@ -449,17 +456,17 @@ static void one_call_at_a_time_is_inside_a_run(void) {
 /* ---- Several threads ---- */
 
 struct watcher {
-  ks_domain *domain;
-  ks_run *shared;
-  const char *device;
+  ks_domain* domain;
+  ks_run* shared;
+  const char* device;
   int bad;
   unsigned added;
 };
 
-static void *watch(void *user) {
-  struct watcher *self = user;
+static void* watch(void* user) {
+  struct watcher* self = user;
   for (int poll = 0; poll < POLLS; ++poll) {
-    ks_run *run = new_run(self->domain, self->device, poll);
+    ks_run* run = new_run(self->domain, self->device, poll);
     add_all(run, poll);
     OK(ks_run_evaluate(run));
     self->bad += (int)summary_of(run).alerts;
@@ -479,8 +486,8 @@ struct listener {
   long lines;
 };
 
-static void listen_to(int32_t level, const char *text, void *user) {
-  struct listener *self = user;
+static void listen_to(int32_t level, const char* text, void* user) {
+  struct listener* self = user;
   (void)level;
   (void)text;
   pthread_mutex_lock(&self->mutex);
@@ -492,8 +499,8 @@ static void listen_to(int32_t level, const char *text, void *user) {
 /* Two devices at once on one domain, both also on one run, while the logger is replaced
  * again and again: nobody calls a listener that was taken back. */
 static void threads_keep_apart(void) {
-  ks_domain *domain = new_domain("threads");
-  ks_run *shared = new_run(domain, "shared", 0);
+  ks_domain* domain = new_domain("threads");
+  ks_run* shared = new_run(domain, "shared", 0);
   struct watcher watchers[2];
   pthread_t threads[2];
   long lines = 0;
@@ -506,7 +513,7 @@ static void threads_keep_apart(void) {
     CHECK(pthread_create(&threads[i], NULL, watch, &watchers[i]) == 0);
   }
   for (int i = 0; i < 200; ++i) {
-    struct listener *listener = calloc(1, sizeof *listener);
+    struct listener* listener = calloc(1, sizeof *listener);
     pthread_mutex_init(&listener->mutex, NULL);
     OK(ks_set_logger(listen_to, listener));
     nanosleep(&(struct timespec){0, 500000}, NULL);
@@ -529,8 +536,8 @@ static void threads_keep_apart(void) {
   OK(ks_domain_close(domain));
 }
 
-static void domains_stay_below_their_root(const char *root, const char *other) {
-  ks_domain *domain = new_domain("rooted");
+static void domains_stay_below_their_root(const char* root, const char* other) {
+  ks_domain* domain = new_domain("rooted");
   OK(ks_domain_close(domain));
   OK(ks_set_root(other));
   IS(KS_ERROR_STATE, ks_domain_create("rooted", NULL, &domain));

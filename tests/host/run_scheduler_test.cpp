@@ -25,6 +25,7 @@ std::unique_ptr<Run> MakeRun(const std::string& domain, const std::string& devic
   run->parsed.device = device;
   run->parsed.time = number;
   run->bytes = 10;
+  run->parsed.variables.resize(1);
   static const std::map<std::string, Domain> kDomains = {
       {"d0", {"d0", nullptr}}, {"d1", {"d1", nullptr}}, {"d2", {"d2", nullptr}}};
   const auto known = kDomains.find(domain);
@@ -142,7 +143,9 @@ TEST(RunScheduler, KeepsUnitsInOrderAndFlushedForAnyNumberOfThreads) {
     for (const std::size_t window : {1U, 7U, 4096U}) {
       std::mt19937 random(threads * 100 + static_cast<unsigned>(window));
       CheckingWork work;
-      RunScheduler scheduler(work, {.threads = threads, .runs = window});
+      RunScheduler scheduler(
+          work,
+          {.threads = threads, .runs = window, .valuesWorthAFlush = threads == 8 ? 5U : 6000U});
       ASSERT_TRUE(scheduler.Submit(RandomRuns(random, 3000)));
       scheduler.Finish();
       EXPECT_EQ(work.delivered, UpTo(3000));
@@ -165,6 +168,23 @@ TEST(RunScheduler, OneFlushServesAllUnitsOfADomain) {
   submitted.count_down();
   scheduler.Finish();
   EXPECT_EQ(work.flushes(), 2);  // none is needed after the last round
+}
+
+TEST(RunScheduler, FlushesManyValuesBeforeNothingElseIsLeftToDo) {
+  CheckingWork work;
+  int evaluatedAtFirst = 0;
+  work.duringFlush = [&] {
+    if (evaluatedAtFirst == 0) evaluatedAtFirst = work.evaluated();
+  };
+  RunScheduler scheduler(work, {.threads = 2, .valuesWorthAFlush = 20});
+  Runs runs;
+  for (std::int32_t i = 1; i <= 1000; ++i) {
+    runs.push_back(MakeRun("d0", std::to_string(i % 500), i));
+  }
+  ASSERT_TRUE(scheduler.Submit(std::move(runs)));
+  scheduler.Finish();
+  EXPECT_EQ(work.delivered, UpTo(1000));
+  EXPECT_LT(evaluatedAtFirst, 250);
 }
 
 TEST(RunScheduler, EvaluatesOtherUnitsDuringAFlush) {
