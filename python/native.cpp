@@ -53,15 +53,12 @@ class Run {
   void Evaluate() {
     Released([&] { return ks_run_evaluate(handle_); });
   }
+  void Explain() { Check(ks_run_explain(handle_)); }
   void Store() {
     Released([&] { return ks_run_store(handle_); });
   }
-  py::str Json() {
-    const char* text = nullptr;
-    std::size_t length = 0;
-    Released([&] { return ks_run_json(handle_, &text, &length); });
-    return py::str(text, length);
-  }
+  py::str Json() { return Text(&ks_run_json); }
+  py::str Explanations() { return Text(&ks_run_explanations); }
   py::tuple Summary() {
     ks_summary summary = {};
     Released([&] { return ks_run_summary(handle_, &summary, sizeof summary); });
@@ -70,6 +67,12 @@ class Run {
   }
 
  private:
+  py::str Text(ks_status (*call)(ks_run*, const char**, std::size_t*)) {
+    const char* text = nullptr;
+    std::size_t length = 0;
+    Released([&] { return call(handle_, &text, &length); });
+    return py::str(text, length);
+  }
   py::list Rejected(std::uint64_t count) {
     py::list names;
     for (std::uint64_t index = 0; index < count; ++index) {
@@ -194,6 +197,8 @@ PYBIND11_MODULE(_native, module) {
       .def("evaluate", &Run::Evaluate)
       .def("store", &Run::Store)
       .def("json", &Run::Json)
+      .def("explain", &Run::Explain)
+      .def("explanations", &Run::Explanations)
       .def("summary", &Run::Summary);
   py::class_<Domain>(module, "Domain")
       .def_static("open", &Domain::Open, py::arg("id"), py::arg("create"),

@@ -88,8 +88,9 @@ class Run:
         self._pending.extend(entries)
         return self
 
-    def evaluate(self, *, store: bool = True) -> Result:
-        """Evaluates, once. With `store=False` nothing of the run is kept."""
+    def evaluate(self, *, store: bool = True, explain: bool = True) -> Result:
+        """Evaluates, once. With `store=False` nothing of the run is kept; with
+        `explain=False` alerts have no explanation and cost less."""
         if self._result is not None:
             raise UsageError("the run has been evaluated")
         if self._pending:
@@ -99,10 +100,13 @@ class Run:
                 raise InputError(str(error)) from error
             self._native.add_json(text)
             self._pending = []
+        if explain:
+            self._native.explain()
         self._native.evaluate()
         if store:
             self._native.store()
-        self._result = Result._of(self._native.json(), self._native.summary())
+        explanations = self._native.explanations() if explain else "[]"
+        self._result = Result._of(self._native.json(), explanations, self._native.summary())
         return self._result
 
     @property
@@ -152,6 +156,7 @@ class Domain:
         param: str = "",
         on_demand: bool = False,
         store: bool = True,
+        explain: bool = True,
     ) -> Result:
         """Evaluates what a parser gave.
 
@@ -162,7 +167,7 @@ class Domain:
           variable's name. Lists inside are tables; `keys={"routes": ["prefix"]}`.
 
         `time` is that of the values: seconds since the epoch or a datetime, now when left
-        out. `on_demand` checks and learns nothing.
+        out. `on_demand` checks and learns nothing; `store` and `explain` as in `Run.evaluate`.
         """
         run = self.run(device, source, time=time, param=param, on_demand=on_demand)
         if isinstance(values, Mapping):
@@ -179,7 +184,7 @@ class Domain:
             run.add_rows(values, interface)
         else:
             raise InputError("a list of rows needs interface=… or table=…, with its keys")
-        return run.evaluate(store=store)
+        return run.evaluate(store=store, explain=explain)
 
     def run(
         self,

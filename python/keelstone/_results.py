@@ -5,6 +5,7 @@ from __future__ import annotations
 import json
 from dataclasses import asdict, dataclass, field
 from datetime import datetime, timezone
+from itertools import zip_longest
 from typing import Any, Optional
 
 RULE_TYPES = (
@@ -53,6 +54,13 @@ class Alert(_Item):
     """What came instead, as text; None for variables with very long names."""
     time: int
     """Of the value, seconds since the epoch."""
+    explanation: Optional[dict[str, Any]] = field(default=None, repr=False)
+    """What was expected, why and since when, as `keelstone evaluate --explain` tells it."""
+
+    @property
+    def sentence(self) -> str:
+        """The alert in words."""
+        return self.explanation["sentence"] if self.explanation else str(self)
 
     @property
     def at(self) -> datetime:
@@ -62,7 +70,7 @@ class Alert(_Item):
         return f"{self._where()}: {self.value} breaks {self.rule} {json.dumps(self.parameter)}"
 
     @classmethod
-    def _of(cls, item: dict[str, Any]) -> Alert:
+    def _of(cls, item: dict[str, Any], explanation: Optional[dict[str, Any]]) -> Alert:
         info = _decoded(item["RuleParam"])
         info = info if isinstance(info, dict) else {}
         return cls(
@@ -75,6 +83,7 @@ class Alert(_Item):
             parameter=_decoded(info.get("_p", "")),
             value=info.get("_v"),
             time=item["LiveTime"],
+            explanation=explanation,
         )
 
 
@@ -155,11 +164,14 @@ class Result:
         )
 
     @classmethod
-    def _of(cls, document: str, summary: tuple[int, bool, bool, list[str]]) -> Result:
+    def _of(
+        cls, document: str, explanations: str, summary: tuple[int, bool, bool, list[str]]
+    ) -> Result:
         items = json.loads(document)
+        alerts = zip_longest(items["alertItems"], json.loads(explanations))
         variables, blocked, engine_on, rejected = summary
         return cls(
-            alerts=[Alert._of(item) for item in items["alertItems"]],
+            alerts=[Alert._of(item, explanation) for item, explanation in alerts],
             rules=[RuleUpdate._of(item) for item in items["ruleItems"]],
             golden_values=[GoldenValue._of(item) for item in items["valueItems"]],
             rejected=rejected,
