@@ -6,14 +6,17 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "calc/ksrulealgmgr.h"
 #include "calc/rulesettings.h"
+#include "engine/explainer.h"
 #include "engine/ksruleinstance.h"
 #include "engine/ksrulerecords.h"
 #include "model/irulebase.h"
+#include "storage/dbwritewrapper.h"
 #include "storage/ksdatamanagersql.h"
 
 namespace keelstone {
@@ -48,19 +51,37 @@ class KSRuleInstance::Evaluation {
   void SerializeLocalDB();
 
   std::shared_ptr<KSRuleUpdateResultData> results() const { return results_; }
+  void SetExplain(bool on) { explainer_ = on ? std::make_unique<Explainer>() : nullptr; }
+  const Explainer* explainer() const { return explainer_.get(); }
   void SetOnlyUpdateKSValue() { onDemandTask_ = true; }
   bool IsOndemandTask() const { return onDemandTask_; }
 
  private:
-  /// A variable's definition for the length of one evaluation. `own` is this evaluation's
-  /// copy, which rules read and write; `shared` is the record that others hold too, empty
-  /// while the definition is new.
+  /// What is there of a variable, where it lies.
+  struct Found {
+    std::shared_ptr<RuleDefinitionData> record;  // pending or loaded; empty without either
+    const std::string* loadedHistory = nullptr;  // in histories_
+    bool mayHavePending = false;                 // rows of the unit wait to be written
+    bool isPending = false;                      // the record is one of them
+    bool isOurs = false;                         // nobody else can hold the record
+  };
+
+  /// A variable's definition for the length of one evaluation. `own` is what rules read and
+  /// write: the record itself where it is ours, else this evaluation's copy. `shared` is the
+  /// record that was found, empty while the definition is new.
   struct Definition {
     std::shared_ptr<RuleDefinitionData> own;
     std::shared_ptr<RuleDefinitionData> shared;
+    std::string_view history;  // what is known of the variable so far
+    std::string heldHistory;   // where `history` lies if nowhere else
     bool isNew = false;
 
     const std::shared_ptr<RuleDefinitionData>& record() const { return shared ? shared : own; }
+    bool IsCopy() const { return shared && shared != own; }
+    void Hold(std::string text) {
+      heldHistory = std::move(text);
+      history = heldHistory;
+    }
   };
 
   /// What was found out about one value.
@@ -77,9 +98,11 @@ class KSRuleInstance::Evaluation {
 
   template <class Read>
   bool Load(const char* label, Read read);
-  std::optional<Definition> FindDefinition(const VarInfo& variable);
-  std::optional<Definition> FindNewDefinition(const VarInfo& variable) const;
-  void TakeHistoryText(const VarInfo& variable, RuleDefinitionData& definition) const;
+  Found Find(const VarInfo& variable);
+  bool TryCheckOnly(const VarInfo& variable, const Found& found);
+  bool TakeDefinition(const VarInfo& variable, const Found& found, Definition& definition) const;
+  bool TakeNewDefinition(const VarInfo& variable, Definition& definition) const;
+  void TakeHistoryText(const VarInfo& variable, const Found& found, Definition& definition) const;
   bool TakeVariableType(const VarInfo& variable, const Definition& definition) const;
   bool IsFiltered(const std::string& interfaceValue);
 
@@ -91,18 +114,21 @@ class KSRuleInstance::Evaluation {
   bool TimeIntervalLessThanThreshold(const Judgement& judgement) const;
   void Conclude(const VarInfo& variable, const Definition& definition,
                 const std::shared_ptr<KSDataBase>& point, const Judgement& judgement);
+  bool CheckAlert(const VarInfo& variable, const Definition& definition,
+                  const std::shared_ptr<KSDataBase>& point, const Judgement& judgement);
   void GenerateHistoryData(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
                            HistoryDataBase& history);
   void LogRefusedHistory(const VarInfo& variable);
 
   ObjectDefine MakeObject(const std::string& interfaceValue) const;
-  void CollectAlertRueslt(const VarInfo& variable, const RuleDefinitionData& definition);
+  void CollectAlertRueslt(const VarInfo& variable, std::int32_t ruleType,
+                          const std::string& ruleParam);
   void CollectRuleUpdateRueslt(const VarInfo& variable, const Definition& definition);
   void CollectHistory(const VarInfo& variable, std::string historyText);
   void UpdateKSValueResultItem(const VarInfo& variable, const IRuleBase& rule,
                                const RuleDefinitionData& definition);
   void RuleUpdateResultItem(const VarInfo& variable, const IRuleBase& rule,
-                            const RuleDefinitionData& definition);
+                            const RuleDefinitionData& definition, bool isLearned);
 
   const Subject subject_;
   bool onDemandTask_;
@@ -113,9 +139,17 @@ class KSRuleInstance::Evaluation {
   const std::int32_t intervalTime_;  // s
   const std::size_t strValueLength_;
   const std::shared_ptr<KSRuleUpdateResultData> results_;
+  std::unique_ptr<Explainer> explainer_;  // empty: nothing is explained
 
   DevParserRule rules_;
   DevParserHistory histories_;
+  // Where the last variable was: they mostly come interface by interface.
+  DevParserRule::iterator rulesOfInterface_ = rules_.end();
+  DevParserHistory::iterator historiesOfInterface_ = histories_.end();
+  std::optional<PendingMark> pendingMark_;  // from the first variable on
+  // Whether others may have come to hold records of rules_: a host that handed them over,
+  // the write-behind cache after it got rows.
+  bool mayBeShared_ = false;
   bool areRulesGiven_ = false;
   bool areHistoriesGiven_ = false;
   std::vector<ObjectRuleData> pendingRules_;

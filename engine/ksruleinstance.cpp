@@ -81,4 +81,17 @@ void KSRuleInstance::SetOnlyUpdateKSValue() { evaluation_->SetOnlyUpdateKSValue(
 
 bool KSRuleInstance::IsOndemandTask() const { return evaluation_->IsOndemandTask(); }
 
+void KSRuleInstance::SetExplain(bool on) { evaluation_->SetExplain(on); }
+
+const std::vector<KSAlertExplanation>& KSRuleInstance::GetExplanations() const {
+  static const std::vector<KSAlertExplanation> kNone;
+  const Explainer* const explainer = evaluation_->explainer();
+  return explainer == nullptr ? kNone : explainer->explanations();
+}
+
+EnumVerdict KSRuleInstance::GetLastVerdict() const {
+  const Explainer* const explainer = evaluation_->explainer();
+  return explainer == nullptr ? kVerdictNone : explainer->verdict();
+}
+
 }  // namespace keelstone

@@ -9,6 +9,7 @@
 
 #include "engine/ksrulerecords.h"
 #include "platform/export.h"
+#include "results/explanation.h"
 #include "results/keelstoneupdateruledata.h"
 
 namespace keelstone {
@@ -67,6 +68,16 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// of prescribed rules still follow.
   void SetOnlyUpdateKSValue();
   bool IsOndemandTask() const;
+
+  /// Whether alerts are explained and verdicts kept from here on; what was explained before
+  /// is dropped. Off at first: nothing of it costs anything then.
+  void SetExplain(bool on);
+  /// One explanation an alert since SetExplain(true), in the order of GetKSAlertResults;
+  /// the next ProcessVariable may move them. None while nothing is explained.
+  const std::vector<KSAlertExplanation>& GetExplanations() const;
+  /// What became of the value that was handed over last; kVerdictNone while nothing is
+  /// explained.
+  EnumVerdict GetLastVerdict() const;
 
  private:
   class Evaluation;

@@ -221,7 +221,7 @@ int RunBlockList(const BlockOptions& options) {
   std::vector<BlockPeriod> periods;
   try {
     CppSQLite3DB db;
-    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
     periods = ReadPeriods(db);
   } catch (const CppSQLite3Exception& error) {
     return Fail(kListName, error.what(), kExitUnusable);
@@ -257,7 +257,7 @@ int RunBlockRemove(const BlockOptions& options) {
   try {
     CppSQLite3DB db;
     db.open(DomainDatabase(kDbBlockSetting, options.common.domain),
-            options.dryRun ? CppSQLite3DB::Mode::kReadOnly : CppSQLite3DB::Mode::kReadWrite);
+            options.dryRun ? CppSQLite3DB::Mode::kReadWrite : CppSQLite3DB::Mode::kReadWrite);
     if (!options.dryRun) db.execDML("begin immediate transaction;");
     periods = Choose(db, {options.ids.begin(), options.ids.end()}, fault);
     if (!fault.empty()) return Fail(kRemoveName, fault, kExitUnusable);

@@ -21,19 +21,27 @@ std::string Named(const std::string& domainId) {
 DomainRegistry::DomainRegistry(Console& console, bool enroll, bool writes)
     : console_(console), enroll_(enroll), writes_(writes) {}
 
-bool DomainRegistry::Refuse(const std::string& id, const std::string& why) {
-  fault_ = Named(id) + " cannot be used: " + Printable(why);
+bool DomainRegistry::NoteFault(const std::string& id, const std::string& why) {
+  faults_.push_back(Named(id) + " cannot be used: " + Printable(why) +
+                    "; the values of its runs are rejected");
   return false;
+}
+
+void DomainRegistry::Refuse(Entry& entry) {
+  auto refused = std::make_unique<Domain>();
+  refused->id = entry.domain.id;
+  refused->usable = false;
+  entry.refused = std::move(refused);
 }
 
 bool DomainRegistry::PrepareFiles(const std::string& id) {
   using Condition = DomainCheck::Condition;
   const DomainCheck check = CheckDomain(id, writes_);
-  if (check.condition == Condition::kUnusable) return Refuse(id, check.detail);
+  if (check.condition == Condition::kUnusable) return NoteFault(id, check.detail);
   if (check.condition == Condition::kComplete) return true;
   if (enroll_) {
     const std::string failure = MakeDomain(id, DefaultGeneralSettings());
-    return failure.empty() || Refuse(id, failure);
+    return failure.empty() || NoteFault(id, failure);
   }
   const std::string remedy =
       "; `keelstone init` with this domain makes what is missing, and "
@@ -46,10 +54,17 @@ bool DomainRegistry::PrepareFiles(const std::string& id) {
 }
 
 const Domain* DomainRegistry::Find(const std::string& id) {
-  if (const auto known = entries_.find(id); known != entries_.end()) return &known->second->domain;
-  if (!PrepareFiles(id)) return nullptr;
+  if (const auto known = entries_.find(id); known != entries_.end()) {
+    const Entry& entry = *known->second;
+    return entry.refused ? entry.refused.get() : &entry.domain;
+  }
   auto entry = std::make_unique<Entry>();
   Domain& domain = entry->domain;
+  if (!PrepareFiles(id)) {
+    domain.id = id;
+    Refuse(*entry);
+    return entries_.emplace(id, std::move(entry)).first->second->refused.get();
+  }
   domain = Domain::Of(id);
   if (!domain.engineOn) {
     console_.Say(Named(id) +
@@ -62,6 +77,7 @@ const Domain* DomainRegistry::Find(const std::string& id) {
 void DomainRegistry::NoteVariables(const ParsedRun& run) {
   if (!enroll_) return;
   Entry& entry = *entries_.find(run.domain)->second;
+  if (entry.refused) return;
   NameSet& defined = entry.defined[run.source];
   RuleDefinitionData ignored;
   for (const VarInfo& variable : run.variables) {
@@ -77,13 +93,14 @@ void DomainRegistry::NoteVariables(const ParsedRun& run) {
 }
 
 bool DomainRegistry::DefineNoted() {
+  bool defined = true;
   for (Entry* entry : std::exchange(withNoted_, {})) {
     const auto noted = std::exchange(entry->noted, {});
-    if (!entry->domain.data->AddRuleDefinitions(noted)) {
-      return Refuse(entry->domain.id, "its variable rules cannot be written");
-    }
+    if (entry->domain.data->AddRuleDefinitions(noted)) continue;
+    defined = NoteFault(entry->domain.id, "its variable rules cannot be written");
+    Refuse(*entry);
   }
-  return true;
+  return defined;
 }
 
 }  // namespace keelstone::host

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "host/console.h"
@@ -25,17 +26,19 @@ class DomainRegistry {
   /// `writes`: whether the evaluation needs to write the domain's databases.
   DomainRegistry(Console& console, bool enroll, bool writes);
 
-  /// The domain; null when its databases cannot be used, and fault() says why. What a
-  /// person should know of the domain is said once.
+  /// The domain. One whose databases cannot be used is not `usable`, and TakeFaults says
+  /// why. What else a person should know of the domain is said once.
   const Domain* Find(const std::string& id);
 
   /// Takes down which variables of the run have no definition yet. The first type code
   /// of a variable that is taken down holds.
   void NoteVariables(const ParsedRun& run);
-  /// Defines what was taken down; false when that cannot be written, see fault().
+  /// Defines what was taken down; false when that cannot be written for all domains. Those
+  /// are not usable from then on: find the domains of runs that are yet to come again.
   [[nodiscard]] bool DefineNoted();
 
-  const std::string& fault() const noexcept { return fault_; }
+  /// Why domains have become unusable since the last call.
+  std::vector<std::string> TakeFaults() { return std::exchange(faults_, {}); }
 
  private:
   struct TextHash {
@@ -50,19 +53,21 @@ class DomainRegistry {
 
   struct Entry {
     Domain domain;
+    std::unique_ptr<const Domain> refused;  // takes its place from when it is not usable
     TextMap<NameSet> defined;               // source → names known to be defined
     std::vector<RuleDefinitionData> noted;  // to be defined, in input order
   };
 
   bool PrepareFiles(const std::string& id);
-  bool Refuse(const std::string& id, const std::string& why);
+  bool NoteFault(const std::string& id, const std::string& why);
+  static void Refuse(Entry& entry);
 
   Console& console_;
   const bool enroll_;
   const bool writes_;
   TextMap<std::unique_ptr<Entry>> entries_;
   std::vector<Entry*> withNoted_;
-  std::string fault_;
+  std::vector<std::string> faults_;
 };
 
 }  // namespace keelstone::host

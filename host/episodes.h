@@ -1,29 +1,15 @@
 #ifndef KEELSTONE_HOST_EPISODES_H
 #define KEELSTONE_HOST_EPISODES_H
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "host/object_key.h"
+
 namespace keelstone::host {
-
-/// Whose values an episode joins. The texts are borrowed for the length of a call.
-struct EpisodeKey {
-  std::string_view domain;
-  std::string_view device;
-  std::string_view source;
-  std::string_view param;
-  std::string_view interface;
-  std::string_view variable;
-
-  friend bool operator==(const EpisodeKey&, const EpisodeKey&) = default;
-  friend auto operator<=>(const EpisodeKey&, const EpisodeKey&) = default;
-};
 
 /// Alerts of one variable that follow each other. Times in seconds since the epoch.
 struct Episode {
@@ -48,36 +34,16 @@ enum class EpisodeStep {
 class Episodes {
  public:
   /// Notes the next judged value of a variable. `episode`, when given, becomes the episode
-  /// as it stands after the value, for kNone nothing.
-  EpisodeStep Note(const EpisodeKey& key, std::int64_t time, bool isAlert,
+  /// as it stands after the value; it stays as it is for kNone.
+  EpisodeStep Note(const ObjectKey& key, std::int64_t time, bool isAlert,
                    std::string_view note = {}, Episode* episode = nullptr);
 
   bool isEmpty() const noexcept { return open_.empty(); }
   /// What is open, by its first alert and its key. The keys borrow from this object.
-  std::vector<std::pair<EpisodeKey, Episode>> Open() const;
+  std::vector<std::pair<ObjectKey, Episode>> Open() const;
 
  private:
-  struct Texts {  // a key that owns what it names
-    explicit Texts(const EpisodeKey& key);
-    EpisodeKey view() const;
-    std::string domain, device, source, param, interface, variable;
-  };
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(const EpisodeKey& key) const noexcept;
-    std::size_t operator()(const Texts& key) const noexcept { return (*this)(key.view()); }
-  };
-  struct Equal {
-    using is_transparent = void;
-    static EpisodeKey View(const EpisodeKey& key) { return key; }
-    static EpisodeKey View(const Texts& key) { return key.view(); }
-    template <class A, class B>
-    bool operator()(const A& a, const B& b) const {
-      return View(a) == View(b);
-    }
-  };
-
-  std::unordered_map<Texts, Episode, Hash, Equal> open_;
+  ObjectMap<Episode> open_;
 };
 
 }  // namespace keelstone::host

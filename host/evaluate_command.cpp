@@ -28,8 +28,14 @@ constexpr unsigned kMaxThreads = 1024;
 constexpr const char* kHelpEnd = R"(Input: one parser run on one device a line, e.g.
   {"time":1700000000,"device":"r1","source":"bgp","variables":[{"name":"peers","value":12}]}
 
+Text tells alerts of one variable that follow each other as one: ALERT when they begin,
+CLEAR when a value fits again, and at the end OPEN for what has not ended. JSON keeps every
+alert; --explain adds to each run "explanations", one an alert in the order of "alertItems",
+and "cleared", the variables that fit again.
+
 Examples:
   keelstone evaluate --enroll runs.jsonl
+  keelstone evaluate --explain --format json runs.jsonl | jq -r '.explanations[].sentence'
   zcat *.jsonl.gz | keelstone evaluate --format json > results.jsonl
   keelstone evaluate --on-demand --fail-on-alert --quiet now.jsonl
 
@@ -76,7 +82,7 @@ bool IsReadable(const InputFile& input, std::uint64_t& total) {
   return true;
 }
 
-/// Why the root folder or the domain cannot be worked with; empty when they can.
+/// Why the root folder cannot be worked with; empty when it can.
 std::string RootFault(const EvaluateOptions& options) {
   const std::string root = VXFileSystem::GetSystemRootFolder();
   std::error_code failure;
@@ -90,10 +96,7 @@ std::string RootFault(const EvaluateOptions& options) {
   if (!std::filesystem::is_directory(status)) {
     return Printable(root) + ": " + (failure ? failure.message() : std::string("is no folder"));
   }
-  const DomainCheck check = CheckDomain(options.common.domain, !options.onDemand);
-  if (check.condition != DomainCheck::Condition::kUnusable) return {};
-  return "domain \"" + Printable(options.common.domain) +
-         "\" cannot be used: " + Printable(check.detail);
+  return {};
 }
 
 }  // namespace
@@ -111,6 +114,8 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
   command.add_option("--threads", options.threads, "Evaluating threads (default: the cores)")
       ->type_name("N")
       ->check(CLI::Range(1U, kMaxThreads));
+  command.add_flag("--explain", options.explain,
+                   "With json, explain every alert: what was expected, why, since when");
   command.add_flag("--all", options.all, "With json, also print runs without results");
   command.add_flag("--enroll", options.enroll,
                    "Define variables and make domains that are not there yet");

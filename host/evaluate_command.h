@@ -13,6 +13,7 @@ struct EvaluateOptions {
   std::vector<std::string> files;  // "-" is standard input; none: standard input
   std::string format;              // "json" or "text"; empty: by what standard output is
   unsigned threads = 0;            // 0: the cores
+  bool explain = false;
   bool all = false;
   bool enroll = false;
   bool onDemand = false;

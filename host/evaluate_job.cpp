@@ -75,6 +75,7 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   // is evaluated from the disk.
   DBWriteWrapper::Instance()->ForceWriteDisk();
   scheduler.Finish();
+  if (format_ == OutputFormat::kText) WriteOpenEpisodes();
   if (broken == Broken::kNo && scheduler.dropped() > 0) broken = Broken::kStopped;
   return Conclude(broken);
 }
@@ -88,12 +89,18 @@ void EvaluateJob::OnSignal(int signal) {
 
 bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
-  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data));
+  const bool explain = options_.explain || format_ == OutputFormat::kText;
+  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data), explain);
   outcome.Store();
   run.tally = TallyOf(outcome);
   try {
-    run.output = format_ == OutputFormat::kJson ? JsonOutput(run.parsed, outcome, options_.all)
-                                                : TextOutput(run.parsed, outcome);
+    std::vector<EpisodeChange> episodes;
+    if (explain) episodes = book_.Take(run.parsed, outcome);
+    if (format_ == OutputFormat::kText) {
+      run.output = TextOutput(run.parsed, outcome, episodes);
+    } else {
+      run.output = JsonOutput(run.parsed, outcome, options_.all, explain ? &episodes : nullptr);
+    }
   } catch (const std::exception&) {  // only for want of memory
     outputLost_.store(true);
   }
@@ -187,10 +194,7 @@ EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineRead
     return options_.strict ? Broken::kStrict : Broken::kNo;
   }
   run->domain = domains_.Find(run->parsed.domain);
-  if (run->domain == nullptr) {
-    domainRefused_ = true;
-    return Fail(input.name + ":" + std::to_string(reader.lineNumber()) + ": " + domains_.fault());
-  }
+  SayDomainFaults(input.name + ":" + std::to_string(reader.lineNumber()) + ": ");
   domains_.NoteVariables(run->parsed);
   run->bytes = line.size();
   run->inputPosition = inputBase_ + reader.position();
@@ -202,14 +206,29 @@ EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineRead
 EvaluateJob::Broken EvaluateJob::SubmitBatch() {
   if (batch_.empty()) return Broken::kNo;
   if (!domains_.DefineNoted()) {
-    batch_.clear();
-    domainRefused_ = true;
-    return Fail(domains_.fault());
+    SayDomainFaults("keelstone: ");
+    for (const auto& run : batch_) run->domain = domains_.Find(run->parsed.domain);
   }
-  submitted_ += batch_.size();
+  for (const auto& run : batch_) submitted_ += run->domain->usable ? 1 : 0;
   batchBytes_ = 0;
   const bool taken = scheduler_.load()->Submit(std::exchange(batch_, {}));
   return taken ? Broken::kNo : Broken::kStopped;
+}
+
+void EvaluateJob::WriteOpenEpisodes() {
+  try {
+    for (const auto& [key, episode] : book_.Open()) output_.Write(OpenEpisodeLine(key, episode));
+  } catch (const std::exception&) {  // only for want of memory
+    outputLost_.store(true);
+  }
+  output_.Flush();
+}
+
+void EvaluateJob::SayDomainFaults(const std::string& place) {
+  for (const std::string& fault : domains_.TakeFaults()) {
+    domainRefused_ = true;
+    console_.Say(place + fault);
+  }
 }
 
 int EvaluateJob::Conclude(Broken broken) {
@@ -238,7 +257,8 @@ int EvaluateJob::Conclude(Broken broken) {
   if (domainRefused_ && submitted_ == 0) return kExitUnusable;
   const bool isRead = broken == Broken::kNo || broken == Broken::kStrict;
   const bool isWritten = output_.failure() == 0 && !outputLost_.load() && failedWrites == 0;
-  if (!isRead || !isWritten) return kExitBrokenOff;
+  const bool isEvaluated = !domainRefused_ && failedReads == 0;
+  if (!isRead || !isEvaluated || !isWritten) return kExitBrokenOff;
   if (options_.failOnAlert && progress_.tally.alerts > 0) return kExitAlert;
   return skipped_ > 0 ? kExitLinesSkipped : kExitDone;
 }

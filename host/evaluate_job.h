@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/alert_book.h"
 #include "host/console.h"
 #include "host/domain_registry.h"
 #include "host/evaluate_command.h"
@@ -49,7 +50,9 @@ class EvaluateJob final : private RunWork {
   Broken ReadLines(const InputFile& input, LineReader& reader);
   Broken TakeLine(const InputFile& input, const LineReader& reader, std::string_view line);
   Broken SubmitBatch();
+  void SayDomainFaults(const std::string& place);
   Broken Fail(const std::string& why);
+  void WriteOpenEpisodes();
   int Conclude(Broken broken);
 
   const EvaluateOptions& options_;
@@ -57,12 +60,13 @@ class EvaluateJob final : private RunWork {
   Console console_;
   StopRequest stop_;
   OutputWriter output_;  // the delivery thread's
+  AlertBook book_;
   DomainRegistry domains_;
   RunLineReader lines_;
   std::vector<std::unique_ptr<host::Run>> batch_;
   std::size_t batchBytes_ = 0;
   std::uint64_t inputBase_ = 0;  // bytes of the inputs before the present one
-  std::uint64_t submitted_ = 0;
+  std::uint64_t submitted_ = 0;  // runs of usable domains
   std::uint64_t skipped_ = 0;
   bool domainRefused_ = false;
   std::atomic<bool> outputLost_{false};

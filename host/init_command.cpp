@@ -74,7 +74,7 @@ int RunInit(const InitOptions& options) {
   try {
     WarnOfKeptSettings(console, options, StoredGeneralSettings(options.common.domain), settings);
   } catch (const CppSQLite3Exception& error) {
-    return Refuse(console, DomainFolder(options.common.domain) + ": " + error.errorMessage());
+    return Refuse(console, error.file() + ": " + error.errorMessage());
   }
   std::vector<DomainFileReport> reports;
   const std::string failure = MakeDomain(options.common.domain, settings, &reports);

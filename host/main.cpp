@@ -9,9 +9,11 @@
 #include "host/init_command.h"
 #include "host/merge_command.h"
 #include "host/output_writer.h"
+#include "host/report_command.h"
 #include "host/rule_command.h"
 #include "host/rules_command.h"
 #include "host/settings_command.h"
+#include "host/show_command.h"
 
 namespace keelstone::host {
 namespace {
@@ -38,6 +40,8 @@ int RunProgram(int argc, char** argv) {
   AddEvaluateCommand(program, evaluate);
   RulesOptions rules;
   AddRulesCommand(program, rules);
+  ShowOptions show;
+  AddShowCommand(program, show);
   RuleOptions rule;
   AddRuleCommand(program, rule);
   BlockOptions block;
@@ -48,6 +52,8 @@ int RunProgram(int argc, char** argv) {
   AddMergeCommand(program, merge);
   CleanOptions clean;
   AddCleanCommand(program, clean);
+  ReportOptions report;
+  AddReportCommand(program, report);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -60,6 +66,10 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("rules")) {
     Apply(rules.common);
     return RunRules(rules);
+  }
+  if (program.got_subcommand("show")) {
+    Apply(show.common);
+    return RunShow(show);
   }
   if (const CLI::App* group = program.get_subcommand("rule"); group->parsed()) {
     Apply(rule.common);
@@ -81,6 +91,10 @@ int RunProgram(int argc, char** argv) {
   if (program.got_subcommand("clean")) {
     Apply(clean.common);
     return RunClean(clean);
+  }
+  if (program.got_subcommand("report")) {
+    Apply(report.common);
+    return RunReport(report);
   }
   Apply(evaluate.common);
   return RunEvaluate(evaluate);

@@ -1,11 +1,12 @@
 #include "host/result_output.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <string_view>
 
-#include "platform/json_reader.h"
+#include "platform/json_value.h"
 #include "platform/text_escape.h"
 #include "results/expectation.h"
 
@@ -32,53 +33,84 @@ std::string UtcText(std::int64_t seconds) {
 }
 
 /// "2023-11-14 22:13:20Z ALERT  r1 eth0 source variable": how every line begins.
-std::string LineStart(const ParsedRun& run, std::string_view kind, const std::string& interface,
-                      const std::string& variable) {
-  std::string line = UtcText(run.time);
+std::string LineStart(std::int64_t time, std::string_view kind, const ObjectKey& object) {
+  std::string line = UtcText(time);
   line.append(" ").append(kind);
-  for (const std::string* name : {&run.device, &interface, &run.source, &run.param, &variable}) {
-    if (name->empty()) continue;
+  for (const std::string_view name :
+       {object.device, object.interface, object.source, object.param, object.variable}) {
+    if (name.empty()) continue;
     line.push_back(' ');
-    AppendPrintable(line, *name, kShownNameBytes);
+    AppendPrintable(line, name, kShownNameBytes);
   }
   return line;
+}
+
+ObjectKey ObjectOf(const ParsedRun& run, std::string_view interface, std::string_view variable) {
+  return {run.domain, run.device, run.source, run.param, interface, variable};
+}
+
+std::string AlertsSince(const Episode& episode) {
+  return std::to_string(episode.count) + (episode.count == 1 ? " alert since " : " alerts since ") +
+         UtcText(episode.first);
+}
+
+void AppendEpisode(std::string& out, const ParsedRun& run, const RunOutcome& outcome,
+                   const EpisodeChange& change) {
+  const VarInfo& variable = run.variables[change.variable];
+  const ObjectKey object = ObjectOf(run, variable.interfaceValue, variable.variableName);
+  if (change.step == EpisodeStep::kOpened) {
+    out += LineStart(run.time, "ALERT ", object) + " ";
+    AppendPrintable(out, outcome.explanations[change.explanation].Predicate());
+    out.push_back('\n');
+  } else if (change.step == EpisodeStep::kCleared) {
+    out += LineStart(run.time, "CLEAR ", object) + " fits again";
+    if (variable.dataType != KSDataTable) {
+      out.append(" with ");
+      AppendPrintable(out, variable.valueText, kShownValueBytes);
+    }
+    out += ", after " + AlertsSince(change.episode) + "\n";
+  }
 }
 
 void AppendExpectation(std::string& out, int type, const std::string& parameter) {
   AppendPrintable(out, KSExpectation::Of(static_cast<EnumRuleType>(type), parameter).words);
 }
 
-void AppendAlert(std::string& out, const ParsedRun& run, const KSAlertData& alert) {
-  out += LineStart(run, "ALERT ", alert.GetInterfaceValue(), alert.GetVaraibleName());
-  JsonValue info;
-  if (!JsonReader::Parse(alert.GetAlertInfo(), info) || !info.isObject()) return;
-  const JsonValue* type = info.find("_t");
-  const JsonValue* parameter = info.find("_p");
-  const JsonValue* value = info.find("_v");
-  const bool isTable = type != nullptr && type->isInt() && type->asInt() == kTableMd5;
-  if (isTable) out.append(": the table has changed");
-  if (value != nullptr && value->isString()) {
-    out.append(isTable ? ", its digest is " : " = ");
-    AppendPrintable(out, value->stringRef(), kShownValueBytes);
-  }
-  if (type != nullptr && type->isInt() && parameter != nullptr && parameter->isString()) {
-    out.append(isTable ? ", expected " : ": expected ");
-    AppendExpectation(out, type->asInt(), parameter->stringRef());
-  }
-}
-
 void AppendGoldenValue(std::string& out, const ParsedRun& run,
                        const KSValueUpdateResultItem& item) {
-  out += LineStart(run, "GOLDEN", item.strInterfaceName, item.strVariableName);
+  out += LineStart(run.time, "GOLDEN", ObjectOf(run, item.strInterfaceName, item.strVariableName));
   out.append(item.nRuleId == kTableMd5 ? ": the reference table is " : ": the reference value is ");
   AppendPrintable(out, item.strJsonValue, kShownValueBytes);
   if (item.nValueTime != run.time) out.append(" of ").append(UtcText(item.nValueTime));
 }
 
 void AppendRule(std::string& out, const ParsedRun& run, const KSRuleUpdateResultItem& item) {
-  out += LineStart(run, "RULE  ", item.strInterfaceName, item.strVariableName);
+  out += LineStart(run.time, "RULE  ", ObjectOf(run, item.strInterfaceName, item.strVariableName));
   out.append(": learned: ");
   AppendExpectation(out, item.nRuleId, item.strRuleAlgParam);
+}
+
+bool IsCleared(const EpisodeChange& change) { return change.step == EpisodeStep::kCleared; }
+
+void AppendExplanations(std::string& out, const ParsedRun& run, const RunOutcome& outcome,
+                        const std::vector<EpisodeChange>& episodes) {
+  out.append(",\"explanations\":[");
+  for (std::size_t i = 0; i < outcome.explanations.size(); ++i) {
+    if (i != 0) out.push_back(',');
+    out += outcome.explanations[i].ToJsonString();
+  }
+  JsonValue cleared(JsonType::Array);
+  for (const EpisodeChange& change : episodes) {
+    if (!IsCleared(change)) continue;
+    const VarInfo& variable = run.variables[change.variable];
+    JsonValue& element = cleared.append(JsonValue(JsonType::Object));
+    element["variable"] = variable.variableName;
+    element["interface"] = variable.interfaceValue;
+    element["alerts"] = change.episode.count;
+    element["firstTime"] = change.episode.first;
+    element["lastTime"] = change.episode.last;
+  }
+  out.append("],\"cleared\":").append(cleared.toString({.replaceInvalidUtf8 = true}));
 }
 
 }  // namespace
@@ -95,10 +127,13 @@ RunTally TallyOf(const RunOutcome& outcome) {
   return tally;
 }
 
-std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all) {
+std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all,
+                       const std::vector<EpisodeChange>* episodes) {
   const RunTally tally = TallyOf(outcome);
   const bool isEmpty = tally.alerts + tally.goldenValues + tally.rules + tally.rejected == 0;
-  if (isEmpty && !all) return {};
+  const bool isCleared =
+      episodes != nullptr && std::any_of(episodes->begin(), episodes->end(), IsCleared);
+  if (isEmpty && !isCleared && !all) return {};
   std::string out = "{\"time\":" + std::to_string(run.time);
   AppendMember(out, "domain", run.domain);
   AppendMember(out, "device", run.device);
@@ -113,16 +148,15 @@ std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all
   }
   out.append("],\"result\":");
   out.append(outcome.results ? outcome.results->ToJsonString() : std::string(kEmptyResult));
+  if (episodes != nullptr) AppendExplanations(out, run, outcome, *episodes);
   return out.append("}\n");
 }
 
-std::string TextOutput(const ParsedRun& run, const RunOutcome& outcome) {
+std::string TextOutput(const ParsedRun& run, const RunOutcome& outcome,
+                       const std::vector<EpisodeChange>& episodes) {
   std::string out;
   if (!outcome.results) return out;
-  for (const auto& alert : outcome.results->GetKSAlertResults()) {
-    AppendAlert(out, run, *alert);
-    out.push_back('\n');
-  }
+  for (const EpisodeChange& change : episodes) AppendEpisode(out, run, outcome, change);
   for (const auto& item : outcome.results->GetKSValueUpdateResults()) {
     AppendGoldenValue(out, run, *item);
     out.push_back('\n');
@@ -132,6 +166,13 @@ std::string TextOutput(const ParsedRun& run, const RunOutcome& outcome) {
     out.push_back('\n');
   }
   return out;
+}
+
+std::string OpenEpisodeLine(const ObjectKey& object, const Episode& episode) {
+  std::string out = LineStart(episode.last, "OPEN  ", object);
+  out += " ";
+  AppendPrintable(out, episode.note);
+  return out + "; " + AlertsSince(episode) + "\n";
 }
 
 }  // namespace keelstone::host

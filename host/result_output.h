@@ -2,7 +2,9 @@
 #define KEELSTONE_HOST_RESULT_OUTPUT_H
 
 #include <string>
+#include <vector>
 
+#include "host/alert_book.h"
 #include "host/run.h"
 #include "runs/run_evaluation.h"
 
@@ -14,12 +16,18 @@ enum class OutputFormat { kJson, kText };
 RunTally TallyOf(const RunOutcome& outcome);
 
 /// One line of JSON for the run; nothing for a run without results and rejections unless
-/// `all` is set.
-std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all);
+/// `all` is set. `episodes`, when given, adds the explanations and the episodes that were
+/// cleared; a run that cleared one has a line then.
+std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all,
+                       const std::vector<EpisodeChange>* episodes = nullptr);
 
-/// One line for each alert, golden value and learned rule, in characters that a terminal
-/// can be shown.
-std::string TextOutput(const ParsedRun& run, const RunOutcome& outcome);
+/// One line for each episode that was opened or cleared, each golden value and learned rule,
+/// in characters that a terminal can be shown.
+std::string TextOutput(const ParsedRun& run, const RunOutcome& outcome,
+                       const std::vector<EpisodeChange>& episodes);
+
+/// The line of text for an episode that is open at the end.
+std::string OpenEpisodeLine(const ObjectKey& object, const Episode& episode);
 
 }  // namespace keelstone::host
 

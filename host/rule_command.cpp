@@ -88,7 +88,7 @@ void RequireWritable(int dbType, const std::string& domainId) {
 
 bool IsStored(int dbType, const char* table, const RuleOptions& options) {
   CppSQLite3DB db;
-  db.open(DomainDatabase(dbType, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+  db.open(DomainDatabase(dbType, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
   CppSQLite3Statement select = db.compileStatement(
       std::string("select 1 from ") + table +
       " where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "

@@ -46,7 +46,7 @@ void ReadHistory(std::string_view text, ListedRule& rule) {
 RuleListing::RuleListing(const std::string& domainId,
                          std::array<std::optional<std::string>, 5> filter)
     : filter_(std::move(filter)) {
-  db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadOnly);
+  db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadWrite);
   CppSQLite3Statement attach = db_.compileStatement("attach database ? as history");
   attach.bind(1, std::string_view(DomainDatabase(kDbObjectHistory, domainId)));
   attach.execDML();

@@ -196,7 +196,8 @@ int RunSettingsGet(const SettingsOptions& options) {
   CommandOutput output(options.format);
   try {
     CppSQLite3DB db;
-    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain), CppSQLite3DB::Mode::kReadOnly);
+    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain),
+            CppSQLite3DB::Mode::kReadWrite);
     for (const SettingPath& setting : chosen) {
       const std::optional<SettingRow> row = ReadRow(db, setting.row);
       const JsonValue* const value = row ? Find(row->value, setting) : nullptr;

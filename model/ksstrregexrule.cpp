@@ -1,5 +1,8 @@
 #include "model/ksstrregexrule.h"
 
+// States of one search, beyond which Boost gives it up; its own bound leaves seconds.
+#define BOOST_REGEX_MAX_STATE_COUNT 30000000
+
 #include <boost/exception/exception.hpp>
 #include <boost/regex.hpp>
 #include <cstddef>
@@ -19,12 +22,16 @@ constexpr const char* kModule = "FS_Keelstone";
 constexpr const char* kFunction = "KSStrRegexRule::StrIsMatch";
 constexpr const char* kSourceFile = "ksstrregexrule";
 
+// The time to compile a pattern grows with the square of its length.
+constexpr std::size_t kLongestPattern = std::size_t{256} * 1024;
+
 // Boost bounds the states of a search by the squares of the text's and of the pattern's
-// length, which for long ones leaves hours. What exceeds these is searched step by counted
-// step, and there Boost's bound is a constant.
+// length too, which for long ones leaves hours. What exceeds these is searched step by
+// counted step, and there Boost's bound is a constant.
 constexpr std::size_t kLongText = 16 * 1024;
-constexpr double kManyStates = 1e8;
-constexpr std::int64_t kMostSteps = 200'000'000;
+constexpr double kManyStates = BOOST_REGEX_MAX_STATE_COUNT;
+constexpr std::int64_t kMostSteps = 50'000'000;
+constexpr std::int64_t kStepsPerByte = 4;
 
 bool Search(const std::string& value, const boost::regex& expression) {
   const auto length = static_cast<double>(expression.size());
@@ -32,7 +39,7 @@ bool Search(const std::string& value, const boost::regex& expression) {
   if (value.size() <= kLongText && states <= kManyStates) {
     return boost::regex_search(value, expression);
   }
-  CountedText text(value, kMostSteps);
+  CountedText text(value, kMostSteps + kStepsPerByte * static_cast<std::int64_t>(value.size()));
   return boost::regex_search(text.begin(), text.end(), expression);
 }
 
@@ -44,6 +51,11 @@ void KSStrRegexRule::LogRefusedHistory(const std::string& text) const {
 }
 
 bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pattern) {
+  if (pattern.size() > kLongestPattern) {
+    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex pattern of %zu bytes is too long",
+           pattern.size());
+    return false;
+  }
   try {
     const boost::regex expression(
         pattern, boost::regex::perl | boost::regex::icase | boost::regex::no_except);

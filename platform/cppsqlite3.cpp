@@ -1,22 +1,36 @@
 #include "platform/cppsqlite3.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+#include <cerrno>
 #include <limits>
+#include <system_error>
 #include <utility>
 
+#include "platform/filesystem.h"
+#include "platform/ini_reader.h"
 #include "platform/strings.h"
 
 namespace keelstone {
 
 namespace {
 
-[[noreturn]] void Fail(int code, const char* operation, const char* reason) {
-  throw CppSQLite3Exception(code, std::string(operation) + ": " + reason);
+[[noreturn]] void Fail(int code, const char* operation, const char* reason,
+                       const std::string& file = {}) {
+  throw CppSQLite3Exception(code, std::string(operation) + ": " + reason, file);
+}
+
+std::string FileOf(sqlite3* db) {
+  const char* const file = db != nullptr ? sqlite3_db_filename(db, "main") : nullptr;
+  return file != nullptr ? file : "";
 }
 
 [[noreturn]] void Fail(sqlite3* db, const char* operation) {
-  Fail(sqlite3_extended_errcode(db), operation, sqlite3_errmsg(db));
+  Fail(sqlite3_extended_errcode(db), operation, sqlite3_errmsg(db), FileOf(db));
 }
 
 /// Throws unless `code`, the answer of a call on `statement`, is SQLITE_OK.
@@ -27,7 +41,7 @@ void Check(int code, sqlite3_stmt* statement, const char* operation) {
   // number or a misuse is not always.
   sqlite3* const db = sqlite3_db_handle(statement);
   const bool isLast = (sqlite3_extended_errcode(db) & 0xFF) == (code & 0xFF);
-  Fail(code, operation, isLast ? sqlite3_errmsg(db) : sqlite3_errstr(code));
+  Fail(code, operation, isLast ? sqlite3_errmsg(db) : sqlite3_errstr(code), FileOf(db));
 }
 
 /// Takes one step; true on a row. At the end and on an error the statement is reset, so
@@ -39,8 +53,9 @@ bool Step(sqlite3_stmt* statement, const char* operation) {
     sqlite3_reset(statement);
     return false;
   }
-  const CppSQLite3Exception failure(
-      code, std::string(operation) + ": " + sqlite3_errmsg(sqlite3_db_handle(statement)));
+  sqlite3* const db = sqlite3_db_handle(statement);
+  const CppSQLite3Exception failure(code, std::string(operation) + ": " + sqlite3_errmsg(db),
+                                    FileOf(db));
   sqlite3_reset(statement);
   throw failure;
 }
@@ -55,10 +70,40 @@ void BindText(sqlite3_stmt* statement, int parameter, std::string_view text,
         statement, "bind text");
 }
 
+/// Names of its own: in memory, and a nameless file.
+bool IsNoPath(const std::string& file) { return file.empty() || file == ":memory:"; }
+
+/// Makes an empty file with kFileRights; SQLite would make it readable by all. It is not
+/// opened: closing it would drop the locks of this process's other connections. A link to
+/// a missing file has that file made. What cannot be made, SQLite reports.
+void MakeFile(const std::string& path) {
+  if (::mknod(path.c_str(), S_IFREG | kFileRights, 0) == 0 || errno != EEXIST) return;
+  boost::system::error_code error;
+  const boost::filesystem::path link(path);
+  const boost::filesystem::path target = boost::filesystem::read_symlink(link, error);
+  if (!error) MakeFile(boost::filesystem::absolute(target, link.parent_path()).string());
+}
+
+/// Opening a pipe could wait for its other end, and SQLite tells of a folder only that it
+/// cannot be opened.
+void RequirePlainFile(const std::string& file, CppSQLite3DB::Mode mode) {
+  if (IsNoPath(file)) return;
+  struct stat status = {};
+  if (::stat(file.c_str(), &status) == 0) {
+    if (S_ISREG(status.st_mode)) return;
+    Fail(SQLITE_CANTOPEN, "open",
+         S_ISDIR(status.st_mode) ? "it is a folder" : "it is no plain file", file);
+  }
+  if (errno != ENOENT) {
+    Fail(SQLITE_CANTOPEN, "open", std::generic_category().message(errno).c_str(), file);
+  }
+  if (mode == CppSQLite3DB::Mode::kCreate) MakeFile(file);
+}
+
 }  // namespace
 
-CppSQLite3Exception::CppSQLite3Exception(int code, std::string message)
-    : code_(code), message_(std::move(message)) {}
+CppSQLite3Exception::CppSQLite3Exception(int code, std::string message, std::string file)
+    : code_(code), message_(std::move(message)), file_(std::move(file)) {}
 
 // ---- Query
 
@@ -80,7 +125,8 @@ int CppSQLite3Query::fieldIndex(std::string_view name) const {
     const char* const column = sqlite3_column_name(statement_, field);
     if (column != nullptr && name == column) return field;
   }
-  throw CppSQLite3Exception(SQLITE_RANGE, "fieldIndex: no column named " + std::string(name));
+  throw CppSQLite3Exception(SQLITE_RANGE, "fieldIndex: no column named " + std::string(name),
+                            FileOf(sqlite3_db_handle(statement_)));
 }
 
 void CppSQLite3Query::Require(int field) const {
@@ -185,10 +231,16 @@ void CppSQLite3Statement::finalize() noexcept {
 
 // ---- DB
 
+CppSQLite3DB::CppSQLite3DB()
+    : busyTimeoutMs_(std::clamp(IniReader::GetInt("Keelstone", "BusyTimeout", kBusyTimeoutMs,
+                                                  "fix_frontserver.ini", "frontserver.ini"),
+                                0, kMaxBusyTimeoutMs)) {}
+
 CppSQLite3DB::~CppSQLite3DB() { close(); }
 
 void CppSQLite3DB::open(const std::string& file, Mode mode) {
   close();
+  RequirePlainFile(file, mode);
   int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
   switch (mode) {
     case Mode::kReadOnly:
@@ -204,15 +256,20 @@ void CppSQLite3DB::open(const std::string& file, Mode mode) {
   if (sqlite3_open_v2(file.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
     const CppSQLite3Exception failure(
         db_ != nullptr ? sqlite3_extended_errcode(db_) : SQLITE_NOMEM,
-        "open " + file + ": " + (db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory"));
+        std::string("open: ") + (db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory"), file);
     close();
     throw failure;
   }
-  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+  sqlite3_busy_timeout(db_, busyTimeoutMs_);
   // Statements quote texts with double quotes: what names no column is a literal,
   // however the library was built.
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 1, nullptr);
+  // A file may come from elsewhere: nothing that its schema says is run.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 }
 
 void CppSQLite3DB::close() noexcept {
@@ -233,9 +290,21 @@ bool CppSQLite3DB::tableExists(const std::string& table) {
     return true;
   }
   CppSQLite3Statement statement = compileStatement(
-      "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
+      "select 1 from sqlite_master where type = 'table' and rootpage > 0 and name = ?1 collate "
+      "nocase");
   statement.bind(1, table);
   return !statement.execQuery().eof();
+}
+
+void CppSQLite3DB::requireKnownSchema() {
+  CppSQLite3Statement statement = compileStatement("pragma user_version");
+  const int version = statement.execQuery().getIntField(0);
+  if (version <= kSchemaVersion) return;
+  Fail(SQLITE_SCHEMA, "schema",
+       ("its version " + std::to_string(version) + " is newer than " +
+        std::to_string(kSchemaVersion) + ", the newest that is known here")
+           .c_str(),
+       FileOf(db_));
 }
 
 int CppSQLite3DB::execDML(const std::string& sql) { return compileStatement(sql).execDML(); }

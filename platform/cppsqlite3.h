@@ -14,17 +14,20 @@ struct sqlite3_stmt;
 
 namespace keelstone {
 
-/// A failed call of SQLite: its result code and "what was done: why it failed".
+/// A failed call of SQLite: its result code, "what was done: why it failed", and the
+/// database file concerned ("" when none was open).
 class KEELSTONE_EXPORT CppSQLite3Exception : public std::exception {
  public:
-  CppSQLite3Exception(int code, std::string message);
+  CppSQLite3Exception(int code, std::string message, std::string file = {});
   int errorCode() const noexcept { return code_; }
+  const std::string& file() const noexcept { return file_; }
   const char* errorMessage() const noexcept { return message_.c_str(); }
   const char* what() const noexcept override { return message_.c_str(); }
 
  private:
   int code_;
   std::string message_;
+  std::string file_;
 };
 
 /// The rows of a running SELECT, standing on one row or at the end. It borrows its
@@ -89,23 +92,30 @@ class KEELSTONE_EXPORT CppSQLite3Statement {
 };
 
 /// One connection to a database file. Errors throw CppSQLite3Exception; the destructor
-/// closes. One thread at a time.
+/// closes. Triggers and views in the file take no effect. One thread at a time.
 class KEELSTONE_EXPORT CppSQLite3DB {
  public:
-  CppSQLite3DB() = default;
+  /// Looks up how long to wait for other processes, and may log a fault of the ini file:
+  /// make it before taking a lock.
+  CppSQLite3DB();
   CppSQLite3DB(const CppSQLite3DB&) = delete;
   CppSQLite3DB& operator=(const CppSQLite3DB&) = delete;
   ~CppSQLite3DB();
 
-  /// How a file is opened.
+  /// How a file is opened. kReadWrite for reading, too, where what a crash has left is to
+  /// be rolled back: kReadOnly refuses such a file. It reads one that may not be written.
   enum class Mode { kReadOnly, kReadWrite, kCreate };
 
-  /// Opens (kCreate: makes) the file. A file that another process is writing is waited
-  /// for, kBusyTimeoutMs at most per statement.
+  /// Opens the file. kCreate makes it when it is missing, readable and writable by its
+  /// owner, readable by its group, and by nobody else. What is there and no plain file (a
+  /// folder, a pipe) is refused unopened. A file that another process is writing is waited
+  /// for, at most the milliseconds "BusyTimeout" of section "Keelstone" of the ini files
+  /// per statement.
   void open(const std::string& file, Mode mode = Mode::kCreate);
   bool isOpen() const noexcept { return db_ != nullptr; }
   void close() noexcept;
 
+  /// Whether there is a table with rows of its own: no view, no virtual table.
   bool tableExists(const std::string& table);
   /// Runs one statement without result rows; the number of rows it changed.
   int execDML(const std::string& sql);
@@ -114,12 +124,19 @@ class KEELSTONE_EXPORT CppSQLite3DB {
   std::string errorMessage() const;
   sqlite3* handle() noexcept { return db_; }
 
-  static constexpr int kBusyTimeoutMs = 10000;
+  /// Throws when the file says ("pragma user_version") that its tables are laid out in a
+  /// newer way than is known here. Files that say nothing (0) are of the first.
+  void requireKnownSchema();
+
+  static constexpr int kSchemaVersion = 1;          // the newest that is known
+  static constexpr int kBusyTimeoutMs = 10000;      // when the ini files say nothing
+  static constexpr int kMaxBusyTimeoutMs = 600000;  // whatever they say
 
  private:
   void RequireOpen() const;
 
   sqlite3* db_ = nullptr;
+  int busyTimeoutMs_;
 };
 
 }  // namespace keelstone

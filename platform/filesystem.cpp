@@ -1,7 +1,10 @@
 #include "platform/filesystem.h"
 
+#include <sys/stat.h>
+
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
+#include <cerrno>
 #include <cstdlib>
 #include <utility>
 
@@ -47,6 +50,11 @@ std::string NormalisedFolder(std::string_view folder) {
   }
   if (normalised.size() > 1 && normalised.back() == '/') normalised.pop_back();
   return normalised.empty() ? "." : normalised;
+}
+
+bool IsFolder(const std::string& path) {
+  struct stat status = {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 }  // namespace
@@ -115,17 +123,26 @@ std::string DomainFolderName(std::string_view domainId) {
 }
 
 bool MakeParentFolders(const std::string& path) {
-  const boost::filesystem::path folder = boost::filesystem::path(path).parent_path();
-  if (folder.empty()) return true;
-  boost::system::error_code error;
-  boost::filesystem::create_directories(folder, error);
+  const std::string folder = boost::filesystem::path(path).parent_path().string();
+  if (folder.empty() || IsFolder(folder)) return true;
+  if (!MakeParentFolders(folder)) return false;
   // Asked again: another process may have made it meanwhile, or a file may stand there.
-  return boost::filesystem::is_directory(folder, error);
+  if (::mkdir(folder.c_str(), kFolderRights) == 0) return true;
+  const int error = errno == EEXIST ? ENOTDIR : errno;
+  if (IsFolder(folder)) return true;
+  errno = error;
+  return false;
 }
 
 bool FileExists(const std::string& path) {
   boost::system::error_code error;
   return boost::filesystem::is_regular_file(path, error);
+}
+
+int PathError(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) == 0) return 0;
+  return errno == ENAMETOOLONG ? ENOENT : errno;
 }
 
 }  // namespace keelstone

@@ -55,10 +55,20 @@ KEELSTONE_EXPORT std::string DomainFolderName(std::string_view domainId);
 /// EnumDbType.
 [[nodiscard]] const char* DBFileName(int dbType) noexcept;
 
-/// Makes the folder of `path` and those above it; false when that cannot be done.
-[[nodiscard]] bool MakeParentFolders(const std::string& path);
-/// Whether a file stands there; false also when its status cannot be had.
+/// The rights of what the library makes: nothing for others than owner and group. The
+/// process's umask may take more away.
+inline constexpr unsigned kFileRights = 0640;
+inline constexpr unsigned kFolderRights = 0750;
+
+/// Makes the folder of `path` and those above it, with kFolderRights; false when that
+/// cannot be done, and errno says why.
+[[nodiscard]] KEELSTONE_EXPORT bool MakeParentFolders(const std::string& path);
+/// Whether a plain file stands there; false also when its status cannot be had.
 [[nodiscard]] bool FileExists(const std::string& path);
+/// 0 when something stands there, of whatever kind; ENOENT when nothing does, which a name
+/// too long for any file counts as; else the errno that says why that cannot be found out
+/// (links that lead round in a circle, a closed folder on the way).
+[[nodiscard]] int PathError(const std::string& path);
 
 }  // namespace keelstone
 

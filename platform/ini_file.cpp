@@ -3,6 +3,7 @@
 #include <ini.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "platform/strings.h"
 
@@ -12,6 +13,18 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\v\f\r\n";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t kMostSectionBytes = 49;  // the parser cuts longer names
+
+/// The name in a section's head, as the parser takes it: closed before a comment begins.
+std::optional<std::string_view> SectionName(std::string_view line) {
+  const std::size_t end = line.find(']');
+  if (!line.starts_with('[') || end == std::string_view::npos) return std::nullopt;
+  const std::string_view name = line.substr(1, end - 1);
+  for (std::size_t i = 1; i < name.size(); ++i) {
+    if (name[i] == ';' && kBlanks.find(name[i - 1]) != std::string_view::npos) return std::nullopt;
+  }
+  return name.substr(0, kMostSectionBytes);
+}
 
 }  // namespace
 
@@ -48,9 +61,8 @@ std::string_view IniFile::TakeLine(std::size_t limit) {
     skipped_.push_back(line + 1);
     return {};
   }
-  if (content.starts_with('[')) {
-    const std::string_view name = content.substr(1, content.find(']') - 1);
-    lastLineOf_[AsciiLower(Trim(name, kBlanks))] = line;
+  if (const auto name = SectionName(content)) {
+    lastLineOf_[AsciiLower(Trim(*name, kBlanks))] = line;
   }
   return content;
 }

@@ -1,5 +1,6 @@
 #include "platform/interface_translator.h"
 
+#include <cerrno>
 #include <exception>
 #include <utility>
 
@@ -31,10 +32,11 @@ bool TakeRow(std::string_view text, std::unordered_map<std::string, std::string>
 }
 
 // How many rows were passed over.
-int ReadNames(const std::string& path, std::unordered_map<std::string, std::string>& names) {
-  if (!FileExists(path)) return 0;
-  CppSQLite3DB db;
+int ReadNames(CppSQLite3DB& db, const std::string& path,
+              std::unordered_map<std::string, std::string>& names) {
+  if (PathError(path) == ENOENT) return 0;
   db.open(path, CppSQLite3DB::Mode::kReadWrite);  // rolls back what a crash has left
+  db.requireKnownSchema();
   if (!db.tableExists(kTable)) return 0;
   auto statement = db.compileStatement(kSelect);
   int refused = 0;
@@ -57,10 +59,12 @@ bool InterfaceTranslator::LoadDataFromDB(const std::string& domainId, const std:
     const auto record = FSResourceAdaptor::Instance().RegisterTable(
         GuidFromText(domainId), kDbInterfaceType, kDbInterfaceType);
     auto names = std::make_shared<Names>();
+    CppSQLite3DB db;
     const MutexLock load(loadMutex_);
     {
       const MutexLock lock(record->mutex);
-      refused = ReadNames(path, *names);
+      refused = ReadNames(db, path, *names);
+      db.close();
     }
     const WriterLock lock(mutex_);
     domains_[domainId] = std::move(names);

@@ -105,10 +105,10 @@ bool CompareOne(const JsonValue& a, const JsonValue& b, Pairs& open) {
       return true;
     case JsonType::Object:
       if (a.size() != b.size()) return false;
-      for (const JsonMember& member : JsonNodes::Members(a)) {
-        const JsonValue* const other = b.find(member.key);
+      for (std::size_t i = 0; i < a.size(); ++i) {
+        const JsonValue* const other = b.find(JsonNodes::Keys(a)[i]);
         if (other == nullptr) return false;
-        open.emplace_back(&member.value, other);
+        open.emplace_back(&JsonNodes::Content(a)[i], other);
       }
       return true;
     default:

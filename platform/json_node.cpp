@@ -2,32 +2,20 @@
 
 #include <algorithm>
 #include <functional>
-#include <limits>
-#include <stdexcept>
 #include <utility>
 
 namespace keelstone {
 namespace {
 
-bool Holds(const JsonValue::Node& node, const JsonValue& place) noexcept {
+std::vector<JsonValue>& ContentOf(JsonValue::Node& node) noexcept {
+  return static_cast<JsonContainerNode&>(node).content;
+}
+
+bool Holds(JsonValue::Node& node, const JsonValue& place) noexcept {
   const std::less_equal<const void*> notAfter;
   const void* const at = &place;
-  if (node.kind == JsonType::Array) {
-    const auto& elements = static_cast<const JsonArrayNode&>(node).elements;
-    return notAfter(elements.data(), at) && !notAfter(elements.data() + elements.size(), at);
-  }
-  const auto& members = static_cast<const JsonObjectNode&>(node).members;
-  return notAfter(members.data(), at) && !notAfter(members.data() + members.size(), at);
-}
-
-std::size_t ContentSize(const JsonValue::Node& node) noexcept {
-  return node.kind == JsonType::Array ? static_cast<const JsonArrayNode&>(node).elements.size()
-                                      : static_cast<const JsonObjectNode&>(node).members.size();
-}
-
-JsonValue& Content(JsonValue::Node& node, std::size_t i) noexcept {
-  return node.kind == JsonType::Array ? static_cast<JsonArrayNode&>(node).elements[i]
-                                      : static_cast<JsonObjectNode&>(node).members[i].value;
+  const std::vector<JsonValue>& content = ContentOf(node);
+  return notAfter(content.data(), at) && !notAfter(content.data() + content.size(), at);
 }
 
 /// A node on the way down and the element looked at in it.
@@ -49,11 +37,11 @@ std::vector<Step> WayTo(const JsonValue& place, const JsonValue& value) {
   while (!way.empty()) {
     Step& step = way.back();
     if (step.next == 0 && Holds(*step.node, place)) return way;
-    if (step.next == ContentSize(*step.node)) {
+    if (step.next == ContentOf(*step.node).size()) {
       way.pop_back();
       continue;
     }
-    const JsonValue& child = Content(*step.node, step.next++);
+    const JsonValue& child = ContentOf(*step.node)[step.next++];
     if (canLead(child)) way.push_back({JsonNodes::Of(child), 0});
   }
   return way;
@@ -61,58 +49,25 @@ std::vector<Step> WayTo(const JsonValue& place, const JsonValue& value) {
 
 }  // namespace
 
-std::size_t JsonObjectNode::Find(std::string_view key) const noexcept {
-  if (slots_.empty()) {
-    for (std::size_t i = 0; i < members.size(); ++i) {
-      if (members[i].key == key) return i;
-    }
-    return kNowhere;
+JsonKeys& JsonObjectNode::OwnKeys() {
+  if (!keys) {
+    keys = new JsonKeys;
+  } else if (keys->IsShared()) {
+    keys = new JsonKeys(*keys, keys->size());
   }
-  const std::size_t mask = slots_.size() - 1;
-  for (std::size_t slot = std::hash<std::string_view>{}(key)&mask;; slot = (slot + 1) & mask) {
-    if (slots_[slot] == 0) return kNowhere;
-    const std::size_t position = slots_[slot] - 1;
-    if (members[position].key == key) return position;
-  }
+  return *keys;
 }
 
-JsonValue& JsonObjectNode::Add(std::string key, JsonValue value) {
-  ReserveIndex(members.size() + 1);
-  members.push_back({std::move(key), std::move(value)});
-  if (!slots_.empty()) Enter(slots_, members.back().key, members.size() - 1);
-  return members.back().value;
+JsonValue& JsonObjectNode::Add(std::string_view key) {
+  if (content.size() == content.capacity())
+    content.reserve(std::max<std::size_t>(4, 2 * content.size()));
+  OwnKeys().Add(key);
+  return content.emplace_back();
 }
 
-void JsonObjectNode::Erase(std::size_t position) noexcept {
-  members.erase(members.begin() + static_cast<std::ptrdiff_t>(position));
-  std::fill(slots_.begin(), slots_.end(), 0);
-  if (slots_.empty()) return;
-  for (std::size_t i = 0; i < members.size(); ++i) Enter(slots_, members[i].key, i);
-}
-
-void JsonObjectNode::Reserve(std::size_t count) {
-  members.reserve(count);
-  ReserveIndex(count);
-}
-
-void JsonObjectNode::ReserveIndex(std::size_t count) {
-  if (count <= kUnindexed || count * 2 <= slots_.size()) return;
-  if (count >= std::numeric_limits<std::uint32_t>::max()) {
-    throw std::length_error("too many members in a JSON object");
-  }
-  std::size_t size = kUnindexed * 4;
-  while (size < count * 2) size *= 2;
-  std::vector<std::uint32_t> slots(size, 0);
-  for (std::size_t i = 0; i < members.size(); ++i) Enter(slots, members[i].key, i);
-  slots_ = std::move(slots);
-}
-
-void JsonObjectNode::Enter(std::vector<std::uint32_t>& slots, std::string_view key,
-                           std::size_t position) noexcept {
-  const std::size_t mask = slots.size() - 1;
-  std::size_t slot = std::hash<std::string_view>{}(key)&mask;
-  while (slots[slot] != 0) slot = (slot + 1) & mask;
-  slots[slot] = static_cast<std::uint32_t>(position + 1);
+void JsonObjectNode::Erase(std::size_t position) {
+  OwnKeys().Erase(position);
+  content.erase(content.begin() + static_cast<std::ptrdiff_t>(position));
 }
 
 JsonValue::Node* JsonNodes::Clone(const JsonValue::Node& node) {
@@ -136,9 +91,7 @@ void JsonNodes::Destroy(JsonValue::Node* node) noexcept {
   while (dead != nullptr) {
     JsonContainerNode* const one = dead;
     dead = one->nextDead;
-    const std::size_t size = ContentSize(*one);
-    for (std::size_t i = 0; i < size; ++i) {
-      JsonValue& child = Content(*one, i);
+    for (JsonValue& child : one->content) {
       if (!HasContainer(child)) continue;
       auto* const inner = static_cast<JsonContainerNode*>(child.payload_.node);
       child.type_ = JsonType::Null;
@@ -164,7 +117,7 @@ JsonValue JsonNodes::CopyFor(const JsonValue& place, const JsonValue& value) {
     outer.payload_.node = Clone(*way.back().node);
     outer.type_ = outer.payload_.node->kind;
     // All but the innermost node have the step below them at `next - 1`.
-    if (!copy.isNull()) Content(*outer.payload_.node, way.back().next - 1).swap(copy);
+    if (!copy.isNull()) ContentOf(*outer.payload_.node)[way.back().next - 1].swap(copy);
     copy.swap(outer);
     way.pop_back();
   }

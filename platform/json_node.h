@@ -7,8 +7,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "platform/json_keys.h"
 #include "platform/json_value.h"
 
 namespace keelstone {
@@ -38,50 +40,39 @@ struct JsonValue::Node {
 struct JsonBytesNode final : JsonValue::Node {
   JsonBytesNode(JsonType type, std::string content) noexcept
       : Node(type), bytes(std::move(content)) {}
+  JsonBytesNode(JsonType type, std::string_view content) : Node(type), bytes(content) {}
 
   std::string bytes;
 };
 
 struct JsonContainerNode : JsonValue::Node {
   using Node::Node;
+
+  std::vector<JsonValue> content;         // elements, or the members' values
   JsonContainerNode* nextDead = nullptr;  // list of nodes to destroy
 };
 
 struct JsonArrayNode final : JsonContainerNode {
   JsonArrayNode() noexcept : JsonContainerNode(JsonType::Array) {}
-
-  std::vector<JsonValue> elements;
 };
 
-struct JsonMember {
-  std::string key;
-  JsonValue value;
-};
-
-/// Members in the order of insertion; from a certain number on an index finds them.
+/// Members in the order of insertion.
 struct JsonObjectNode final : JsonContainerNode {
-  static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+  static constexpr std::size_t kNowhere = JsonKeys::kNowhere;
 
   JsonObjectNode() noexcept : JsonContainerNode(JsonType::Object) {}
 
-  std::size_t Find(std::string_view key) const noexcept;
-  /// Adds a member whose key is not there yet.
-  JsonValue& Add(std::string key, JsonValue value);
-  void Erase(std::size_t position) noexcept;
-  void Reserve(std::size_t count);
+  std::size_t Find(std::string_view key) const noexcept {
+    return keys ? keys->Find(key) : kNowhere;
+  }
+  /// Adds a member whose key is not there yet; no change when it throws.
+  JsonValue& Add(std::string_view key);
+  void Erase(std::size_t position);
 
-  std::vector<JsonMember> members;
+  JsonKeysPointer keys;  // one for each value of the content; may be null when there is none
 
  private:
-  static constexpr std::size_t kUnindexed = 16;
-
-  void ReserveIndex(std::size_t count);
-  static void Enter(std::vector<std::uint32_t>& slots, std::string_view key,
-                    std::size_t position) noexcept;
-
-  // Open addressing: position + 1 of a member, 0 for an empty slot; a power of two of
-  // slots, at most half of them taken. Empty while there are few members.
-  std::vector<std::uint32_t> slots_;
+  JsonKeys& OwnKeys();  // not shared
 };
 
 /// Values and their nodes, for the files that implement them.
@@ -95,11 +86,13 @@ class JsonNodes {
   static const std::string& Bytes(const JsonValue& value) noexcept {
     return static_cast<const JsonBytesNode*>(value.payload_.node)->bytes;
   }
-  static const std::vector<JsonValue>& Elements(const JsonValue& value) noexcept {
-    return static_cast<const JsonArrayNode*>(value.payload_.node)->elements;
+  /// Of an array or object.
+  static const std::vector<JsonValue>& Content(const JsonValue& value) noexcept {
+    return static_cast<const JsonContainerNode*>(value.payload_.node)->content;
   }
-  static const std::vector<JsonMember>& Members(const JsonValue& value) noexcept {
-    return static_cast<const JsonObjectNode*>(value.payload_.node)->members;
+  /// Of an object that is not empty.
+  static const JsonKeys& Keys(const JsonValue& value) noexcept {
+    return *static_cast<const JsonObjectNode*>(value.payload_.node)->keys;
   }
   static std::int64_t Integer(const JsonValue& value) noexcept { return value.payload_.integer; }
   static std::uint64_t Unsigned(const JsonValue& value) noexcept {

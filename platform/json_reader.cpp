@@ -2,15 +2,11 @@
 
 #include <boost/json/basic_parser_impl.hpp>
 #include <cstdint>
-#include <iterator>
 #include <limits>
-#include <memory>
 #include <utility>
-#include <vector>
 
-#include "platform/json_node.h"
 #include "platform/json_plain_text.h"
-#include "platform/numbers.h"
+#include "platform/json_tree_builder.h"
 #include "platform/utf8.h"
 
 namespace keelstone {
@@ -18,65 +14,6 @@ namespace keelstone {
 JsonHandler::~JsonHandler() = default;
 
 namespace {
-
-/// Builds the value that a text holds: finished values wait on a stack until the end of
-/// their array or object says how many belong to it.
-class TreeBuilder {
- public:
-  JsonValue Take() { return std::move(values_.back()); }
-
-  bool Null() { return Push(JsonValue()); }
-  bool Bool(bool value) { return Push(JsonValue(value)); }
-  bool Integer(std::int64_t value, std::string_view) { return Push(JsonValue(value)); }
-  bool Integer(std::uint64_t value, std::string_view) { return Push(JsonValue(value)); }
-  bool Real(std::string_view text) {
-    const auto value = LeadingDouble(text);
-    return value.has_value() && Push(JsonValue(*value));
-  }
-  bool String(std::string_view bytes) { return Push(JsonValue(bytes)); }
-  bool Key(std::string_view bytes) {
-    keys_.emplace_back(bytes);
-    return true;
-  }
-  bool ArrayBegin() { return true; }
-  bool ObjectBegin() { return true; }
-
-  bool ArrayEnd(std::size_t count) {
-    auto node = std::make_unique<JsonArrayNode>();
-    const auto first = values_.end() - static_cast<std::ptrdiff_t>(count);
-    node->elements.assign(std::make_move_iterator(first), std::make_move_iterator(values_.end()));
-    values_.erase(first, values_.end());
-    return Push(JsonNodes::Value(std::move(node)));
-  }
-
-  bool ObjectEnd(std::size_t count) {
-    auto node = std::make_unique<JsonObjectNode>();
-    node->Reserve(count);
-    const auto firstValue = values_.end() - static_cast<std::ptrdiff_t>(count);
-    const auto firstKey = keys_.end() - static_cast<std::ptrdiff_t>(count);
-    for (auto value = firstValue, end = values_.end(); value != end; ++value) {
-      std::string& key = firstKey[value - firstValue];
-      const std::size_t position = node->Find(key);
-      if (position == JsonObjectNode::kNowhere) {
-        node->Add(std::move(key), std::move(*value));
-      } else {
-        node->members[position].value = std::move(*value);
-      }
-    }
-    values_.erase(firstValue, values_.end());
-    keys_.erase(firstKey, keys_.end());
-    return Push(JsonNodes::Value(std::move(node)));
-  }
-
- private:
-  bool Push(JsonValue&& value) {
-    values_.push_back(std::move(value));
-    return true;
-  }
-
-  std::vector<JsonValue> values_;
-  std::vector<std::string> keys_;
-};
 
 /// Hands on to a JsonHandler.
 class HandlerSink {
@@ -269,7 +206,7 @@ Outcome Read(std::string_view text, Sink& sink, const JsonReadOptions& options) 
 
 bool JsonReader::Parse(std::string_view text, JsonValue& value, JsonParseError* error,
                        const JsonReadOptions& options) {
-  TreeBuilder builder;
+  JsonTreeBuilder builder;
   Outcome outcome = Read(text, builder, options);
   if (outcome.done) {
     value = builder.Take();

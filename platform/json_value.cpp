@@ -18,8 +18,9 @@ const JsonValue& NullValue() noexcept {
   throw JsonError(std::string("JSON value of type ") + JsonTypeName(type) + ": " + what);
 }
 
-JsonValue MakeBytes(JsonType type, std::string bytes) {
-  return JsonNodes::Value(std::make_unique<JsonBytesNode>(type, std::move(bytes)));
+template <class Bytes>
+JsonValue MakeBytes(JsonType type, Bytes&& bytes) {
+  return JsonNodes::Value(std::make_unique<JsonBytesNode>(type, std::forward<Bytes>(bytes)));
 }
 
 std::size_t CheckedIndex(int index) {
@@ -78,11 +79,11 @@ JsonValue::JsonValue(unsigned long long value) noexcept
 
 JsonValue::JsonValue(double value) noexcept : type_(JsonType::Real) { payload_.real = value; }
 
-JsonValue::JsonValue(const char* text) : JsonValue(std::string(text)) {}
+JsonValue::JsonValue(const char* text) : JsonValue(std::string_view(text)) {}
 
 JsonValue::JsonValue(std::string text) : JsonValue(MakeBytes(JsonType::String, std::move(text))) {}
 
-JsonValue::JsonValue(std::string_view text) : JsonValue(std::string(text)) {}
+JsonValue::JsonValue(std::string_view text) : JsonValue(MakeBytes(JsonType::String, text)) {}
 
 JsonValue JsonValue::Time(std::int64_t seconds) noexcept {
   JsonValue value;
@@ -119,9 +120,7 @@ JsonValue::Node& JsonValue::ownNode(JsonValue& before) {
 }
 
 std::size_t JsonValue::size() const noexcept {
-  if (isArray()) return JsonNodes::Elements(*this).size();
-  if (isObject()) return JsonNodes::Members(*this).size();
-  return 0;
+  return JsonNodes::HasContainer(*this) ? JsonNodes::Content(*this).size() : 0;
 }
 
 bool JsonValue::empty() const noexcept {
@@ -137,7 +136,7 @@ void JsonValue::clear() {
 const JsonValue& JsonValue::operator[](std::size_t index) const {
   if (isNull()) return NullValue();
   if (!isArray()) Refuse(type_, "asked for an element");
-  const auto& elements = JsonNodes::Elements(*this);
+  const auto& elements = JsonNodes::Content(*this);
   return index < elements.size() ? elements[index] : NullValue();
 }
 
@@ -153,12 +152,12 @@ JsonValue& JsonValue::operator[](std::size_t index) {
   if (!isArray()) Refuse(type_, "asked for an element");
   JsonValue before;
   auto& node = static_cast<JsonArrayNode&>(ownNode(before));
-  if (index >= node.elements.size()) {
-    if (index >= node.elements.max_size()) throw JsonError("JSON array: index too large");
-    node.elements.resize(index + 1);
+  if (index >= node.content.size()) {
+    if (index >= node.content.max_size()) throw JsonError("JSON array: index too large");
+    node.content.resize(index + 1);
   }
   node.lent = true;
-  return node.elements[index];
+  return node.content[index];
 }
 
 JsonValue& JsonValue::operator[](int index) { return (*this)[CheckedIndex(index)]; }
@@ -173,9 +172,9 @@ JsonValue& JsonValue::append(JsonValue value) {
   if (!isArray()) Refuse(type_, "asked to append");
   JsonValue before;
   auto& node = static_cast<JsonArrayNode&>(ownNode(before));
-  node.elements.push_back(std::move(value));
+  node.content.push_back(std::move(value));
   node.lent = true;
-  return node.elements.back();
+  return node.content.back();
 }
 
 const JsonValue& JsonValue::operator[](std::string_view key) const {
@@ -196,15 +195,15 @@ JsonValue& JsonValue::operator[](std::string_view key) {
   auto& node = static_cast<JsonObjectNode&>(ownNode(before));
   node.lent = true;
   const std::size_t position = node.Find(key);
-  if (position != JsonObjectNode::kNowhere) return node.members[position].value;
-  return node.Add(std::string(key), JsonValue());
+  if (position != JsonObjectNode::kNowhere) return node.content[position];
+  return node.Add(key);
 }
 
 const JsonValue* JsonValue::find(std::string_view key) const noexcept {
   if (!isObject()) return nullptr;
   const auto* const node = static_cast<const JsonObjectNode*>(payload_.node);
   const std::size_t position = node->Find(key);
-  return position != JsonObjectNode::kNowhere ? &node->members[position].value : nullptr;
+  return position != JsonObjectNode::kNowhere ? &node->content[position] : nullptr;
 }
 
 JsonValue JsonValue::get(std::string_view key, const JsonValue& otherwise) const {
@@ -231,7 +230,7 @@ std::vector<std::string> JsonValue::getMemberNames() const {
   if (isNull()) return names;
   if (!isObject()) Refuse(type_, "asked for member names");
   names.reserve(size());
-  for (const JsonMember& member : JsonNodes::Members(*this)) names.push_back(member.key);
+  for (std::size_t i = 0; i < size(); ++i) names.push_back(JsonNodes::Keys(*this)[i]);
   return names;
 }
 
@@ -244,15 +243,13 @@ JsonValue::ConstIterator JsonValue::end() const noexcept {
 }
 
 const JsonValue& JsonValue::ConstIterator::operator*() const noexcept {
-  return node_->kind == JsonType::Array
-             ? static_cast<const JsonArrayNode*>(node_)->elements[index_]
-             : static_cast<const JsonObjectNode*>(node_)->members[index_].value;
+  return static_cast<const JsonContainerNode*>(node_)->content[index_];
 }
 
 const std::string& JsonValue::ConstIterator::name() const noexcept {
   static const std::string kNone;
   if (node_ == nullptr || node_->kind != JsonType::Object) return kNone;
-  return static_cast<const JsonObjectNode*>(node_)->members[index_].key;
+  return (*static_cast<const JsonObjectNode*>(node_)->keys)[index_];
 }
 
 }  // namespace keelstone

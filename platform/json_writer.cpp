@@ -1,10 +1,15 @@
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/base64.h"
+#include "platform/growing_text.h"
 #include "platform/json_node.h"
 #include "platform/json_value.h"
 #include "platform/numbers.h"
@@ -27,28 +32,77 @@ constexpr std::array<char, 256> kEscapes = [] {
   return escapes;
 }();
 
-void AppendEscape(std::string& text, unsigned char c) {
+constexpr std::size_t kLongestEscape = 6;
+
+char* WriteEscape(char* to, unsigned char c) noexcept {
   const char letter = kEscapes[c];
-  text += '\\';
-  text += letter;
-  if (letter != 'u') return;
-  text += "00";
-  text += "0123456789abcdef"[c >> 4U];
-  text += "0123456789abcdef"[c & 0xFU];
+  *to++ = '\\';
+  *to++ = letter;
+  if (letter != 'u') return to;
+  *to++ = '0';
+  *to++ = '0';
+  *to++ = "0123456789abcdef"[c >> 4U];
+  *to++ = "0123456789abcdef"[c & 0xFU];
+  return to;
 }
 
-void AppendQuoted(std::string& text, std::string_view bytes) {
-  text += '"';
-  std::size_t begin = 0;  // of the run that stands as it is
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    const auto c = static_cast<unsigned char>(bytes[i]);
-    if (kEscapes[c] == 0) continue;
-    text.append(bytes, begin, i - begin);
-    AppendEscape(text, c);
-    begin = i + 1;
+/// How many bytes of a word, from its first one on, need no escape.
+std::size_t PlainBytes(std::uint64_t word) noexcept {
+  constexpr std::uint64_t kOnes = 0x0101010101010101U;
+  constexpr std::uint64_t kTops = 0x8080808080808080U;
+  const auto zeros = [](std::uint64_t x) { return (x - kOnes) & ~x & kTops; };
+  const std::uint64_t controls = (word - 0x20U * kOnes) & ~word & kTops;
+  // A carry may mark bytes behind the first that is rightly marked, never before it.
+  const std::uint64_t marks = controls | zeros(word ^ (kOnes * '"')) | zeros(word ^ (kOnes * '\\'));
+  return static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+}
+
+/// Copies bytes up to the first one that needs an escape and moves both ends on.
+void CopyPlain(const char*& from, const char* end, char*& to) noexcept {
+  if constexpr (std::endian::native == std::endian::little) {
+    std::uint64_t word = 0;
+    constexpr std::ptrdiff_t kWord = sizeof word;
+    if (end - from >= kWord) {
+      for (;;) {
+        std::memcpy(&word, from, sizeof word);
+        std::memcpy(to, &word, sizeof word);
+        const std::size_t plain = PlainBytes(word);
+        from += plain;
+        to += plain;
+        if (plain < sizeof word || from == end) return;
+        // The last word begins among bytes that are known to be plain.
+        const std::ptrdiff_t back = std::max<std::ptrdiff_t>(kWord - (end - from), 0);
+        from -= back;
+        to -= back;
+      }
+    }
   }
-  text.append(bytes, begin);
-  text += '"';
+  while (from != end && kEscapes[static_cast<unsigned char>(*from)] == 0) *to++ = *from++;
+}
+
+void PutQuoted(GrowingText& text, std::string_view bytes) {
+  const char* from = bytes.data();
+  const char* const end = from + bytes.size();
+  char* to = text.Room(bytes.size() + 2);
+  *to++ = '"';
+  for (;;) {
+    CopyPlain(from, end, to);
+    if (from == end) break;
+    text.End(to);
+    to = text.Room(kLongestEscape + static_cast<std::size_t>(end - from));
+    to = WriteEscape(to, static_cast<unsigned char>(*from++));
+  }
+  *to++ = '"';
+  text.End(to);
+}
+
+void PutPlainName(GrowingText& text, std::string_view name) {
+  char* to = text.Room(name.size() + 3);
+  *to++ = '"';
+  to = std::copy(name.begin(), name.end(), to);
+  *to++ = '"';
+  *to++ = ':';
+  text.End(to);
 }
 
 /// Writes one value after the other behind a text.
@@ -72,14 +126,21 @@ class TextWriter {
   void GoOnWithObject();
   void WriteScalar(const JsonValue& value);
   void WriteString(std::string_view bytes);
+  void WriteBinary(std::string_view bytes);
+  template <class Number>
+  void WriteNumberText(Number value) {
+    char number[kNumberRoom];
+    text_.Put(
+        std::string_view(number, static_cast<std::size_t>(WriteNumber(number, value) - number)));
+  }
 
-  std::string& text_;
+  GrowingText text_;
   const JsonWriteOptions& options_;
   std::vector<Frame> frames_;
 };
 
 void TextWriter::Write(const JsonValue& root) {
-  Begin(root);
+  if (Begin(root)) return;
   while (!frames_.empty()) {
     if (frames_.back().container->isArray()) {
       GoOnWithArray();
@@ -94,33 +155,39 @@ bool TextWriter::Begin(const JsonValue& value) {
     WriteScalar(value);
     return true;
   }
-  text_ += value.isArray() ? '[' : '{';
+  text_.Put(value.isArray() ? '[' : '{');
+  if (frames_.empty()) frames_.reserve(8);
   frames_.push_back({&value, 0});
   return false;
 }
 
 void TextWriter::GoOnWithArray() {
   Frame& frame = frames_.back();
-  const std::vector<JsonValue>& elements = JsonNodes::Elements(*frame.container);
+  const std::vector<JsonValue>& elements = JsonNodes::Content(*frame.container);
   while (frame.next < elements.size()) {
-    if (frame.next > 0) text_ += ',';
+    if (frame.next > 0) text_.Put(',');
     if (!Begin(elements[frame.next++])) return;
   }
-  text_ += ']';
+  text_.Put(']');
   frames_.pop_back();
 }
 
 void TextWriter::GoOnWithObject() {
   Frame& frame = frames_.back();
-  const std::vector<JsonMember>& members = JsonNodes::Members(*frame.container);
-  while (frame.next < members.size()) {
-    if (frame.next > 0) text_ += ',';
-    const JsonMember& member = members[frame.next++];
-    WriteString(member.key);
-    text_ += ':';
-    if (!Begin(member.value)) return;
+  const std::vector<JsonValue>& values = JsonNodes::Content(*frame.container);
+  while (frame.next < values.size()) {
+    const JsonKeys& keys = JsonNodes::Keys(*frame.container);
+    const std::size_t position = frame.next++;
+    if (position > 0) text_.Put(',');
+    if (keys.ArePlain()) {
+      PutPlainName(text_, keys[position]);
+    } else {
+      WriteString(keys[position]);
+      text_.Put(':');
+    }
+    if (!Begin(values[position])) return;
   }
-  text_ += '}';
+  text_.Put('}');
   frames_.pop_back();
 }
 
@@ -128,37 +195,43 @@ void TextWriter::WriteScalar(const JsonValue& value) {
   switch (value.type()) {
     case JsonType::Int:
     case JsonType::Time:
-      AppendNumber(text_, JsonNodes::Integer(value));
+      WriteNumberText(JsonNodes::Integer(value));
       break;
     case JsonType::UInt:
-      AppendNumber(text_, JsonNodes::Unsigned(value));
+      WriteNumberText(JsonNodes::Unsigned(value));
       break;
     case JsonType::Real:
-      AppendNumber(text_, JsonNodes::Real(value));
+      WriteNumberText(JsonNodes::Real(value));
       break;
     case JsonType::Boolean:
-      text_ += JsonNodes::Boolean(value) ? "true" : "false";
+      text_.Put(JsonNodes::Boolean(value) ? std::string_view("true") : std::string_view("false"));
       break;
     case JsonType::String:
       WriteString(JsonNodes::Bytes(value));
       break;
     case JsonType::Binary:
-      text_ += '"';
-      AppendBase64(text_, JsonNodes::Bytes(value));
-      text_ += '"';
+      WriteBinary(JsonNodes::Bytes(value));
       break;
     default:
-      text_ += "null";
+      text_.Put("null");
       break;
   }
 }
 
 void TextWriter::WriteString(std::string_view bytes) {
   if (options_.replaceInvalidUtf8 && FirstInvalidUtf8(bytes) != bytes.size()) {
-    AppendQuoted(text_, ReplaceInvalidUtf8(bytes));
+    PutQuoted(text_, ReplaceInvalidUtf8(bytes));
   } else {
-    AppendQuoted(text_, bytes);
+    PutQuoted(text_, bytes);
   }
+}
+
+void TextWriter::WriteBinary(std::string_view bytes) {
+  std::string base64;
+  AppendBase64(base64, bytes);
+  text_.Put('"');
+  text_.Put(base64);
+  text_.Put('"');
 }
 
 }  // namespace

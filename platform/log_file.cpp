@@ -15,11 +15,12 @@ namespace {
 constexpr std::size_t kFileBytes = std::size_t{16} << 20;
 constexpr std::size_t kOldFiles = 3;
 
-/// Whether the file can be written. Asked first, because spdlog tries several times and
-/// sleeps in between, at the cost of whoever logs.
+/// Makes the file when it is missing; whether it can be written. Asked first, because
+/// spdlog tries several times and sleeps in between, at the cost of whoever logs, and
+/// because its files would be readable by all.
 bool CanBeWritten(const std::string& path) {
   const int file =
-      ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+      ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, kFileRights);
   if (file < 0) return false;
   ::close(file);
   return true;
@@ -35,7 +36,11 @@ bool LogFile::OpenBelow(const std::string& root) {
   out_.reset();
   const std::string path = root + "log/keelstone.log";
   if (!MakeParentFolders(path) || !CanBeWritten(path)) return false;
-  auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_st>(path, kFileBytes, kOldFiles);
+  spdlog::file_event_handlers handlers;
+  // Each time the file turns over, too. What cannot be written, spdlog finds out itself.
+  handlers.before_open = [](const std::string& file) { static_cast<void>(CanBeWritten(file)); };
+  auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_st>(path, kFileBytes, kOldFiles,
+                                                                     false, handlers);
   auto out = std::make_unique<spdlog::logger>("keelstone", std::move(sink));
   out->set_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%eZ %v",
                                                                  spdlog::pattern_time_type::utc));

@@ -127,45 +127,75 @@ std::int32_t AtoiLow32(std::string_view text) noexcept {
 
 double AtofFinite(std::string_view text) noexcept { return LeadingDouble(text).value_or(0.0); }
 
+char* WriteNumber(char* to, std::int64_t value) noexcept {
+  return std::to_chars(to, to + kNumberRoom, value).ptr;
+}
+
+char* WriteNumber(char* to, std::uint64_t value) noexcept {
+  return std::to_chars(to, to + kNumberRoom, value).ptr;
+}
+
 namespace {
 
-template <class Integer>
-void AppendInteger(std::string& text, Integer value) {
-  char buffer[24];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  text.append(buffer, result.ptr);
+/// Writes a value that is a decimal with few digits, as most that devices tell; nullptr for
+/// others.
+///
+/// Whole numbers below 2^53 and these powers of ten are doubles, so that their quotient is
+/// the double which the decimal reads as. No two decimals of 15 digits read as the same
+/// double: the one that is found is the shortest text there is.
+char* WriteShortDecimal(char* to, double value) noexcept {
+  constexpr double kPowers[] = {10, 100, 1'000, 10'000, 100'000};
+  constexpr double kMostDigits = 1e15;
+  const double size = std::fabs(value);
+  if (!(size >= 1e-4)) return nullptr;
+  for (const double power : kPowers) {
+    const double scaled = size * power;
+    if (!(scaled < kMostDigits)) return nullptr;
+    const auto digits = static_cast<std::uint64_t>(scaled + 0.5);
+    if (static_cast<double>(digits) / power != size) continue;
+    const auto unit = static_cast<std::uint64_t>(power);
+    if (value < 0) *to++ = '-';
+    // A one before the decimals keeps their zeros, and gives its place to the point.
+    char* const point = std::to_chars(to, to + 16, digits / unit).ptr;
+    char* const end = std::to_chars(point, point + 8, unit + digits % unit).ptr;
+    *point = '.';
+    return end;
+  }
+  return nullptr;
 }
 
 }  // namespace
 
-void AppendNumber(std::string& text, std::int64_t value) { AppendInteger(text, value); }
-
-void AppendNumber(std::string& text, std::uint64_t value) { AppendInteger(text, value); }
-
-void AppendNumber(std::string& text, double value) {
-  if (!std::isfinite(value)) {
-    text += "null";
-    return;
-  }
+char* WriteNumber(char* to, double value) noexcept {
+  if (!std::isfinite(value)) return std::copy_n("null", 4, to);
+  if (char* const end = WriteShortDecimal(to, value); end != nullptr) return end;
   const double size = std::fabs(value);
-  char buffer[40];
-  char* const room = buffer + sizeof buffer - 2;
-  char* end = nullptr;
+  char* const room = to + kNumberRoom - 2;
   if (size < kTwoTo53 && size == std::trunc(size) && !std::signbit(value)) {
-    end = std::to_chars(buffer, room, static_cast<std::int64_t>(value)).ptr;
-    *end++ = '.';
-    *end++ = '0';
-  } else if (size == 0.0 || (size >= 1e-4 && size < 1e16)) {
-    end = std::to_chars(buffer, room, value, std::chars_format::fixed).ptr;
-    if (size == std::trunc(size)) {
-      *end++ = '.';
-      *end++ = '0';
-    }
-  } else {
-    end = std::to_chars(buffer, room, value, std::chars_format::scientific).ptr;
+    return std::copy_n(".0", 2, std::to_chars(to, room, static_cast<std::int64_t>(value)).ptr);
   }
-  text.append(buffer, end);
+  if (size == 0.0 || (size >= 1e-4 && size < 1e16)) {
+    char* const end = std::to_chars(to, room, value, std::chars_format::fixed).ptr;
+    return size == std::trunc(size) ? std::copy_n(".0", 2, end) : end;
+  }
+  return std::to_chars(to, room, value, std::chars_format::scientific).ptr;
 }
+
+namespace {
+
+template <class Number>
+void Append(std::string& text, Number value) {
+  char buffer[kNumberRoom];
+  text.append(buffer, WriteNumber(buffer, value));
+}
+
+}  // namespace
+
+void AppendNumber(std::string& text, std::int64_t value) { Append(text, value); }
+
+void AppendNumber(std::string& text, std::uint64_t value) { Append(text, value); }
+
+void AppendNumber(std::string& text, double value) { Append(text, value); }
 
 std::int64_t SaturateToInt64(double value) noexcept {
   if (std::isnan(value)) return 0;

@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_PLATFORM_NUMBERS_H
 #define KEELSTONE_PLATFORM_NUMBERS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,6 +35,13 @@ void AppendNumber(std::string& text, std::uint64_t value);
 /// from 0.0001 up to below 1e16 and with at least one decimal, else with an exponent of
 /// at least two digits; "null" for NaN and the infinities.
 void AppendNumber(std::string& text, double value);
+
+/// What the text of a number needs at most, in bytes.
+inline constexpr std::size_t kNumberRoom = 40;
+/// Write the same texts at `to`, where kNumberRoom bytes are free; the end of the text.
+char* WriteNumber(char* to, std::int64_t value) noexcept;
+char* WriteNumber(char* to, std::uint64_t value) noexcept;
+char* WriteNumber(char* to, double value) noexcept;
 
 /// To 64 bits, cut towards zero: beyond the range the nearest bound, NaN gives 0.
 std::int64_t SaturateToInt64(double value) noexcept;

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/filesystem.h"
+
 namespace keelstone {
 
 namespace {
@@ -51,7 +53,7 @@ std::string TemporaryName(const std::string& path) {
 /// exists.
 int WriteTemporary(const std::string& temporary, const std::string& path, const std::string& text) {
   const FileHandle file(
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kFileRights));
   if (file.get() < 0) return errno;
   struct stat old = {};
   if (::stat(path.c_str(), &old) == 0 && ::fchmod(file.get(), old.st_mode & 07777) != 0) {

@@ -60,9 +60,9 @@ KEELSTONE_EXPORT const char* ExpectationKindName(EnumExpectationKind kind);
 
 /// A value as a sentence tells it: a number by its digits, a text in quotes, cut when it
 /// is long.
-std::string ValueInWords(const JsonValue& value, EnumKSDataType dataType);
+KEELSTONE_EXPORT std::string ValueInWords(const JsonValue& value, EnumKSDataType dataType);
 /// The text, or its beginning up to `limit` bytes and "…", cut between characters.
-std::string CutText(std::string_view text, std::size_t limit);
+KEELSTONE_EXPORT std::string CutText(std::string_view text, std::size_t limit);
 
 }  // namespace keelstone
 

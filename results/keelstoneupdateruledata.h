@@ -34,6 +34,9 @@ struct KEELSTONE_EXPORT KSRuleUpdateResultItem {
   std::int32_t nVariableSourceType = kVariableSourceParser;
   std::int32_t nVariableType = -1;
   std::int32_t nOperateType = kUploadUpdate;
+  /// Learned with the value just evaluated, and not taken over from the variable rules. Not
+  /// part of the document.
+  bool isLearned = false;
 
   KSRuleUpdateResultItem() = default;
   KSRuleUpdateResultItem(int ruleId, const std::string& ruleAlgParam,

@@ -16,7 +16,8 @@ namespace keelstone {
 /// A domain as the evaluation of its runs needs it; fixed once it is made.
 struct KEELSTONE_EXPORT Domain {
   std::string id;
-  std::shared_ptr<KSDataManagerSql> data;
+  std::shared_ptr<KSDataManagerSql> data;  // empty when the domain is not usable
+  bool usable = true;                      // else all values of its runs are rejected
   bool engineOn = true;
   std::int64_t tableRowLimit = 0;    // a table with more rows is rejected
   std::int64_t stringLineLimit = 0;  // a string with more lines is rejected

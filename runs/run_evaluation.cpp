@@ -47,11 +47,12 @@ bool Process(KSRuleInstance& instance, const VarInfo& variable, RunOutcome& outc
 }
 
 void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand,
-              std::unique_ptr<UnitData> data, RunOutcome& outcome) {
+              std::unique_ptr<UnitData> data, bool explain, RunOutcome& outcome) {
   outcome.instance = std::make_unique<KSRuleInstance>(
       run.source, run.nodeId, run.device, run.nodePathSchema, run.structureId, run.param,
       run.domain, "", run.time, onDemand);
   KSRuleInstance& instance = *outcome.instance;
+  if (explain) instance.SetExplain(true);
   outcome.results = instance.GetUpdateResultData();
   outcome.blocked = instance.IsInBlockTime();
   if (outcome.blocked) instance.SetOnlyUpdateKSValue();
@@ -61,11 +62,18 @@ void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand,
   }
   instance.InitCacheData();
   instance.InitHistoryData();
-  for (const VarInfo& variable : run.variables) {
-    if (!IsWithinLimits(variable, domain) || !Process(instance, variable, outcome)) {
+  for (std::size_t i = 0; i < run.variables.size(); ++i) {
+    const VarInfo& variable = run.variables[i];
+    if (!IsWithinLimits(variable, domain)) {
       outcome.rejected.push_back(variable.variableName);
+      continue;
     }
+    if (!Process(instance, variable, outcome)) outcome.rejected.push_back(variable.variableName);
+    if (!explain) continue;
+    const EnumVerdict verdict = instance.GetLastVerdict();
+    if (verdict != kVerdictNone) outcome.judged.push_back({i, verdict == kVerdictAlert});
   }
+  outcome.explanations = instance.GetExplanations();
 }
 
 }  // namespace
@@ -81,14 +89,22 @@ std::int64_t CountLines(std::string_view text) noexcept {
 }
 
 RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
-                       std::unique_ptr<UnitData> data) noexcept {
+                       std::unique_ptr<UnitData> data, bool explain) noexcept {
   RunOutcome outcome;
-  if (!domain.engineOn) return outcome;
+  if (domain.usable && !domain.engineOn) return outcome;
   try {
-    Evaluate(run, domain, onDemand, std::move(data), outcome);
+    if (!domain.usable) {
+      for (const VarInfo& variable : run.variables) {
+        outcome.rejected.push_back(variable.variableName);
+      }
+      return outcome;
+    }
+    Evaluate(run, domain, onDemand, std::move(data), explain, outcome);
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Device:%s, source:%s: %s.",
            run.device.c_str(), run.source.c_str(), error.what());
+    outcome.explanations.clear();
+    outcome.judged.clear();
     outcome.instance.reset();  // half a run is not stored
     outcome.mayHavePending = true;
   }

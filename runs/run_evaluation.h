@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_RUNS_RUN_EVALUATION_H
 #define KEELSTONE_RUNS_RUN_EVALUATION_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "engine/ksruleinstance.h"
 #include "platform/export.h"
+#include "results/explanation.h"
 #include "results/keelstoneupdateruledata.h"
 #include "runs/domain.h"
 #include "runs/run_line.h"
@@ -21,6 +23,12 @@ struct KEELSTONE_EXPORT UnitData {
   DevParserHistory histories;
 };
 
+/// A value that a rule has judged.
+struct KEELSTONE_EXPORT JudgedValue {
+  std::size_t variable = 0;  // its place among the run's variables
+  bool isAlert = false;
+};
+
 /// What the engine made of one run.
 struct KEELSTONE_EXPORT RunOutcome {
   bool blocked = false;
@@ -28,7 +36,10 @@ struct KEELSTONE_EXPORT RunOutcome {
   std::vector<std::string> rejected;                // names, in input order
   bool mayHavePending = false;                      // there may be rows for the write-behind cache
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
-  std::unique_ptr<KSRuleInstance> instance;         // what Store hands over; empty afterwards
+  // Where explanations were asked for: one an alert, and what was judged, both in order.
+  std::vector<KSAlertExplanation> explanations;
+  std::vector<JudgedValue> judged;
+  std::unique_ptr<KSRuleInstance> instance;  // what Store hands over; empty afterwards
 
   /// Hands what was learned to the write-behind cache. Without it the run leaves no trace.
   void Store() noexcept;
@@ -40,9 +51,11 @@ KEELSTONE_EXPORT std::int64_t CountLines(std::string_view text) noexcept;
 /// Hands one run to the engine; what it learns is handed on by the outcome's Store. A value
 /// over the domain's limits is rejected here; what the engine cannot take is rejected,
 /// whatever goes wrong. Any thread, but one run of a unit at a time. `data` is what was
-/// loaded of the unit ahead; without it the run loads for itself.
+/// loaded of the unit ahead; without it the run loads for itself. `explain`: whether alerts
+/// are to be explained.
 KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
-                                        std::unique_ptr<UnitData> data = nullptr) noexcept;
+                                        std::unique_ptr<UnitData> data = nullptr,
+                                        bool explain = false) noexcept;
 
 }  // namespace keelstone
 

@@ -124,7 +124,7 @@ class IncomingCopy {
   static int Create(const std::string& path) {
     while (true) {
       const int file =
-          ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+          ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kFileRights);
       if (file < 0 && errno == EEXIST && ::unlink(path.c_str()) == 0) continue;  // an old process's
       if (file < 0) FailWith(path, errno);
       ::flock(file, LOCK_EX);
@@ -191,25 +191,62 @@ class HeldDatabase {
   CppSQLite3DB db_;  // closing it ends the transaction
 };
 
+/// Has no statement, nor the schema, call functions with arguments while it lives: what a
+/// schema computes (checks, defaults, indexes, generated columns) could take any time.
+class WithoutFunctions {
+ public:
+  explicit WithoutFunctions(CppSQLite3DB& db)
+      : db_(db), before_(sqlite3_limit(db.handle(), SQLITE_LIMIT_FUNCTION_ARG, 0)) {}
+  ~WithoutFunctions() { sqlite3_limit(db_.handle(), SQLITE_LIMIT_FUNCTION_ARG, before_); }
+  WithoutFunctions(const WithoutFunctions&) = delete;
+  WithoutFunctions& operator=(const WithoutFunctions&) = delete;
+
+ private:
+  CppSQLite3DB& db_;
+  int before_;
+};
+
+void RequirePlainColumns(CppSQLite3DB& source, const DeliveredTable& expected) {
+  auto statement =
+      source.compileStatement(std::string("pragma table_xinfo(") + expected.table + ")");
+  for (auto column = statement.execQuery(); !column.eof(); column.nextRow()) {
+    if (column.getIntField("hidden") == 0) continue;
+    throw DeliveryError("its column " + std::string(column.getStringField("name")) +
+                        " is computed");
+  }
+}
+
+// Pages that a damaged file uses more than once would come as rows without end, and a
+// damaged index would be taken over as it is.
+void RequireSound(CppSQLite3DB& source) {
+  auto statement = source.compileStatement("pragma integrity_check(1)");
+  const auto answer = statement.execQuery();
+  const std::string_view fault = answer.eof() ? "no answer" : answer.getStringField(0);
+  if (fault != "ok") throw DeliveryError("it is damaged: " + std::string(fault));
+}
+
 }  // namespace
 
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,
                    const DeliveredTable& expected) {
-  if (!FileExists(from)) throw DeliveryError("there is no such file");
+  if (PathError(from) == ENOENT) throw DeliveryError("there is no such file");
   if (to.empty()) throw DeliveryError("there is no destination");
   boost::system::error_code error;
   if (fs::equivalent(from, to, error)) throw DeliveryError("both are one file");
   source.open(from, CppSQLite3DB::Mode::kReadOnly);
+  source.requireKnownSchema();
+  const WithoutFunctions whileTheSchemaIsRead(source);
   if (!source.tableExists(expected.table)) {
     throw DeliveryError(std::string("it has no table ") + expected.table);
   }
   // Compiling names the column that is missing.
   source.compileStatement(std::string("select ") + expected.columns + " from " + expected.table);
+  RequirePlainColumns(source, expected);
+  RequireSound(source);
 }
 
-void OverwriteDatabase(const std::string& from, const std::string& to,
+void OverwriteDatabase(CppSQLite3DB& source, const std::string& from, const std::string& to,
                        const DeliveredTable& expected) {
-  CppSQLite3DB source;
   OpenDelivered(source, from, to, expected);
   const std::string destination = ResolveLinks(to);
   if (!MakeParentFolders(destination)) throw DeliveryError("its folder cannot be made");

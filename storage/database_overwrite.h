@@ -21,8 +21,9 @@ struct DeliveredTable {
 };
 
 /// Opens a delivered database for reading only. Throws DeliveryError when `from` is no
-/// file, is the file `to`, or lacks the table or one of its columns, CppSQLite3Exception
-/// when it is no database. A source that is being written is waited for.
+/// file, is the file `to`, lacks the table or one of its columns, has such a column
+/// computed, or is damaged; CppSQLite3Exception when it is no database or one of a newer
+/// layout, and when its schema calls functions. A source that is being written is waited for.
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,
                    const DeliveredTable& expected);
 
@@ -32,8 +33,9 @@ void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::str
 /// undisturbed; SQLite refuses its writes from then on. Writers of the old file are waited
 /// for, and what one has left half done is rolled back first, so that its journal can
 /// never be applied to the new file. Throws what OpenDelivered throws, and what SQLite or
-/// the file system refuses; then `to` is as it was. The caller holds the lock record.
-void OverwriteDatabase(const std::string& from, const std::string& to,
+/// the file system refuses; then `to` is as it was. The caller holds the lock record, and has
+/// made `source`, which is opened here, before it took it.
+void OverwriteDatabase(CppSQLite3DB& source, const std::string& from, const std::string& to,
                        const DeliveredTable& expected);
 
 }  // namespace keelstone

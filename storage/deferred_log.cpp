@@ -32,12 +32,13 @@ DeferredLog::~DeferredLog() {
   }
 }
 
-void DeferredLog::Add(int level, int line, const char* before, const char* what,
-                      const char* after) noexcept {
+void DeferredLog::Add(int level, int line,
+                      std::initializer_list<std::string_view> pieces) noexcept {
   if (!Logger::Instance().IsOn(level)) return;
   try {
-    lines_.push_back(
-        {function_, source_, line, level, std::string(before).append(what).append(after)});
+    std::string message;
+    for (const std::string_view piece : pieces) message += piece;
+    lines_.push_back({function_, source_, line, level, std::move(message)});
   } catch (const std::exception&) {
     return;
   }

@@ -1,7 +1,9 @@
 #ifndef KEELSTONE_STORAGE_DEFERRED_LOG_H
 #define KEELSTONE_STORAGE_DEFERRED_LOG_H
 
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace keelstone {
@@ -19,8 +21,11 @@ class DeferredLog {
   DeferredLog(const DeferredLog&) = delete;
   DeferredLog& operator=(const DeferredLog&) = delete;
 
-  /// Keeps `before` + `what` + `after` as one line; joins nothing when the level is off.
-  void Add(int level, int line, const char* before, const char* what, const char* after) noexcept;
+  /// Keeps the pieces as one line; joins nothing when the level is off.
+  void Add(int level, int line, const char* before, const char* what, const char* after) noexcept {
+    Add(level, line, {before, what, after});
+  }
+  void Add(int level, int line, std::initializer_list<std::string_view> pieces) noexcept;
 
  private:
   struct Line {

@@ -25,15 +25,23 @@ struct DomainTable {
   int dbType;
   const char* name;
   const char* columns;
-  bool written;  // by an evaluation
+  const char* used;  // columns that must be there
+  bool written;      // by an evaluation
 };
 
 constexpr const char* kDataColumns = "(id INTEGER PRIMARY KEY, data TEXT)";
+constexpr const char* kUsedOfRules =
+    "deviceName, interfaceValue, variableSource, param, variableName, variableSourceType, "
+    "variableDataType, interfacePath, vxNodePathSchema, ruleGenerateType, ruleTypeId, "
+    "ruleAlgParameter, isEnable, isDel";
+constexpr const char* kUsedOfHistories =
+    "deviceName, interfaceValue, variableSource, param, variableName, variableSourceType, "
+    "HistoryData";
 
 constexpr std::array<DomainTable, 5> kTables = {{
-    {kDbGlobalSetting, "KSGlobalSetting", kDataColumns, false},
-    {kDbVariableRule, "KSVariableRule", kDataColumns, false},
-    {kDbBlockSetting, "KSBlockSetting", kDataColumns, false},
+    {kDbGlobalSetting, "KSGlobalSetting", kDataColumns, "data", false},
+    {kDbVariableRule, "KSVariableRule", kDataColumns, "data", false},
+    {kDbBlockSetting, "KSBlockSetting", kDataColumns, "data", false},
     {kDbObjectRule, "KSObjectRule",
      "(deviceName TEXT NOT NULL ,interfaceValue TEXT ,variableSource TEXT NOT NULL ,param TEXT "
      ",variableName TEXT NOT NULL ,variableSourceType INTEGER NOT NULL ,variableDataType INTEGER "
@@ -41,12 +49,12 @@ constexpr std::array<DomainTable, 5> kTables = {{
      "NULL ,ruleTypeId INTEGER NOT NULL ,ruleAlgParameter TEXT ,isEnable INTEGER NOT NULL ,isDel "
      "INTEGER NOT NULL,PRIMARY KEY(deviceName,interfaceValue,variableSource,param,variableName,"
      "variableSourceType))",
-     true},
+     kUsedOfRules, true},
     {kDbObjectHistory, "KSObjectHistory",
      "(deviceName TEXT NOT NULL ,interfaceValue TEXT ,variableSource TEXT NOT NULL ,param TEXT "
      ",variableName TEXT NOT NULL ,variableSourceType INTEGER NOT NULL ,HistoryData TEXT,PRIMARY "
      "KEY(deviceName,interfaceValue,variableSource,param,variableName,variableSourceType))",
-     true},
+     kUsedOfHistories, true},
 }};
 
 FSResFileSystem DomainFileSystem() {
@@ -116,6 +124,7 @@ bool MakeTable(const DomainTable& table, const std::string& file,
                const JsonValue& generalSettings) {
   CppSQLite3DB db;
   db.open(file, CppSQLite3DB::Mode::kCreate);
+  db.requireKnownSchema();
   // At once for writing: two programs that make the same domain come one after the other.
   db.execDML("begin immediate transaction;");
   bool changed = false;
@@ -160,8 +169,12 @@ DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {
     }
     try {
       CppSQLite3DB db;
-      db.open(file, CppSQLite3DB::Mode::kReadOnly);
-      if (!db.tableExists(table.name) && missing.empty()) {
+      db.open(file, CppSQLite3DB::Mode::kReadWrite);
+      db.requireKnownSchema();
+      if (db.tableExists(table.name)) {
+        // Compiling names a column that is missing.
+        db.compileStatement(std::string("select ") + table.used + " from " + table.name);
+      } else if (missing.empty()) {
         missing = file + " has no table " + table.name;
       }
     } catch (const CppSQLite3Exception& error) {
@@ -175,9 +188,9 @@ DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {
 
 std::string MakeDomain(const std::string& domainId, const JsonValue& generalSettings,
                        std::vector<DomainFileReport>* reports) {
-  std::error_code failure;
-  std::filesystem::create_directories(DomainFolder(domainId), failure);
-  if (failure) return DomainFolder(domainId) + ": " + failure.message();
+  if (!MakeParentFolders(FileOf(kTables[0], domainId))) {
+    return Because(DomainFolder(domainId), errno);
+  }
   for (const DomainTable& table : kTables) {
     const std::string file = FileOf(table, domainId);
     try {
@@ -190,18 +203,30 @@ std::string MakeDomain(const std::string& domainId, const JsonValue& generalSett
   return {};
 }
 
-JsonValue StoredGeneralSettings(const std::string& domainId) {
+JsonValue StoredSetting(const std::string& domainId, const std::string& name) {
   const std::string file = FileOf(kTables[0], domainId);
   std::error_code ignored;
   if (!std::filesystem::exists(file, ignored)) return {};
   CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kReadOnly);
+  db.open(file, CppSQLite3DB::Mode::kReadWrite);
+  db.requireKnownSchema();
   JsonValue found;
   if (!db.tableExists(kTables[0].name)) return found;
   ForEachSetting(db, [&](const JsonValue& row) {
-    if (NameOf(row) == kGeneralSettingName) found = row["value"];
+    if (NameOf(row) == name) found = row["value"];
   });
   return found;
+}
+
+JsonValue DefaultSetting(const std::string& name) {
+  for (const JsonValue& row : DefaultSettingRows({})) {
+    if (NameOf(row) == name) return row["value"];
+  }
+  return {};
+}
+
+JsonValue StoredGeneralSettings(const std::string& domainId) {
+  return StoredSetting(domainId, kGeneralSettingName);
 }
 
 }  // namespace keelstone

@@ -21,7 +21,8 @@ struct KEELSTONE_EXPORT DomainCheck {
   std::string detail;  // which file or table, and why
 };
 
-/// Looks at the files that an evaluation uses, without changing them. `forWriting`: those
+/// Looks at the files that an evaluation uses, without changing them but for rolling back
+/// what a crash has left. `forWriting`: those
 /// that it writes must be writable.
 KEELSTONE_EXPORT DomainCheck CheckDomain(const std::string& domainId, bool forWriting);
 
@@ -38,6 +39,12 @@ struct KEELSTONE_EXPORT DomainFileReport {
 [[nodiscard]] KEELSTONE_EXPORT std::string MakeDomain(
     const std::string& domainId, const JsonValue& generalSettings,
     std::vector<DomainFileReport>* reports = nullptr);
+
+/// A row of the global settings by its name, as the domain has it stored; Null when it has
+/// none. What is no usable database throws CppSQLite3Exception.
+KEELSTONE_EXPORT JsonValue StoredSetting(const std::string& domainId, const std::string& name);
+/// The value that `init` gives such a row; Null for the general settings and for no row.
+KEELSTONE_EXPORT JsonValue DefaultSetting(const std::string& name);
 
 /// The general settings as the domain has them stored; Null when it has none. What is no
 /// usable database throws CppSQLite3Exception.

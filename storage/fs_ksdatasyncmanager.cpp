@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 
@@ -54,6 +55,8 @@ DeliveredTable ExpectedTable(int dbType) {
       return {"KSVariableRule", kSettingColumns};
     case kDbBlockSetting:
       return {"KSBlockSetting", kSettingColumns};
+    case kDbObjectRule:
+      return {kRuleTable, kRuleColumns};
     default:
       return {"KSInterfaceType", kSettingColumns};
   }
@@ -111,14 +114,19 @@ bool MergeRuleDatabase(const std::string& from, const std::string& to,
   DeferredLog log(kMergeFunction, kSource);  // goes after the lock
   const auto record = FSResourceAdaptor::Instance().RegisterTable(GuidFromText(domainId),
                                                                   kDbObjectRule, kDbObjectRule);
-  const MutexLock lock(record->mutex);
-  const bool isNew = !FileExists(to);
   CppSQLite3DB source;
   CppSQLite3DB destination;
+  const MutexLock lock(record->mutex);
+  const bool isNew = PathError(to) == ENOENT;
   const bool merged = TableFrame::Attempt(destination, kMerge, log, [&] {
-    OpenDelivered(source, from, to, {kRuleTable, kRuleColumns});
+    try {
+      OpenDelivered(source, from, to, ExpectedTable(kDbObjectRule));
+    } catch (const DeliveryError& error) {
+      throw DeliveryError(from + ": " + error.what());
+    }
     if (!MakeParentFolders(to)) throw DeliveryError("the folder of " + to + " cannot be made");
     destination.open(to);
+    destination.requireKnownSchema();
     MergeRows(source, destination, to);
   });
   if (!merged && isNew) RemoveIfEmpty(destination, to);
@@ -191,6 +199,19 @@ bool FSKSDataSyncManager::MergeObjectRule(const std::string& from, const std::st
   return merged;
 }
 
+std::string FSKSDataSyncManager::DeliveryFault(const std::string& from, const std::string& to,
+                                               int dbType) {
+  try {
+    CppSQLite3DB source;
+    OpenDelivered(source, from, to, ExpectedTable(dbType));
+    return {};
+  } catch (const CppSQLite3Exception& error) {
+    return error.errorMessage();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
 void FSKSDataSyncManager::InvalidateKSGlobalSettingCaches(const std::string& domainId) {
   ManagerOf(domainId)->InvalidateKSGlobalSettingCaches();
 }
@@ -233,12 +254,14 @@ bool FSKSDataSyncManager::OverWriteDBFile(const std::string& from, const std::st
       return false;
     }
     std::string failure;
+    CppSQLite3DB source;
     try {
       const MutexLock lock(record->mutex);
-      OverwriteDatabase(from, to, ExpectedTable(dbType));
+      OverwriteDatabase(source, from, to, ExpectedTable(dbType));
       return true;
     } catch (const CppSQLite3Exception& error) {
-      failure = error.errorMessage();
+      failure = error.file().empty() ? "" : error.file() + ": ";
+      failure += error.errorMessage();
     } catch (const DeliveryError& error) {
       failure = error.what();
     }

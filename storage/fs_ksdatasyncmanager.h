@@ -13,10 +13,12 @@ namespace keelstone {
 ///
 /// Every merge takes the file `from`, the file `to`, the domain whose database `to` is, and
 /// whether the domain's data manager reads it anew afterwards. It answers true when `to`
-/// holds what was delivered. A source that is missing, is no database, lacks the table or
-/// the columns of its type, or is the destination itself changes nothing: false, a line in
-/// the log, and one failed write more (GetFailedWriteCount). A source that another process
-/// is writing is waited for as long as any statement waits. The source is only read.
+/// holds what was delivered. A source that is missing, is no database or a damaged one,
+/// lacks the table or the columns of its type, has them computed, calls functions in its
+/// schema, or is the destination itself changes nothing: false, a line in the log, and one
+/// failed write more (GetFailedWriteCount). Triggers and views in it never take effect. A
+/// source that another process is writing is waited for as long as any statement waits. The
+/// source is only read.
 ///
 /// Each holds the lock record of (domain, database type), so it never meets a table
 /// operation of this process half way. Any thread; made on first use, never destroyed.
@@ -43,6 +45,10 @@ class KEELSTONE_EXPORT FSKSDataSyncManager {
   /// file could not be made smaller.
   bool MergeObjectRule(const std::string& from, const std::string& to, const std::string& domainId,
                        bool invalidate);
+
+  /// Why a merge would refuse the source as it is now; empty when it would not. `dbType`
+  /// is the EnumDbType of the merge. Reads the whole source.
+  static std::string DeliveryFault(const std::string& from, const std::string& to, int dbType);
 
   // Each has the domain's data manager read its table anew.
   void InvalidateKSGlobalSettingCaches(const std::string& domainId);

@@ -1,5 +1,6 @@
 #include "storage/gone_sources.h"
 
+#include <cerrno>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -19,9 +20,9 @@ namespace {
 template <class Visit>
 void ForEachRow(const std::string& file, const char* table, const std::string& columns,
                 const std::string& end, Visit visit) {
-  if (!FileExists(file)) return;
+  if (PathError(file) == ENOENT) return;
   CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kReadOnly);
+  db.open(file, CppSQLite3DB::Mode::kReadWrite);
   if (!db.tableExists(table)) return;
   CppSQLite3Statement select =
       db.compileStatement("select " + columns + " from " + table + " where variableSourceType = " +

@@ -44,7 +44,7 @@ int KSBlockSettingSql::LoadDBData() {
   std::vector<std::shared_ptr<const BlockSettingItem>> read;
   const TableOutcome outcome =
       ReadDataRows(*this, kLoad, [&read](const JsonValue& row) { read.push_back(ReadRow(row)); });
-  if (outcome == TableOutcome::kFailed) return 0;
+  if (IsFailure(outcome)) return 0;
   const WriterLock lock(mutex_);
   items_.swap(read);
   return 1;

@@ -103,7 +103,7 @@ int KSGlobalSettingSql::LoadDBData() {
   next->BeginReading();
   const TableOutcome outcome =
       ReadDataRows(*this, kLoad, [&next](const JsonValue& row) { next->Apply(row); });
-  if (outcome == TableOutcome::kFailed) return 0;
+  if (IsFailure(outcome)) return 0;
   if (outcome == TableOutcome::kRan) next->EndReading();
   {
     const WriterLock lock(mutex_);

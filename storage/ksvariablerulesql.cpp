@@ -97,7 +97,7 @@ int KSVariableRuleSql::LoadDBData() {
     std::string key = ReadRow(row, *definition);
     read.insert_or_assign(std::move(key), std::move(definition));
   });
-  if (outcome == TableOutcome::kFailed) return 0;
+  if (IsFailure(outcome)) return 0;
   const WriterLock lock(mutex_);
   definitions_.swap(read);
   return 1;

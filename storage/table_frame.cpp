@@ -1,6 +1,8 @@
 #include "storage/table_frame.h"
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -61,16 +63,18 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
   DeferredLog log(operation.function, operation.source);  // goes after the lock
   TableOutcome outcome = TableOutcome::kFailed;
   const std::string domainId = table.GetDomainId();
+  CppSQLite3DB db;
   const auto record = FSResourceAdaptor::Instance().RegisterTable(
       GuidFromText(domainId), operation.dbType, operation.dbType);
   if (record != nullptr) {
     const MutexLock lock(record->mutex);
-    outcome =
-        RunLocked(table.fileSystem_->GetDBFile(operation.dbType, domainId), operation, body, log);
+    outcome = RunLocked(db, table.fileSystem_->GetDBFile(operation.dbType, domainId), operation,
+                        body, log);
+    db.close();
   } else {
     LogFailure(operation, log);
   }
-  if (outcome == TableOutcome::kFailed) {
+  if (IsFailure(outcome)) {
     ++failedHere;
     if (operation.access == TableAccess::kRead) {
       failedReads.fetch_add(1, std::memory_order_acq_rel);
@@ -83,10 +87,16 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
   return outcome;
 }
 
-TableOutcome TableFrame::RunLocked(const std::string& file, const TableOperation& operation,
-                                   const Body& body, DeferredLog& log) {
-  if (operation.access != TableAccess::kCreate && !FileExists(file)) return TableOutcome::kNoFile;
-  CppSQLite3DB db;
+TableOutcome TableFrame::RunLocked(CppSQLite3DB& db, const std::string& file,
+                                   const TableOperation& operation, const Body& body,
+                                   DeferredLog& log) {
+  const int error = operation.access != TableAccess::kCreate ? PathError(file) : 0;
+  if (error == ENOENT) return TableOutcome::kNoFile;
+  if (error != 0) {
+    log.Add(kLogError, __LINE__, file.c_str(), " cannot be reached: ", ::strerrordesc_np(error));
+    LogFailure(operation, log);
+    return TableOutcome::kUnreachable;
+  }
   TableOutcome outcome = TableOutcome::kNoTable;
   const bool done = Attempt(db, operation, log, [&] {
     if (!Open(db, file, operation, log)) return;
@@ -102,7 +112,9 @@ bool TableFrame::Attempt(CppSQLite3DB& db, const TableOperation& operation, Defe
     work();
     return true;
   } catch (const CppSQLite3Exception& error) {
-    log.Add(kLogError, __LINE__, "sqlite exception in rw:", error.errorMessage(), ".");
+    log.Add(kLogError, __LINE__,
+            {"sqlite exception in rw:", error.file(), error.file().empty() ? "" : ": ",
+             error.errorMessage(), "."});
   } catch (const std::exception& error) {
     log.Add(kLogError, __LINE__, "c++ exception in rw:", error.what(), ".");
   } catch (...) {
@@ -121,6 +133,7 @@ bool TableFrame::Open(CppSQLite3DB& db, const std::string& file, const TableOper
   }
   // For reads too: only a connection that may write can roll back what a crash left.
   db.open(file, create ? CppSQLite3DB::Mode::kCreate : CppSQLite3DB::Mode::kReadWrite);
+  db.requireKnownSchema();
   if (db.tableExists(operation.table)) return true;
   if (operation.createSql == nullptr) return false;
   const std::string where = std::string(operation.table) + " table in " + file + " db";

@@ -30,15 +30,20 @@ struct TableOperation {
 };
 
 enum class TableOutcome {
-  kNoFile,   // nothing was touched
-  kNoTable,  // likewise
-  kRan,      // the body ran to its end
-  kFailed,   // the lock record was refused or an error was caught; rolled back and logged
+  kNoFile,       // nothing was touched
+  kNoTable,      // likewise
+  kUnreachable,  // whether the file is there cannot be found out; logged and counted
+  kRan,          // the body ran to its end
+  kFailed,       // the lock record was refused or an error was caught; rolled back and logged
 };
 
 /// The uniform answer of the object-rule operations.
+constexpr bool IsFailure(TableOutcome outcome) noexcept {
+  return outcome == TableOutcome::kFailed || outcome == TableOutcome::kUnreachable;
+}
+
 constexpr int StatusOf(TableOutcome outcome) noexcept {
-  if (outcome == TableOutcome::kNoFile) return 0;
+  if (outcome == TableOutcome::kNoFile || outcome == TableOutcome::kUnreachable) return 0;
   return outcome == TableOutcome::kNoTable ? 1 : -1;
 }
 
@@ -57,8 +62,9 @@ class TableFrame {
                       const std::function<void()>& work);
 
  private:
-  static TableOutcome RunLocked(const std::string& file, const TableOperation& operation,
-                                const Body& body, DeferredLog& log);
+  static TableOutcome RunLocked(CppSQLite3DB& db, const std::string& file,
+                                const TableOperation& operation, const Body& body,
+                                DeferredLog& log);
   static bool Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,
                    DeferredLog& log);
 };

@@ -154,7 +154,10 @@ std::size_t UnitLoader<Data>::LoadSome(KSObjectRuleSql& table, Requests requests
   keys.reserve(requests.size());
   for (Request& request : requests) keys.push_back(std::move(request.key));
   Units found;
+  const std::uint64_t failedBefore = FailedOperationsHere();
   (table.*kind_.query)(found, keys, kVariableSourceParser);
+  // A unit may have been read in part: its callers read for themselves.
+  if (FailedOperationsHere() != failedBefore) found.clear();
   const std::size_t got = found.size();
   Keep(table, found, stamps);
   return got;

@@ -38,7 +38,8 @@ $ rule set --device r1 --source bgp --variable peers --type intLEQ --parameter '
 $ rules --interface ''
 {"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","type":"intLEQ","parameter":{"ruleParam":80},"learned":false,"points":5,"newest":1700018000}
 $ evaluate --quiet --format text alert.jsonl
-2023-11-15 22:13:20Z ALERT  r1 bgp peers = 99: expected at most 80
+2023-11-15 22:13:20Z ALERT  r1 bgp peers is 99, expected at most 80 (prescribed; 5 values since 2023-11-14 23:13:20Z)
+2023-11-15 22:13:20Z OPEN   r1 bgp peers is 99, expected at most 80 (prescribed; 5 values since 2023-11-14 23:13:20Z); 1 alert since 2023-11-15 22:13:20Z
 $ rule unset --device r1 --source bgp --variable peers --dry-run
 {"device":"r1","interface":"","source":"bgp","param":"","variable":"peers","rule":true,"history":true,"dryRun":true}
 $ rule unset --device r1 --source bgp --variable peers --format text
@@ -49,6 +50,52 @@ $ rules --interface ''
 $ rule set --device r9 --interface e0 --source new --variable v --type strEnum --parameter '{"ruleParam":["a"]}' --format text
 fixed: r9 e0 new v strEnum {"ruleParam":["a"]}
 ! keelstone rule set: note: no variable "v" of source "new" is defined yet; `keelstone evaluate --enroll` does so
+"""
+
+SHOW = r"""
+$ show --device r1 --variable state --format text
+r1 eth\x1b0 bgp state
+  rule       strEqual: always "up" (learned)
+  parameter  {"ruleParam":"up"}
+  reference  "up" of 2023-11-15T03:13:20Z
+  learns     with the first value after 2023-11-17T15:13:20Z (216000 s after the newest value of the history)
+  history    5 values, 2023-11-14T23:13:20Z to 2023-11-15T03:13:20Z
+             AAAAA
+             A = "up", 5 times
+  settings   strEqual.dataCountMinLimit = 3 (default)
+             strEqual.valueStatusCount = 6 (default)
+             strEqual.changeFrequency = 0.33000001311302185 (default)
+             strEqual.countEqualValueLimit = 3 (default)
+             strEqual.timeIntervalLimit = 216000 (default)
+             strEqual.dataCountHistory = 30 (default)
+             KSStrRowCountLimit = 100 (default)
+$ rule set --device r1 --source bgp --variable peers --type intGEQ --parameter '{"ruleParam":13}' --format text
+fixed: r1 bgp peers intGEQ {"ruleParam":13}
+$ block add --device r1 --from 0 --to 99999999999
+{"id":1,"devices":["r1"],"from":0,"to":99999999999,"active":true}
+$ show --device r1 --interface '' --format text
+r1 bgp peers
+  rule       intGEQ: at least 13 (prescribed)
+  parameter  {"ruleParam":13}
+  reference  none of the values that are kept
+  learns     never: the rule is prescribed
+  blocked    until 5138-11-16T09:46:39Z
+  history    5 values, 2023-11-14T23:13:20Z to 2023-11-15T03:13:20Z
+             _____
+             !!!!!
+             all 12
+$ evaluate --quiet --enroll young.jsonl
+$ settings set strEqual.countEqualValueLimit 4 --format text
+strEqual.countEqualValueLimit = 4
+$ show --device r2 --source bgp --param '' --variable peers
+{"domain":"default","device":"r2","interface":"","source":"bgp","param":"","variable":"peers","valueType":"int64","rule":null,"reference":null,"learning":{"after":1700005400,"words":"with the first value after 2023-11-14T23:43:20Z (1800 s after the newest value of the history)"},"blockedUntil":null,"history":[{"time":1700003600,"value":7,"fits":true}],"settings":[{"path":"IntervalTime","value":1800,"from":"default"}]}
+$ show --device r9 --interface e0 --source s
+! keelstone show: nothing is known of device "r9", interface "e0", source "s" in domain "default"; `keelstone rules` lists what is
+? 2
+$ show
+! --device is required
+! Run with --help for more information.
+? 2
 """
 
 BLOCKS = r"""
@@ -133,19 +180,20 @@ class CommandsTest(unittest.TestCase):
         self.root = os.path.join(self.folder, "root")
         self.write("runs.jsonl", [(1700000000 + 3600 * i, 12) for i in range(1, 7)])
         self.write("alert.jsonl", [(1700086400, 99)])
+        self.write("young.jsonl", [(1700003600, 7)], "r2")
         self.call("evaluate", "--enroll", "runs.jsonl")
 
-    def write(self, name, runs):
+    def write(self, name, runs, device="r1"):
         with open(os.path.join(self.folder, name), "w") as file:
             for time, peers in runs:
-                file.write(json.dumps({"time": time, "device": "r1", "source": "bgp", "variables": [
+                file.write(json.dumps({"time": time, "device": device, "source": "bgp", "variables": [
                     {"name": "peers", "value": peers},
                     {"name": "state", "interface": "eth\x1b0", "value": "up"}]}) + "\n")
 
     def call(self, *arguments):
         done = subprocess.run([PROGRAM, *arguments], stdout=subprocess.PIPE, timeout=60, text=True,
                               stderr=subprocess.PIPE, cwd=self.folder,
-                              env={**os.environ, "KEELSTONE_ROOT": self.root})
+                              env={**os.environ, "KEELSTONE_ROOT": self.root, "LC_ALL": "C"})
         return done.stdout, done.stderr.replace(self.root, "ROOT"), done.returncode
 
     def play(self, transcript):
@@ -171,6 +219,9 @@ class CommandsTest(unittest.TestCase):
         for name in ("RULES", "RULE_SET", "BLOCKS", "SETTINGS"):
             with self.subTest(name):
                 self.play(globals()[name])
+
+    def test_show_tells_what_is_known(self):
+        self.play(SHOW)
 
     def test_bad_rules_and_times_change_nothing(self):
         for kind, parameter, why in BAD_RULES:
@@ -212,7 +263,7 @@ class CommandsTest(unittest.TestCase):
         self.assertEqual(done.returncode, 3)
 
     def test_commands_explain_themselves(self):
-        for command in ("rules", "rule set", "rule unset", "block list", "block add",
+        for command in ("rules", "show", "rule set", "rule unset", "block list", "block add",
                         "block remove", "settings get", "settings set"):
             output, errors, code = self.call(*command.split(), "--help")
             self.assertEqual((errors, code), ("", 0))

@@ -7,7 +7,7 @@
 namespace keelstone::host {
 namespace {
 
-constexpr EpisodeKey kKey = {"d", "r1", "s", "p", "eth0", "v"};
+constexpr ObjectKey kKey = {"d", "r1", "s", "p", "eth0", "v"};
 
 TEST(Episodes, OpenWithTheFirstAlertCountAndEndWithTheFirstFit) {
   Episodes episodes;
@@ -31,7 +31,7 @@ TEST(Episodes, OpenWithTheFirstAlertCountAndEndWithTheFirstFit) {
 
 TEST(Episodes, EveryPartOfTheKeyCountsAndWhatIsOpenStandsInOrder) {
   Episodes episodes;
-  std::array<EpisodeKey, 7> keys;
+  std::array<ObjectKey, 7> keys;
   keys.fill(kKey);
   keys[1].domain = "x";
   keys[2].device = "x";

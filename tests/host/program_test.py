@@ -172,7 +172,8 @@ class ProgramTest(unittest.TestCase):
     def test_text_is_one_line_a_finding(self):
         out, _ = self.evaluate("--enroll", "--format", "text", input="".join(recording(12, 2)))
         for line in out.decode().splitlines():
-            self.assertRegex(line, r"^2023-11-1\d \d\d:\d\d:\d\dZ (ALERT |GOLDEN|RULE  ) r[01] eth")
+            self.assertRegex(line, r"^2023-11-1\d \d\d:\d\d:\d\dZ "
+                             r"(ALERT |CLEAR |OPEN  |GOLDEN|RULE  ) r[01] eth")
 
     def test_faulty_lines_are_told_and_skipped(self):
         lines = self.write("in.jsonl", b"\xef\xbb\xbf\r\n" + run_line(1).encode() + b"{\n  \t\n" +
@@ -268,12 +269,13 @@ class ProgramTest(unittest.TestCase):
             file.write(b"this is no database " * 100)
         _, said = self.evaluate("--domain", "bad", input=run_line(1), code=2)
         self.assertIn("KSObjectRule.db", said)
-        # Found later: what came before is evaluated, and nothing else.
+        # Its runs are rejected, those of other domains evaluated.
         bad = run_line(1, domain="bad")
         out, said = self.evaluate("--all", input=run_line(1) + bad + run_line(1), code=3)
-        self.assertEqual(len(out.splitlines()), 1)
+        self.assertEqual([json.loads(run)["rejected"] for run in out.splitlines()],
+                         [["v"]] * 3)
         self.assertIn("<stdin>:2:", said)
-        self.evaluate(input=bad + run_line(1), code=2)
+        self.evaluate(input=bad + bad, code=2)
         self.write("file", "")
         self.root = self.path("file")
         self.evaluate("--enroll", input=run_line(1), code=2)

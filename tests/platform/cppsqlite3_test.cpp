@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <filesystem>
@@ -43,6 +44,39 @@ class CppSQLite3Test : public ::testing::Test {
   std::string file_;
   CppSQLite3DB db_;
 };
+
+TEST_F(CppSQLite3Test, WhatIsMadeIsForOwnerAndGroupOnly) {
+  const mode_t before = ::umask(0);
+  const auto rights = [](const std::filesystem::path& path) {
+    return static_cast<unsigned>(std::filesystem::status(path).permissions());
+  };
+  for (const mode_t mask : {0U, 0077U}) {
+    ::umask(mask);
+    const std::string file = (root_.path() / ("made" + std::to_string(mask))).string();
+    const std::string target = file + " behind a link";
+    std::filesystem::create_symlink(target, file);
+    CppSQLite3DB db;
+    db.open(file);
+    EXPECT_EQ(rights(target), kFileRights & ~mask);
+    db.execDML("create table T (n)");
+    db.execDML("begin immediate transaction;");
+    db.execDML("insert into T values(1)");
+    EXPECT_EQ(rights(target + "-journal"), kFileRights & ~mask);
+    ASSERT_TRUE(MakeParentFolders(file + ".d/e/f"));
+    EXPECT_EQ(rights(file + ".d"), kFolderRights & ~mask);
+    EXPECT_EQ(rights(file + ".d/e"), kFolderRights & ~mask);
+  }
+  ::umask(before);
+}
+
+TEST_F(CppSQLite3Test, MakingAFileLeavesTheLocksOfOtherConnections) {
+  db_.execDML("begin immediate transaction;");
+  db_.execDML("insert into T (text) values('a')");
+  CppSQLite3DB other;
+  other.open(file_, CppSQLite3DB::Mode::kCreate);
+  sqlite3_busy_timeout(other.handle(), 0);
+  EXPECT_EQ(ErrorOf([&] { other.execDML("begin immediate transaction;"); }), SQLITE_BUSY);
+}
 
 TEST_F(CppSQLite3Test, TextsOfAnyBytesComeBack) {
   const std::string texts[] = {"", std::string("a\0b\0", 4), "\xFF\xC3\x28\x80", "\xED\xA0\x80",

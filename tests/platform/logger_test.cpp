@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -135,6 +136,7 @@ TEST_F(LoggerTest, FullDiskDisturbsNobody) {
 }
 
 TEST_F(LoggerTest, FileTurnsOverAndOldOnesGo) {
+  const mode_t umask = ::umask(0);
   const std::string text(std::size_t{9} << 20, 'x');
   for (int i = 0; i < 6; ++i) Say(kLogError, std::to_string(i) + text);
   const auto first = [this](const char* name) {
@@ -145,6 +147,10 @@ TEST_F(LoggerTest, FileTurnsOverAndOldOnesGo) {
   EXPECT_EQ(first("keelstone.log"), '5');
   EXPECT_EQ(first("keelstone.1.log"), '4');
   EXPECT_EQ(first("keelstone.3.log"), '2');
+  for (const auto& entry : std::filesystem::directory_iterator(root_.path() / "log")) {
+    EXPECT_EQ(static_cast<unsigned>(entry.status().permissions()), kFileRights) << entry.path();
+  }
+  ::umask(umask);
   EXPECT_FALSE(std::filesystem::exists(root_.path() / "log/keelstone.4.log"));
 }
 

@@ -1,15 +1,12 @@
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <set>
 
 #include "tests/storage/merge_fixture.h"
-#include "tests/support/faulty_vfs.h"
 #include "tests/support/file_text.h"
 #include "tests/support/killed_child.h"
-#include "tests/support/log_capture.h"
 
 // An overwrite that ends at any moment, on one thread: the child processes of these tests
 // come from a process without other threads.
@@ -101,35 +98,6 @@ TEST_F(MergeBrokenOff, AKillAtAnyMomentLeavesNothingOrTheNewFileWhole) {
 
 TEST_F(MergeBrokenOff, AKillBesideALeftOverJournalNeitherMixesTheFiles) {
   KillEverywhere([this] { MakeHalfWrittenOld(); }, "no");
-}
-
-TEST_F(MergeBrokenOff, AFailingDiskLeavesTheOldFile) {
-  const LogCapture quiet(4);
-  for (const bool journal : {false, true}) {
-    for (int at = 1;; ++at) {
-      SCOPED_TRACE(at);
-      if (journal) {
-        MakeHalfWrittenOld();
-      } else {
-        MakeOld();
-      }
-      bool failed = false;
-      bool merged = false;
-      {
-        FaultyVfs vfs;
-        vfs.FailAt(at, SQLITE_IOERR, FaultyVfs::Duration::kForever);
-        merged = Deliver(fresh, to);
-        failed = vfs.HasFailed();
-      }
-      ASSERT_EQ(KindOf(Content(to)), merged ? 'n' : 'o') << Content(to);
-      ASSERT_EQ(FilesIn("own"), 1U);
-      if (!failed) {
-        ASSERT_TRUE(merged);
-        break;
-      }
-      ASSERT_LT(at, 2000);
-    }
-  }
 }
 
 }  // namespace

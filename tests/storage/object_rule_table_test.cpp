@@ -5,7 +5,7 @@
 
 #include "storage/ksobjectrulesql.h"
 #include "tests/storage/storage_fixture.h"
-#include "tests/support/faulty_vfs.h"
+#include "tests/support/faulty_io.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"
 
@@ -73,7 +73,7 @@ TEST_F(ObjectRuleTable, ColumnsHoldWhatTheSchemaSays) {
 
 TEST_F(ObjectRuleTable, WritesCommitEvery600Rows) {
   table.SetRuleHistoryData({HistoryRow("d", "first", "x")});  // makes the table
-  const FaultyVfs vfs;
+  const FaultyIo vfs;
   for (const auto& [rows, transactions] :
        {std::pair(600, 1), std::pair(601, 2), std::pair(1250, 3), std::pair(0, 0)}) {
     std::vector<ObjectRuleHistoryData> batch;

@@ -1,138 +1,602 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <map>
+#include <ostream>
 #include <set>
 
-#include "storage/ksobjectrulesql.h"
-#include "storage/ksvariablerulesql.h"
+#include "platform/interface_translator.h"
+#include "storage/ckscleaner.h"
+#include "storage/dbwritewrapper.h"
+#include "storage/fs_ksdatasyncmanager.h"
+#include "storage/ksdatacachequeue.h"
+#include "storage/ksdomaindatamanager.h"
 #include "tests/storage/storage_fixture.h"
-#include "tests/support/faulty_vfs.h"
+#include "tests/support/domain_files.h"
+#include "tests/support/faulty_io.h"
+#include "tests/support/file_text.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"
 
-// One write, sync or removal fails, later and later until the work gets through.
+// Every operation on the databases meets every fault of the disk: the first operation on a
+// file fails, then the second, and so on until the work gets through.
 namespace keelstone::testing {
 namespace {
 
-constexpr int kRows = 605;
+namespace fs = std::filesystem;
 
-struct Fault {
-  int code;
-  FaultyVfs::Duration duration;
+constexpr const char* kDomain = "faults";
+constexpr int kRows = 605;  // more than a transaction takes
+constexpr int kFewRows = 20;
+
+const ObjectDefine kDevice = Object("d");
+
+struct Answer {
+  int status = 0;
+  std::string seen = {};  // what was read
+};
+using Work = std::function<Answer()>;
+
+enum class Files { kNone, kFilled, kHalfWritten };
+
+/// One operation and what it promises.
+struct Operation {
+  const char* name;
+  Files before;
+  bool writes;
+  int done;    // its answer when all is well
+  int failed;  // and when not
+  // Makes what is done under the fault; what comes before that succeeds.
+  std::function<Work()> make;
+  // What is seen after a failure; nullptr when nothing is promised of it.
+  const char* unread = nullptr;
+  // Whether the same work, done again, makes good what a fault has left undone.
+  bool resumes = true;
 };
 
-class StorageFault : public ::testing::TestWithParam<Fault> {
- protected:
-  // Runs `work` with every place of the fault in turn; `work` starts from a fresh state,
-  // `check` is told whether something failed.
-  template <class Prepare, class Work, class Check>
-  void FailEverywhere(const Prepare& prepare, const Work& work, const Check& check) {
-    const LogCapture quiet(4);
-    for (int at = 1;; at += at < 40 ? 1 : 17) {
-      SCOPED_TRACE(at);
-      prepare();
-      const std::uint64_t before = GetFailedWriteCount();
-      bool failed = false;
-      {
-        FaultyVfs vfs;
-        vfs.FailAt(at, GetParam().code, GetParam().duration);
-        work();
-        failed = vfs.HasFailed();
-      }
-      check(failed, GetFailedWriteCount() - before);
-      if (HasFatalFailure() || !failed) return;
-      ASSERT_LT(at, 5000);
-    }
-  }
+void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 
-  TempRoot root;
-};
+KSObjectRuleSql& Table() {
+  static KSObjectRuleSql& table = []() -> KSObjectRuleSql& {
+    static KSObjectRuleSql made("/FSParserData");
+    made.InitDB(kDomain);
+    return made;
+  }();
+  return table;
+}
 
-std::vector<ObjectRuleHistoryData> Histories(const std::string& text) {
-  std::vector<ObjectRuleHistoryData> rows;
-  for (int i = 0; i < kRows; ++i) {
-    rows.push_back(HistoryRow("device", std::to_string(10000 + i), text));
-  }
+std::string Variable(int number) { return std::to_string(10000 + number); }
+
+template <class Row>
+std::vector<Row> Rows(const std::function<Row(const std::string&)>& row, int count = kRows) {
+  std::vector<Row> rows;
+  for (int i = 0; i < count; ++i) rows.push_back(row(Variable(i)));
   return rows;
 }
 
-TEST_P(StorageFault, EachBatchOfHistoriesIsWholeOrAbsent) {
-  KSObjectRuleSql table("/FSParserData");
-  table.InitDB("domain");
-  const std::string file = table.GetDBFile(kDbObjectHistory);
-  const auto older = Histories("old");
-  const auto newer = Histories(std::string(100, 'n'));
-  std::set<int> seen;
-  FailEverywhere(
-      [&] { table.SetRuleHistoryData(older); },
-      [&] { EXPECT_EQ(table.SetRuleHistoryData(newer), -1); },
-      [&](bool failed, std::uint64_t counted) {
-        DevParserHistory out;  // rolls back what a lost disk has left
-        const ObjectDefine device = Object("device");
-        ASSERT_EQ(table.GetRuleHistoryData(out, &device, "source", "param", kVariableSourceParser),
-                  -1);
-        const auto& texts = out[""];
-        ASSERT_EQ(texts.size(), static_cast<std::size_t>(kRows));
-        int written = 0;
-        for (const auto& [name, text] : texts) {
-          // Rows are written in this order, so the new ones stand in front.
-          const bool isNew = text != "old";
-          if (isNew) {
-            ASSERT_EQ(name, std::to_string(10000 + written++));
-          }
-        }
-        ASSERT_TRUE(written == 0 || written == 600 || written == kRows) << written;
-        seen.insert(written);
-        ASSERT_EQ(Ask(file, "pragma integrity_check"), "ok");
-        if (written < kRows) {
-          ASSERT_EQ(counted, 1U);
-        }
-        if (!failed) {
-          ASSERT_EQ(written, kRows);
-        }
-      });
-  EXPECT_EQ(seen, (std::set<int>{0, 600, kRows}));
+std::vector<ObjectRuleHistoryData> Histories(const std::string& text, int count = kRows) {
+  return Rows<ObjectRuleHistoryData>(
+      [&](const std::string& name) { return HistoryRow("d", name, text); }, count);
 }
 
-TEST_P(StorageFault, AddedDefinitionsAreInMemoryOnlyWhenTheyAreOnDisk) {
-  const auto definition = [](const std::string& name) {
-    return RuleDefinitionData(kRuleTypeNone, 2, "", "source", name, 1, "");
+std::vector<ObjectRuleData> Rules(const std::string& param, const std::string& history,
+                                  int count = kRows) {
+  return Rows<ObjectRuleData>(
+      [&](const std::string& name) { return RuleRow("d", name, Definition(param, history)); },
+      count);
+}
+
+std::string Seen(const DevParserRule& rules) {
+  std::string text;
+  for (const auto& [interface, variables] : rules) {
+    for (const auto& [name, definition] : variables) text += name + definition->ruleParam + ' ';
+  }
+  return text;
+}
+
+std::string Seen(const DevParserHistory& histories) {
+  std::string text;
+  for (const auto& [interface, variables] : histories) {
+    for (const auto& [name, history] : variables) text += name + history + ' ';
+  }
+  return text;
+}
+
+/// Work that only has an answer.
+std::function<Work()> Plain(const std::function<int()>& work) {
+  return [work] { return Work([work] { return Answer{work(), {}}; }); };
+}
+
+/// A settings table that reads its file: what it shows then.
+template <class Sql>
+std::function<Work()> Load(const std::function<std::string(Sql&)>& show) {
+  return [show] {
+    auto table = std::make_shared<Sql>("/FSParserData");
+    table->InitDB(kDomain);
+    return Work([table, show] {
+      const int status = table->LoadDBData();
+      return Answer{status, show(*table)};
+    });
   };
-  std::unique_ptr<KSVariableRuleSql> table;
-  bool added = false;
-  FailEverywhere(
-      [&] {
-        std::filesystem::remove_all(root.path() / "data");
-        table = std::make_unique<KSVariableRuleSql>("/FSParserData");
-        table->InitDB("domain");
-      },
-      [&] {
-        added = table->AddRuleDefinitions({definition("a"), definition("b")});
-      },
-      [&](bool failed, std::uint64_t counted) {
-        ASSERT_EQ(counted, added ? 0U : 1U);
-        if (!failed) {
-          ASSERT_TRUE(added);
-        }
-        KSVariableRuleSql reread("/FSParserData");
-        reread.InitDB("domain");
-        ASSERT_EQ(reread.LoadDBData(), 1);
-        for (const char* name : {"a", "b"}) {
-          ASSERT_EQ(table->IsExistRuleDefinition("source", name, kVariableSourceParser), added);
-          ASSERT_EQ(reread.IsExistRuleDefinition("source", name, kVariableSourceParser), added);
-        }
-      });
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, StorageFault,
-                         ::testing::Values(Fault{SQLITE_IOERR, FaultyVfs::Duration::kOnce},
-                                           Fault{SQLITE_FULL, FaultyVfs::Duration::kOnce},
-                                           Fault{SQLITE_IOERR, FaultyVfs::Duration::kForever}),
-                         [](const auto& info) {
-                           return std::string(info.param.code == SQLITE_FULL ? "Full" : "Error") +
-                                  (info.param.duration == FaultyVfs::Duration::kOnce ? "Once"
-                                                                                     : "Forever");
-                         });
+/// A query of one table into `Out`.
+template <class Out>
+std::function<Work()> Query(const std::function<int(Out&)>& query) {
+  return [query] {
+    return Work([query] {
+      Out out;
+      const int status = query(out);
+      return Answer{status, Seen(out)};
+    });
+  };
+}
+
+template <class Unit>
+using UnitQuery = int (KSObjectRuleSql::*)(std::map<std::string, std::shared_ptr<Unit>>&,
+                                           const std::vector<std::shared_ptr<UnitKey>>&,
+                                           Enum_VariableSourceType);
+
+template <class Unit>
+std::function<Work()> QueryUnits(UnitQuery<Unit> query, int more) {
+  return Query<Unit>([query, more](Unit& out) {
+    std::vector<std::shared_ptr<UnitKey>> keys{std::make_shared<UnitKey>("d", "source", "param")};
+    for (int i = 0; i < more; ++i) {
+      keys.push_back(std::make_shared<UnitKey>("e" + std::to_string(i), "source", "param"));
+    }
+    std::map<std::string, std::shared_ptr<Unit>> units;
+    const int status = (Table().*query)(units, keys, kVariableSourceParser);
+    for (const auto& [key, unit] : units) out.insert(unit->begin(), unit->end());
+    return status;
+  });
+}
+
+template <class Unit>
+std::function<Work()> Fetch(
+    std::shared_ptr<Unit> (KSDataCacheQueue::*get)(std::shared_ptr<UnitKey>)) {
+  return [get] {
+    auto queue = std::make_shared<KSDataCacheQueue>();
+    queue->SetKSObjectRuleSql(std::make_shared<KSObjectRuleSql>("/FSParserData"));
+    auto table = std::make_shared<KSObjectRuleSql>("/FSParserData");
+    table->InitDB(kDomain);
+    queue->SetKSObjectRuleSql(table);
+    return Work([queue, get] {
+      const auto key = std::make_shared<UnitKey>("d", "source", "param");
+      const std::uint64_t failures = GetFailedReadCount();
+      auto unit = ((*queue).*get)(key);
+      // On a busy machine the loader may come too late for one call.
+      for (int i = 0; i < 100 && unit == nullptr && GetFailedReadCount() == failures; ++i) {
+        unit = ((*queue).*get)(key);
+      }
+      return Answer{0, unit == nullptr ? "absent" : Seen(*unit)};
+    });
+  };
+}
+
+std::string Delivered(int type) {
+  return VXFileSystem::GetSystemRootFolder() + "delivered/" + std::to_string(type);
+}
+
+using MergeCall = bool (FSKSDataSyncManager::*)(const std::string&, const std::string&,
+                                                const std::string&, bool);
+
+std::function<Work()> Merge(MergeCall merge, int type) {
+  return Plain([merge, type] {
+    return (FSKSDataSyncManager::Instance()->*merge)(Delivered(type), DomainFile(type, kDomain),
+                                                     kDomain, true)
+               ? 1
+               : 0;
+  });
+}
+
+void Cache() {
+  DBWriteWrapper::Instance()->CacheData(kDomain, "d", Rules("new", "new", kFewRows),
+                                        Histories("newer", kFewRows));
+}
+
+std::vector<Operation> Operations() {
+  const auto none = Files::kNone;
+  const auto filled = Files::kFilled;
+  const auto restart = [](KSDataManagerSql& manager) {
+    return std::to_string(manager.GetTableLimitcount()) +
+           (manager.IsExistRuleDefinition("v", "s", kVariableSourceParser) ? "v" : "");
+  };
+  return {
+      // Rules and histories: written
+      {"WriteRules", filled, true, -1, -1,
+       Plain([] { return Table().SetRuleAlgParam(Rules("new", "")); })},
+      {"WriteHistories", filled, true, -1, -1,
+       Plain([] { return Table().SetRuleHistoryData(Histories("new")); })},
+      {"WriteFirstHistories", none, true, -1, -1,
+       Plain([] { return Table().SetRuleHistoryData(Histories("new", kFewRows)); })},
+      {"WriteDomain", filled, true, 2 * kFewRows, 2 * kFewRows,
+       [] {
+         Cache();
+         return Work([] { return Answer{DBWriteWrapper::Instance()->WriteDomain(kDomain), {}}; });
+       }},
+      {"ForceWriteDisk", filled, true, 0, 0,
+       [] {
+         Cache();
+         return Work([] {
+           DBWriteWrapper::Instance()->ForceWriteDisk();
+           return Answer{};
+         });
+       }},
+      // removed
+      {"RemoveOne", filled, true, -1, -1, Plain([] {
+         return Table().RemoveRuleDefinitionData(&kDevice, "source", Variable(1), "param",
+                                                 kVariableSourceParser);
+       })},
+      {"RemoveHistories", filled, true, -1, -1, Plain([] {
+         std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>
+             items;
+         for (int i = 0; i < kRows; ++i) {
+           auto definition = Definition("");
+           definition->variableSource = "source";
+           definition->variableParam = "param";
+           definition->variableName = Variable(i);
+           definition->variableSourceType = kVariableSourceParser;
+           items.emplace_back(std::make_shared<ObjectDefine>(kDevice), definition);
+         }
+         return Table().RemoveRuleHistoryDatas(items);
+       })},
+      {"RemoveObject", filled, true, -1, -1, Plain([] {
+         return Table().RemoveRuleDefinitionDataNoVar(&kDevice, "source", "param",
+                                                      kVariableSourceParser);
+       })},
+      {"Clean", filled, true, 0, 0,
+       [] {
+         auto cleaner = std::make_shared<CKSCleaner>();
+         cleaner->SetDomainId(kDomain);
+         cleaner->SetCurrAllParserPaths({"kept"});
+         return Work([cleaner] {
+           cleaner->CleanData();
+           return Answer{};
+         });
+       },
+       nullptr, false},  // a history whose rule has gone is found by no cleaner
+      // read
+      {"ReadRuleUnits", filled, false, -1, -1,
+       QueryUnits<DevParserRule>(&KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers, 2)},
+      {"ReadManyRuleUnits", filled, false, -1, -1,
+       QueryUnits<DevParserRule>(&KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers, 1000)},
+      {"ReadHistoryUnits", filled, false, -1, -1,
+       QueryUnits<DevParserHistory>(&KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers, 2)},
+      {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
+         return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param",
+                                                   kVariableSourceParser);
+       })},
+      {"ReadObject", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
+         return Table().GetRuleDefinitionDataByDevInf(out[""], &kDevice, "source", "param",
+                                                      kVariableSourceParser);
+       })},
+      {"ReadHistories", filled, false, -1, -1, Query<DevParserHistory>([](DevParserHistory& out) {
+         return Table().GetRuleHistoryData(out, &kDevice, "source", "param", kVariableSourceParser);
+       })},
+      {"LookForRule", filled, false, 1, 0, Plain([] {
+         return Table().IsExistRuleDefinitionByDevice(&kDevice, "source", "param", kRuleLearned,
+                                                      kVariableSourceParser)
+                    ? 1
+                    : 0;
+       })},
+      {"QueueRules", filled, false, 0, 0, Fetch(&KSDataCacheQueue::GetRuleData), "absent"},
+      {"QueueHistories", filled, false, 0, 0, Fetch(&KSDataCacheQueue::GetHistoryData), "absent"},
+      // Settings
+      {"LoadGlobalSettings", filled, false, 1, 0,
+       Load<KSGlobalSettingSql>(
+           [](KSGlobalSettingSql& table) { return std::to_string(table.GetTableLimitcount()); }),
+       "5000"},
+      {"LoadVariableRules", filled, false, 1, 0,
+       Load<KSVariableRuleSql>([](KSVariableRuleSql& table) {
+         return table.IsExistRuleDefinition("s", "v", kVariableSourceParser) ? "there" : "absent";
+       }),
+       "absent"},
+      {"LoadBlockPeriods", filled, false, 1, 0,
+       Load<KSBlockSettingSql>([](KSBlockSettingSql& table) {
+         std::vector<std::pair<std::int64_t, std::int64_t>> periods;
+         return std::to_string(table.GetBlockTimeByObjectId(periods, &kDevice));
+       }),
+       "0"},
+      {"LoadDomain", filled, false, 0, 0,
+       [restart] {
+         auto manager = std::make_shared<KSDataManagerSql>();
+         return Work([manager, restart] {
+           manager->Init(kDomain);
+           return Answer{0, restart(*manager)};
+         });
+       }},
+      {"LoadInterfaceNames", filled, false, 1, 0, Plain([] {
+         return InterfaceTranslator::Instance()->LoadDataFromDB(
+                    kDomain, DomainFile(kDbInterfaceType, kDomain))
+                    ? 1
+                    : 0;
+       })},
+      {"AddVariableRules", filled, true, 1, 0,
+       [] {
+         auto table = std::make_shared<KSVariableRuleSql>("/FSParserData");
+         table->InitDB(kDomain);
+         table->LoadDBData();
+         return Work([table] {
+           std::vector<RuleDefinitionData> added;
+           for (const char* name : {"a", "b"}) {
+             added.emplace_back(kRuleTypeNone, 2, "", "s", name, 1, "");
+           }
+           const bool done = table->AddRuleDefinitions(added);
+           // In memory when they are on disk, and else not.
+           EXPECT_EQ(table->IsExistRuleDefinition("s", "a", kVariableSourceParser), done);
+           EXPECT_EQ(table->IsExistRuleDefinition("s", "b", kVariableSourceParser), done);
+           return Answer{done ? 1 : 0, {}};
+         });
+       }},
+      // Deliveries
+      {"MergeRules", filled, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeObjectRule, kDbObjectRule)},
+      {"MergeFirstRules", none, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeObjectRule, kDbObjectRule)},
+      {"MergeGlobalSettings", filled, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeGlobalSetting, kDbGlobalSetting)},
+      {"MergeVariableRules", filled, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeVariableRule, kDbVariableRule)},
+      {"MergeBlockPeriods", filled, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
+      {"MergeFirstBlockPeriods", none, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
+      {"MergeBlockPeriodsOverAHalfWrittenFile", Files::kHalfWritten, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
+      {"MergeInterfaceNames", filled, true, 1, 0,
+       Merge(&FSKSDataSyncManager::MergeInterfaceType, kDbInterfaceType)},
+  };
+}
+
+/// The domain's folder, put back before each attempt.
+class DomainState {
+ public:
+  using Snapshot = std::map<std::string, std::string>;  // file name → bytes
+  using Contents = std::map<std::string, std::string>;  // file name → what its tables hold
+
+  static fs::path Folder() { return fs::path(DomainFile(kDbObjectRule, kDomain)).parent_path(); }
+
+  static Snapshot Take() {
+    Snapshot files;
+    if (!fs::exists(Folder())) return files;
+    for (const auto& entry : fs::directory_iterator(Folder())) {
+      files[entry.path().filename()] = FileText(entry.path());
+    }
+    return files;
+  }
+
+  static void Restore(const Snapshot& snapshot) {
+    fs::remove_all(Folder());
+    for (const auto& [name, bytes] : snapshot) WriteFile((Folder() / name).string(), bytes);
+  }
+
+  /// What a process that starts anew finds. Fails the test when a database is damaged.
+  static Contents Read() {
+    Contents contents;
+    for (const auto& [type, name] : kFiles) contents[name] = ReadFile(Folder() / name);
+    return contents;
+  }
+
+  /// What else lies in the folder.
+  static std::string LeftOvers() {
+    std::string names;
+    for (const auto& [name, bytes] : Take()) {
+      if (!name.ends_with(".db")) names += name + ' ';
+    }
+    return names;
+  }
+
+ private:
+  inline static const std::map<int, std::string> kFiles = {
+      {kDbGlobalSetting, "KSGlobalSetting.db"}, {kDbVariableRule, "KSVariableRule.db"},
+      {kDbBlockSetting, "KSBlockSetting.db"},   {kDbInterfaceType, "KSInterfaceType.db"},
+      {kDbObjectRule, "KSObjectRule.db"},       {kDbObjectHistory, "KSObjectHistory.db"}};
+
+  static std::string ReadFile(const fs::path& file) {
+    if (!fs::exists(file) || fs::file_size(file) == 0) return "";
+    try {
+      EXPECT_EQ(Ask(file, "pragma integrity_check"), "ok") << file;
+      const std::string table = file.stem();
+      const char* const columns = table == "KSObjectRule"      ? "variableName || ruleAlgParameter"
+                                  : table == "KSObjectHistory" ? "variableName || HistoryData"
+                                                               : "data";
+      if (Ask(file, "select 1 from sqlite_master where name = '" + table + "'") != "1") return "";
+      return "rows " + Ask(file, std::string("select group_concat(x) from (select ") + columns +
+                                     " as x from " + table + " order by 1)");
+    } catch (const CppSQLite3Exception& error) {
+      ADD_FAILURE() << error.file() << ": " << error.errorMessage();
+      return "unreadable";
+    }
+  }
+};
+
+class StorageFault : public ::testing::TestWithParam<Operation> {
+ protected:
+  static void SetUpTestSuite() {
+    root = new TempRoot;
+    // The worker stays out of it.
+    WriteFile((root->path() / "conf/fix_frontserver.ini").string(),
+              "[Keelstone]\nCacheTime=36000\nCacheSize=1000000\n");
+    // Large pages: fewer operations on the files, and each kind of them all the same.
+    for (const int type : {kDbObjectRule, kDbObjectHistory}) {
+      Execute(DomainFile(type, kDomain), {"pragma page_size=32768", "vacuum"});
+    }
+    DomainFiles domain(kDomain);
+    domain.SetGlobal("KSTableCountLimit", "17");
+    domain.AddVariableRule({.source = "s", .name = "v"});
+    domain.AddBlock({"d"}, 1, 2);
+    MakeDataTable(domain.Path(kDbInterfaceType), "KSInterfaceType", {"{}"});
+    Table().SetRuleAlgParam(Rules("old", "", kFewRows));
+    Table().SetRuleHistoryData(Histories("old"));
+    KSDomainDataManager::Instance()->GetKSDataManager(kDomain);
+    filled = DomainState::Take();
+    MakeHalfWritten(domain.Path(kDbBlockSetting));
+    fs::create_directory(root->path() / "delivered");
+    DomainState::Restore(filled);
+    for (const int type : {kDbGlobalSetting, kDbVariableRule, kDbBlockSetting, kDbInterfaceType}) {
+      const std::string table = fs::path(domain.Path(EnumDbType(type))).stem();
+      MakeDataTable(Delivered(type), table, {"{\"name\":\"delivered\"}", "{}"});
+    }
+    fs::copy_file(domain.Path(kDbObjectRule), Delivered(kDbObjectRule));
+    Execute(Delivered(kDbObjectRule), {"update KSObjectRule set ruleAlgParameter = 'delivered'"});
+  }
+  static void TearDownTestSuite() { delete root; }
+
+  // As a writer that was killed leaves it: half new, beside its journal.
+  static void MakeHalfWritten(const std::string& file) {
+    CppSQLite3DB db;
+    db.open(file);
+    db.compileStatement("pragma cache_size=2").execQuery();
+    db.execDML("begin transaction;");
+    db.execDML(
+        "insert into KSBlockSetting (data) with recursive n(i) as (select 1 union all select i + 1 "
+        "from n where i < 500) select 'half' || hex(zeroblob(100)) from n");
+    halfWritten = DomainState::Take();
+    ASSERT_TRUE(halfWritten.contains("KSBlockSetting.db-journal"));
+  }
+
+  static const DomainState::Snapshot& Before() {
+    switch (GetParam().before) {
+      case Files::kFilled:
+        return filled;
+      case Files::kHalfWritten:
+        return halfWritten;
+      default:
+        return none;
+    }
+  }
+
+  // Runs the operation without a fault and notes every state that a crash could leave.
+  void RunUndisturbed() {
+    DomainState::Restore(Before());
+    const Work work = GetParam().make();
+    std::vector<DomainState::Snapshot> commits;
+    {
+      FaultyIo io;
+      io.OnCommit([&] { commits.push_back(DomainState::Take()); });
+      const Answer answer = work();
+      EXPECT_EQ(answer.status, GetParam().done);
+      whole = answer.seen;
+    }
+    last = DomainState::Read();
+    Allow(last);
+    for (const DomainState::Snapshot& commit : commits) {
+      DomainState::Restore(commit);
+      Allow(DomainState::Read());
+    }
+    DomainState::Restore(Before());
+    Allow(DomainState::Read());
+    ASSERT_EQ(GetParam().writes, DomainState::Read() != last);
+  }
+
+  void Allow(const DomainState::Contents& contents) {
+    for (const auto& [file, content] : contents) allowed[file].insert(content);
+  }
+
+  // One attempt; whether the fault came.
+  bool RunWithFault(int at, IoFault fault) {
+    DomainState::Restore(Before());
+    const Work work = GetParam().make();
+    const LogCapture log(kLogError);
+    const std::uint64_t writes = GetFailedWriteCount();
+    const std::uint64_t reads = GetFailedReadCount();
+    Answer answer;
+    bool failed = false;
+    {
+      FaultyIo io;
+      io.FailAt(at, fault);
+      answer = work();
+      failed = io.HasFailed();
+    }
+    const bool isCounted = GetFailedWriteCount() != writes || GetFailedReadCount() != reads;
+    CheckAnswer(answer, failed, isCounted || !log.Lines().empty());
+    CheckFiles(answer, isCounted);
+    if (isCounted) CheckLog(log);
+    return failed;
+  }
+
+  void CheckAnswer(const Answer& answer, bool failed, bool isTold) const {
+    const Operation& operation = GetParam();
+    EXPECT_TRUE(answer.status == operation.done || answer.status == operation.failed)
+        << answer.status;
+    if (!failed) {
+      EXPECT_EQ(answer.status, operation.done);
+    }
+    if (answer.seen == whole) return;
+    EXPECT_TRUE(isTold);
+    if (operation.unread != nullptr) {
+      EXPECT_EQ(answer.seen, operation.unread);
+    }
+  }
+
+  void CheckFiles(const Answer& answer, bool isCounted) const {
+    const Operation& operation = GetParam();
+    const DomainState::Contents found = DomainState::Read();
+    for (const auto& [file, content] : found) {
+      EXPECT_TRUE(allowed.at(file).contains(content)) << file << ": " << content.substr(0, 300);
+    }
+    if (!operation.writes) return;
+    if (found != last) {
+      EXPECT_TRUE(isCounted);
+    }
+    if (answer.status == operation.done && operation.done != operation.failed) {
+      EXPECT_EQ(found, last);
+    }
+  }
+
+  static void CheckLog(const LogCapture& log) {
+    bool isNamed = false;
+    bool isClosed = false;
+    for (const LogCapture::Line& line : log.Lines()) {
+      isNamed |= line.message.find(root->path().string()) != std::string::npos;
+      isClosed |= line.message.ends_with(" operate failed.") || line.module == "FS_AllRD" ||
+                  line.source == "interface_translator";
+    }
+    EXPECT_TRUE(isNamed && isClosed) << ::testing::PrintToString(log.Messages());
+  }
+
+  // After the fault the same work comes to its end and leaves nothing lying about.
+  void RunAgain() const {
+    const Work work = GetParam().make();
+    {
+      const FaultyIo unsynced;
+      const Answer answer = work();
+      EXPECT_EQ(answer.status, GetParam().done);
+      EXPECT_EQ(answer.seen, whole);
+    }
+    if (!GetParam().writes || !GetParam().resumes) return;
+    EXPECT_EQ(DomainState::Read(), last);
+    EXPECT_EQ(DomainState::LeftOvers(), "");
+  }
+
+  static inline TempRoot* root = nullptr;
+  static inline DomainState::Snapshot none, filled, halfWritten;
+  std::map<std::string, std::set<std::string>> allowed;  // by file: what may stand in it
+  DomainState::Contents last;                            // when the work is done
+  std::string whole;                                     // likewise what was read
+};
+
+TEST_P(StorageFault, LeavesOldOrNewAndIsToldOf) {
+  ASSERT_NO_FATAL_FAILURE(RunUndisturbed());
+  using Kind = IoFault::Kind;
+  for (const Kind kind : {Kind::kError, Kind::kShortWrite, Kind::kFull}) {
+    for (const bool forever : {false, true}) {
+      for (int at = 1;; ++at) {
+        SCOPED_TRACE(::testing::Message() << "fault " << static_cast<int>(kind)
+                                          << (forever ? " forever" : " once") << " at " << at);
+        const bool failed = RunWithFault(at, {kind, forever});
+        if (failed) RunAgain();
+        if (HasFailure()) return;
+        if (!failed) break;
+        ASSERT_LT(at, 5000);
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, StorageFault, ::testing::ValuesIn(Operations()),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace keelstone::testing

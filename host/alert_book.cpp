@@ -1,0 +1,68 @@
+#include "host/alert_book.h"
+
+#include <functional>
+#include <string_view>
+#include <utility>
+
+namespace keelstone::host {
+
+namespace {
+
+ObjectKey KeyOf(const ParsedRun& run, std::string_view interface, std::string_view variable) {
+  return {run.domain, run.device, run.source, run.param, interface, variable};
+}
+
+std::size_t ParameterHash(int type, const std::string& parameter) {
+  return std::hash<std::string>{}(parameter)*31U + static_cast<std::size_t>(type);
+}
+
+}  // namespace
+
+std::vector<EpisodeChange> AlertBook::Take(const ParsedRun& run, RunOutcome& outcome) {
+  std::vector<EpisodeChange> changes;
+  const MutexLock lock(mutex_);
+  FillLearnedTimes(run, outcome);
+  NoteLearned(run, outcome);
+  std::size_t explanation = 0;
+  for (const JudgedValue& value : outcome.judged) {
+    if (!value.isAlert && episodes_.isEmpty()) continue;
+    const VarInfo& variable = run.variables[value.variable];
+    const std::string said =
+        value.isAlert ? outcome.explanations[explanation].Predicate() : std::string();
+    EpisodeChange change{EpisodeStep::kNone, value.variable, explanation, {}};
+    change.step = episodes_.Note(KeyOf(run, variable.interfaceValue, variable.variableName),
+                                 run.time, value.isAlert, said, &change.episode);
+    if (value.isAlert) ++explanation;
+    if (change.step != EpisodeStep::kNone) changes.push_back(std::move(change));
+  }
+  return changes;
+}
+
+void AlertBook::FillLearnedTimes(const ParsedRun& run, RunOutcome& outcome) const {
+  for (KSAlertExplanation& alert : outcome.explanations) {
+    if (alert.learnedTime || alert.ruleGenerateType != kRuleLearned) continue;
+    const auto found = learned_.find(KeyOf(run, alert.interfaceValue, alert.variableName));
+    if (found == learned_.end()) continue;
+    // Somebody else may have put another rule in its place.
+    if (found->second.parameter != ParameterHash(alert.ruleType, alert.ruleParam)) continue;
+    alert.learnedTime = found->second.time;
+  }
+}
+
+void AlertBook::NoteLearned(const ParsedRun& run, const RunOutcome& outcome) {
+  if (!outcome.results) return;
+  for (const auto& item : outcome.results->GetKSRuleUpdateResults()) {
+    if (!item->isLearned) continue;
+    const ObjectKey key = KeyOf(run, item->strInterfaceName, item->strVariableName);
+    auto place = learned_.find(key);
+    if (place == learned_.end()) place = learned_.try_emplace(OwnObjectKey(key)).first;
+    place->second = {ParameterHash(item->nRuleId, item->strRuleAlgParam), run.time};
+  }
+}
+
+std::vector<std::pair<ObjectKey, Episode>> AlertBook::Open() const {
+  const MutexLock lock(mutex_);
+  return episodes_.Open();
+}
+
+}  // namespace keelstone::host

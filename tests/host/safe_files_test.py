@@ -1,0 +1,309 @@
+"""The program and its files: databases that cannot be used, rights, names, a full disk.
+
+Usage: safe_files_test.py PROGRAM
+"""
+import itertools
+import json
+import os
+import pathlib
+import sqlite3
+import stat
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+PROGRAM = os.path.abspath(sys.argv.pop(1))
+DATABASES = ["KSGlobalSetting", "KSVariableRule", "KSBlockSetting", "KSObjectRule",
+             "KSObjectHistory"]
+
+
+def runs(count, domain="good", start=0, variables=3):
+    """A device's runs, one an hour."""
+    return "".join(json.dumps({
+        "time": 1700000000 + 3600 * number, "device": "r1", "source": "s", "domain": domain,
+        "variables": [{"name": "v%d" % i, "value": "%d" % (number % 2) + "x" * 40}
+                      for i in range(variables)]}) + "\n"
+        for number in range(start, start + count))
+
+
+def garbage(path):
+    path.write_bytes(b"this is no database, however long it is. " * 200)
+
+
+def cut(path):
+    with sqlite3.connect(path) as connection:
+        connection.execute("create table more as with recursive n(i) as (select 1 union all "
+                           "select i + 1 from n where i < 2000) select i, hex(i) from n")
+    connection.close()
+    os.truncate(path, path.stat().st_size // 2)
+
+
+def change(sql):
+    def changed(path):
+        connection = sqlite3.connect(path)
+        connection.execute(sql.replace("TABLE", path.stem))
+        connection.close()
+    return changed
+
+
+def instead(make):
+    def made(path):
+        path.unlink()
+        make(path)
+    return made
+
+
+FAULTS = {
+    "garbage": (garbage, "file is not a database"),
+    "cut off": (cut, "malformed"),
+    "a folder": (instead(os.mkdir), "it is a folder"),
+    "a pipe": (instead(os.mkfifo), "it is no plain file"),
+    "a circle of links": (instead(lambda path: path.symlink_to(path)), "symbolic links"),
+    "of a newer layout": (change("pragma user_version = 2"),
+                          "its version 2 is newer than 1, the newest that is known here"),
+    "of another shape": (change("alter table TABLE rename to old"), ""),
+}
+
+
+class SafeFilesTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.root = self.folder / "root"
+
+    def database(self, name, domain="good"):
+        return self.root / "data" / "FSParserData" / domain / (name + ".db")
+
+    def ask(self, path, sql):
+        connection = sqlite3.connect(path)
+        try:
+            return connection.execute(sql).fetchall()
+        finally:
+            connection.close()
+
+    def call(self, *arguments, input="", code=0, umask=-1):
+        done = subprocess.run([PROGRAM, *arguments, "--root", self.root], input=input.encode(),
+                              capture_output=True, timeout=60, umask=umask)
+        said = done.stderr.decode()
+        self.assertEqual(done.returncode, code, (arguments, said))
+        return done.stdout.decode(), said
+
+    def configure(self, text):
+        (self.root / "conf").mkdir(parents=True, exist_ok=True)
+        (self.root / "conf" / "fix_frontserver.ini").write_text("[Keelstone]\n" + text)
+
+    def evaluate(self, input, *arguments, code=0):
+        out, said = self.call("evaluate", "--all", *arguments, input=input, code=code)
+        return [json.loads(line) for line in out.splitlines()], said
+
+    # Databases that cannot be used
+
+    def test_a_domain_that_cannot_be_used_leaves_the_others_working(self):
+        for number, ((name, (spoil, reason)), database) in enumerate(
+                itertools.product(FAULTS.items(), DATABASES)):
+            with self.subTest(database + " is " + name):
+                self.call("init", "--domain", "bad%d" % number)
+                path = self.database(database, "bad%d" % number)
+                spoil(path)
+                mixed = "".join(a + b for a, b in zip(
+                    runs(3, "good%d" % number).splitlines(True),
+                    runs(3, "bad%d" % number).splitlines(True)))
+                if name == "of another shape":
+                    change("create table TABLE (id INTEGER PRIMARY KEY, other TEXT)")(path)
+                    reason = "no such column"
+                found, said = self.evaluate(mixed, "--enroll", code=3)
+                self.assertEqual([len(run["rejected"]) for run in found], [0, 3] * 3)
+                self.assertIn("<stdin>:2: domain", said)
+                self.assertIn(str(path), said)
+                self.assertIn(reason, said)
+                stored = self.ask(self.database("KSObjectHistory", "good%d" % number),
+                                  "select count(*) from KSObjectHistory")
+                self.assertEqual(stored, [(3,)])
+                # Alone it is as if nothing could be used.
+                _, said = self.evaluate(runs(1, "bad%d" % number), "--domain", "bad%d" % number,
+                                        code=2)
+                self.assertIn(str(path), said)
+
+    def test_every_command_names_the_file_and_the_reason(self):
+        self.call("init", "--domain", "good")
+        self.evaluate(runs(2), "--enroll")
+        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
+        commands = [
+            ("KSObjectRule", ["rules"]), ("KSObjectRule", ["clean", "--keep", "t"]),
+            ("KSObjectRule", ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
+                              '{"ruleParam":80}']),
+            ("KSObjectHistory", ["rule", "unset", *variable]),
+            ("KSGlobalSetting", ["settings", "get"]), ("KSGlobalSetting", ["init"]),
+            ("KSGlobalSetting", ["settings", "set", "KSTableCountLimit", "7"]),
+            ("KSBlockSetting", ["block", "list"]), ("KSBlockSetting", ["block", "remove", "1"]),
+            ("KSBlockSetting", ["block", "add", "--device", "r1", "--from", "1", "--to", "2"]),
+        ]
+        for name, (database, command) in itertools.product(
+                ["garbage", "a pipe", "of a newer layout"], commands):
+            with self.subTest(name=name, command=command):
+                path = self.database(database)
+                kept = path.read_bytes()
+                FAULTS[name][0](path)
+                _, said = self.call(*command, "--domain", "good", code=2)
+                self.assertIn(str(path), said)
+                self.assertIn(FAULTS[name][1], said)
+                path.unlink()
+                path.write_bytes(kept)
+        for name in ["garbage", "cut off", "a folder", "a pipe", "of a newer layout"]:
+            with self.subTest("delivered: " + name):
+                delivered = self.folder / "KSObjectRule.db"
+                delivered.write_bytes(self.database("KSObjectRule").read_bytes())
+                FAULTS[name][0](delivered)
+                before = self.database("KSObjectRule").read_bytes()
+                _, said = self.call("merge", "--domain", "good", "--type", "object-rule",
+                                    str(delivered), code=2)
+                self.assertIn(str(delivered), said)
+                self.assertEqual(self.database("KSObjectRule").read_bytes(), before)
+                if delivered.is_dir():
+                    delivered.rmdir()
+                else:
+                    delivered.unlink()
+
+    def test_an_empty_file_is_a_database_without_its_table(self):
+        self.call("init", "--domain", "good")
+        self.database("KSObjectHistory").write_bytes(b"")
+        _, said = self.evaluate(runs(1))
+        self.assertIn(str(self.database("KSObjectHistory")) + " has no table", said)
+        self.evaluate(runs(2), "--enroll")
+        self.assertEqual(self.ask(self.database("KSObjectHistory"),
+                                  "select count(*) from KSObjectHistory"), [(3,)])
+
+    def test_a_file_of_the_known_layout_keeps_its_version(self):
+        self.call("init", "--domain", "good")
+        self.assertEqual(self.ask(self.database("KSObjectRule"), "pragma user_version"), [(0,)])
+        change("pragma user_version = 1")(self.database("KSObjectRule"))
+        self.evaluate(runs(12), "--enroll")
+        self.assertEqual(self.ask(self.database("KSObjectRule"), "pragma user_version"), [(1,)])
+
+    def test_what_a_crash_has_left_is_rolled_back(self):
+        self.call("init", "--domain", "good")
+        path = self.database("KSObjectHistory")
+        journal = pathlib.Path(str(path) + "-journal")
+        writer = sqlite3.connect(path, isolation_level=None)
+        writer.execute("pragma cache_size = 2")
+        writer.execute("begin")
+        writer.execute("insert into KSObjectHistory with recursive n(i) as (select 1 union all "
+                       "select i + 1 from n where i < 2000) select 'd', '', 's', '', i, 2, "
+                       "hex(zeroblob(50)) from n")
+        left = path.read_bytes(), journal.read_bytes()
+        writer.execute("rollback")
+        writer.close()
+        for command in [["evaluate", "--enroll"], ["rules"], ["clean", "--keep", "s"]]:
+            path.write_bytes(left[0]), journal.write_bytes(left[1])
+            self.call(*command, "--domain", "good", input=runs(2))
+            self.assertFalse(journal.exists())
+            self.assertEqual(self.ask(path, "pragma integrity_check"), [("ok",)])
+            self.assertEqual(self.ask(path, "select count(*) from KSObjectHistory where "
+                                      "deviceName = 'd'"), [(0,)])
+
+    def test_a_lock_is_waited_for_as_long_as_is_set(self):
+        self.configure("BusyTimeout=300\n")
+        self.call("init", "--domain", "held")
+        holder = sqlite3.connect(self.database("KSObjectRule", "held"), isolation_level=None,
+                                 check_same_thread=False)
+        holder.execute("begin exclusive")
+        begun = time.monotonic()
+        found, said = self.evaluate(runs(1, "held") + runs(1), "--enroll", code=3)
+        self.assertGreater(time.monotonic() - begun, 0.25)
+        self.assertLess(time.monotonic() - begun, 5)
+        self.assertEqual([len(run["rejected"]) for run in found], [3, 0])
+        self.assertIn(str(self.database("KSObjectRule", "held")) + ": ", said)
+        self.assertIn("database is locked", said)
+        self.configure("BusyTimeout=30000\n")
+        release = threading.Timer(0.5, holder.execute, ["rollback"])
+        release.start()
+        found, _ = self.evaluate(runs(1, "held"), "--enroll")
+        self.assertEqual(found[0]["rejected"], [])
+        release.join()
+        holder.close()
+
+    # Rights and names
+
+    def test_files_are_for_their_owner_and_group_only(self):
+        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
+        for umask, file_rights, folder_rights in [(0, 0o640, 0o750), (0o077, 0o600, 0o700)]:
+            self.root = self.folder / ("root%o" % umask)
+            for command in [["init", "--interval-time", "60"], ["evaluate", "--enroll", "--log-level", "0"],
+                            ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
+                             '{"ruleParam":80}'],
+                            ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
+                            ["settings", "set", "KSTableCountLimit", "7"],
+                            ["clean", "--keep", "s"]]:
+                self.call(*command, input=runs(12, "default"), umask=umask)
+            for kind, name in [("object-rule", "KSObjectRule"), ("block-setting", "KSBlockSetting"),
+                               ("interface-type", "KSInterfaceType")]:
+                delivered = self.folder / name
+                with sqlite3.connect(delivered) as connection:
+                    connection.execute("create table if not exists KSInterfaceType (data)")
+                connection.close()
+                if kind != "interface-type":
+                    delivered.write_bytes(self.database(name, "default").read_bytes())
+                delivered.chmod(0o666)
+                self.call("merge", "--type", kind, str(delivered), umask=umask)
+            found = [path for path in self.root.rglob("*")] + [self.root]
+            self.assertGreater(len(found), 10)
+            self.assertIn(self.root / "log" / "keelstone.log", found)
+            for path in found:
+                self.assertEqual(oct(stat.S_IMODE(path.stat().st_mode)),
+                                 oct(folder_rights if path.is_dir() else file_rights), path)
+
+    def test_no_domain_id_leaves_the_root(self):
+        delivered = self.folder / "delivered"
+        self.call("init", "--domain", "from")
+        delivered.write_bytes(self.database("KSObjectRule", "from").read_bytes())
+        names = {"..": "%2E%2E", "../../../../x": "..%2F..%2F..%2F..%2Fx", "a/../../b":
+                 "a%2F..%2F..%2Fb", str(self.folder): str(self.folder).replace("/", "%2F"),
+                 "%2e%2e": "%252e%252e", "a\\..\nb": "a%5C..%0Ab", "": "%"}
+        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
+        for name in names:
+            for command in [["evaluate", "--enroll"], ["init"], ["rules"],
+                            ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
+                             '{"ruleParam":80}'], ["rule", "unset", *variable],
+                            ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
+                            ["settings", "set", "KSTableCountLimit", "7"],
+                            ["merge", "--type", "object-rule", str(delivered)],
+                            ["clean", "--keep", "t"]]:
+                self.call(*command, "--domain", name, input=runs(2, name))
+        self.assertEqual({path.name for path in self.folder.iterdir()}, {"root", "delivered"})
+        self.assertEqual({path.name for path in self.root.iterdir()}, {"data"})
+        self.assertEqual({path.name for path in (self.root / "data").iterdir()}, {"FSParserData"})
+        self.assertEqual({path.name for path in (self.root / "data" / "FSParserData").iterdir()},
+                         set(names.values()) | {"from"})
+
+    # A full disk
+
+    def test_a_full_disk_ends_in_order_and_the_next_run_carries_on(self):
+        self.root.mkdir()
+        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=400k", "tmpfs", self.root],
+                                 capture_output=True)
+        if mounted.returncode != 0:
+            self.skipTest("nothing can be mounted here")
+        self.addCleanup(subprocess.run, ["umount", "-l", self.root], check=True)
+        self.configure("CacheSize=50\nIntervalTime=60\n")
+        lines = runs(60, variables=150)
+        _, said = self.evaluate(lines, "--enroll", code=3)
+        self.assertIn("writes to the databases have failed", said)
+        self.assertIn("database or disk is full", said + (self.root / "log/keelstone.log")
+                      .read_text())
+        for name in ["KSObjectRule", "KSObjectHistory"]:
+            self.assertEqual(self.ask(self.database(name), "pragma integrity_check"), [("ok",)])
+        subprocess.run(["mount", "-o", "remount,size=64m", self.root], check=True)
+        self.evaluate(lines, "--enroll")
+        self.evaluate(runs(10, start=60, variables=150), "--enroll")
+        for name in ["KSObjectRule", "KSObjectHistory"]:
+            self.assertEqual(self.ask(self.database(name), "pragma integrity_check"), [("ok",)])
+            self.assertEqual(self.ask(self.database(name), "select count(*) from " + name),
+                             [(150,)])
+
+
+if __name__ == "__main__":
+    unittest.main()
