@@ -41,7 +41,7 @@ std::shared_ptr<KSDataManagerSql> ManagerOf(const std::string& domainId) {
 
 }  // namespace
 
-const char* DataTypeName(EnumKSDataType dataType) {
+const char* NameOfType(EnumKSDataType dataType) {
   if (dataType == KSDataString) return "string";
   return dataType == KSDataInt64 ? "int64" : dataType == KSDataFloat ? "float" : "double";
 }

@@ -70,7 +70,7 @@ class LearnedDevice {
 };
 
 /// "int64", "float", "double" or "string".
-const char* DataTypeName(EnumKSDataType dataType);
+const char* NameOfType(EnumKSDataType dataType);
 
 /// The parser of all devices.
 inline constexpr const char* kSource = "parser/interfaces";
