@@ -42,10 +42,10 @@ Rounds EvaluationRounds(const BenchSettings& settings, const std::string& name,
 
 BenchCase EvaluationCase(const char* number, const std::string& verb, LearnedDevice::Shape shape,
                          Moment moment) {
-  const std::string name = verb + "/" + DataTypeName(shape.dataType);
+  const std::string name = verb + "/" + bench::DataTypeName(shape.dataType);
   return {.number = number,
           .name = name,
-          .ours = verb + " a value, 30 of " + DataTypeName(shape.dataType) + " stored",
+          .ours = verb + " a value, 30 of " + bench::DataTypeName(shape.dataType) + " stored",
           .reference = "RapidJSON parse + write of the history",
           .unit = "ns/value",
           .repeat = true,

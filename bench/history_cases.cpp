@@ -154,8 +154,8 @@ Rounds ReadAndWriteRounds(EnumKSDataType dataType, const BenchSettings& settings
 template <class Value>
 BenchCase HistoryCase(EnumKSDataType dataType) {
   return {.number = "3",
-          .name = std::string("history/") + DataTypeName(dataType),
-          .ours = std::string("read 30 of ") + DataTypeName(dataType) + ", add one, write",
+          .name = std::string("history/") + bench::DataTypeName(dataType),
+          .ours = std::string("read 30 of ") + bench::DataTypeName(dataType) + ", add one, write",
           .reference = "from_chars + to_chars by hand",
           .unit = "ns/text",
           .goal = 1.2,
