@@ -83,9 +83,11 @@ class BadInputsTest(unittest.TestCase):
             (at / name).write_text(text + ("\n" if text else ""))
         row = "insert into KSVariableRule (data) values ('{}')"
         make_database(at / "other.db", "create table other (a)")
-        make_database(at / "trigger.db", RULES % "", row,
-                      "create trigger t after insert on KSVariableRule begin "
-                      "delete from KSVariableRule; end")
+        trigger = ("create trigger t after insert on KSVariableRule begin "
+                   "delete from KSVariableRule; end")
+        make_database(at / "trigger.db", RULES % "", row, trigger)
+        make_database(at / "disguised.db", RULES % "", row, trigger, "pragma writable_schema=on",
+                      "update sqlite_master set type = 'index' where name = 't'")
         make_database(at / "view.db", "create view KSVariableRule as select 1 as data")
         make_database(at / "virtual.db", "create virtual table KSVariableRule using fts5(data)")
         make_database(at / "computed.db", "create table KSVariableRule (id INTEGER PRIMARY KEY, "
