@@ -9,6 +9,10 @@ namespace keelstone::bench {
 
 /// The way of one value through the engine.
 void AddEvaluationCases(BenchCases& cases);
+/// Reading and writing history texts.
+void AddHistoryCases(BenchCases& cases);
+/// What the engine does as a whole: on two threads, and with memory.
+void AddEngineCases(BenchCases& cases);
 /// Reading and writing JSON documents with the platform's value.
 void AddJsonCases(BenchCases& cases);
 /// Writing the pending rows.

@@ -1,3 +1,4 @@
+#include <array>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -41,12 +42,13 @@ Rounds EvaluationRounds(const BenchSettings& settings, const std::string& name,
 
 BenchCase EvaluationCase(const char* number, const std::string& verb, LearnedDevice::Shape shape,
                          Moment moment) {
-  const std::string name = verb + "/" + DataTypeName(shape.dataType);
+  const std::string name = verb + "/" + NameOfType(shape.dataType);
   return {.number = number,
           .name = name,
-          .ours = verb + " a value, 30 of " + DataTypeName(shape.dataType) + " stored",
+          .ours = verb + " a value, 30 of " + NameOfType(shape.dataType) + " stored",
           .reference = "RapidJSON parse + write of the history",
           .unit = "ns/value",
+          .repeat = true,
           .make = [=](const BenchSettings& settings) {
             return EvaluationRounds(settings, name, shape, moment);
           }};
@@ -55,17 +57,21 @@ BenchCase EvaluationCase(const char* number, const std::string& verb, LearnedDev
 }  // namespace
 
 void AddEvaluationCases(BenchCases& cases) {
-  for (const EnumKSDataType dataType : {KSDataInt64, KSDataFloat, KSDataDouble}) {
-    const LearnedDevice::Shape shape = {.dataType = dataType};
+  constexpr std::size_t kVariables = 100;  // of one parser on one device
+  const std::array kTypes = {KSDataDouble, KSDataInt64, KSDataString, KSDataFloat};
+  for (const EnumKSDataType dataType : kTypes) {
+    const LearnedDevice::Shape shape = {.dataType = dataType, .variables = kVariables};
     cases.push_back(EvaluationCase("1", "relearn", shape, Moment::kHistoryOld));
     cases.back().goal = 0.8;
     cases.back().beyond = 0.6;
   }
   // The first rule of a variable, which is reported besides.
-  cases.push_back(EvaluationCase("1", "learn", {.dataType = KSDataDouble, .hasRules = false},
-                                 Moment::kHistoryOld));
-  for (const EnumKSDataType dataType : {KSDataInt64, KSDataFloat, KSDataDouble}) {
-    cases.push_back(EvaluationCase("2", "check", {.dataType = dataType}, Moment::kHistoryYoung));
+  cases.push_back(EvaluationCase(
+      "1", "learn", {.dataType = KSDataDouble, .variables = kVariables, .hasRules = false},
+      Moment::kHistoryOld));
+  for (const EnumKSDataType dataType : kTypes) {
+    const LearnedDevice::Shape shape = {.dataType = dataType, .variables = kVariables};
+    cases.push_back(EvaluationCase("2", "check", shape, Moment::kHistoryYoung));
     cases.back().goal = 0.15;
     cases.back().beyond = 0.08;
   }

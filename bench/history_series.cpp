@@ -40,7 +40,7 @@ std::vector<std::int64_t> MakeSeries(EnumRuleType kind, std::size_t count,
   for (std::size_t i = 0; i < count; ++i) {
     if (kind == kIntRange) {
       value = start + Between(random, -start / 10, start / 10);
-    } else if (kind == kIntEnum) {
+    } else if (kind == kIntEnum || kind == kStrEnum) {
       // Three states that follow each other, so that most values are a change.
       value = start + 10 * static_cast<std::int64_t>(i % 3);
     } else {
@@ -54,6 +54,7 @@ std::vector<std::int64_t> MakeSeries(EnumRuleType kind, std::size_t count,
 std::string ValueText(EnumKSDataType dataType, std::int64_t value) {
   if (dataType == KSDataFloat) return WithDecimals(value, kFloatScale);
   if (dataType == KSDataDouble) return WithDecimals(value, kDoubleScale);
+  if (dataType == KSDataString) return "Established, area " + std::to_string(value);
   return std::to_string(value);
 }
 
@@ -66,6 +67,7 @@ std::shared_ptr<KSDataBase> MakePoint(EnumKSDataType dataType, std::int64_t time
   if (dataType == KSDataDouble) {
     return std::make_shared<KSDataPoint<double>>(time, std::strtod(text.c_str(), nullptr));
   }
+  if (dataType == KSDataString) return std::make_shared<KSDataPoint<std::string>>(time, text);
   return std::make_shared<KSDataPoint<std::int64_t>>(time, value);
 }
 

@@ -21,11 +21,15 @@ inline constexpr std::size_t kHistoryPoints = 30;
 inline constexpr std::array<EnumRuleType, 5> kLearnedKinds = {kIntEqual, kIntIncrease, kIntConstant,
                                                               kIntRange, kIntEnum};
 
+/// The same of a variable whose values are texts.
+inline constexpr std::array<EnumRuleType, 2> kLearnedTextKinds = {kStrEqual, kStrEnum};
+
 /// Values of one variable that behaves as `kind` from its first value to its last, as
 /// whole numbers: ValueText and MakePoint give them the digits of their type.
 std::vector<std::int64_t> MakeSeries(EnumRuleType kind, std::size_t count, std::mt19937_64& random);
 
-/// The value as a parser hands it in: whole, with one decimal (float) or three (double).
+/// The value as a parser hands it in: whole, with one decimal (float) or three (double), or
+/// a text with it.
 std::string ValueText(EnumKSDataType dataType, std::int64_t value);
 /// The same value as a data point.
 std::shared_ptr<KSDataBase> MakePoint(EnumKSDataType dataType, std::int64_t time,

@@ -94,6 +94,8 @@ int Run(const Options& options) {
 
   BenchCases cases;
   AddEvaluationCases(cases);
+  AddHistoryCases(cases);
+  AddEngineCases(cases);
   AddJsonCases(cases);
   AddFlushCases(cases);
   AddUnitCases(cases);

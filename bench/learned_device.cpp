@@ -41,7 +41,8 @@ std::shared_ptr<KSDataManagerSql> ManagerOf(const std::string& domainId) {
 
 }  // namespace
 
-const char* DataTypeName(EnumKSDataType dataType) {
+const char* NameOfType(EnumKSDataType dataType) {
+  if (dataType == KSDataString) return "string";
   return dataType == KSDataInt64 ? "int64" : dataType == KSDataFloat ? "float" : "double";
 }
 
@@ -72,7 +73,9 @@ void LearnedDevice::StoreHistories(std::uint64_t seed) {
   std::mt19937_64 random(seed + static_cast<std::uint64_t>(shape_.dataType));
   std::vector<ObjectRuleHistoryData> rows;
   for (std::size_t i = 0; i < shape_.variables; ++i) {
-    const EnumRuleType kind = kLearnedKinds[random() % kLearnedKinds.size()];
+    const EnumRuleType kind = shape_.dataType == KSDataString
+                                  ? kLearnedTextKinds[random() % kLearnedTextKinds.size()]
+                                  : kLearnedKinds[random() % kLearnedKinds.size()];
     const std::vector<std::int64_t> series = MakeSeries(kind, kHistoryPoints + 2, random);
     const auto history = MakeHistory(shape_.dataType);
     for (std::size_t round = 0; round < kHistoryPoints; ++round) {

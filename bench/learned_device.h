@@ -20,8 +20,9 @@ enum class Moment {
 };
 
 /// The only device of a domain with the default settings, stored and learned by the
-/// library itself. Its variables are of one type, behave in the ways of kLearnedKinds at
-/// random and have histories of kHistoryPoints values; the next value breaks no rule.
+/// library itself. Its variables are of one type, behave in the ways of kLearnedKinds (texts:
+/// kLearnedTextKinds) at random and have histories of kHistoryPoints values; the next value breaks
+/// no rule.
 class LearnedDevice {
  public:
   struct Shape {
@@ -68,8 +69,8 @@ class LearnedDevice {
   std::vector<std::string> histories_;
 };
 
-/// "int64", "float" or "double".
-const char* DataTypeName(EnumKSDataType dataType);
+/// "int64", "float", "double" or "string".
+const char* NameOfType(EnumKSDataType dataType);
 
 /// The parser of all devices.
 inline constexpr const char* kSource = "parser/interfaces";

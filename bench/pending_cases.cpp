@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -27,11 +25,10 @@ struct PendingKeyTexts {
 /// Two devices with pending rows, `many` and `few`, of a domain that no other case has.
 class PendingDevices {
  public:
-  PendingDevices(std::size_t many, Kind kind, std::uint64_t seed)
+  PendingDevices(std::size_t many, Kind kind)
       : kind_(kind), domainId_(kind == Kind::kHistory ? "pending-history" : "pending-rules") {
-    std::mt19937_64 random(seed);
-    many_ = HandOver("many", many, random);
-    const Keys few = HandOver("few", kFew, random);
+    many_ = HandOver("many", many);
+    const Keys few = HandOver("few", kFew);
     // As many texts to ask with, so that reading them costs both sides the same.
     while (few_.size() < many) few_.insert(few_.end(), few.begin(), few.end());
   }
@@ -39,15 +36,15 @@ class PendingDevices {
   PendingDevices(const PendingDevices&) = delete;
   PendingDevices& operator=(const PendingDevices&) = delete;
 
-  /// Looks up every row of the device, in any order, until `lookups` are done; the rows
-  /// found.
+  /// Looks up every row of the device, in the order of a run, until `lookups` are done; the
+  /// rows found.
   std::size_t LookUpMany(std::size_t lookups) const { return LookUp("many", many_, lookups); }
   std::size_t LookUpFew(std::size_t lookups) const { return LookUp("few", few_, lookups); }
 
  private:
   using Keys = std::vector<PendingKeyTexts>;
 
-  Keys HandOver(const std::string& device, std::size_t count, std::mt19937_64& random) const {
+  Keys HandOver(const std::string& device, std::size_t count) const {
     Keys keys;
     std::vector<ObjectRuleData> rules;
     std::vector<ObjectRuleHistoryData> history;
@@ -69,7 +66,6 @@ class PendingDevices {
       }
     }
     DBWriteWrapper::Instance()->CacheData(domainId_, device, std::move(rules), std::move(history));
-    std::shuffle(keys.begin(), keys.end(), random);
     return keys;
   }
 
@@ -105,7 +101,7 @@ class PendingDevices {
 
 Rounds LookupRounds(const BenchSettings& settings, Kind kind) {
   const std::size_t many = settings.brief ? 100 : kMany;
-  const auto devices = std::make_shared<const PendingDevices>(many, kind, settings.seed);
+  const auto devices = std::make_shared<const PendingDevices>(many, kind);
   return {.round = [devices, many] {
     std::size_t found = 0;
     const Sample sample = TimeInTurn(

@@ -297,10 +297,16 @@ KS_API ks_status ks_run_add_table(ks_run* run, const char* name, const char* int
 KS_API ks_status ks_run_add_json(ks_run* run, const char* json, size_t length);
 
 /*
+ * Has ks_run_evaluate explain every alert, for ks_run_explanations. KS_ERROR_STATE after
+ * ks_run_evaluate. [one thread a run]
+ */
+KS_API ks_status ks_run_explain(ks_run* run);
+
+/*
  * Evaluates the run, once. What an earlier run of the device left pending is written first,
- * so that this run sees it. Results can be read from here on. KS_ERROR_WRITE: the
- * definitions of new variables could not be written; nothing was evaluated, and it may be
- * called again. [one thread a run]
+ * so that this run sees it. Results can be read from here on. KS_ERROR_DATABASE: a database
+ * of the domain cannot be used; KS_ERROR_WRITE: the definitions of new variables could not be
+ * written. Nothing was evaluated then, and it may be called again. [one thread a run]
  */
 KS_API ks_status ks_run_evaluate(ks_run* run);
 /*
@@ -330,6 +336,14 @@ KS_API ks_status ks_run_summary(ks_run* run, ks_summary* summary, size_t size);
  * null. Lives until the run is closed. [one thread a run]
  */
 KS_API ks_status ks_run_json(ks_run* run, const char** text, size_t* length);
+
+/*
+ * A JSON array with one explanation an alert, in the order of the alerts, as `keelstone
+ * evaluate --explain` prints them: what was expected, why, since when, and what came instead.
+ * KS_ERROR_STATE without ks_run_explain. `length` may be null. Lives until the run is closed.
+ * [one thread a run]
+ */
+KS_API ks_status ks_run_explanations(ks_run* run, const char** text, size_t* length);
 
 /*
  * The name of a value that was rejected, in input order; `index` from 0. Lives until the run
@@ -381,6 +395,7 @@ typedef struct ks_alert {
   const char* rule_name;
   const char* parameter; /* of the rule that was broken, as JSON */
   const char* value;     /* that broke it, as text; null for variables with long names */
+  const char* expected;  /* what the rule expects, in words: "always 12" */
   const char* node_id;
   const char* node_path_schema;
   int64_t time; /* of the value, seconds since the epoch */

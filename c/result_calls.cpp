@@ -80,6 +80,16 @@ ks_status ks_run_json(ks_run* run, const char** text, size_t* length) {
   });
 }
 
+ks_status ks_run_explanations(ks_run* run, const char** text, size_t* length) {
+  return Call([&] {
+    const RunEntry inside(run);
+    const char*& given = Required(text, "text");
+    const std::string& json = inside->ExplanationsJson();
+    given = json.c_str();
+    if (length != nullptr) *length = json.size();
+  });
+}
+
 ks_status ks_run_rejected(ks_run* run, size_t index, const char** name) {
   return Call([&] {
     const RunEntry inside(run);
@@ -125,6 +135,7 @@ ks_status ks_run_alert(ks_run* run, size_t index, ks_alert* item, size_t size) {
     given.rule_name = NameOf(texts.ruleType);
     given.parameter = texts.parameter.c_str();
     given.value = texts.hasValue ? texts.value.c_str() : nullptr;
+    given.expected = texts.expected.c_str();
     given.node_id = found.GetNodeId().c_str();
     given.node_path_schema = found.GetNodeSchema().c_str();
     given.time = found.GetLiveTime();

@@ -151,6 +151,10 @@ ks_status ks_run_add_json(ks_run* run, const char* json, size_t length) {
   });
 }
 
+ks_status ks_run_explain(ks_run* run) {
+  return Call([&] { RunEntry(run)->Explain(); });
+}
+
 ks_status ks_run_evaluate(ks_run* run) {
   return Call([&] { RunEntry(run)->Evaluate(); });
 }

@@ -4,6 +4,7 @@
 
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
+#include "results/expectation.h"
 #include "runs/domain.h"
 #include "storage/dbwritewrapper.h"
 
@@ -23,6 +24,8 @@ RunHandle::AlertTexts ReadAlert(const KSAlertData& alert) {
     const JsonValue* const type = info.find("_t");
     if (type != nullptr && type->isInt()) texts.ruleType = type->asInt();
     texts.parameter = MemberText(info, "_p");
+    texts.expected =
+        KSExpectation::Of(static_cast<EnumRuleType>(texts.ruleType), texts.parameter).words;
     texts.hasValue = info.isMember("_v");
     texts.value = MemberText(info, "_v");
   }
@@ -52,6 +55,11 @@ void RunHandle::AddJson(std::string_view json) {
   }
 }
 
+void RunHandle::Explain() {
+  RequireNotEvaluated();
+  explains_ = true;
+}
+
 void RunHandle::Enrol(const Domain& domain) const {
   const auto missing = MissingDefinitions(run_, *domain.data);
   if (!missing.empty() && !domain.data->AddRuleDefinitions(missing)) {
@@ -63,6 +71,10 @@ void RunHandle::Enrol(const Domain& domain) const {
 void RunHandle::Evaluate() {
   RequireNotEvaluated();
   const Domain domain = Domain::Of(run_.domain);
+  if (!domain.usable) {
+    throw Failure(KS_ERROR_DATABASE, "a database of domain \"" + run_.domain +
+                                         "\" cannot be used; the log says which and why");
+  }
   if (enrols_) Enrol(domain);
   // A look-up finds the oldest pending row of a variable: the values of the run before
   // would be missing in the history.
@@ -70,7 +82,7 @@ void RunHandle::Evaluate() {
   if (domain.engineOn && cache.HasPendingRows(run_.domain, run_.device)) {
     cache.WriteDomain(run_.domain);
   }
-  outcome_ = EvaluateRun(run_, domain, run_.onDemand);
+  outcome_ = EvaluateRun(run_, domain, run_.onDemand, nullptr, explains_);
   isEvaluated_ = true;
   isEngineOn_ = domain.engineOn;
   if (outcome_.results) return;
@@ -94,6 +106,19 @@ const std::string& RunHandle::ResultJson() {
   const RunOutcome& outcome = Outcome();
   if (json_.empty()) json_ = outcome.results->ToJsonString();
   return json_;
+}
+
+const std::string& RunHandle::ExplanationsJson() {
+  const RunOutcome& outcome = Outcome();
+  if (!explains_) throw Failure(KS_ERROR_STATE, "the run was not told to explain");
+  if (explanationsJson_.empty()) {
+    JsonValue list(JsonType::Array);
+    for (const KSAlertExplanation& explanation : outcome.explanations) {
+      list.append(explanation.ToJsonValue());
+    }
+    explanationsJson_ = list.toString();
+  }
+  return explanationsJson_;
 }
 
 const RunHandle::AlertTexts& RunHandle::TextsOfAlert(std::size_t index) {

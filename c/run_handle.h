@@ -28,6 +28,7 @@ class RunHandle {
   // Each is a Failure when the run has been evaluated.
   void Add(VarInfo variable);
   void AddJson(std::string_view json);
+  void Explain();
   void Evaluate();
 
   // Each is a Failure when it has not.
@@ -35,11 +36,14 @@ class RunHandle {
   const RunOutcome& Outcome() const;
   bool IsEngineOn() const noexcept { return isEngineOn_; }
   const std::string& ResultJson();
+  /// A Failure when explanations were not asked for.
+  const std::string& ExplanationsJson();
   /// The alert's rule as texts that stay where they are.
   struct AlertTexts {
     std::int32_t ruleType = -1;
     std::string parameter;
     std::string value;
+    std::string expected;
     bool hasValue = false;
     std::string parserParam;
   };
@@ -54,11 +58,13 @@ class RunHandle {
   ParsedRun run_;
   const bool enrols_;
   RunLineReader reader_;
+  bool explains_ = false;
   bool isEvaluated_ = false;
   bool isStored_ = false;
   bool isEngineOn_ = true;
   RunOutcome outcome_;
   std::string json_;
+  std::string explanationsJson_;
   std::vector<AlertTexts> alertTexts_;  // as many as there are alerts, once they are asked for
   RootUse use_;
 };

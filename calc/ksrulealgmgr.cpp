@@ -23,6 +23,13 @@ std::shared_ptr<KSDataFeature> MakeFeature(EnumKSDataType dataType) {
   }
 }
 
+std::shared_ptr<KSDataFeature> CalculatedFeature(EnumKSDataType dataType,
+                                                 const std::shared_ptr<HistoryDataBase>& history) {
+  std::shared_ptr<KSDataFeature> feature = MakeFeature(dataType);
+  feature->Calculate(history);
+  return feature;
+}
+
 }  // namespace
 
 std::shared_ptr<HistoryDataBase> MakeHistory(EnumKSDataType dataType) {
@@ -82,12 +89,19 @@ std::shared_ptr<IRuleBase> KSRuleAlgMgr::GetRuleByType(EnumAlgType algType, Enum
 void KSRuleAlgMgr::GetHistoryAndDataFeatrue(const std::string& historyText, EnumKSDataType dataType,
                                             std::shared_ptr<HistoryDataBase>& history,
                                             std::shared_ptr<KSDataFeature>& feature) {
-  std::shared_ptr<HistoryDataBase> made = MakeHistory(dataType);
+  const std::shared_ptr<HistoryDataBase> made = MakeHistory(dataType);
   if (!made) return;
   history = made;
-  if (!made->FromString(historyText)) return;
-  feature = MakeFeature(dataType);
-  feature->Calculate(made);
+  if (made->FromString(historyText)) feature = CalculatedFeature(dataType, made);
+}
+
+void KSRuleAlgMgr::ReadHistory(std::string_view lastingText, EnumKSDataType dataType,
+                               std::shared_ptr<HistoryDataBase>& history,
+                               std::shared_ptr<KSDataFeature>& feature) {
+  const std::shared_ptr<HistoryDataBase> made = MakeHistory(dataType);
+  if (!made) return;
+  history = made;
+  if (made->FromLastingText(lastingText)) feature = CalculatedFeature(dataType, made);
 }
 
 }  // namespace keelstone

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "calc/rulecalculatealg.h"
 #include "engine/ksrulerecords.h"
@@ -35,6 +36,11 @@ class KEELSTONE_EXPORT KSRuleAlgMgr {
   void GetHistoryAndDataFeatrue(const std::string& historyText, EnumKSDataType dataType,
                                 std::shared_ptr<HistoryDataBase>& history,
                                 std::shared_ptr<KSDataFeature>& feature);
+  /// The same with a text that stays as it is and where it is as long as the history is
+  /// used, and of which no copy is made.
+  void ReadHistory(std::string_view lastingText, EnumKSDataType dataType,
+                   std::shared_ptr<HistoryDataBase>& history,
+                   std::shared_ptr<KSDataFeature>& feature);
 
  private:
   KSRuleAlgMgr();

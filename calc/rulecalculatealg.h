@@ -32,14 +32,8 @@ class KEELSTONE_EXPORT RuleCalculateAlgBase {
   const EnumAlgType algType;
 
  protected:
-  /// A kind of rule that an algorithm tries.
-  struct Candidate {
-    EnumRuleType type;
-    bool lessCount = false;  // see IRuleBase::setIsLessCountCondition
-  };
-
   /// The first candidate that accepts; those without a class for the type are passed over.
-  std::shared_ptr<IRuleBase> FirstFitting(std::initializer_list<Candidate> candidates,
+  std::shared_ptr<IRuleBase> FirstFitting(std::initializer_list<EnumRuleType> candidates,
                                           const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                                           const std::shared_ptr<HistoryDataBase>& history,
                                           const std::shared_ptr<KSDataFeature>& feature,

@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "diag/fsperformance.h"
+#include "engine/value_check.h"
 #include "engine/variable_values.h"
+#include "model/history_scan.h"
 #include "platform/clock.h"
 #include "platform/ini_reader.h"
 #include "platform/logger.h"
@@ -43,10 +45,23 @@ bool IsNumeric(EnumKSDataType dataType) {
   return dataType == KSDataInt64 || dataType == KSDataFloat || dataType == KSDataDouble;
 }
 
-/// The value of a two-step map, or nullptr.
+/// Has the processor fetch both ends of a text that will be read soon, while it looks for
+/// what else is needed.
+void FetchAhead(const std::string& text) {
+  constexpr std::size_t kLine = 64;  // bytes
+  const char* const begin = text.data();
+  __builtin_prefetch(begin + text.size());
+  for (std::size_t at = 0; at < std::min(text.size(), 4 * kLine); at += kLine) {
+    __builtin_prefetch(begin + at);
+  }
+}
+
+/// The value of a two-step map, or nullptr. `outer` is where the first step led the last
+/// time; variables mostly come interface by interface.
 template <class Map>
-auto* FindTwice(Map& map, const std::string& first, const std::string& second) {
-  const auto outer = map.find(first);
+auto* FindTwice(Map& map, typename Map::iterator& outer, const std::string& first,
+                const std::string& second) {
+  if (outer == map.end() || outer->first != first) outer = map.find(first);
   if (outer == map.end()) return static_cast<decltype(&outer->second.begin()->second)>(nullptr);
   const auto inner = outer->second.find(second);
   return inner == outer->second.end() ? nullptr : &inner->second;
@@ -88,12 +103,15 @@ bool KSRuleInstance::Evaluation::IsDefineRule() const {
 
 void KSRuleInstance::Evaluation::SetRules(DevParserRule rules) {
   rules_ = std::move(rules);
+  rulesOfInterface_ = rules_.end();
   areRulesGiven_ = true;
+  mayBeShared_ = true;
   definedVariables_.reset();
 }
 
 void KSRuleInstance::Evaluation::SetHistories(DevParserHistory histories) {
   histories_ = std::move(histories);
+  historiesOfInterface_ = histories_.end();
   areHistoriesGiven_ = true;
 }
 
@@ -115,6 +133,7 @@ bool KSRuleInstance::Evaluation::LoadRules() {
   return Load("InitCacheData", [this](const ObjectDefine& object) {
     manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
                                          subject_.variableParam, kVariableSourceParser);
+    rulesOfInterface_ = rules_.end();
   });
 }
 
@@ -123,6 +142,7 @@ bool KSRuleInstance::Evaluation::LoadHistories() {
   return Load("InitHistoryData", [this](const ObjectDefine& object) {
     manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource,
                                  subject_.variableParam, kVariableSourceParser);
+    historiesOfInterface_ = histories_.end();
   });
 }
 
@@ -144,16 +164,18 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
            variable.variableName.c_str(), subject_.deviceName.c_str());
     return false;
   }
-  const std::optional<Definition> definition = FindDefinition(variable);
-  if (!definition) {
+  const Found found = Find(variable);
+  if (TryCheckOnly(variable, found)) return true;
+  Definition definition;
+  if (!TakeDefinition(variable, found, definition)) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogInformation,
            "Variable:%s is not define rule.", variable.variableName.c_str());
     return false;
   }
-  if (definition->own->ruleGenerateType == kRuleLearned && IsFiltered(variable.interfaceValue)) {
+  if (definition.own->ruleGenerateType == kRuleLearned && IsFiltered(variable.interfaceValue)) {
     return true;
   }
-  if (!TakeVariableType(variable, *definition)) {
+  if (!TakeVariableType(variable, definition)) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
            "Variable type is changed. the variable type is mismatch to variable value type.Var:%s",
            variable.variableName.c_str());
@@ -165,19 +187,19 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
     return false;
   }
 
-  Judgement judgement = MeetRule(variable, *definition);
+  Judgement judgement = MeetRule(variable, definition);
   if (judgement.isHistoryRefused) {
     LogRefusedHistory(variable);
     // Numbers keep what is stored as it is; strings and tables begin a new history.
     if (IsNumeric(DataTypeOf(variable))) return true;
     judgement.history = MakeHistory(DataTypeOf(variable));
   }
-  if (auto* const table = dynamic_cast<KSTableDataPoint*>(point.get()); table != nullptr) {
-    FillTablePoint(variable, judgement.history.get(), *table);
+  if (variable.dataType == KSDataTable) {
+    FillTablePoint(variable, judgement.history.get(), static_cast<KSTableDataPoint&>(*point));
   }
-  JudgeValue(variable, *definition, point, judgement);
+  JudgeValue(variable, definition, point, judgement);
   if (judgement.rule) {
-    Conclude(variable, *definition, point, judgement);
+    Conclude(variable, definition, point, judgement);
   } else if (judgement.mayLearn && judgement.history) {
     GenerateHistoryData(variable, point, *judgement.history);
   }
@@ -186,64 +208,128 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
 
 void KSRuleInstance::Evaluation::SerializeLocalDB() {
   if (pendingRules_.empty() && pendingHistories_.empty()) return;
+  mayBeShared_ = true;
   DBWriteWrapper::Instance()->CacheData(subject_.domainId, subject_.deviceName,
                                         std::exchange(pendingRules_, {}),
                                         std::exchange(pendingHistories_, {}));
 }
 
-// Pending definitions come first, then what was loaded, then the variable rules. Whatever
-// is found is worked on as a copy: other instances and the write-behind worker hold the
-// record too.
-std::optional<KSRuleInstance::Evaluation::Definition> KSRuleInstance::Evaluation::FindDefinition(
-    const VarInfo& variable) {
-  Definition definition;
-  definition.shared = DBWriteWrapper::Instance()->GetCachedRuleDefinition(
-      subject_.domainId, subject_.deviceName, variable.interfaceValue, subject_.variableSource,
-      subject_.variableParam, variable.variableName);
-  const bool isPending = definition.shared != nullptr;
-  if (!isPending) {
-    const auto* const loaded = FindTwice(rules_, variable.interfaceValue, variable.variableName);
-    if (loaded != nullptr) definition.shared = *loaded;
+// Pending definitions come first, then what was loaded, then the variable rules.
+KSRuleInstance::Evaluation::Found KSRuleInstance::Evaluation::Find(const VarInfo& variable) {
+  const auto* const cache = DBWriteWrapper::Instance();
+  if (!pendingMark_) pendingMark_ = cache->MarkOf(subject_.domainId, subject_.deviceName);
+  Found found;
+  found.mayHavePending = pendingMark_->MayHaveRows();
+  if (found.mayHavePending) {
+    found.record = cache->GetCachedRuleDefinition(subject_.domainId, subject_.deviceName,
+                                                  variable.interfaceValue, subject_.variableSource,
+                                                  subject_.variableParam, variable.variableName);
+    found.isPending = found.record != nullptr;
+    if (found.isPending) return found;
   }
-  if (!definition.shared) return FindNewDefinition(variable);
-  {
-    const DefinitionLock lock(*definition.shared);
-    definition.own = std::make_shared<RuleDefinitionData>(*definition.shared);
-  }
-  if (!isPending) TakeHistoryText(variable, *definition.own);
-  return definition;
+  found.loadedHistory =
+      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
+  if (found.loadedHistory != nullptr) FetchAhead(*found.loadedHistory);
+  const auto* const loaded =
+      FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
+  if (loaded != nullptr) found.record = *loaded;
+  found.isOurs = found.record && (!mayBeShared_ || found.record.use_count() == 2);
+  return found;
 }
 
-std::optional<KSRuleInstance::Evaluation::Definition> KSRuleInstance::Evaluation::FindNewDefinition(
-    const VarInfo& variable) const {
-  Definition definition;
+// What others may hold, other instances and the write-behind worker, is worked on as a copy.
+bool KSRuleInstance::Evaluation::TakeDefinition(const VarInfo& variable, const Found& found,
+                                                Definition& definition) const {
+  if (!found.record) {
+    if (!TakeNewDefinition(variable, definition)) return false;
+    TakeHistoryText(variable, found, definition);
+    return true;
+  }
+  definition.shared = found.record;
+  // Taken also for a record that is ours now: after whoever held it before.
+  std::optional<DefinitionLock> lock;
+  if (!found.isOurs || mayBeShared_) lock.emplace(*found.record);
+  if (found.isOurs && found.loadedHistory != nullptr) {
+    definition.own = found.record;
+  } else {
+    definition.own = std::make_shared<RuleDefinitionData>(*found.record);
+    definition.Hold(std::move(definition.own->history));
+  }
+  lock.reset();
+  if (!found.isPending) TakeHistoryText(variable, found, definition);
+  return true;
+}
+
+bool KSRuleInstance::Evaluation::TakeNewDefinition(const VarInfo& variable,
+                                                   Definition& definition) const {
   definition.own = std::make_shared<RuleDefinitionData>();
   RuleDefinitionData& own = *definition.own;
   if (!manager_ ||
       manager_->GetRuleDefinitionData(own, variable.variableName, subject_.variableSource, {},
                                       kVariableSourceParser) >= 0) {
-    return std::nullopt;
+    return false;
   }
-  if (!own.IsEnable()) return std::nullopt;
+  if (!own.IsEnable()) return false;
   definition.isNew = own.ruleType != kTableMd5;
   if (IsNumeric(DataTypeOf(variable))) {
     own.ruleParam = ConvertVariableRuleParam(DataTypeOf(variable), own.ruleParam);
   }
-  TakeHistoryText(variable, own);
-  return definition;
+  definition.Hold(std::move(own.history));
+  return true;
 }
 
-void KSRuleInstance::Evaluation::TakeHistoryText(const VarInfo& variable,
-                                                 RuleDefinitionData& definition) const {
-  if (DBWriteWrapper::Instance()->GetCachedHistoryData(
+void KSRuleInstance::Evaluation::TakeHistoryText(const VarInfo& variable, const Found& found,
+                                                 Definition& definition) const {
+  std::string pending;
+  if (found.mayHavePending &&
+      DBWriteWrapper::Instance()->GetCachedHistoryData(
           subject_.domainId, subject_.deviceName, variable.interfaceValue, subject_.variableSource,
-          subject_.variableParam, variable.variableName, definition.history) == 1) {
-    return;
+          subject_.variableParam, variable.variableName, pending) == 1) {
+    definition.Hold(std::move(pending));
+  } else if (found.loadedHistory != nullptr) {
+    definition.history = *found.loadedHistory;
   }
-  const auto* const loaded = FindTwice(histories_, variable.interfaceValue, variable.variableName);
-  if (loaded == nullptr) return;
-  definition.history.reserve(loaded->size() + loaded->size() / 16);  // for one more value
-  definition.history = *loaded;
+}
+
+// A value whose rule is not due to be learned anew only needs its parameter and the time of
+// the newest value. Where all texts are as the library writes them, writing back what was
+// read changes nothing, and no rule has to be made. False, and nothing done, for whatever
+// else there is: the long way is right for every value.
+bool KSRuleInstance::Evaluation::TryCheckOnly(const VarInfo& variable, const Found& found) {
+  // Who wants to have values explained wants to see their rules.
+  if (explainer_ || !found.record || IsFiltered(variable.interfaceValue)) return false;
+  if (!found.isPending && (found.mayHavePending || found.loadedHistory == nullptr)) return false;
+  const EnumKSDataType dataType = DataTypeOf(variable);
+  std::int32_t ruleType = kRuleTypeNone;
+  std::string brokenParam;
+  {
+    std::optional<DefinitionLock> lock;
+    if (mayBeShared_ || found.isPending) lock.emplace(*found.record);
+    const RuleDefinitionData& record = *found.record;
+    const std::string& history = found.isPending ? record.history : *found.loadedHistory;
+    ruleType = record.ruleType;
+    if (record.ruleGenerateType != kRuleLearned || record.variableType == 0 ||
+        record.variableType != variable.variableType) {
+      return false;
+    }
+    // Others would see the history that is written back.
+    if (!found.isOurs && !found.isPending && record.history != history) return false;
+    const auto isDue = [&](const std::optional<std::int64_t>& newest) {
+      return !newest || (dynamicCalculation_ && !onDemandTask_ &&
+                         WrappingDifference(subject_.time, *newest) >
+                             settings_->LiveInterval(static_cast<EnumRuleType>(ruleType)));
+    };
+    if (isDue(GuessNewestTime(history)) || isDue(NewestTimeOfOwnText(dataType, history))) {
+      return false;
+    }
+    const std::optional<bool> breaks =
+        BreaksRule(variable, static_cast<EnumRuleType>(ruleType), record.ruleParam);
+    if (!breaks) return false;
+    if (!*breaks) return true;
+    brokenParam = record.ruleParam;
+  }
+  CollectAlertRueslt(variable, ruleType, brokenParam);
+  return true;
 }
 
 bool KSRuleInstance::Evaluation::TakeVariableType(const VarInfo& variable,
@@ -252,7 +338,7 @@ bool KSRuleInstance::Evaluation::TakeVariableType(const VarInfo& variable,
     return definition.own->variableType == variable.variableType;
   }
   definition.own->variableType = variable.variableType;
-  if (definition.shared) {
+  if (definition.IsCopy()) {
     const DefinitionLock lock(*definition.shared);
     definition.shared->variableType = variable.variableType;
   }
@@ -274,20 +360,19 @@ bool KSRuleInstance::Evaluation::IsFiltered(const std::string& interfaceValue) {
 KSRuleInstance::Evaluation::Judgement KSRuleInstance::Evaluation::MeetRule(
     const VarInfo& variable, const Definition& definition) const {
   const EnumKSDataType dataType = DataTypeOf(variable);
-  const RuleDefinitionData& own = *definition.own;
   KSRuleAlgMgr* const manager = KSRuleAlgMgr::Instance();
   Judgement judgement;
   judgement.mayLearn = dynamicCalculation_ && !onDemandTask_;
-  judgement.rule = manager->GetRuleByType(AlgTypeOf(dataType),
-                                          static_cast<EnumRuleType>(own.ruleType), dataType);
+  judgement.rule = manager->GetRuleByType(
+      AlgTypeOf(dataType), static_cast<EnumRuleType>(definition.own->ruleType), dataType);
   if (judgement.rule) {
-    judgement.rule->Init(definition.own, subject_.domainId);
+    judgement.rule->InitWithHistory(definition.own, definition.history, subject_.domainId);
     judgement.mayLearn = judgement.mayLearn && judgement.rule->IsDynamic();
     judgement.history = judgement.rule->GetHistoryData();
-    judgement.isHistoryRefused = !own.history.empty() && !judgement.rule->GetRuleData();
+    judgement.isHistoryRefused = !definition.history.empty() && !judgement.rule->GetRuleData();
   } else if (judgement.mayLearn) {
-    manager->GetHistoryAndDataFeatrue(own.history, dataType, judgement.history, judgement.feature);
-    judgement.isHistoryRefused = !own.history.empty() && !judgement.feature;
+    manager->ReadHistory(definition.history, dataType, judgement.history, judgement.feature);
+    judgement.isHistoryRefused = !definition.history.empty() && !judgement.feature;
   }
   return judgement;
 }
@@ -338,30 +423,38 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
                                           const std::shared_ptr<KSDataBase>& point,
                                           const Judgement& judgement) {
   IRuleBase& rule = *judgement.rule;
+  RuleDefinitionData& own = *definition.own;
   if (CheckAlert(variable, definition, point, judgement)) {
-    CollectAlertRueslt(variable, *definition.own);
+    CollectAlertRueslt(variable, own.ruleType, own.ruleParam);
   }
   const bool followsValue =
       (rule.GetType() == kIntConstant || rule.GetType() == kIntIncrease) && !rule.IsDynamic();
   if (followsValue) rule.UpdateParam(point);
 
-  const std::shared_ptr<RuleDefinitionData> current = rule.GetRuleDefineData();
-  if (!current) return;
-  if (judgement.goldenChanged) UpdateKSValueResultItem(variable, rule, *current);
-  if (followsValue) {
-    CollectRuleUpdateRueslt(variable, definition);
-  } else if (definition.isNew || judgement.ruleChanged) {
-    RuleUpdateResultItem(variable, rule, *current, judgement.ruleChanged);
-    CollectRuleUpdateRueslt(variable, definition);
-  } else if (judgement.historyAdded && !current->history.empty()) {
-    CollectHistory(variable, current->history);
+  own.ruleType = rule.GetType();
+  own.ruleParam = rule.GetRuleParam();
+  const bool isRuleCollected = followsValue || definition.isNew || judgement.ruleChanged;
+  // The history goes where somebody will read it: into a record that others get to see, or
+  // into a row of its own.
+  const std::shared_ptr<HistoryDataBase> history = rule.GetHistoryData();
+  std::string historyText;
+  if (history && (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
+    history->WriteTo(historyText);
   }
+  if (judgement.goldenChanged) UpdateKSValueResultItem(variable, rule, own);
+  if (isRuleCollected) {
+    if (!followsValue) RuleUpdateResultItem(variable, rule, own, judgement.ruleChanged);
+    CollectRuleUpdateRueslt(variable, definition);
+  } else if (judgement.historyAdded && !historyText.empty()) {
+    CollectHistory(variable, definition.IsCopy() ? historyText : std::move(historyText));
+  }
+  if (isRuleCollected || definition.IsCopy()) own.history = std::move(historyText);
 
-  if (definition.shared) {
+  if (definition.IsCopy()) {
     const DefinitionLock lock(*definition.shared);
-    definition.shared->ruleType = current->ruleType;
-    definition.shared->ruleParam.swap(current->ruleParam);
-    definition.shared->history.swap(current->history);
+    definition.shared->ruleType = own.ruleType;
+    definition.shared->ruleParam.swap(own.ruleParam);
+    definition.shared->history.swap(own.history);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "engine/ksruleinstance.h"
 #include "engine/ksrulerecords.h"
 #include "model/irulebase.h"
+#include "storage/dbwritewrapper.h"
 #include "storage/ksdatamanagersql.h"
 
 namespace keelstone {
@@ -55,15 +57,31 @@ class KSRuleInstance::Evaluation {
   bool IsOndemandTask() const { return onDemandTask_; }
 
  private:
-  /// A variable's definition for the length of one evaluation. `own` is this evaluation's
-  /// copy, which rules read and write; `shared` is the record that others hold too, empty
-  /// while the definition is new.
+  /// What is there of a variable, where it lies.
+  struct Found {
+    std::shared_ptr<RuleDefinitionData> record;  // pending or loaded; empty without either
+    const std::string* loadedHistory = nullptr;  // in histories_
+    bool mayHavePending = false;                 // rows of the unit wait to be written
+    bool isPending = false;                      // the record is one of them
+    bool isOurs = false;                         // nobody else can hold the record
+  };
+
+  /// A variable's definition for the length of one evaluation. `own` is what rules read and
+  /// write: the record itself where it is ours, else this evaluation's copy. `shared` is the
+  /// record that was found, empty while the definition is new.
   struct Definition {
     std::shared_ptr<RuleDefinitionData> own;
     std::shared_ptr<RuleDefinitionData> shared;
+    std::string_view history;  // what is known of the variable so far
+    std::string heldHistory;   // where `history` lies if nowhere else
     bool isNew = false;
 
     const std::shared_ptr<RuleDefinitionData>& record() const { return shared ? shared : own; }
+    bool IsCopy() const { return shared && shared != own; }
+    void Hold(std::string text) {
+      heldHistory = std::move(text);
+      history = heldHistory;
+    }
   };
 
   /// What was found out about one value.
@@ -80,9 +98,11 @@ class KSRuleInstance::Evaluation {
 
   template <class Read>
   bool Load(const char* label, Read read);
-  std::optional<Definition> FindDefinition(const VarInfo& variable);
-  std::optional<Definition> FindNewDefinition(const VarInfo& variable) const;
-  void TakeHistoryText(const VarInfo& variable, RuleDefinitionData& definition) const;
+  Found Find(const VarInfo& variable);
+  bool TryCheckOnly(const VarInfo& variable, const Found& found);
+  bool TakeDefinition(const VarInfo& variable, const Found& found, Definition& definition) const;
+  bool TakeNewDefinition(const VarInfo& variable, Definition& definition) const;
+  void TakeHistoryText(const VarInfo& variable, const Found& found, Definition& definition) const;
   bool TakeVariableType(const VarInfo& variable, const Definition& definition) const;
   bool IsFiltered(const std::string& interfaceValue);
 
@@ -101,7 +121,8 @@ class KSRuleInstance::Evaluation {
   void LogRefusedHistory(const VarInfo& variable);
 
   ObjectDefine MakeObject(const std::string& interfaceValue) const;
-  void CollectAlertRueslt(const VarInfo& variable, const RuleDefinitionData& definition);
+  void CollectAlertRueslt(const VarInfo& variable, std::int32_t ruleType,
+                          const std::string& ruleParam);
   void CollectRuleUpdateRueslt(const VarInfo& variable, const Definition& definition);
   void CollectHistory(const VarInfo& variable, std::string historyText);
   void UpdateKSValueResultItem(const VarInfo& variable, const IRuleBase& rule,
@@ -122,6 +143,13 @@ class KSRuleInstance::Evaluation {
 
   DevParserRule rules_;
   DevParserHistory histories_;
+  // Where the last variable was: they mostly come interface by interface.
+  DevParserRule::iterator rulesOfInterface_ = rules_.end();
+  DevParserHistory::iterator historiesOfInterface_ = histories_.end();
+  std::optional<PendingMark> pendingMark_;  // from the first variable on
+  // Whether others may have come to hold records of rules_: a host that handed them over,
+  // the write-behind cache after it got rows.
+  bool mayBeShared_ = false;
   bool areRulesGiven_ = false;
   bool areHistoriesGiven_ = false;
   std::vector<ObjectRuleData> pendingRules_;

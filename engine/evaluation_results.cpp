@@ -15,11 +15,11 @@ ObjectDefine KSRuleInstance::Evaluation::MakeObject(const std::string& interface
   return object;
 }
 
-void KSRuleInstance::Evaluation::CollectAlertRueslt(const VarInfo& variable,
-                                                    const RuleDefinitionData& definition) {
+void KSRuleInstance::Evaluation::CollectAlertRueslt(const VarInfo& variable, std::int32_t ruleType,
+                                                    const std::string& ruleParam) {
   JsonValue info(JsonType::Object);
-  info["_t"] = definition.ruleType;
-  info["_p"] = definition.ruleParam;
+  info["_t"] = ruleType;
+  info["_p"] = ruleParam;
   // The length of the name, not of the value, decides: receivers rely on it.
   if (variable.variableName.size() < strValueLength_) info["_v"] = variable.valueText;
 

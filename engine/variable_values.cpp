@@ -20,13 +20,6 @@ std::shared_ptr<KSDataBase> MakePoint(std::int64_t time, std::optional<T> value)
   return value ? std::make_shared<KSDataPoint<T>>(time, *value) : nullptr;
 }
 
-std::optional<float> LeadingFloat(const std::string& text) {
-  const std::optional<double> wide = LeadingDouble(text);
-  if (!wide) return std::nullopt;
-  const float number = NarrowToFloat(*wide);
-  return std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
-}
-
 bool WasSorted(const VarInfo& table) { return (table.tableFlag & 0xFF) != 0; }
 
 /// Whether a point holds this very table, text and all.
@@ -82,6 +75,15 @@ JsonValue ConvertMembers(EnumKSDataType dataType, const JsonValue& object) {
 
 }  // namespace
 
+std::optional<float> LeadingFloat(std::string_view text) {
+  const std::optional<double> wide = LeadingDouble(text);
+  if (!wide) return std::nullopt;
+  const float number = NarrowToFloat(*wide);
+  return std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
+}
+
+std::string_view TextValue(std::string_view text) { return Trim(text, " "); }
+
 std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_t time) {
   switch (variable.dataType) {
     case KSDataInt64:
@@ -92,7 +94,7 @@ std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_
       return MakePoint(time, LeadingDouble(variable.valueText));
     case KSDataString:
       return std::make_shared<KSDataPoint<std::string>>(time,
-                                                        std::string(Trim(variable.valueText, " ")));
+                                                        std::string(TextValue(variable.valueText)));
     case KSDataTable:
       return std::make_shared<KSTableDataPoint>(time, variable.valueText);
     default:

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "engine/ksrulerecords.h"
 #include "model/ksdatapoint.h"
@@ -11,6 +13,12 @@
 #include "model/kstabledatapoint.h"
 
 namespace keelstone {
+
+/// The finite float at the start of a value text, as C's atof reads it; nothing when there
+/// is none. (For the other types: LeadingInt64 and LeadingDouble.)
+std::optional<float> LeadingFloat(std::string_view text);
+/// A string value: its text without leading and trailing spaces.
+std::string_view TextValue(std::string_view text);
 
 /// The data point of a variable, with `time` (seconds since the epoch) as its time. Empty
 /// for an unknown data type, and when the value text of a number gives no finite number.

@@ -95,11 +95,11 @@ std::string SourceFault(const std::string& from, const std::string& to, const Me
     return failure ? failure.message() : std::string("is no file");
   }
   if (std::filesystem::equivalent(from, to, failure)) return "is the domain's own database";
+  std::string fault = FSKSDataSyncManager::DeliveryFault(from, to, type.dbType);
+  if (!fault.empty()) return fault;
   try {
     CppSQLite3DB db;
     db.open(from, CppSQLite3DB::Mode::kReadOnly);
-    db.requireKnownSchema();
-    if (!db.tableExists(type.table)) return std::string("has no table ") + type.table;
     CppSQLite3Statement count =
         db.compileStatement(std::string("select count(*) from ") + type.table);
     rows = count.execQuery().getInt64Field(0);

@@ -33,7 +33,7 @@ void BindKey(CppSQLite3Statement& statement, const RuleKey& key) {
 ObjectListing::ObjectListing(const std::string& domainId,
                              std::array<std::optional<std::string>, 5> filter)
     : filter_(std::move(filter)) {
-  db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadOnly);
+  db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadWrite);
   CppSQLite3Statement attach = db_.compileStatement("attach database ? as history");
   attach.bind(1, std::string_view(DomainDatabase(kDbObjectHistory, domainId)));
   attach.execDML();

@@ -36,7 +36,7 @@ std::string PageOf(bool isAfterLast) {
 }  // namespace
 
 ReportListing::ReportListing(const std::string& domainId) {
-  db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadOnly);
+  db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadWrite);
   CppSQLite3Statement attach = db_.compileStatement("attach database ? as history");
   attach.bind(1, std::string_view(DomainDatabase(kDbObjectHistory, domainId)));
   attach.execDML();

@@ -44,6 +44,10 @@ void AppendCell(std::string& out, std::string_view text, std::string_view tag = 
   out.append("</bdi></").append(tag).append(">");
 }
 
+void AppendTime(std::string& out, std::int64_t time) {
+  out.append("<td class=\"when\">").append(UtcTimeText(time)).append("</td>");
+}
+
 struct ListedEpisode {
   const ReportKey* key;
   const VariableFindings* variable;
@@ -80,14 +84,14 @@ std::string EndInWords(const FoundEpisode& episode, bool isExact) {
 void AppendListed(std::string& out, const ListedEpisode& listed, bool isExact) {
   const auto& [key, variable, episode] = listed;
   out.append("<tr>");
+  AppendTime(out, episode->opened);
+  AppendTime(out, episode->last);
+  AppendCell(out, std::to_string(episode->count));
+  AppendCell(out, EndInWords(*episode, isExact));
   for (std::size_t part = 1; part < key->size(); ++part) AppendCell(out, (*key)[part]);
   const FoundAlert& opening = episode->first.front();
   AppendCell(out, opening.value ? variable->texts[*opening.value] : "");
   AppendCell(out, variable->texts[opening.expectation]);
-  AppendCell(out, UtcTimeText(episode->opened));
-  AppendCell(out, UtcTimeText(episode->last));
-  AppendCell(out, std::to_string(episode->count));
-  AppendCell(out, EndInWords(*episode, isExact));
   out.append("</tr>\n");
 }
 
@@ -128,8 +132,8 @@ void ReportPage::WriteAlertList() {
     out.append(std::to_string(kListedEpisodes)).append(" are shown.");
   }
   out.append("</p>\n<table class=\"plain\">\n<tr>");
-  for (const char* name : {"Device", "Interface", "Source", "Param", "Variable", "Value",
-                           "Expected", "First alert", "Last alert", "Alerts", "End"}) {
+  for (const char* name : {"First alert", "Last alert", "Alerts", "End", "Device", "Interface",
+                           "Source", "Param", "Variable", "Value", "Expected"}) {
     AppendCell(out, name, "th");
   }
   out.append("</tr>\n");

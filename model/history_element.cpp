@@ -19,7 +19,7 @@ void AppendTimeAndValue(std::string& text, const TextPoint& point) {
   text += kHistoryTimeKey;
   AppendNumber(text, point.time);
   text += kHistoryValueKey;
-  JsonValue(point.value).appendTo(text);
+  AppendString(text, point.value);
 }
 
 bool ReadTime(HistoryLayout& layout, TextPoint& point) {
@@ -80,7 +80,7 @@ void AppendElement(std::string& text, const KSTableDataPoint& point) {
   for (const std::string& column : content.hashColumns) {
     if (!isFirst) text += ',';
     isFirst = false;
-    JsonValue(column).appendTo(text);
+    AppendString(text, column);
   }
   text += kRawSizeKey;
   AppendNumber(text, content.rawValueSize);

@@ -1,5 +1,7 @@
 #include "model/history_layout.h"
 
+#include "platform/numbers.h"
+
 namespace keelstone {
 
 namespace {
@@ -17,14 +19,17 @@ bool HistoryLayout::SkipHead(EnumKSDataType dataType) {
 
 bool HistoryLayout::SkipTail() { return Skip(kTail) && AtEnd(); }
 
-void WriteHistoryText(EnumKSDataType dataType, std::string_view list, std::string& text) {
-  const std::string type = std::to_string(dataType);
+void WriteHistoryText(EnumKSDataType dataType, std::string_view front, std::string_view back,
+                      std::string& text) {
+  constexpr std::size_t kRoomForType = 11;
   text.clear();
-  text.reserve(kHeadKey.size() + type.size() + kListKey.size() + list.size() + kTail.size());
+  text.reserve(kHeadKey.size() + kRoomForType + kListKey.size() + front.size() + back.size() +
+               kTail.size());
   text += kHeadKey;
-  text += type;
+  AppendNumber(text, static_cast<std::int64_t>(dataType));
   text += kListKey;
-  text += list;
+  text += front;
+  text += back;
   text += kTail;
 }
 

@@ -25,8 +25,10 @@ class HistoryLayout : public OwnTextReader {
   bool SkipTail();
 };
 
-/// Writes the layout around the list of points into `text`, which keeps its memory.
-void WriteHistoryText(EnumKSDataType dataType, std::string_view list, std::string& text);
+/// Writes the layout around the list of points, given in two parts, into `text`, which keeps
+/// its memory.
+void WriteHistoryText(EnumKSDataType dataType, std::string_view front, std::string_view back,
+                      std::string& text);
 
 }  // namespace keelstone
 

@@ -56,6 +56,14 @@ std::int32_t CountOccurringMoreThan(const Counts& counts, double threshold) {
   return number;
 }
 
+/// Whether more than `limit` distinct values occur more than `threshold` times.
+template <class Counts>
+bool HasMoreOccurring(const Counts& counts, double threshold, std::int32_t limit) {
+  // Where once is enough, every distinct value counts.
+  if (1 - threshold > 1e-6) return counts.HasMoreThan(limit);
+  return CountOccurringMoreThan(counts, threshold) > limit;
+}
+
 }  // namespace keelstone
 
 #endif  // KEELSTONE_MODEL_HISTORY_STEPS_H

@@ -7,6 +7,8 @@ namespace keelstone {
 IRuleBase::~IRuleBase() = default;
 
 void IRuleBase::Init(const std::shared_ptr<RuleDefinitionData>&, const std::string&) {}
+void IRuleBase::InitWithHistory(const std::shared_ptr<RuleDefinitionData>&, std::string_view,
+                                const std::string&) {}
 bool IRuleBase::CheckRule(const std::string&) { return false; }
 bool IRuleBase::UpdateRule() { return false; }
 bool IRuleBase::CheckGoldenValue(const std::shared_ptr<KSDataBase>&) { return false; }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "engine/ksrulerecords.h"
 #include "model/ksdatafeature.h"
@@ -34,6 +35,10 @@ class KEELSTONE_EXPORT IRuleBase {
   /// has no rule data and no definition afterwards.
   virtual void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                     const std::string& domainId);
+  /// Init with a history text that is not the definition's own, and that stays as it is and
+  /// where it is as long as the rule lives: no copy of it is made.
+  virtual void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                               std::string_view history, const std::string& domainId);
   /// The learning test: whether this kind fits history and feature under the domain's
   /// settings. True leaves rule data with an empty parameter.
   virtual bool CheckRule(const std::string& domainId);

@@ -27,10 +27,8 @@ double KSNumercialDataFeature<T>::SumFirstPass() {
   using Traits = NumericTraits<T>;
   T previous = points.front().value;
   double sum = static_cast<double>(previous);
-  valueCounts.reserve(points.size());
-  // Runs of one value are the rule: their slot is looked up once a run.
-  auto slot = valueCounts.try_emplace(previous, 0).first;
-  ++slot->second;
+  valueCounts.Reserve(points.size());
+  valueCounts.Add(previous);
   for (std::size_t i = 1; i < points.size(); ++i) {
     const T value = points[i].value;
     const T difference = Traits::Difference(value, previous);
@@ -42,8 +40,7 @@ double KSNumercialDataFeature<T>::SumFirstPass() {
       lastNegativeDelta = static_cast<double>(difference);
     }
     if (Traits::Exceeds(difference, maxDelta)) maxDelta = static_cast<double>(difference);
-    if (!(value == previous)) slot = valueCounts.try_emplace(value, 0).first;
-    ++slot->second;
+    valueCounts.Add(value);
     previous = value;
   }
   return sum;

@@ -1,13 +1,13 @@
 #ifndef KEELSTONE_MODEL_KSDATAFEATURE_H
 #define KEELSTONE_MODEL_KSDATAFEATURE_H
 
-#include <boost/container/flat_map.hpp>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
 #include "model/ksdatapoint.h"
 #include "model/kshistorydata.h"
+#include "model/value_counts.h"
 #include "platform/export.h"
 
 namespace keelstone {
@@ -20,10 +20,6 @@ class KEELSTONE_EXPORT KSDataFeature {
   /// False, and no change, when the history is of another type.
   virtual bool Calculate(const std::shared_ptr<HistoryDataBase>& history) = 0;
 };
-
-/// How often each distinct value occurs, by ascending value.
-template <class T>
-using ValueCounts = boost::container::flat_map<T, std::int32_t>;
 
 /// Statistics of numbers. Two successive values count as equal when they differ by no
 /// more than 1e-5 (floats and doubles) or not at all (int64). A second calculation adds

@@ -4,6 +4,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "model/cast_to.h"
+#include "model/element_shape.h"
 #include "model/history_element.h"
 #include "model/history_layout.h"
 #include "platform/json_reader.h"
@@ -31,10 +33,58 @@ std::size_t EndOfString(std::string_view text, std::size_t begin) {
   return text.npos;
 }
 
+/// Where the first `count` elements of a list's text end, behind the comma too; what is
+/// left of `count` when there are not so many.
+std::size_t EndOfElements(std::string_view list, std::size_t& count, bool mayHoldStrings) {
+  std::size_t at = 0;
+  for (; count > 0 && at < list.size(); ++at) {
+    if (!mayHoldStrings) at = std::min(list.find('}', at), list.size() - 1);
+    if (mayHoldStrings && list[at] == '"') {
+      // Strings may hold braces: hop over them.
+      at = EndOfString(list, at + 1);
+      if (at == list.npos) return list.size();
+      --at;
+    } else if (list[at] == '}') {
+      --count;
+    }
+  }
+  return at == 0 ? 0 : std::min(at + 1, list.size());
+}
+
+template <class Point>
+constexpr bool kHasShapes =
+    std::is_same_v<Point, KSDataPoint<std::int64_t>> || std::is_same_v<Point, KSDataPoint<double>>;
+
+/// Reads elements up to the last one that no comma follows; false at the first that is not
+/// of the library's own layout.
+template <class Point>
+bool ReadElements(HistoryLayout& layout, EnumKSDataType dataType, const char* end,
+                  std::vector<Point>& points) {
+  ElementReader<Point> reader;
+  LikeElements like(dataType);
+  while (true) {
+    const char* const begin = layout.position();
+    Point point;
+    if (!reader.Read(layout, point)) return false;
+    points.push_back(std::move(point));
+    if (!layout.Skip(',')) return true;
+    if constexpr (kHasShapes<Point>) {
+      const char* next = layout.position();
+      like.Note({begin, static_cast<std::size_t>(next - begin)});
+      const char* const passed = like.Pass(next, end);
+      for (; next != passed; next += like.shape().size()) {
+        like.shape().Read(next, points.emplace_back());
+      }
+      layout.JumpTo(passed);
+    }
+  }
+}
+
 }  // namespace
 
 HistoryDataBase::~HistoryDataBase() = default;
 bool HistoryDataBase::FromString(const std::string&) { return false; }
+bool HistoryDataBase::FromLastingText(std::string_view) { return false; }
 std::string HistoryDataBase::ToString() const { return {}; }
 void HistoryDataBase::WriteTo(std::string& text) const { text = ToString(); }
 std::int32_t HistoryDataBase::GetDataCount() const { return 0; }
@@ -42,28 +92,31 @@ void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) 
 void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
 std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
-void HistoryListText::DropFront(std::size_t count) {
-  std::size_t at = begin_;
-  for (; count > 0 && at < text_.size(); ++at) {
-    if (text_[at] == '"') {
-      // Strings may hold braces: hop over them.
-      at = EndOfString(text_, at + 1);
-      if (at == std::string::npos) return Clear();
-      --at;
-    } else if (text_[at] == '}') {
-      --count;
-    }
+void HistoryListText::Append(std::string_view elements, bool isLasting) {
+  if (isLasting && IsEmpty()) {
+    Clear();
+    lasting_ = elements;
+    return;
   }
-  begin_ = std::min(at + 1, text_.size());  // behind the comma too
+  std::string& list = NextElement();
+  list.reserve(list.size() + elements.size() + elements.size() / 16);  // most grow by a point
+  list.append(elements);
+}
+
+void HistoryListText::DropFront(std::size_t count, bool mayHoldStrings) {
+  lasting_.remove_prefix(EndOfElements(lasting_, count, mayHoldStrings));
+  begin_ += EndOfElements(back(), count, mayHoldStrings);
+  // What comes first has no comma before it.
+  if (lasting_.empty() && back().starts_with(',')) ++begin_;
   // Once more of it is dropped than kept, let it go.
-  if (begin_ > size()) {
+  if (begin_ > text_.size() - begin_) {
     text_.erase(0, begin_);
     begin_ = 0;
   }
 }
 
 std::string& HistoryListText::NextElement() {
-  if (size() == 0) {
+  if (IsEmpty()) {
     Clear();
   } else {
     text_ += ',';
@@ -72,12 +125,13 @@ std::string& HistoryListText::NextElement() {
 }
 
 void HistoryListText::Clear() noexcept {
+  lasting_ = {};
   text_.clear();
   begin_ = 0;
 }
 
 template <class Point>
-bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
+bool PointHistory<Point>::FromOwnLayout(std::string_view text, bool isLasting) {
   HistoryLayout layout(text);
   if (!layout.SkipHead(dataType)) return false;
   const std::size_t before = points_.size();
@@ -85,30 +139,31 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text) {
   if constexpr (!std::is_base_of_v<TextPoint, Point>) {
     points_.reserve(before + text.size() / kLeastElementSize);
   }
-  ElementReader<Point> reader;
-  bool isSound = true;
-  do {
-    Point point;
-    isSound = reader.Read(layout, point);
-    if (isSound) points_.push_back(std::move(point));
-  } while (isSound && layout.Skip(','));
+  const bool isSound = ReadElements(layout, dataType, text.data() + text.size(), points_);
   const char* const listEnd = layout.position();
   if (!isSound || !layout.SkipTail()) {
     points_.resize(before);
     return false;
   }
   if (hasListText_) {
-    const auto size = static_cast<std::size_t>(listEnd - listBegin);
-    std::string& list = listText_.NextElement();
-    list.reserve(list.size() + size + size / 16);  // most histories grow by a point
-    list.append(listBegin, size);
+    listText_.Append({listBegin, static_cast<std::size_t>(listEnd - listBegin)}, isLasting);
   }
   return true;
 }
 
 template <class Point>
 bool PointHistory<Point>::FromString(const std::string& text) {
-  if (FromOwnLayout(text)) return true;
+  return Read(text, false);
+}
+
+template <class Point>
+bool PointHistory<Point>::FromLastingText(std::string_view text) {
+  return Read(text, true);
+}
+
+template <class Point>
+bool PointHistory<Point>::Read(std::string_view text, bool isLasting) {
+  if (FromOwnLayout(text, isLasting)) return true;
   JsonValue document;
   if (!JsonReader::Parse(text, document)) return false;
   try {
@@ -140,10 +195,10 @@ std::string PointHistory<Point>::ToString() const {
 template <class Point>
 void PointHistory<Point>::WriteTo(std::string& text) const {
   if (points_.empty()) return text.clear();
-  if (hasListText_) return WriteHistoryText(dataType, listText_.view(), text);
+  if (hasListText_) return WriteHistoryText(dataType, listText_.front(), listText_.back(), text);
   HistoryListText list;
   for (const Point& point : points_) AppendElement(list.NextElement(), point);
-  WriteHistoryText(dataType, list.view(), text);
+  WriteHistoryText(dataType, list.front(), list.back(), text);
 }
 
 template <class Point>
@@ -153,13 +208,13 @@ std::int32_t PointHistory<Point>::GetDataCount() const {
 
 template <class Point>
 void PointHistory<Point>::AddData(const std::shared_ptr<KSDataBase>& point, std::int32_t maxCount) {
-  const auto* const added = dynamic_cast<const Point*>(point.get());
+  const auto* const added = CastTo<const Point>(point.get());
   if (added == nullptr) return;
   const std::size_t kept = maxCount < 1 ? 0 : static_cast<std::size_t>(maxCount) - 1;
   if (points_.size() > kept) {
     const std::size_t dropped = points_.size() - kept;
     points_.erase(points_.begin(), points_.begin() + static_cast<std::ptrdiff_t>(dropped));
-    if (hasListText_) listText_.DropFront(dropped);
+    if (hasListText_) listText_.DropFront(dropped, kIsText<Point>);
   }
   points_.push_back(*added);
   if (hasListText_) AppendElement(listText_.NextElement(), *added);

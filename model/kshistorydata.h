@@ -29,6 +29,9 @@ class KEELSTONE_EXPORT HistoryDataBase {
   /// Appends the points of a history text. False when it is no such text or of another
   /// data type; points read before the fault stay.
   virtual bool FromString(const std::string& text);
+  /// FromString of a text that stays as it is and where it is as long as this history is
+  /// used: of texts as the library writes them no copy is made.
+  virtual bool FromLastingText(std::string_view text);
   virtual std::string ToString() const;
   /// ToString into a text that is there already and keeps its memory.
   virtual void WriteTo(std::string& text) const;
@@ -49,17 +52,25 @@ class KEELSTONE_EXPORT HistoryDataBase {
 /// which was read and grew by a point writes only that point.
 class HistoryListText {
  public:
-  std::size_t size() const noexcept { return text_.size() - begin_; }
-  std::string_view view() const noexcept { return std::string_view(text_).substr(begin_); }
-  /// Drops the first `count` elements; each ends with the only '}' outside its strings.
-  void DropFront(std::size_t count);
+  /// The text is `front()` and then `back()`.
+  std::string_view front() const noexcept { return lasting_; }
+  std::string_view back() const noexcept { return std::string_view(text_).substr(begin_); }
+  bool IsEmpty() const noexcept { return lasting_.empty() && begin_ == text_.size(); }
+
+  /// Puts elements behind those that are there. Of a lasting text no copy is made where
+  /// it is the first.
+  void Append(std::string_view elements, bool isLasting);
+  /// Drops the first `count` elements. Each ends with the only '}' outside its strings; the
+  /// strings that are keys hold none.
+  void DropFront(std::size_t count, bool mayHoldStrings);
   /// Starts a further element and answers the text to append it to.
   std::string& NextElement();
   void Clear() noexcept;
 
  private:
+  std::string_view lasting_;  // comes first
   std::string text_;
-  std::size_t begin_ = 0;
+  std::size_t begin_ = 0;  // of what is left of text_
 };
 
 /// A history of one type of points.
@@ -67,6 +78,7 @@ template <class Point>
 class KEELSTONE_EXPORT PointHistory : public HistoryDataBase {
  public:
   bool FromString(const std::string& text) override;
+  bool FromLastingText(std::string_view text) override;
   std::string ToString() const override;
   void WriteTo(std::string& text) const override;
   std::int32_t GetDataCount() const override;
@@ -80,7 +92,8 @@ class KEELSTONE_EXPORT PointHistory : public HistoryDataBase {
   explicit PointHistory(EnumKSDataType type) : HistoryDataBase(type) {}
 
  private:
-  bool FromOwnLayout(std::string_view text);
+  bool Read(std::string_view text, bool isLasting);
+  bool FromOwnLayout(std::string_view text, bool isLasting);
 
   std::vector<Point> points_;
   HistoryListText listText_;  // the text of all points, while hasListText_

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "model/cast_to.h"
 #include "model/numeric_traits.h"
 #include "model/own_text.h"
 
@@ -17,7 +18,7 @@ void ClearGolden(KSDataPoint<T>& golden) {
 /// `other` as the class of `self`, or nullptr.
 template <class Data>
 const Data* Same(const Data*, const KSRuleDataBase* other) {
-  return dynamic_cast<const Data*>(other);
+  return CastTo<const Data>(other);
 }
 
 }  // namespace
@@ -88,8 +89,11 @@ bool IntEnumData<T>::TakeOwnText(std::string_view text) {
   boost::container::flat_set<T> numbers;
   T number = T();
   if (!reader.Skip("{\"ruleParam\":[")) return false;
+  numbers.reserve(8);
   do {
     if (!reader.Read(number)) return false;
+    // In another order somebody else has written them.
+    if (!numbers.empty() && !(*numbers.rbegin() < number)) return false;
     numbers.insert(numbers.end(), number);
   } while (reader.Skip(','));
   if (!reader.Skip("]}") || !reader.AtEnd()) return false;

@@ -12,15 +12,6 @@ namespace {
 
 using Point = KSDataPoint<std::string>;
 
-bool IsSameTrimmed(const StrEqualData& data, const Point& point) {
-  constexpr std::string_view kBlanks = " \n";
-  return Trim(point.value, kBlanks) == Trim(data.ruleParam, kBlanks);
-}
-
-bool IsListed(const StrEnumData& data, const Point& point) {
-  return data.values.contains(point.value);
-}
-
 void LogRefused(const char* function, const std::string& text) {
   KS_LOG("FS_Keelstone", function, "ksstringrules", kLogError, "Failed to load history data: %s",
          text.c_str());
@@ -45,13 +36,18 @@ bool KSStringEqualRule::UpdateRule() {
 }
 
 bool KSStringEqualRule::CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) {
-  return TakeGoldenIf<Point>(point, IsSameTrimmed);
+  return TakeGoldenIf<Point>(
+      point, [](const StrEqualData& data, const Point& text) { return !Breaks(data, text.value); });
 }
 
 bool KSStringEqualRule::CheckAlert(const std::shared_ptr<KSDataBase>& point) {
-  return AlertIf<Point>(point, [](const StrEqualData& data, const Point& text) {
-    return !IsSameTrimmed(data, text);
-  });
+  return AlertIf<Point>(
+      point, [](const StrEqualData& data, const Point& text) { return Breaks(data, text.value); });
+}
+
+bool KSStringEqualRule::Breaks(const StrEqualData& data, std::string_view text) {
+  constexpr std::string_view kBlanks = " \n";
+  return Trim(text, kBlanks) != Trim(data.ruleParam, kBlanks);
 }
 
 bool KSStringEnumRule::CheckRule(const std::string& domainId) {
@@ -87,21 +83,31 @@ bool KSStringEnumRule::UpdateRule() {
 }
 
 bool KSStringEnumRule::CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) {
-  return TakeGoldenIf<Point>(point, IsListed);
+  return TakeGoldenIf<Point>(
+      point, [](const StrEnumData& data, const Point& text) { return !Breaks(data, text.value); });
 }
 
 bool KSStringEnumRule::CheckAlert(const std::shared_ptr<KSDataBase>& point) {
   return AlertIf<Point>(
-      point, [](const StrEnumData& data, const Point& text) { return !IsListed(data, text); });
+      point, [](const StrEnumData& data, const Point& text) { return Breaks(data, text.value); });
+}
+
+bool KSStringEnumRule::Breaks(const StrEnumData& data, std::string_view text) {
+  return !data.values.contains(std::string(text));
 }
 
 bool KSStrNoEqualRule::CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) {
   return TakeGoldenIf<Point>(
-      point, [](const StrEnumData& data, const Point& text) { return !IsListed(data, text); });
+      point, [](const StrEnumData& data, const Point& text) { return !Breaks(data, text.value); });
 }
 
 bool KSStrNoEqualRule::CheckAlert(const std::shared_ptr<KSDataBase>& point) {
-  return AlertIf<Point>(point, IsListed);
+  return AlertIf<Point>(
+      point, [](const StrEnumData& data, const Point& text) { return Breaks(data, text.value); });
+}
+
+bool KSStrNoEqualRule::Breaks(const StrEnumData& data, std::string_view text) {
+  return data.values.contains(std::string(text));
 }
 
 void KSStringEqualRule::LogRefusedHistory(const std::string& text) const {

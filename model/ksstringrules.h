@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "model/textrule.h"
 
@@ -18,6 +19,7 @@ class KSStringEqualRule final : public TextRule<StrHisotryData, KSStringDataFeat
   bool UpdateRule() override;
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
+  static bool Breaks(const StrEqualData& data, std::string_view text);
 
  protected:
   void LogRefusedHistory(const std::string& text) const override;
@@ -32,6 +34,7 @@ class KSStringEnumRule final : public TextRule<StrHisotryData, KSStringDataFeatu
   bool UpdateRule() override;
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
+  static bool Breaks(const StrEnumData& data, std::string_view text);
 
  protected:
   void LogRefusedHistory(const std::string& text) const override;
@@ -44,6 +47,7 @@ class KSStrNoEqualRule final : public TextRule<StrHisotryData, KSStringDataFeatu
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
+  static bool Breaks(const StrEnumData& data, std::string_view text);
 
  protected:
   void LogRefusedHistory(const std::string& text) const override;

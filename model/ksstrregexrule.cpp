@@ -33,6 +33,18 @@ constexpr double kManyStates = BOOST_REGEX_MAX_STATE_COUNT;
 constexpr std::int64_t kMostSteps = 50'000'000;
 constexpr std::int64_t kStepsPerByte = 4;
 
+/// Whether the verb stands in the pattern: in a group that repeats it has Boost go round
+/// for ever, where nothing counts.
+bool HoldsAccept(const std::string& pattern) {
+  for (std::size_t at = pattern.find("(*A"); at != std::string::npos;
+       at = pattern.find("(*A", at + 1)) {
+    std::size_t escapes = 0;
+    while (escapes < at && pattern[at - escapes - 1] == '\\') ++escapes;
+    if (escapes % 2 == 0) return true;
+  }
+  return false;
+}
+
 bool Search(const std::string& value, const boost::regex& expression) {
   const auto length = static_cast<double>(expression.size());
   const double states = static_cast<double>(value.size()) * length * length;
@@ -54,6 +66,10 @@ bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pat
   if (pattern.size() > kLongestPattern) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex pattern of %zu bytes is too long",
            pattern.size());
+    return false;
+  }
+  if (HoldsAccept(pattern)) {
+    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex pattern holds the verb (*ACCEPT)");
     return false;
   }
   try {

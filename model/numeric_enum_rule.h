@@ -21,14 +21,15 @@ class NumericEnumRule final : public NumericRule<T, IntEnumData> {
   bool CheckRule(const std::string& domainId) override {
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intEnum) return false;
-    const auto& settings = *lesson.settings->intEnum;
-    const auto& feature = *lesson.feature;
-    const bool fits =
-        static_cast<std::int64_t>(feature.valueCounts.size()) <= settings.valueStatusCount &&
-        feature.count >= settings.dataCountMinLimit &&
-        static_cast<float>(feature.zeroDeltaCount) <=
-            NarrowToFloat(feature.count * settings.deltaEZero);
-    return fits && this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intEnum) && this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSIntEnumRuleSetting& settings) {
+    return feature.count >= settings.dataCountMinLimit &&
+           !feature.valueCounts.HasMoreThan(settings.valueStatusCount) &&
+           static_cast<float>(feature.zeroDeltaCount) <=
+               NarrowToFloat(feature.count * settings.deltaEZero);
   }
 
   bool UpdateRule() override {
@@ -57,9 +58,10 @@ class NumericEnumRule final : public NumericRule<T, IntEnumData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point,
-                         [](const Data& data, T value) { return !data.values.contains(value); });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return !data.values.contains(value); }
 };
 
 /// The value should be none of the listed ones. Prescribed only, never learned.
@@ -78,9 +80,10 @@ class NumericNotEqualRule final : public NumericRule<T, IntEnumData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point,
-                         [](const Data& data, T value) { return data.values.contains(value); });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return data.values.contains(value); }
 };
 
 }  // namespace keelstone

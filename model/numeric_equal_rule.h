@@ -23,17 +23,24 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
     this->domainId_ = domainId;
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intEqual) return false;
-    const auto& settings = *lesson.settings->intEqual;
-    const bool fits = isLessCountCondition_ ? FitsLessCount(*lesson.feature, settings)
-                                            : FitsFullCount(*lesson.feature, settings);
-    return fits && this->Accept(domainId);
+    return Fits(*lesson.feature, this->History(), *lesson.settings->intEqual,
+                isLessCountCondition_) &&
+           this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const NumercialHistoryData<T>* history,
+                   const KSIntEqualRuleSetting& settings, bool isLessCountCondition) {
+    return isLessCountCondition ? FitsLessCount(feature, history, settings)
+                                : FitsFullCount(feature, settings);
   }
 
   bool UpdateRule() override {
     Data* const data = this->RuleData();
     if (data == nullptr) return false;
     const auto settings = DomainRuleSettings(this->domainId_);
-    if (const auto* const stable = StablePoint(settings ? settings->intEqual.get() : nullptr)) {
+    if (const auto* const stable =
+            StablePoint(this->History(), settings ? settings->intEqual.get() : nullptr)) {
       data->value = stable->value;
       data->golden = *stable;
     }
@@ -45,8 +52,10 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, [](const Data& data, T value) { return value != data.value; });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return value != data.value; }
 
   void setIsLessCountCondition(bool lessCount) override { isLessCountCondition_ = lessCount; }
 
@@ -60,10 +69,11 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
   }
 
   static bool HasFewValues(const Feature& feature, const Settings& settings) {
-    return static_cast<std::int64_t>(feature.valueCounts.size()) <= settings.valueStatusCount;
+    return !feature.valueCounts.HasMoreThan(settings.valueStatusCount);
   }
 
-  bool FitsLessCount(const Feature& feature, const Settings& settings) const {
+  static bool FitsLessCount(const Feature& feature, const NumercialHistoryData<T>* history,
+                            const Settings& settings) {
     const double differences = Differences(feature);
     if (feature.count >= settings.dataCountThreshold) {
       // Exactly the ratio is enough here, and not enough below.
@@ -71,7 +81,7 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
     }
     return feature.count > settings.dataCountMinLimit && HasFewValues(feature, settings) &&
            differences * settings.condition1DeltaEZero < feature.zeroDeltaCount &&
-           StablePoint(&settings) != nullptr;
+           StablePoint(history, &settings) != nullptr;
   }
 
   static bool FitsFullCount(const Feature& feature, const Settings& settings) {
@@ -79,8 +89,8 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
            Differences(feature) * settings.condition2DeltaEZero < feature.zeroDeltaCount;
   }
 
-  const KSDataPoint<T>* StablePoint(const Settings* settings) const {
-    const auto* const history = this->History();
+  static const KSDataPoint<T>* StablePoint(const NumercialHistoryData<T>* history,
+                                           const Settings* settings) {
     if (history == nullptr) return nullptr;
     return NewestStablePoint(history->points(),
                              settings == nullptr ? 3 : settings->countEqualValueLimit);

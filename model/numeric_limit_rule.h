@@ -19,14 +19,13 @@ class NumericLimitRule final : public NumericRule<T, IntEqualData> {
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
     return this->TakeGoldenIf(point,
-                              [](const Data& data, T value) { return !Passes(data, value); });
+                              [](const Data& data, T value) { return !Breaks(data, value); });
   }
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, Passes);
+    return this->AlertIf(point, Breaks);
   }
 
- private:
-  static bool Passes(const Data& data, T value) {
+  static bool Breaks(const Data& data, T value) {
     return kType == kIntLEQ ? value > data.value : value < data.value;
   }
 };

@@ -26,12 +26,16 @@ class NumericRangeRule final : public NumericRule<T, IntRangeData> {
     if (lesson.feature == nullptr || !lesson.settings->intRange || !lesson.settings->intEnum) {
       return false;
     }
-    const auto& settings = *lesson.settings->intRange;
-    const bool fits = lesson.feature->count >= settings.dataCountMinLimit &&
-                      CountOccurringMoreThan(lesson.feature->valueCounts,
-                                             lesson.settings->intEnum->alertThreshold) >
-                          settings.valueStatusCount;
-    return fits && this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intRange, *lesson.settings->intEnum) &&
+           this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSIntRangeRuleSetting& settings,
+                   const KSIntEnumRuleSetting& occurrences) {
+    return feature.count >= settings.dataCountMinLimit &&
+           HasMoreOccurring(feature.valueCounts, occurrences.alertThreshold,
+                            settings.valueStatusCount);
   }
 
   bool UpdateRule() override {
@@ -56,8 +60,10 @@ class NumericRangeRule final : public NumericRule<T, IntRangeData> {
   }
 
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, [](const Data& data, T value) { return !IsWithin(data, value); });
+    return this->AlertIf(point, Breaks);
   }
+
+  static bool Breaks(const Data& data, T value) { return !IsWithin(data, value); }
 
  private:
   static bool IsWithin(const Data& data, T value) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "calc/rulesettings.h"
+#include "model/cast_to.h"
 #include "model/irulebase.h"
 #include "model/ksdatafeature.h"
 #include "model/kshistorydata.h"
@@ -54,13 +55,25 @@ class NumericRule : public IRuleBase {
   void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
             const std::string& domainId) override {
     if (!ruleDefine) return;
-    const auto history = std::make_shared<typename Traits::History>();
-    history_ = history;
-    if (!ruleDefine->history.empty() && !history->FromString(ruleDefine->history)) return;
-    isFeatureDue_ = true;
-    ruleData_ = BuildData(ruleDefine->ruleParam);
-    ruleDefine_ = ruleDefine;
+    const std::string& text = ruleDefine->history;
+    TakeDefinition(ruleDefine, domainId, [&text](HistoryDataBase& history) {
+      return text.empty() || history.FromString(text);
+    });
+  }
+
+  void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine, std::string_view text,
+                       const std::string& domainId) override {
+    if (!ruleDefine) return;
+    TakeDefinition(ruleDefine, domainId, [text](HistoryDataBase& history) {
+      return text.empty() || history.FromLastingText(text);
+    });
+  }
+
+  /// What follows a learning test that fits: rule data with an empty parameter. True.
+  bool Accept(const std::string& domainId) {
+    ruleData_ = BuildData({});
     domainId_ = domainId;
+    return true;
   }
 
   bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
@@ -86,21 +99,15 @@ class NumericRule : public IRuleBase {
     return lesson;
   }
 
-  bool Accept(const std::string& domainId) {
-    ruleData_ = BuildData({});
-    domainId_ = domainId;
-    return true;
-  }
-
   const NumercialHistoryData<T>* History() const {
     return dynamic_cast<const NumercialHistoryData<T>*>(history_.get());
   }
   const KSNumercialDataFeature<T>* Feature() const {
-    return dynamic_cast<const KSNumercialDataFeature<T>*>(GetDataFeature().get());
+    return CastTo<const KSNumercialDataFeature<T>>(GetDataFeature().get());
   }
-  Data* RuleData() const { return dynamic_cast<Data*>(ruleData_.get()); }
+  Data* RuleData() const { return CastTo<Data>(ruleData_.get()); }
   static const Point* AsPoint(const std::shared_ptr<KSDataBase>& point) {
-    return dynamic_cast<const Point*>(point.get());
+    return CastTo<const Point>(point.get());
   }
 
   /// Makes the point the golden one when the rule data and the point are of this type and
@@ -123,6 +130,18 @@ class NumericRule : public IRuleBase {
   }
 
  private:
+  template <class ReadHistory>
+  void TakeDefinition(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                      const std::string& domainId, ReadHistory readHistory) {
+    const auto history = std::make_shared<typename Traits::History>();
+    history_ = history;
+    if (!readHistory(*history)) return;
+    isFeatureDue_ = true;
+    ruleData_ = BuildData(ruleDefine->ruleParam);
+    ruleDefine_ = ruleDefine;
+    domainId_ = domainId;
+  }
+
   std::shared_ptr<KSDataFeature> MakeFeature() const override {
     auto feature = std::make_shared<KSNumercialDataFeature<T>>();
     feature->Calculate(history_);

@@ -69,21 +69,24 @@ class NumericConstantRule final : public NumericTrendRule<T> {
   bool CheckRule(const std::string& domainId) override {
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intConstant) return false;
-    const auto& settings = *lesson.settings->intConstant;
-    return this->HardlyFalls(*lesson.feature, settings) &&
-           lesson.feature->zeroDeltaCount > lesson.feature->count * settings.deltaEZero &&
-           this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intConstant) && this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSTrendRuleSetting& settings) {
+    return Base::HardlyFalls(feature, settings) &&
+           feature.zeroDeltaCount > feature.count * settings.deltaEZero;
   }
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->TakeGoldenIf(point, Differs);
+    return this->HasParameter() && this->TakeGoldenIf(point, Breaks);
   }
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->AlertIf(point, Differs);
+    return this->HasParameter() && this->AlertIf(point, Breaks);
   }
 
- private:
-  static bool Differs(const Data& data, T value) { return value != data.value; }
+  /// For data from a parameter text that has "ruleParam".
+  static bool Breaks(const Data& data, T value) { return value != data.value; }
 };
 
 /// The value should grow from one value to the next.
@@ -99,22 +102,26 @@ class NumericIncreaseRule final : public NumericTrendRule<T> {
   bool CheckRule(const std::string& domainId) override {
     const auto lesson = this->Prepare(domainId);
     if (lesson.feature == nullptr || !lesson.settings->intIncrease) return false;
-    const auto& settings = *lesson.settings->intIncrease;
-    return this->HardlyFalls(*lesson.feature, settings) &&
-           lesson.feature->zeroDeltaCount <= lesson.feature->count * settings.deltaEZero &&
-           this->Accept(domainId);
+    return Fits(*lesson.feature, *lesson.settings->intIncrease) && this->Accept(domainId);
+  }
+
+  /// The learning test itself.
+  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSTrendRuleSetting& settings) {
+    return Base::HardlyFalls(feature, settings) &&
+           feature.zeroDeltaCount <= feature.count * settings.deltaEZero;
   }
 
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->TakeGoldenIf(point, Grows);
+    return this->HasParameter() && this->TakeGoldenIf(point, [](const Data& data, T value) {
+      return !Breaks(data, value);
+    });
   }
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() &&
-           this->AlertIf(point, [](const Data& data, T value) { return !Grows(data, value); });
+    return this->HasParameter() && this->AlertIf(point, Breaks);
   }
 
- private:
-  static bool Grows(const Data& data, T value) { return value > data.value; }
+  /// For data from a parameter text that has "ruleParam".
+  static bool Breaks(const Data& data, T value) { return !(value > data.value); }
 };
 
 }  // namespace keelstone

@@ -1,10 +1,12 @@
 #include "model/own_text.h"
 
+#include <bit>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <string>
 
+#include "platform/json_value.h"
 #include "platform/numbers.h"
 
 namespace keelstone {
@@ -12,8 +14,8 @@ namespace keelstone {
 namespace {
 
 // As many as a Decimal has digits; each is exact.
-constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8, 1e9,
-                                   1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18};
+constexpr double kRealPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8, 1e9,
+                                       1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18};
 
 // Decimals of up to 15 digits all have doubles of their own: the shortest text of such a
 // double is the decimal itself. Dividing two numbers that a double holds exactly rounds
@@ -33,10 +35,22 @@ bool IsWrittenAs(double value, std::uint64_t digits, double power) {
   const double off = static_cast<double>(whole - static_cast<std::int64_t>(digits)) +
                      (product - static_cast<double>(whole)) + rest;
   // How far from `value` a text still reads as it; below it is half as far at the least.
-  const double reach = (std::nextafter(value, 2 * value) - value) / 2 * power;
+  const auto next = std::bit_cast<double>(std::bit_cast<std::uint64_t>(value) + 1);
+  const double reach = (next - value) / 2 * power;
   if (std::fabs(off) > 0.49 || std::fabs(off) > 0.49 * reach) return false;
   const auto last = static_cast<double>(digits % 10);
   return last + off > 1.01 * reach && 10 - last - off > 1.01 * reach;
+}
+
+/// Whether these characters need no escapes between quotes.
+bool StandsAsItIs(const char* first, const char* end) {
+  // Without a branch, and in bytes, compilers do many at a time.
+  unsigned char found = 0;
+  for (const char* c = first; c != end; ++c) {
+    const auto byte = static_cast<unsigned char>(*c);
+    found = static_cast<unsigned char>(found | (byte < 0x20U) | (byte == '\\') | (byte == '"'));
+  }
+  return found == 0;
 }
 
 }  // namespace
@@ -51,11 +65,35 @@ bool OwnTextReader::ReadDecimal(Decimal& decimal) {
   return next_ == end_ || (*next_ != 'e' && *next_ != 'E');
 }
 
+double ValueOfDecimal(std::uint64_t whole, std::uint64_t decimals, std::size_t count) {
+  const double power = kRealPowersOfTen[count];
+  return static_cast<double>(whole * static_cast<std::uint64_t>(power) + decimals) / power;
+}
+
+bool OwnTextReader::SkipReal() {
+  const char* const before = next_;
+  Skip('-');
+  const char* const whole = next_;
+  SkipDigits();
+  if (next_ != whole && *whole != '0' && Skip('.')) {
+    const char* const decimals = next_;
+    SkipDigits();
+    // Each decimal with so few digits is the text of its own double.
+    const bool isShort = next_ - whole <= 16;
+    const bool isCut = next_ - decimals == 1 || (next_ != decimals && next_[-1] != '0');
+    if (isShort && isCut && (next_ == end_ || (*next_ != 'e' && *next_ != 'E'))) return true;
+  }
+  next_ = before;
+  double value = 0.0;
+  return Read(value);
+}
+
 bool OwnTextReader::Read(double& value) {
   const char* const before = next_;
   Decimal decimal;
   if (ReadDecimal(decimal) && decimal.digits < kShortDigits) {
-    const double magnitude = static_cast<double>(decimal.digits) / kPowersOfTen[decimal.decimals];
+    const double magnitude =
+        static_cast<double>(decimal.digits) / kRealPowersOfTen[decimal.decimals];
     if (decimal.digits == 0 || magnitude >= kLeastPlain) {
       value = decimal.negative ? -magnitude : magnitude;
       return true;
@@ -70,7 +108,7 @@ bool OwnTextReader::Read(float& value) {
   const char* const before = next_;
   Decimal decimal;
   if (ReadDecimal(decimal) && decimal.digits >= kShortDigits) {
-    const double power = kPowersOfTen[decimal.decimals];
+    const double power = kRealPowersOfTen[decimal.decimals];
     const float magnitude = NarrowToFloat(static_cast<double>(decimal.digits) / power);
     if (static_cast<double>(magnitude) >= kLeastPlain &&
         IsWrittenAs(static_cast<double>(magnitude), decimal.digits, power)) {
@@ -102,16 +140,20 @@ bool OwnTextReader::Read(std::string_view& value) {
   const auto* const quote =
       static_cast<const char*>(std::memchr(first, '"', static_cast<std::size_t>(end_ - first)));
   if (quote == nullptr) return false;
-  // Without a branch, and in bytes, compilers do many at a time.
-  unsigned char found = 0;
-  for (const char* c = first; c != quote; ++c) {
-    const auto byte = static_cast<unsigned char>(*c);
-    found = static_cast<unsigned char>(found | (byte < 0x20U) | (byte == '\\'));
-  }
-  if (found != 0) return false;
+  if (!StandsAsItIs(first, quote)) return false;
   value = std::string_view(first, static_cast<std::size_t>(quote - first));
   next_ = quote + 1;
   return true;
+}
+
+void AppendString(std::string& text, std::string_view value) {
+  if (!StandsAsItIs(value.data(), value.data() + value.size())) {
+    JsonValue(value).appendTo(text);
+    return;
+  }
+  text += '"';
+  text += value;
+  text += '"';
 }
 
 bool OwnTextReader::Read(bool& value) {

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -20,26 +21,24 @@ namespace keelstone {
 template <class HistoryType, class FeatureType, class DataType>
 class TextRule : public IRuleBase {
  public:
+  using Data = DataType;
+
   using IRuleBase::IRuleBase;
 
   /// A history that is refused leaves the rule with an empty one.
   void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
             const std::string& domainId) override {
     if (!ruleDefine) return;
-    auto history = std::make_shared<HistoryType>();
-    if (!ruleDefine->history.empty() && !history->FromString(ruleDefine->history)) {
-      LogRefusedHistory(ruleDefine->history);
-      history = std::make_shared<HistoryType>();
-    }
-    history_ = history;
-    const auto feature = std::make_shared<FeatureType>();
-    feature->Calculate(history);
-    feature_ = feature;
-    const auto data = std::make_shared<DataType>();
-    data->ParseParam(ruleDefine->ruleParam);
-    ruleData_ = data;
-    ruleDefine_ = ruleDefine;
-    domainId_ = domainId;
+    const std::string& text = ruleDefine->history;
+    TakeDefinition(ruleDefine, text, domainId,
+                   [&text](HistoryType& history) { return history.FromString(text); });
+  }
+
+  void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine, std::string_view text,
+                       const std::string& domainId) override {
+    if (!ruleDefine) return;
+    TakeDefinition(ruleDefine, text, domainId,
+                   [text](HistoryType& history) { return history.FromLastingText(text); });
   }
 
   bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
@@ -52,7 +51,9 @@ class TextRule : public IRuleBase {
   virtual void LogRefusedHistory(const std::string& text) const = 0;
 
   const HistoryType* History() const { return dynamic_cast<const HistoryType*>(history_.get()); }
-  const FeatureType* Feature() const { return dynamic_cast<const FeatureType*>(feature_.get()); }
+  const FeatureType* Feature() const {
+    return dynamic_cast<const FeatureType*>(GetDataFeature().get());
+  }
   DataType* RuleData() const { return dynamic_cast<DataType*>(ruleData_.get()); }
 
   /// The feature to learn from, or nullptr when there is nothing to learn from.
@@ -100,6 +101,30 @@ class TextRule : public IRuleBase {
     const DataType* const data = RuleData();
     const auto* const text = dynamic_cast<const Point*>(point.get());
     return data != nullptr && text != nullptr && breaks(*data, *text);
+  }
+
+ private:
+  template <class ReadHistory>
+  void TakeDefinition(const std::shared_ptr<RuleDefinitionData>& ruleDefine, std::string_view text,
+                      const std::string& domainId, ReadHistory readHistory) {
+    auto history = std::make_shared<HistoryType>();
+    if (!text.empty() && !readHistory(*history)) {
+      LogRefusedHistory(std::string(text));
+      history = std::make_shared<HistoryType>();
+    }
+    history_ = history;
+    isFeatureDue_ = true;
+    const auto data = std::make_shared<DataType>();
+    data->ParseParam(ruleDefine->ruleParam);
+    ruleData_ = data;
+    ruleDefine_ = ruleDefine;
+    domainId_ = domainId;
+  }
+
+  std::shared_ptr<KSDataFeature> MakeFeature() const override {
+    auto feature = std::make_shared<FeatureType>();
+    feature->Calculate(history_);
+    return feature;
   }
 };
 

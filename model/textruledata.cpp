@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "model/own_text.h"
 #include "platform/json_reader.h"
 #include "platform/json_value.h"
 #include "platform/logger.h"
@@ -10,6 +11,8 @@
 namespace keelstone {
 
 namespace {
+
+constexpr std::string_view kParamKey = "{\"ruleParam\":";
 
 /// Runs `read` on the document of a parameter text; false when it is none or refuses.
 template <class Reading>
@@ -50,15 +53,25 @@ void StrEqualData::Clear() {
   golden = KSDataPoint<std::string>(0, {});
 }
 
+bool StrEqualData::TakeOwnText(std::string_view text) {
+  OwnTextReader reader(text);
+  std::string_view param;
+  if (!reader.Skip(kParamKey) || !reader.Read(param)) return false;
+  if (!reader.Skip('}') || !reader.AtEnd()) return false;
+  ruleParam = param;
+  return true;
+}
+
 bool StrEqualData::ParseParam(const std::string& text) {
+  if (TakeOwnText(text)) return true;
   return ReadParam(text,
                    [this](const JsonValue& param) { ruleParam = param["ruleParam"].asString(); });
 }
 
 std::string StrEqualData::ParamToString() const {
-  JsonValue param(JsonType::Object);
-  param["ruleParam"] = ruleParam;
-  return param.toString();
+  std::string text(kParamKey);
+  AppendString(text, ruleParam);
+  return text += '}';
 }
 
 bool StrEqualData::IsEqual(const KSRuleDataBase* other) const {
@@ -71,15 +84,36 @@ void StrEnumData::Clear() {
   golden = KSDataPoint<std::string>(0, {});
 }
 
+bool StrEnumData::TakeOwnText(std::string_view text) {
+  OwnTextReader reader(text);
+  std::set<std::string> texts;
+  std::string_view one;
+  if (!reader.Skip(kParamKey) || !reader.Skip('[')) return false;
+  do {
+    if (!reader.Read(one)) return false;
+    // In another order somebody else has written them.
+    if (!texts.empty() && one <= *texts.rbegin()) return false;
+    texts.emplace_hint(texts.end(), one);
+  } while (reader.Skip(','));
+  if (!reader.Skip("]}") || !reader.AtEnd()) return false;
+  values = std::move(texts);
+  return true;
+}
+
 bool StrEnumData::ParseParam(const std::string& text) {
+  if (TakeOwnText(text)) return true;
   return ReadParam(text,
                    [this](const JsonValue& param) { values = ReadTexts(param["ruleParam"]); });
 }
 
 std::string StrEnumData::ParamToString() const {
-  JsonValue param(JsonType::Object);
-  param["ruleParam"] = WriteTexts(values);
-  return param.toString();
+  std::string text(kParamKey);
+  text += '[';
+  for (auto value = values.begin(); value != values.end(); ++value) {
+    if (value != values.begin()) text += ',';
+    AppendString(text, *value);
+  }
+  return text += "]}";
 }
 
 bool StrEnumData::IsEqual(const KSRuleDataBase* other) const {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "model/ksruledata.h"
 #include "model/kstabledatapoint.h"
@@ -27,6 +28,9 @@ class KEELSTONE_EXPORT StrEqualData final : public TextRuleData {
  public:
   void Clear() override;
   bool ParseParam(const std::string& text) override;
+  /// Takes the parameter from a text that is just what ParamToString writes, and holds no
+  /// escapes; false, and no change, for any other.
+  bool TakeOwnText(std::string_view text);
   std::string ParamToString() const override;
   bool IsEqual(const KSRuleDataBase* other) const override;
 
@@ -38,6 +42,9 @@ class KEELSTONE_EXPORT StrEnumData final : public TextRuleData {
  public:
   void Clear() override;
   bool ParseParam(const std::string& text) override;
+  /// Takes the parameter from a text that is just what ParamToString writes, and holds no
+  /// escapes; false, and no change, for any other.
+  bool TakeOwnText(std::string_view text);
   std::string ParamToString() const override;
   bool IsEqual(const KSRuleDataBase* other) const override;
 

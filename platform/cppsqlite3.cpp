@@ -290,8 +290,7 @@ bool CppSQLite3DB::tableExists(const std::string& table) {
     return true;
   }
   CppSQLite3Statement statement = compileStatement(
-      "select 1 from sqlite_master where type = 'table' and rootpage > 0 and name = ?1 collate "
-      "nocase");
+      "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
   statement.bind(1, table);
   return !statement.execQuery().eof();
 }

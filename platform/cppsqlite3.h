@@ -115,7 +115,6 @@ class KEELSTONE_EXPORT CppSQLite3DB {
   bool isOpen() const noexcept { return db_ != nullptr; }
   void close() noexcept;
 
-  /// Whether there is a table with rows of its own: no view, no virtual table.
   bool tableExists(const std::string& table);
   /// Runs one statement without result rows; the number of rows it changed.
   int execDML(const std::string& sql);

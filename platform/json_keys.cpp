@@ -36,6 +36,14 @@ std::size_t JsonKeys::Find(std::string_view name) const noexcept {
   }
 }
 
+bool JsonKeys::IsSmall() const noexcept {
+  constexpr std::size_t kMost = 32;
+  constexpr std::size_t kLongest = 64;
+  return names_.size() <= kMost &&
+         std::all_of(names_.begin(), names_.end(),
+                     [](const std::string& name) { return name.size() <= kLongest; });
+}
+
 void JsonKeys::Add(std::string_view name) {
   Reserve(names_.size() + 1);
   if (names_.empty()) names_.reserve(kUsualCount);

@@ -25,6 +25,8 @@ class JsonKeys {
   std::size_t size() const noexcept { return names_.size(); }
   const std::string& operator[](std::size_t position) const noexcept { return names_[position]; }
   std::size_t Find(std::string_view name) const noexcept;
+  /// Whether they are few and short.
+  bool IsSmall() const noexcept;
   /// Whether all of them are ASCII that stands in a JSON text as it is.
   bool ArePlain() const noexcept { return arePlain_; }
 

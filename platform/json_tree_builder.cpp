@@ -14,9 +14,28 @@ constexpr std::size_t kUsualDepth = 8;
 
 }  // namespace
 
-JsonTreeBuilder::JsonTreeBuilder() {
+JsonModels* JsonModels::OfThread() noexcept {
+  // Has no destructor and so may be asked after the models were destroyed, by a text that
+  // is read when the program ends.
+  thread_local bool areGone = false;
+  struct Owner {
+    JsonModels models;
+    ~Owner() { areGone = true; }
+  };
+  if (areGone) return nullptr;
+  thread_local Owner owner;
+  return &owner.models;
+}
+
+JsonTreeBuilder::JsonTreeBuilder()
+    : ownModels_(JsonModels::OfThread() == nullptr ? std::make_unique<JsonModels>() : nullptr),
+      models_(ownModels_ ? *ownModels_ : *JsonModels::OfThread()) {
   values_.reserve(kUsualValues);
   open_.reserve(kUsualDepth);
+}
+
+JsonTreeBuilder::~JsonTreeBuilder() {
+  for (JsonModels::Model* const model : used_) model->object = JsonValue();
 }
 
 bool JsonTreeBuilder::ObjectBegin() {
@@ -26,10 +45,12 @@ bool JsonTreeBuilder::ObjectBegin() {
 
 bool JsonTreeBuilder::Key(std::string_view bytes) {
   OpenObject& open = open_.back();
+  const std::size_t mark = JsonModels::MarkOf(bytes);
   if (open.count == 0) {
-    open.model = &models_.StartingWith(bytes);
+    open.model = &models_.At(lastMark_, mark);
     open.keys = open.model->keys;
   }
+  lastMark_ = mark;
   if (open.isOwn || !open.keys || open.count == open.keys->size() ||
       (*open.keys)[open.count] != bytes) {
     likely_ = nullptr;
@@ -37,8 +58,8 @@ bool JsonTreeBuilder::Key(std::string_view bytes) {
     return true;
   }
   // Another object may have taken the model's place meanwhile.
-  likely_ =
-      open.model->keys == open.keys ? &JsonNodes::Content(open.model->object)[open.count] : nullptr;
+  const bool hasObject = open.model->keys == open.keys && open.model->object.isObject();
+  likely_ = hasObject ? &JsonNodes::Content(open.model->object)[open.count] : nullptr;
   ++open.count;
   return true;
 }
@@ -84,9 +105,17 @@ bool JsonTreeBuilder::ObjectEnd(std::size_t count) {
   if (open.keys->size() > count) open.keys = new JsonKeys(*open.keys, count);
   node->keys = open.keys;
   Push(JsonNodes::Value(std::move(node)));
-  open.model->object = values_.back();
-  open.model->keys = std::move(open.keys);
+  KeepAsModel(*open.model, std::move(open.keys));
   return true;
+}
+
+void JsonTreeBuilder::KeepAsModel(JsonModels::Model& model, JsonKeysPointer keys) {
+  if (model.keys != keys) {
+    if (!keys->IsSmall()) return;
+    model.keys = std::move(keys);
+  }
+  if (model.object.isNull()) used_.push_back(&model);
+  model.object = values_.back();
 }
 
 void JsonTreeBuilder::PutRepeatedInPlace(std::size_t count) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -14,24 +15,32 @@
 
 namespace keelstone {
 
-/// Objects of a text that were read before, found by their first name: most objects are
-/// built like one that came before, and often hold the same strings.
+/// Objects that were read before: most are built like one that stood in such a place before,
+/// in this text or in an earlier one, and often hold the same strings as the last one of
+/// their text. Each thread has its own.
 class JsonModels {
  public:
   struct Model {
     JsonKeysPointer keys;  // none yet: null
-    JsonValue object;      // the last one with these names
+    JsonValue object;      // the last one with these names in the text being read, or Null
   };
-  Model& StartingWith(std::string_view name) noexcept {
-    if (name.empty()) return models_[0];
+
+  /// The thread's, or nullptr when the thread is so near its end that they are gone.
+  static JsonModels* OfThread() noexcept;
+
+  /// A number for a name; other names may have it as well.
+  static std::size_t MarkOf(std::string_view name) noexcept {
+    if (name.empty()) return 0;
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(name[i]); };
-    return models_[(name.size() + 5U * byte(0) + 3U * byte(name.size() / 2) +
-                    byte(name.size() - 1)) %
-                   models_.size()];
+    return name.size() + 5U * byte(0) + 3U * byte(name.size() / 2) + byte(name.size() - 1);
+  }
+  /// The model of an object by its first name and the name before that in the text.
+  Model& At(std::size_t markBefore, std::size_t markOfFirst) noexcept {
+    return models_[(7 * markBefore + markOfFirst) % models_.size()];
   }
 
  private:
-  std::array<Model, 32> models_;
+  std::array<Model, 128> models_;
 };
 
 /// Builds the value that a text holds from its parts in their order: finished values wait
@@ -40,6 +49,9 @@ class JsonModels {
 class JsonTreeBuilder {
  public:
   JsonTreeBuilder();
+  ~JsonTreeBuilder();
+  JsonTreeBuilder(const JsonTreeBuilder&) = delete;
+  JsonTreeBuilder& operator=(const JsonTreeBuilder&) = delete;
 
   /// The value, once all of it was handed in.
   JsonValue Take() { return std::move(values_.back()); }
@@ -85,14 +97,18 @@ class JsonTreeBuilder {
   }
   void AddOwnKey(OpenObject& open, std::string_view bytes);
   void PutRepeatedInPlace(std::size_t count);
+  void KeepAsModel(JsonModels::Model& model, JsonKeysPointer keys);
   // Takes the last `count` values off the stack.
   void MoveLast(std::size_t count, std::vector<JsonValue>& content);
 
   std::vector<JsonValue> values_;
   std::vector<OpenObject> open_;
   std::vector<Repeated> repeated_;
-  JsonModels models_;
-  const JsonValue* likely_ = nullptr;  // the next value's counterpart in its object's model
+  std::unique_ptr<JsonModels> ownModels_;  // when the thread's are gone
+  JsonModels& models_;
+  std::vector<JsonModels::Model*> used_;  // those whose object is to be dropped
+  std::size_t lastMark_ = 0;              // of the last name
+  const JsonValue* likely_ = nullptr;     // the next value's counterpart in its object's model
 };
 
 }  // namespace keelstone

@@ -135,8 +135,40 @@ char* WriteNumber(char* to, std::uint64_t value) noexcept {
   return std::to_chars(to, to + kNumberRoom, value).ptr;
 }
 
+namespace {
+
+/// Writes a value that is a decimal with few digits, as most that devices tell; nullptr for
+/// others.
+///
+/// Whole numbers below 2^53 and these powers of ten are doubles, so that their quotient is
+/// the double which the decimal reads as. No two decimals of 15 digits read as the same
+/// double: the one that is found is the shortest text there is.
+char* WriteShortDecimal(char* to, double value) noexcept {
+  constexpr double kPowers[] = {10, 100, 1'000, 10'000, 100'000};
+  constexpr double kMostDigits = 1e15;
+  const double size = std::fabs(value);
+  if (!(size >= 1e-4)) return nullptr;
+  for (const double power : kPowers) {
+    const double scaled = size * power;
+    if (!(scaled < kMostDigits)) return nullptr;
+    const auto digits = static_cast<std::uint64_t>(scaled + 0.5);
+    if (static_cast<double>(digits) / power != size) continue;
+    const auto unit = static_cast<std::uint64_t>(power);
+    if (value < 0) *to++ = '-';
+    // A one before the decimals keeps their zeros, and gives its place to the point.
+    char* const point = std::to_chars(to, to + 16, digits / unit).ptr;
+    char* const end = std::to_chars(point, point + 8, unit + digits % unit).ptr;
+    *point = '.';
+    return end;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
 char* WriteNumber(char* to, double value) noexcept {
   if (!std::isfinite(value)) return std::copy_n("null", 4, to);
+  if (char* const end = WriteShortDecimal(to, value); end != nullptr) return end;
   const double size = std::fabs(value);
   char* const room = to + kNumberRoom - 2;
   if (size < kTwoTo53 && size == std::trunc(size) && !std::signbit(value)) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -162,17 +163,18 @@ bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
 
 bool RunLineReader::ReadVariables(std::string_view json, std::vector<VarInfo>& variables) {
   if (!ParseJson(json)) return false;
-  const std::size_t before = variables.size();
-  const bool isRead = json_.root().Is(Kind::kObject) ? ReadVariable(json_.root(), variables)
-                                                     : ReadVariables(json_.root(), variables);
-  if (!isRead)
-    variables.erase(variables.begin() + static_cast<std::ptrdiff_t>(before), variables.end());
-  return isRead;
+  std::vector<VarInfo> read;
+  const bool isRead = json_.root().Is(Kind::kObject) ? ReadVariable(json_.root(), read)
+                                                     : ReadVariables(json_.root(), read);
+  if (!isRead) return false;
+  variables.insert(variables.end(), std::make_move_iterator(read.begin()),
+                   std::make_move_iterator(read.end()));
+  return true;
 }
 
 bool RunLineReader::ReadVariables(const Value& list, std::vector<VarInfo>& variables) {
   if (!list.Is(Kind::kArray)) return Fail("variables", "must be an array");
-  if (variables.empty()) variables.reserve(list.size());
+  variables.reserve(list.size());
   std::size_t index = 0;
   for (const Value variable : list) {
     variable_ = index++;

@@ -39,8 +39,7 @@ class PendingMark {
 ///
 /// A row is found by the lookups from the moment it is handed over until it is on disk,
 /// the oldest of a key first: rows that a flush is writing come before those that have
-/// come since. The rows of one variable reach the disk in the order in which they came; a
-/// flush writes what it has taken in the order of the tables' keys.
+/// come since. The rows of one domain reach the disk in the order in which they came.
 ///
 /// Made on first use and never destroyed; the worker never ends, and what is pending when
 /// the process ends is lost: a host calls ForceWriteDisk before it goes. Any thread.

@@ -55,6 +55,8 @@ DeliveredTable ExpectedTable(int dbType) {
       return {"KSVariableRule", kSettingColumns};
     case kDbBlockSetting:
       return {"KSBlockSetting", kSettingColumns};
+    case kDbObjectRule:
+      return {kRuleTable, kRuleColumns};
     default:
       return {"KSInterfaceType", kSettingColumns};
   }
@@ -118,7 +120,7 @@ bool MergeRuleDatabase(const std::string& from, const std::string& to,
   const bool isNew = PathError(to) == ENOENT;
   const bool merged = TableFrame::Attempt(destination, kMerge, log, [&] {
     try {
-      OpenDelivered(source, from, to, {kRuleTable, kRuleColumns});
+      OpenDelivered(source, from, to, ExpectedTable(kDbObjectRule));
     } catch (const DeliveryError& error) {
       throw DeliveryError(from + ": " + error.what());
     }
@@ -195,6 +197,19 @@ bool FSKSDataSyncManager::MergeObjectRule(const std::string& from, const std::st
   NoteChangeOfAllUnits();
   if (merged && invalidate) InvalidateKSObjectRuleCaches(domainId);
   return merged;
+}
+
+std::string FSKSDataSyncManager::DeliveryFault(const std::string& from, const std::string& to,
+                                               int dbType) {
+  try {
+    CppSQLite3DB source;
+    OpenDelivered(source, from, to, ExpectedTable(dbType));
+    return {};
+  } catch (const CppSQLite3Exception& error) {
+    return error.errorMessage();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
 }
 
 void FSKSDataSyncManager::InvalidateKSGlobalSettingCaches(const std::string& domainId) {

@@ -46,6 +46,10 @@ class KEELSTONE_EXPORT FSKSDataSyncManager {
   bool MergeObjectRule(const std::string& from, const std::string& to, const std::string& domainId,
                        bool invalidate);
 
+  /// Why a merge would refuse the source as it is now; empty when it would not. `dbType`
+  /// is the EnumDbType of the merge. Reads the whole source.
+  static std::string DeliveryFault(const std::string& from, const std::string& to, int dbType);
+
   // Each has the domain's data manager read its table anew.
   void InvalidateKSGlobalSettingCaches(const std::string& domainId);
   void InvalidateKSVariableRuleCaches(const std::string& domainId);

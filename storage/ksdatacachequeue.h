@@ -12,8 +12,9 @@
 namespace keelstone {
 
 /// Loads rules and histories of many units ahead of need: keys are collected, two loader
-/// threads (one for rules, one for histories) fetch up to 100,000 units in one opening of
-/// the database, and each unit is handed out once.
+/// threads (one for rules, one for histories) fetch up to 100,000 units a load, 1000 in one
+/// opening of the database; those that are there can be had while the others load, and each
+/// unit is handed out once.
 ///
 /// What is handed out is what a reading of the database would give at that moment, as far
 /// as this process writes to it:

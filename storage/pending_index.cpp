@@ -14,6 +14,8 @@ namespace {
 constexpr std::size_t kLeastSlots = 8;
 using Lengths = std::array<std::size_t, 4>;
 
+std::uint32_t TagOf(std::size_t hash) noexcept { return static_cast<std::uint32_t>(hash >> 32U); }
+
 std::size_t Combine(std::size_t seed, std::string_view text) noexcept {
   const std::size_t mixed = (seed ^ std::hash<std::string_view>()(text)) * 0x9E3779B97F4A7C15U;
   return mixed ^ mixed >> 32U;  // the low bits choose the slot
@@ -29,20 +31,20 @@ template <class Row>
 void PendingIndex<Row>::Reserve(std::size_t rows) {
   const std::size_t wanted = std::bit_ceil(std::max(2 * rows, kLeastSlots));
   if (wanted <= slots_.size()) return;
-  const std::vector<Slot> old = std::exchange(slots_, std::vector<Slot>(wanted));
-  for (const Slot& slot : old) {
-    if (!slot.row) continue;
-    std::size_t place = Place(slot.hash);
-    while (slots_[place].row) place = Place(place + 1);
-    slots_[place] = slot;
+  slots_.assign(wanted, Slot());
+  std::uint32_t number = 0;
+  for (const Entry& entry : entries_) {
+    std::size_t place = entry.hash & (wanted - 1);
+    while (slots_[place].number != 0) place = (place + 1) & (wanted - 1);
+    slots_[place] = {TagOf(entry.hash), ++number};
   }
 }
 
 template <class Row>
-PendingKey PendingIndex<Row>::KeyAt(std::size_t place) const noexcept {
+PendingKey PendingIndex<Row>::KeyOf(const Entry& entry) const noexcept {
   Lengths lengths;
-  std::memcpy(lengths.data(), keys_.data() + place, sizeof lengths);
-  const char* text = keys_.data() + place + sizeof lengths;
+  std::memcpy(lengths.data(), keys_.data() + entry.key, sizeof lengths);
+  const char* text = keys_.data() + entry.key + sizeof lengths;
   const auto next = [&text](std::size_t length) {
     return std::string_view(std::exchange(text, text + length), length);
   };
@@ -54,24 +56,25 @@ PendingKey PendingIndex<Row>::KeyAt(std::size_t place) const noexcept {
   return key;
 }
 
-/// The key's slot, or the free one where it belongs.
+// The place of the key's slot, or of the free one where it belongs.
 template <class Row>
-auto PendingIndex<Row>::Seek(const PendingKey& key, std::size_t hash) const noexcept
-    -> const Slot* {
-  std::size_t place = Place(hash);
-  while (slots_[place].row && !(slots_[place].hash == hash && KeyAt(slots_[place].key) == key)) {
-    place = Place(place + 1);
+std::size_t PendingIndex<Row>::Seek(const PendingKey& key, std::size_t hash) const noexcept {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t place = hash & mask;
+  for (; slots_[place].number != 0; place = (place + 1) & mask) {
+    if (slots_[place].tag != TagOf(hash)) continue;
+    if (KeyOf(entries_[slots_[place].number - 1]) == key) break;
   }
-  return &slots_[place];
+  return place;
 }
 
 template <class Row>
 void PendingIndex<Row>::Add(const Row& row, const PendingKey& key, std::size_t hash) {
-  Reserve(taken_ + 1);
-  const Slot* const found = Seek(key, hash);
-  if (found->row) return;
-  slots_[static_cast<std::size_t>(found - slots_.data())] = {hash, keys_.size(), row};
-  ++taken_;
+  Reserve(entries_.size() + 1);
+  Slot& slot = slots_[Seek(key, hash)];
+  if (slot.number != 0) return;
+  entries_.push_back({row, hash, keys_.size()});
+  slot = {TagOf(hash), static_cast<std::uint32_t>(entries_.size())};
   const Lengths lengths = {key.interfaceValue.size(), key.variableSource.size(), key.param.size(),
                            key.variableName.size()};
   keys_.append(reinterpret_cast<const char*>(lengths.data()), sizeof lengths);
@@ -81,15 +84,15 @@ void PendingIndex<Row>::Add(const Row& row, const PendingKey& key, std::size_t h
 
 template <class Row>
 void PendingIndex<Row>::Add(const PendingIndex& later) {
-  Reserve(taken_ + later.taken_);
-  for (const Slot& slot : later.slots_) {
-    if (slot.row) Add(slot.row, later.KeyAt(slot.key), slot.hash);
-  }
+  Reserve(entries_.size() + later.entries_.size());
+  for (const Entry& entry : later.entries_) Add(entry.row, later.KeyOf(entry), entry.hash);
 }
 
 template <class Row>
 Row PendingIndex<Row>::Find(const PendingKey& key) const noexcept {
-  return slots_.empty() ? Row() : Seek(key, key.Hash())->row;
+  if (entries_.empty()) return {};
+  const Slot& slot = slots_[Seek(key, key.Hash())];
+  return slot.number != 0 ? entries_[slot.number - 1].row : Row();
 }
 
 template class PendingIndex<PendingDefinition>;

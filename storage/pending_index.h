@@ -2,6 +2,7 @@
 #define KEELSTONE_STORAGE_PENDING_INDEX_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,9 +44,10 @@ struct PendingHistory {
 };
 
 /// The first row of each key, found in one step however many there are. A lookup among many
-/// rows costs as much as the memory that it touches, so the table holds the hashes and the
-/// texts of the keys itself, those of one key side by side. Rows must stay where they lie as
-/// long as they stand in it. One thread at a time may change it; several may look.
+/// rows costs as much as the memory that it touches: the table of hashes is small, and the
+/// rows and the texts of their keys lie in the order in which they came, in which most are
+/// looked up again. Rows must stay where they are as long as they stand in it. One thread
+/// at a time may change it; several may look.
 template <class Row>
 class PendingIndex {
  public:
@@ -62,19 +64,22 @@ class PendingIndex {
 
  private:
   struct Slot {
-    std::size_t hash = 0;
-    std::size_t key = 0;  // where its texts begin
-    Row row;              // none: the slot is free
+    std::uint32_t tag = 0;     // high bits of the hash
+    std::uint32_t number = 0;  // of the entry, counted from 1; 0: the slot is free
+  };
+  struct Entry {
+    Row row;
+    std::size_t hash;
+    std::size_t key;  // where its texts begin
   };
 
-  std::size_t Place(std::size_t hash) const noexcept { return hash & (slots_.size() - 1); }
   void Add(const Row& row, const PendingKey& key, std::size_t hash);
-  PendingKey KeyAt(std::size_t place) const noexcept;
-  const Slot* Seek(const PendingKey& key, std::size_t hash) const noexcept;
+  PendingKey KeyOf(const Entry& entry) const noexcept;
+  std::size_t Seek(const PendingKey& key, std::size_t hash) const noexcept;
 
   std::vector<Slot> slots_;  // a power of two, at most half of them taken
-  std::string keys_;         // of all taken slots: the lengths of the texts, then the texts
-  std::size_t taken_ = 0;
+  std::vector<Entry> entries_;
+  std::string keys_;  // of each entry: the lengths of the texts, then the texts
 };
 
 extern template class PendingIndex<PendingDefinition>;

@@ -18,39 +18,6 @@ void MoveBehind(Rows& rows, Rows& later) {
               std::make_move_iterator(later.end()));
 }
 
-// Keys in the order that SQLite keeps them in: by bytes.
-int Compare(const ObjectDefine& a, const ObjectDefine& b) noexcept {
-  const int devices = a.deviceName.compare(b.deviceName);
-  return devices != 0 ? devices : a.interfaceValue.compare(b.interfaceValue);
-}
-
-template <class Row>
-int CompareObjects(const Row& a, const Row& b) noexcept {
-  if (const int objects = Compare(a.object, b.object); objects != 0) return objects;
-  const int sources = a.variableSource.compare(b.variableSource);
-  return sources != 0 ? sources : a.variableParam.compare(b.variableParam);
-}
-
-const std::string& NameOf(const ObjectRuleData& row) { return row.definitions.begin()->first; }
-const std::string& NameOf(const ObjectRuleHistoryData& row) { return row.variableName; }
-
-bool HasOneName(const ObjectRuleData& row) { return row.definitions.size() == 1; }
-bool HasOneName(const ObjectRuleHistoryData&) { return true; }
-
-// Rows of several variables keep their order within their object: two of them may hold the
-// same variable.
-template <class Row>
-void SortByKey(std::vector<const Row*>& rows) {
-  const bool byName =
-      std::all_of(rows.begin(), rows.end(), [](const Row* row) { return HasOneName(*row); });
-  const auto isBefore = [byName](const Row* a, const Row* b) {
-    const int objects = CompareObjects(*a, *b);
-    return objects != 0 ? objects < 0 : byName && NameOf(*a) < NameOf(*b);
-  };
-  if (std::is_sorted(rows.begin(), rows.end(), isBefore)) return;
-  std::stable_sort(rows.begin(), rows.end(), isBefore);
-}
-
 template <class Row>
 void PointAt(const std::vector<std::vector<Row>>& batches, std::vector<const Row*>& out) {
   for (const auto& batch : batches) {
@@ -97,14 +64,12 @@ std::vector<const PendingUnit*> PendingGeneration::UnitsInOrder() const {
 std::vector<const ObjectRuleData*> PendingGeneration::RuleRows() const {
   std::vector<const ObjectRuleData*> out;
   for (const PendingUnit* unit : UnitsInOrder()) PointAt(unit->rules, out);
-  SortByKey(out);
   return out;
 }
 
 std::vector<const ObjectRuleHistoryData*> PendingGeneration::HistoryRows() const {
   std::vector<const ObjectRuleHistoryData*> out;
   for (const PendingUnit* unit : UnitsInOrder()) PointAt(unit->history, out);
-  SortByKey(out);
   return out;
 }
 

@@ -33,8 +33,8 @@ static ks_status evaluate(ks_domain* domain, int poll) {
     ks_alert alert;
     status = ks_run_alert(run, i, &alert, sizeof alert);
     if (status != KS_OK) break;
-    printf("%" PRId64 " %s %s %s is %s, which breaks %s %s\n", alert.time, alert.device,
-           alert.interface_value, alert.variable, alert.value, alert.rule_name, alert.parameter);
+    printf("%" PRId64 " %s %s %s is %s: expected %s\n", alert.time, alert.device,
+           alert.interface_value, alert.variable, alert.value, alert.expected);
   }
   if (status == KS_OK) status = ks_run_store(run);
   ks_run_close(run);

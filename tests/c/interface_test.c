@@ -152,10 +152,13 @@ static void check_broken(ks_run* run) {
   CHECK(has_alert(run, "prefixes", &alert));
   SAME(alert.parameter, "{\"ruleParam\":12}");
   SAME(alert.value, "0");
+  SAME(alert.expected, "always 12");
   SAME(alert.interface_value, "10.0.12.2");
   SAME(alert.rule_name, "intEqual");
   OK(ks_run_json(run, &json, &length));
   CHECK(strlen(json) == length && strstr(json, "\"alertItems\":[{") != NULL);
+  OK(ks_run_explanations(run, &json, &length));
+  CHECK(strlen(json) == length && strstr(json, "\"variable\":\"prefixes\"") != NULL);
   IS(KS_ERROR_ARGUMENT, ks_run_alert(run, 6, &alert, sizeof alert));
   IS(KS_ERROR_ARGUMENT, ks_run_alert(run, 0, &alert, sizeof alert - 1));
   IS(KS_ERROR_ARGUMENT, ks_run_alert(run, 0, NULL, sizeof alert));
@@ -194,7 +197,9 @@ static void learns_and_alerts(void) {
     ks_run* run = new_run(domain, "r1", poll);
     ks_summary summary;
     add_all(run, poll);
+    OK(ks_run_explain(run));
     OK(ks_run_evaluate(run));
+    IS(KS_ERROR_STATE, ks_run_explain(run));
     summary = summary_of(run);
     CHECK(summary.variables == 6 && summary.rejected == 0);
     CHECK(summary.blocked == 0 && summary.engine_on == 1);
@@ -408,6 +413,7 @@ static void answers_wrong_order_and_dead_handles(void) {
   OK(ks_run_store(run));
   IS(KS_ERROR_STATE, ks_run_store(run));
   OK(ks_run_json(run, &text, NULL));
+  IS(KS_ERROR_STATE, ks_run_explanations(run, &text, NULL));
 
   IS(KS_ERROR_HANDLE, ks_run_evaluate((ks_run*)domain));
   IS(KS_ERROR_HANDLE, ks_domain_flush((ks_domain*)run));

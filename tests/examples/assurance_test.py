@@ -29,7 +29,7 @@ def known_tests():
     for test in json.loads(listed)["tests"]:
         name = test["name"]
         yield name
-        parts = re.fullmatch(r"(?:\w+/)?(\w+)(?:[/<][^.]*)?\.(\w+)(?:/.*)?", name)
+        parts = re.fullmatch(r"(?:\w+/)?(\w+)(?:/\w+)?\.(\w+)(?:[/<].*)?", name)
         if parts:
             yield ".".join(parts.groups())
         for argument in test.get("command", [])[1:]:

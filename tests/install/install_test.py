@@ -21,8 +21,8 @@ CPP_OUTPUT = [
     r'poll 20: r1 10.0.12.2 state broke {"_t":0,"_p":"{\"ruleParam\":\"Established\"}","_v":"Idle"}',
 ]
 C_OUTPUT = [
-    '1700001200 r1 10.0.12.2 prefixes is 0, which breaks intEqual {"ruleParam":12}',
-    '1700001200 r1 10.0.12.2 state is Idle, which breaks strEqual {"ruleParam":"Established"}',
+    '1700001200 r1 10.0.12.2 prefixes is 0: expected always 12',
+    '1700001200 r1 10.0.12.2 state is Idle: expected always "Established"',
 ]
 
 

@@ -163,6 +163,12 @@ TEST_F(IniReaderTest, SetIntChangesOneValueAndNothingElse) {
       {"[Keelstone]", "[Keelstone]\nKey = 5"},
       {"\xEF\xBB\xBF[Keelstone]\nB=1\n", "\xEF\xBB\xBF[Keelstone]\nB=1\nKey = 5\n"},
       {"[KeyS]\n;[Keelstone]\n;Key=3\n", "[KeyS]\n;[Keelstone]\n;Key=3\n[Keelstone]\nKey = 5\n"},
+      // Heads that are not closed before the line or a comment ends, and a name that is cut.
+      {"[Keelstone\nA=1\n", "[Keelstone\nA=1\n[Keelstone]\nKey = 5\n"},
+      {"[Keelstone ;]\nA=1\n", "[Keelstone ;]\nA=1\n[Keelstone]\nKey = 5\n"},
+      {"[                                                  Keelstone]\nA=1\n",
+       "[                                                  Keelstone]\nA=1\n[Keelstone]\nKey = "
+       "5\n"},
   };
   for (const Case& one : cases) {
     Write(one.before);

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace keelstone {
 namespace {
@@ -109,6 +112,64 @@ TEST(JsonReader, OfTwoMembersWithOneNameTheLastWinsAtTheFirstsPlace) {
   EXPECT_EQ(value.size(), 20U);
   EXPECT_EQ(value.begin().name(), "key0");
   EXPECT_EQ(value["key3"].asInt(), 23);
+}
+
+/// A text of few names and strings, some of them repeated, and what is written of it.
+struct TextAndMeaning {
+  std::string text;
+  std::string meaning;
+};
+
+TextAndMeaning MakeText(std::mt19937& random, int depth) {
+  static const std::string kScalars[] = {"1",    "2.5",   "null",
+                                         "\"\"", "\"x\"", "\"one string of many\""};
+  const auto choice = random() % (depth > 0 ? 12 : 6);
+  if (choice < std::size(kScalars)) return {kScalars[choice], kScalars[choice]};
+  TextAndMeaning made;
+  std::vector<std::pair<std::string, std::string>> members;
+  const bool isArray = choice < 8;
+  for (auto count = random() % 6; count > 0; --count) {
+    // Mostly in one order, as objects of one kind have their members.
+    std::string name = Key(static_cast<int>(random() % 4 == 0 ? random() % 6 : count));
+    name.insert(0, "\"").append("\":");
+    const TextAndMeaning value = MakeText(random, depth - 1);
+    made.text.append(made.text.empty() ? "" : ", ").append(isArray ? "" : name).append(value.text);
+    const auto same = std::find_if(members.begin(), members.end(), [&](const auto& member) {
+      return !isArray && member.first == name;
+    });
+    if (same != members.end()) {
+      same->second = value.meaning;
+    } else {
+      members.emplace_back(name, value.meaning);
+    }
+  }
+  for (const auto& [name, value] : members) {
+    made.meaning.append(made.meaning.empty() ? "" : ",").append(isArray ? "" : name).append(value);
+  }
+  made.text.insert(0, isArray ? "[" : "{").append(isArray ? "]" : "}");
+  made.meaning.insert(0, isArray ? "[" : "{").append(isArray ? "]" : "}");
+  return made;
+}
+
+// The reader makes use of what it has read before, in a text and in earlier ones.
+TEST(JsonReader, WhatWasReadBeforeDoesNotShow) {
+  std::mt19937 random(11);
+  std::vector<std::pair<JsonValue, std::string>> kept(20);
+  for (auto& [value, meaning] : kept) meaning = "null";
+  for (int i = 0; i < 20000; ++i) {
+    const TextAndMeaning made = MakeText(random, 5);
+    JsonValue value = Parsed(made.text);
+    ASSERT_EQ(value.toString(), made.meaning) << made.text;
+    auto& [earlier, meaning] = kept[static_cast<std::size_t>(i) % kept.size()];
+    ASSERT_EQ(earlier.toString(), meaning);
+    earlier = value;
+    meaning = made.meaning;
+    if (!value.isObject()) continue;
+    value["key1"] = i;
+    value[Key(i)] = "added";
+    value.removeMember("key2");
+    ASSERT_EQ(Parsed(value.toString()), value);
+  }
 }
 
 TEST(JsonReader, ErrorsNameThePlace) {

@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <optional>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -236,6 +237,29 @@ TEST(JsonWriter, EscapesOnlyWhatMustBe) {
   EXPECT_EQ(text, "x=[1,{},[]]");
 }
 
+// The writer looks at many bytes at once, and not at all at names it knows to be plain.
+TEST(JsonWriter, EscapesWhereverTheByteStands) {
+  static constexpr char kBytes[] = {'"', '\\',   '\n',   '\x1f', ' ',
+                                    '!', '\x7f', '\x80', '\xff', '\xa2'};
+  std::mt19937 random(5);
+  for (int i = 0; i < 20000; ++i) {
+    std::string bytes(random() % 40, 'a');
+    for (auto edits = random() % 4; edits > 0 && !bytes.empty(); --edits) {
+      bytes[random() % bytes.size()] = kBytes[random() % std::size(kBytes)];
+    }
+    std::string expected = "\"";
+    for (const char c : bytes) {
+      if (c == '"' || c == '\\') expected += '\\';
+      expected += c == '\n' ? "\\n" : c == '\x1f' ? "\\u001f" : std::string(1, c);
+    }
+    expected += '"';
+    JsonValue value;
+    value["first"] = 1;
+    value[bytes] = bytes;
+    ASSERT_EQ(value.toString(), "{\"first\":1," + expected + ":" + expected + "}");
+  }
+}
+
 TEST(JsonWriter, InvalidUtf8StandsOrIsReplacedByteByByte) {
   const std::pair<std::string, std::string> cases[] = {
       {"a\xFFz", "a?z"},
@@ -290,15 +314,17 @@ TEST(JsonValue, ThreadsMayShareNodes) {
   const std::string before = shared.toString();
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([copy = shared, t]() mutable {
+    threads.emplace_back([copy = shared, t, &before]() mutable {
       for (int i = 0; i < 300; ++i) {
         JsonValue mine = copy;
         mine["list"][2]["deep"] = t;
         mine["list"].append(mine["list"][0]);
+        ASSERT_EQ(mine["list"].size(), 4U);
         mine["n"] = i;
+        mine[Key(t)] = Parsed(before);
+        mine.removeMember("list");
         const JsonValue part = copy["list"][2];
         ASSERT_EQ(part["deep"].stringRef().size(), 31U);
-        ASSERT_EQ(mine["list"].size(), 4U);
         if (i % 10 == 9) copy["n"] = i;  // from here on partly its own
       }
     });

@@ -108,7 +108,7 @@ TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
   EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
 }
 
-TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAheadInFewQueries) {
+TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAhead) {
   constexpr int kUnits = 100000;
   const std::string numbers =
       " with recursive n(i) as (select 1 union all select i + 1 from n where i < 100000) select "

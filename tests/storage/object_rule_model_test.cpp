@@ -48,6 +48,9 @@ class ObjectRuleModel : public ::testing::Test {
                       source,
                       param,
                       kParser});
+      // What follows from the text must never be what another row of the write had.
+      rows.back().definitions[variable]->variableType = TypeOf(text);
+      if (text.back() % 2 == 0) rows.back().object.nodePathSchema = "schema of " + text;
       rules[key] = text;
       if (!history.empty()) histories[key] = history;
     }
@@ -91,6 +94,36 @@ class ObjectRuleModel : public ::testing::Test {
     std::erase_if(histories, gone);
   }
 
+  static int TypeOf(const std::string& text) { return text.front() % 3; }
+
+  // All units in one reading are what each is alone.
+  void CompareBulk(const UnitKey& key, const DevParserRule& byDevice,
+                   const DevParserHistory& texts) {
+    std::vector<std::shared_ptr<UnitKey>> keys = {nullptr, std::make_shared<UnitKey>(key)};
+    for (const std::string& device : kDevices) {
+      for (const std::string& source : kSources) {
+        for (const std::string& param : kParams) {
+          keys.push_back(std::make_shared<UnitKey>(device, source, param));
+        }
+      }
+    }
+    std::map<std::string, std::shared_ptr<DevParserRule>> ruleUnits;
+    std::map<std::string, std::shared_ptr<DevParserHistory>> textUnits;
+    EXPECT_EQ(table.GetMultiRuleDefinitionDataByDevParsers(ruleUnits, keys, kParser), -1);
+    table.GetMultiRuleHistoryDataBeDevParsers(textUnits, keys, kParser);
+    const auto foundTexts = textUnits.find(key.GetKeyString());
+    EXPECT_EQ(foundTexts == textUnits.end() ? DevParserHistory() : *foundTexts->second, texts);
+    const auto foundRules = ruleUnits.find(key.GetKeyString());
+    EXPECT_EQ(foundRules == ruleUnits.end() ? 0 : CountIn(*foundRules->second), CountIn(byDevice));
+    std::size_t count = 0;
+    for (const auto& unit : ruleUnits) count += CountIn(*unit.second);
+    EXPECT_EQ(count, rules.size());
+    EXPECT_EQ(Ask(table.GetDBFile(kDbObjectRule),
+                  "select count(*) from KSObjectRule where vxNodePathSchema not in ('schema', "
+                  "'schema of ' || ruleAlgParameter)"),
+              "0");
+  }
+
   void Compare() {
     const auto& [device, interface, source, param, variable] = AnyKey();
     const ObjectDefine object = Object(device, interface);
@@ -101,6 +134,7 @@ class ObjectRuleModel : public ::testing::Test {
     table.GetRuleDefinitionDataByDevInf(byObject, &object, source, param, kParser);
     table.GetRuleDefinitionDataByDev(byDevice, &object, source, param, kParser);
     table.GetRuleHistoryData(texts, &whole, source, param, kParser);
+    CompareBulk({device, source, param}, byDevice, texts);
     std::size_t expectedRules = 0;
     std::size_t expectedTexts = 0;
     for (const std::string& port : kInterfaces) {
@@ -116,6 +150,7 @@ class ObjectRuleModel : public ::testing::Test {
         ++expectedRules;
         ASSERT_NE(byDevice[port][name], nullptr);
         EXPECT_EQ(byDevice[port][name]->ruleParam, rule->second);
+        EXPECT_EQ(byDevice[port][name]->variableType, TypeOf(rule->second));
         if (port != interface) continue;
         ASSERT_NE(byObject[name], nullptr);
         EXPECT_EQ(byObject[name]->ruleParam, rule->second);

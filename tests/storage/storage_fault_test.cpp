@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <ostream>
 #include <set>
 
 #include "platform/interface_translator.h"
@@ -53,6 +54,8 @@ struct Operation {
   // Whether the same work, done again, makes good what a fault has left undone.
   bool resumes = true;
 };
+
+void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 
 KSObjectRuleSql& Table() {
   static KSObjectRuleSql& table = []() -> KSObjectRuleSql& {
@@ -159,7 +162,13 @@ std::function<Work()> Fetch(
     table->InitDB(kDomain);
     queue->SetKSObjectRuleSql(table);
     return Work([queue, get] {
-      const auto unit = ((*queue).*get)(std::make_shared<UnitKey>("d", "source", "param"));
+      const auto key = std::make_shared<UnitKey>("d", "source", "param");
+      const std::uint64_t failures = GetFailedReadCount();
+      auto unit = ((*queue).*get)(key);
+      // On a busy machine the loader may come too late for one call.
+      for (int i = 0; i < 100 && unit == nullptr && GetFailedReadCount() == failures; ++i) {
+        unit = ((*queue).*get)(key);
+      }
       return Answer{0, unit == nullptr ? "absent" : Seen(*unit)};
     });
   };

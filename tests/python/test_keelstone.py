@@ -1,0 +1,281 @@
+"""The Python module as its users call it."""
+
+import gc
+import logging
+import math
+import subprocess
+import sys
+import threading
+import time
+from datetime import datetime, timezone
+
+import keelstone
+import pytest
+
+START, STEP = 1_700_000_000, 2000
+
+
+@pytest.fixture
+def root(tmp_path):
+    """A root of its own; the library's threads may write its log until the end."""
+    yield tmp_path / "root"
+    keelstone.flush()
+    gc.collect()
+
+
+def neighbors(state="Established", prefixes=12):
+    return [
+        {"neighbor": "10.0.12.2", "state": state, "prefixes": prefixes},
+        {"neighbor": "10.0.13.3", "state": "Established", "prefixes": 7},
+    ]
+
+
+def learn(domain, source, values, runs=12, **options):
+    """Steady runs, until rules are learned."""
+    for run in range(runs):
+        result = domain.evaluate("r1", source, values, time=START + run * STEP, **options)
+        assert not result.alerts and not result.rejected
+    return runs
+
+
+class TestShapesOfData:
+    def test_rows_are_objects_with_variables(self, root):
+        with keelstone.open(root) as domain:
+            runs = learn(domain, "bgp", neighbors(), interface="neighbor")
+            result = domain.evaluate(
+                "r1", "bgp", neighbors(state="Idle"), interface="neighbor", time=START + runs * STEP
+            )
+        [alert] = result.alerts
+        assert (alert.device, alert.interface, alert.variable) == ("r1", "10.0.12.2", "state")
+        assert (alert.rule, alert.parameter, alert.value) == (
+            "strEqual",
+            {"ruleParam": "Established"},
+            "Idle",
+        )
+        assert alert.explanation["expected"]["value"] == "Established"
+        assert "Idle" in alert.sentence and "Established" in alert.sentence
+        assert alert.at == datetime.fromtimestamp(START + runs * STEP, timezone.utc)
+        assert "Idle" in str(alert) and alert.to_dict()["variable"] == "state"
+        assert result and result.to_dict()["document"]["alertItems"][0]["DeviceName"] == "r1"
+        assert "1 alerts" in repr(result)
+
+    def test_rows_are_a_table_compared_by_its_keys(self, root):
+        def routes(via, age):
+            return [{"prefix": "10.1.0.0/16", "via": via, "age": age}]
+
+        with keelstone.open(root) as domain:
+            for run in range(12):
+                domain.evaluate(
+                    "r1", "rib", routes("10.0.12.2", run), table="routes",
+                    keys=["prefix", "via"], time=START + run * STEP,
+                )  # fmt: skip
+            same, other = (
+                domain.evaluate(
+                    "r1", "rib", routes(via, 99), table="routes", keys=["prefix", "via"],
+                    time=START + (12 + number) * STEP,
+                )
+                for number, via in enumerate(("10.0.12.2", "10.0.13.3"))
+            )  # fmt: skip
+        assert not same.alerts
+        assert [alert.rule for alert in other.alerts] == ["tableMd5"]
+
+    def test_the_path_to_a_value_is_its_interface(self, root):
+        getter = {
+            "eth0": {"is_up": True, "speed": 1000.0, "mac_address": None},
+            "vrf": {"default": {"routes": [{"prefix": "10.0.0.0/8"}], "servers": ["a", "b"]}},
+            "hostname": "r1",
+        }
+        with keelstone.open(root) as domain:
+            first = domain.evaluate("r1", "get", getter, keys={"routes": ["prefix"]}, time=START)
+            runs = learn(domain, "get", getter, keys={"routes": ["prefix"]})
+            getter["vrf"]["default"]["servers"].append("c")
+            getter["eth0"]["is_up"] = False
+            result = domain.evaluate("r1", "get", getter, time=START + runs * STEP)
+        assert first.variables == 5  # None is no value
+        assert {(alert.interface, alert.variable) for alert in result.alerts} == {
+            ("eth0", "is_up"),
+            ("vrf/default", "servers"),
+        }
+
+    @pytest.mark.parametrize(
+        ("values", "options", "message"),
+        [
+            ([{"a": 1}], {}, "interface=… or table=…"),
+            ([{"a": 1}], {"interface": "b"}, "row 0 has no column 'b'"),
+            ({"a": 1}, {"interface": "a"}, "for lists of rows"),
+            ({"a": 1}, {"keys": {"b": ["c"]}}, "no such table to give keys for: b"),
+            ({"a": 1}, {"keys": ["b"]}, "{name: [column, …]}"),
+            ({"t": [{"a": 1}, 2]}, {}, "not both"),
+            ({"t": [{"a": 1}]}, {"keys": {"t": ["b"]}}, "variables[0]"),
+            ({"a": math.nan}, {}, "not JSON compliant"),
+            ({"a": object()}, {}, "not JSON serializable"),
+            ({"a": {1, 2}}, {}, "not JSON serializable"),
+            ({"": 1}, {}, "name"),
+            ({"a": "\ud800"}, {}, "surrogate"),
+        ],
+    )
+    def test_what_is_no_value_is_refused_whole(self, root, values, options, message):
+        with keelstone.open(root) as domain:
+            with pytest.raises(keelstone.InputError) as error:
+                domain.evaluate("r1", "bad", values, time=START, **options)
+            assert message in str(error.value)
+            assert not domain.evaluate("r1", "bad", {"a": 1}, time=START).rejected
+
+
+class TestRunsAndDomains:
+    def test_a_run_is_evaluated_once(self, root):
+        with keelstone.open(root) as domain:
+            with domain.run("r1", "cpu", time=START) as run:
+                run.add("load", 0.25).add("load", 1, "cpu1", type="float").add("note", b"a\xff")
+                with pytest.raises(keelstone.UsageError):
+                    run.result
+            assert run.result.variables == 3
+            assert "evaluated" in repr(run)
+            for late in (run.evaluate, lambda: run.add("more", 1)):
+                with pytest.raises(keelstone.UsageError):
+                    late()
+            with pytest.raises(ZeroDivisionError), domain.run("r1", "cpu", time=START) as broken:
+                broken.add("load", 1 / 0)
+            with pytest.raises(keelstone.UsageError):
+                broken.result
+
+    def test_what_is_not_stored_leaves_no_trace(self, root):
+        with keelstone.open(root) as domain:
+            for run in range(12):
+                domain.evaluate("r1", "s", {"a": 1}, time=START + run * STEP, store=False)
+            bare = domain.evaluate("r1", "s", {"a": 2}, time=START + 12 * STEP, explain=False)
+            assert not bare.alerts
+
+    def test_leaving_the_block_writes_and_closes(self, root):
+        with keelstone.open(root, "core") as domain:
+            learn(domain, "s", {"a": 1})
+            assert repr(domain) == f"<Domain 'core' below {str(root)!r}>"
+        domain.close()
+        assert "closed" in repr(domain)
+        with pytest.raises(keelstone.UsageError):
+            domain.evaluate("r1", "s", {"a": 1})
+        # Another process sees what was learned.
+        script = (
+            "import keelstone, sys\n"
+            "with keelstone.open(sys.argv[1], 'core', create=False) as domain:\n"
+            f"    print(len(domain.evaluate('r1', 's', {{'a': 2}}, time={START + 20 * STEP}).alerts))"
+        )
+        seen = subprocess.run(
+            [sys.executable, "-c", script, str(root)], capture_output=True, text=True, check=True
+        )
+        assert seen.stdout.strip() == "1"
+
+    def test_errors_tell_what_is_wrong(self, root):
+        with pytest.raises(keelstone.DatabaseError) as missing:
+            keelstone.open(root, "missing", create=False)
+        assert "missing" in str(missing.value)
+        with pytest.raises(keelstone.InputError):
+            keelstone.open(root, settings={"intRange": 5})
+        with keelstone.open(root, enrol=False) as domain:
+            assert domain.evaluate("r1", "s", {"a": 1}, time=START).rejected == ["a"]
+            domain.define("s", "a", "int64")
+            assert not domain.evaluate("r1", "s", {"a": 1}, time=START).rejected
+            with pytest.raises(keelstone.UsageError):  # while a domain is open
+                keelstone.open(root.parent / "other")
+            with pytest.raises(keelstone.InputError):
+                domain.merge("rules", "x")
+            with pytest.raises(keelstone.DatabaseError):
+                domain.merge("object-rule", root / "none.db")
+            with pytest.raises(keelstone.UsageError):
+                domain.clean([])
+            with pytest.raises(keelstone.InputError):
+                domain.evaluate("r1", "s", {"a": 1}, time=2**40)
+
+    def test_clean_forgets_other_sources(self, root):
+        with keelstone.open(root) as domain:
+            for source in ("kept", "gone"):
+                learn(domain, source, {"a": 1})
+            domain.clean(["kept"])
+            later = START + 20 * STEP
+            assert domain.evaluate("r1", "kept", {"a": 2}, time=later).alerts
+            assert not domain.evaluate("r1", "gone", {"a": 2}, time=later).alerts
+
+
+class TestThreads:
+    def test_the_interpreter_goes_on_while_the_library_works(self, root):
+        rows = [{"key": f"{number}", "text": "x" * 50} for number in range(20_000)]
+        ticks = []
+        done = threading.Event()
+
+        def tick():
+            while not done.is_set():
+                ticks.append(time.monotonic())
+                time.sleep(0.0005)
+
+        with keelstone.open(root) as domain:
+            run = domain.run("r1", "big", time=START).add("rows", rows)
+            # What Python does itself, JSON, is done before; the rest is the library's.
+            text = run._pending and __import__("json").dumps(run._pending)
+            run._pending = []
+            thread = threading.Thread(target=tick)
+            thread.start()
+            while not ticks:
+                time.sleep(0.001)
+            before = len(ticks)
+            run._native.add_json(text)
+            run._native.evaluate()
+            during = len(ticks) - before
+            done.set()
+            thread.join()
+        assert during > 0
+
+    def test_runs_go_side_by_side(self, root):
+        results = {}
+
+        def watch(device):
+            results[device] = [
+                domain.evaluate(device, "s", {"a": 1, "b": "x"}, time=START + run * STEP)
+                for run in range(20)
+            ]
+
+        with keelstone.open(root) as domain:
+            threads = [threading.Thread(target=watch, args=(f"r{n}",)) for n in range(6)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+        learned = {device: sum(len(r.rules) for r in runs) for device, runs in results.items()}
+        assert learned == {f"r{n}": 2 for n in range(6)}
+
+    def test_log_lines_go_to_a_logger_from_every_thread(self, root, caplog):
+        logger = logging.getLogger("keelstone test")
+        try:
+            keelstone.set_logger(logger, level=0)
+            with keelstone.open(root) as domain, caplog.at_level(logging.DEBUG):
+                threads = [
+                    threading.Thread(
+                        target=domain.evaluate, args=(f"r{n}", "s", {"a": "\x00\x7f"}),
+                    )
+                    for n in range(4)
+                ]  # fmt: skip
+                for thread in threads:
+                    thread.start()
+                for thread in threads:
+                    thread.join()
+            assert any(record.name == "keelstone test" for record in caplog.records)
+
+            def broken(level, text):
+                raise ValueError("a logger's fault stays with the logger")
+
+            keelstone.set_logger(broken, level=0)
+            with keelstone.open(root) as domain:
+                assert not domain.evaluate("r9", "s", {"a": 1}).rejected
+        finally:
+            keelstone.set_logger(None)
+
+    def test_a_process_may_end_with_a_logger_and_work_left(self, root):
+        script = (
+            "import keelstone, sys, threading\n"
+            "keelstone.set_logger(lambda level, text: None, level=0)\n"
+            "domain = keelstone.open(sys.argv[1])\n"
+            "def work():\n"
+            "    for n in range(10**6): domain.evaluate(f'r{n % 9}', 's', {'a': n})\n"
+            "threading.Thread(target=work, daemon=True).start()\n"
+            "import time; time.sleep(0.3)\n"
+        )
+        subprocess.run([sys.executable, "-c", script, str(root)], check=True, timeout=60)
