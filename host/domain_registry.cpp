@@ -34,6 +34,12 @@ void DomainRegistry::Refuse(Entry& entry) {
   entry.refused = std::move(refused);
 }
 
+std::vector<std::string> DomainRegistry::Ids() const {
+  std::vector<std::string> ids;
+  for (const auto& entry : entries_) ids.push_back(entry.first);
+  return ids;
+}
+
 bool DomainRegistry::PrepareFiles(const std::string& id) {
   using Condition = DomainCheck::Condition;
   const DomainCheck check = CheckDomain(id, writes_);

@@ -37,6 +37,9 @@ class DomainRegistry {
   /// are not usable from then on: find the domains of runs that are yet to come again.
   [[nodiscard]] bool DefineNoted();
 
+  /// The domains that have been found so far.
+  std::vector<std::string> Ids() const;
+
   /// Why domains have become unusable since the last call.
   std::vector<std::string> TakeFaults() { return std::exchange(faults_, {}); }
 

@@ -72,7 +72,8 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   }
   scheduler.Drain();
   // Before the last output is written, so that nobody who reads it slowly can keep what
-  // is evaluated from the disk.
+  // is evaluated from the disk. Domain by domain all histories of a run go in one batch.
+  for (const std::string& domain : domains_.Ids()) DBWriteWrapper::Instance()->WriteDomain(domain);
   DBWriteWrapper::Instance()->ForceWriteDisk();
   scheduler.Finish();
   if (format_ == OutputFormat::kText) WriteOpenEpisodes();

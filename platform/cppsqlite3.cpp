@@ -265,9 +265,7 @@ void CppSQLite3DB::open(const std::string& file, Mode mode) {
   // however the library was built.
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 1, nullptr);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 1, nullptr);
-  // A file may come from elsewhere: nothing that its schema says is run.
-  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  // A file may come from elsewhere: what its schema says is not trusted.
   sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 }

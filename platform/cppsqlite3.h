@@ -92,7 +92,7 @@ class KEELSTONE_EXPORT CppSQLite3Statement {
 };
 
 /// One connection to a database file. Errors throw CppSQLite3Exception; the destructor
-/// closes. Triggers and views in the file take no effect. One thread at a time.
+/// closes. One thread at a time.
 class KEELSTONE_EXPORT CppSQLite3DB {
  public:
   /// Looks up how long to wait for other processes, and may log a fault of the ini file:

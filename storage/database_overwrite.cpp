@@ -216,6 +216,22 @@ void RequireTable(CppSQLite3DB& source, const DeliveredTable& expected) {
   throw DeliveryError(std::string("it has no table ") + expected.table);
 }
 
+// A trigger would run with every write to the copy. What an entry is says its text, in the
+// spelling that SQLite gives it; the column "type" of a hostile file may say anything.
+void RequirePlainSchema(CppSQLite3DB& source) {
+  auto statement = source.compileStatement("select name, sql from sqlite_master");
+  for (auto entry = statement.execQuery(); !entry.eof(); entry.nextRow()) {
+    if (entry.fieldIsNull(1)) continue;  // an index that a constraint has made
+    const std::string_view text = entry.getStringField(1);
+    if (text.starts_with("CREATE TABLE ") || text.starts_with("CREATE INDEX ") ||
+        text.starts_with("CREATE UNIQUE INDEX ") || text.starts_with("CREATE VIEW ")) {
+      continue;
+    }
+    throw DeliveryError("its schema holds " + std::string(entry.getStringField(0)) +
+                        ", which is no table, index or view");
+  }
+}
+
 void RequirePlainColumns(CppSQLite3DB& source, const DeliveredTable& expected) {
   auto statement =
       source.compileStatement(std::string("pragma table_xinfo(") + expected.table + ")");
@@ -250,6 +266,7 @@ void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::str
   // Compiling names the column that is missing.
   source.compileStatement(std::string("select ") + expected.columns + " from " + expected.table);
   RequirePlainColumns(source, expected);
+  RequirePlainSchema(source);
   RequireSound(source);
 }
 

@@ -15,10 +15,9 @@ namespace keelstone {
 /// whether the domain's data manager reads it anew afterwards. It answers true when `to`
 /// holds what was delivered. A source that is missing, is no database or a damaged one,
 /// lacks the table or the columns of its type, has them computed, calls functions in its
-/// schema, or is the destination itself changes nothing: false, a line in the log, and one
-/// failed write more (GetFailedWriteCount). Triggers and views in it never take effect. A
-/// source that another process is writing is waited for as long as any statement waits. The
-/// source is only read.
+/// schema, has triggers, or is the destination itself changes nothing: false, a line in the
+/// log, and one failed write more (GetFailedWriteCount). A source that another process is
+/// writing is waited for as long as any statement waits. The source is only read.
 ///
 /// Each holds the lock record of (domain, database type), so it never meets a table
 /// operation of this process half way. Any thread; made on first use, never destroyed.

@@ -60,7 +60,7 @@ class Alert(_Item):
     @property
     def sentence(self) -> str:
         """The alert in words."""
-        return self.explanation["sentence"] if self.explanation else str(self)
+        return str(self.explanation["sentence"]) if self.explanation else str(self)
 
     @property
     def at(self) -> datetime:

@@ -227,8 +227,8 @@ def draw_learned(kind, program, folder):
 
 def prescriptions(document):
     """The arguments of `rule set` in the worked example of prescribed rules."""
-    lines = re.findall(r"^\$ keelstone rule set --root prescribed (.*?) 2> /dev/null$", document, flags=re.M)
-    return [[word for word in shlex.split(line)] for line in lines]
+    lines = re.findall(r"^\$ keelstone rule set --root prescribed (.*?) &> /dev/null$", document, flags=re.M)
+    return [shlex.split(line) for line in lines]
 
 
 def draw_prescribed(program, folder, document):

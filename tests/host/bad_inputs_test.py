@@ -83,9 +83,11 @@ class BadInputsTest(unittest.TestCase):
             (at / name).write_text(text + ("\n" if text else ""))
         row = "insert into KSVariableRule (data) values ('{}')"
         make_database(at / "other.db", "create table other (a)")
-        make_database(at / "trigger.db", RULES % "", row,
-                      "create trigger t after insert on KSVariableRule begin "
-                      "delete from KSVariableRule; end")
+        trigger = ("create trigger t after insert on KSVariableRule begin "
+                   "delete from KSVariableRule; end")
+        make_database(at / "trigger.db", RULES % "", row, trigger)
+        make_database(at / "disguised.db", RULES % "", row, trigger, "pragma writable_schema=on",
+                      "update sqlite_master set type = 'index' where name = 't'")
         make_database(at / "view.db", "create view KSVariableRule as select 1 as data")
         make_database(at / "virtual.db", "create virtual table KSVariableRule using fts5(data)")
         make_database(at / "computed.db", "create table KSVariableRule (id INTEGER PRIMARY KEY, "
@@ -164,22 +166,14 @@ class BadInputsTest(unittest.TestCase):
     def test_commands(self):
         rows = table("Commands")
         self.assertGreaterEqual(len(rows), 25)
-        for command, code, answer, change in rows:
+        for command, code, answer, _ in rows:
             with self.subTest(command=command):
                 before = self.stored()
                 done = self.run_in(self.folder, command.split()[1:])
                 said = (done.stdout + done.stderr).decode()
                 self.assertEqual(done.returncode, int(code), said)
                 self.assertIn(answer, said)
-                if "variable rules" in change:
-                    done = self.run_in(self.folder, "evaluate --enroll",
-                                       run_line(1, [{"name": "new", "value": 1}]))
-                    self.assertEqual(done.returncode, 0, done.stderr)
-                    rows = "".join(self.stored()[0].pop("KSVariableRule.db"))
-                    self.assertIn('"new"', rows)
-                    self.assertIn("'{}'", rows)
-                else:
-                    self.assertEqual(self.stored(), before)
+                self.assertEqual(self.stored(), before)
 
     def test_files(self):
         for file, holds, command, code, answer in table("Files of the root"):

@@ -15,12 +15,17 @@ import pytest
 START, STEP = 1_700_000_000, 2000
 
 
+@pytest.fixture(scope="session")
+def root(tmp_path_factory):
+    """A process has one root for all that it opens."""
+    return tmp_path_factory.mktemp("keelstone") / "root"
+
+
 @pytest.fixture
-def root(tmp_path):
-    """A root of its own; the library's threads may write its log until the end."""
-    yield tmp_path / "root"
-    keelstone.flush()
-    gc.collect()
+def place(root, request):
+    """A root and a domain that no other test has used."""
+    yield root, request.node.name
+    gc.collect()  # what is still open after a failure is closed
 
 
 def neighbors(state="Established", prefixes=12):
@@ -39,8 +44,8 @@ def learn(domain, source, values, runs=12, **options):
 
 
 class TestShapesOfData:
-    def test_rows_are_objects_with_variables(self, root):
-        with keelstone.open(root) as domain:
+    def test_rows_are_objects_with_variables(self, place):
+        with keelstone.open(*place) as domain:
             runs = learn(domain, "bgp", neighbors(), interface="neighbor")
             result = domain.evaluate(
                 "r1", "bgp", neighbors(state="Idle"), interface="neighbor", time=START + runs * STEP
@@ -59,11 +64,11 @@ class TestShapesOfData:
         assert result and result.to_dict()["document"]["alertItems"][0]["DeviceName"] == "r1"
         assert "1 alerts" in repr(result)
 
-    def test_rows_are_a_table_compared_by_its_keys(self, root):
+    def test_rows_are_a_table_compared_by_its_keys(self, place):
         def routes(via, age):
             return [{"prefix": "10.1.0.0/16", "via": via, "age": age}]
 
-        with keelstone.open(root) as domain:
+        with keelstone.open(*place) as domain:
             for run in range(12):
                 domain.evaluate(
                     "r1", "rib", routes("10.0.12.2", run), table="routes",
@@ -79,13 +84,13 @@ class TestShapesOfData:
         assert not same.alerts
         assert [alert.rule for alert in other.alerts] == ["tableMd5"]
 
-    def test_the_path_to_a_value_is_its_interface(self, root):
+    def test_the_path_to_a_value_is_its_interface(self, place):
         getter = {
             "eth0": {"is_up": True, "speed": 1000.0, "mac_address": None},
             "vrf": {"default": {"routes": [{"prefix": "10.0.0.0/8"}], "servers": ["a", "b"]}},
             "hostname": "r1",
         }
-        with keelstone.open(root) as domain:
+        with keelstone.open(*place) as domain:
             first = domain.evaluate("r1", "get", getter, keys={"routes": ["prefix"]}, time=START)
             runs = learn(domain, "get", getter, keys={"routes": ["prefix"]})
             getter["vrf"]["default"]["servers"].append("c")
@@ -114,8 +119,8 @@ class TestShapesOfData:
             ({"a": "\ud800"}, {}, "surrogate"),
         ],
     )
-    def test_what_is_no_value_is_refused_whole(self, root, values, options, message):
-        with keelstone.open(root) as domain:
+    def test_what_is_no_value_is_refused_whole(self, place, values, options, message):
+        with keelstone.open(*place) as domain:
             with pytest.raises(keelstone.InputError) as error:
                 domain.evaluate("r1", "bad", values, time=START, **options)
             assert message in str(error.value)
@@ -123,8 +128,8 @@ class TestShapesOfData:
 
 
 class TestRunsAndDomains:
-    def test_a_run_is_evaluated_once(self, root):
-        with keelstone.open(root) as domain:
+    def test_a_run_is_evaluated_once(self, place):
+        with keelstone.open(*place) as domain:
             with domain.run("r1", "cpu", time=START) as run:
                 run.add("load", 0.25).add("load", 1, "cpu1", type="float").add("note", b"a\xff")
                 with pytest.raises(keelstone.UsageError):
@@ -139,17 +144,17 @@ class TestRunsAndDomains:
             with pytest.raises(keelstone.UsageError):
                 broken.result
 
-    def test_what_is_not_stored_leaves_no_trace(self, root):
-        with keelstone.open(root) as domain:
+    def test_what_is_not_stored_leaves_no_trace(self, place):
+        with keelstone.open(*place) as domain:
             for run in range(12):
                 domain.evaluate("r1", "s", {"a": 1}, time=START + run * STEP, store=False)
             bare = domain.evaluate("r1", "s", {"a": 2}, time=START + 12 * STEP, explain=False)
             assert not bare.alerts
 
-    def test_leaving_the_block_writes_and_closes(self, root):
-        with keelstone.open(root, "core") as domain:
+    def test_leaving_the_block_writes_and_closes(self, place):
+        with keelstone.open(*place) as domain:
             learn(domain, "s", {"a": 1})
-            assert repr(domain) == f"<Domain 'core' below {str(root)!r}>"
+            assert repr(domain) == f"<Domain {place[1]!r} below {str(place[0])!r}>"
         domain.close()
         assert "closed" in repr(domain)
         with pytest.raises(keelstone.UsageError):
@@ -157,37 +162,37 @@ class TestRunsAndDomains:
         # Another process sees what was learned.
         script = (
             "import keelstone, sys\n"
-            "with keelstone.open(sys.argv[1], 'core', create=False) as domain:\n"
+            "with keelstone.open(*sys.argv[1:], create=False) as domain:\n"
             f"    print(len(domain.evaluate('r1', 's', {{'a': 2}}, time={START + 20 * STEP}).alerts))"
         )
         seen = subprocess.run(
-            [sys.executable, "-c", script, str(root)], capture_output=True, text=True, check=True
+            [sys.executable, "-c", script, *map(str, place)], capture_output=True, text=True, check=True
         )
         assert seen.stdout.strip() == "1"
 
-    def test_errors_tell_what_is_wrong(self, root):
+    def test_errors_tell_what_is_wrong(self, place):
         with pytest.raises(keelstone.DatabaseError) as missing:
-            keelstone.open(root, "missing", create=False)
+            keelstone.open(place[0], "missing", create=False)
         assert "missing" in str(missing.value)
         with pytest.raises(keelstone.InputError):
-            keelstone.open(root, settings={"intRange": 5})
-        with keelstone.open(root, enrol=False) as domain:
+            keelstone.open(place[0], "ill", settings={"intRange": 5})
+        with keelstone.open(*place, enrol=False) as domain:
             assert domain.evaluate("r1", "s", {"a": 1}, time=START).rejected == ["a"]
             domain.define("s", "a", "int64")
             assert not domain.evaluate("r1", "s", {"a": 1}, time=START).rejected
             with pytest.raises(keelstone.UsageError):  # while a domain is open
-                keelstone.open(root.parent / "other")
+                keelstone.open(place[0].parent / "other")
             with pytest.raises(keelstone.InputError):
                 domain.merge("rules", "x")
             with pytest.raises(keelstone.DatabaseError):
-                domain.merge("object-rule", root / "none.db")
+                domain.merge("object-rule", place[0] / "none.db")
             with pytest.raises(keelstone.UsageError):
                 domain.clean([])
             with pytest.raises(keelstone.InputError):
                 domain.evaluate("r1", "s", {"a": 1}, time=2**40)
 
-    def test_clean_forgets_other_sources(self, root):
-        with keelstone.open(root) as domain:
+    def test_clean_forgets_other_sources(self, place):
+        with keelstone.open(*place) as domain:
             for source in ("kept", "gone"):
                 learn(domain, source, {"a": 1})
             domain.clean(["kept"])
@@ -197,7 +202,7 @@ class TestRunsAndDomains:
 
 
 class TestThreads:
-    def test_the_interpreter_goes_on_while_the_library_works(self, root):
+    def test_the_interpreter_goes_on_while_the_library_works(self, place):
         rows = [{"key": f"{number}", "text": "x" * 50} for number in range(20_000)]
         ticks = []
         done = threading.Event()
@@ -207,7 +212,7 @@ class TestThreads:
                 ticks.append(time.monotonic())
                 time.sleep(0.0005)
 
-        with keelstone.open(root) as domain:
+        with keelstone.open(*place) as domain:
             run = domain.run("r1", "big", time=START).add("rows", rows)
             # What Python does itself, JSON, is done before; the rest is the library's.
             text = run._pending and __import__("json").dumps(run._pending)
@@ -224,7 +229,7 @@ class TestThreads:
             thread.join()
         assert during > 0
 
-    def test_runs_go_side_by_side(self, root):
+    def test_runs_go_side_by_side(self, place):
         results = {}
 
         def watch(device):
@@ -233,7 +238,7 @@ class TestThreads:
                 for run in range(20)
             ]
 
-        with keelstone.open(root) as domain:
+        with keelstone.open(*place) as domain:
             threads = [threading.Thread(target=watch, args=(f"r{n}",)) for n in range(6)]
             for thread in threads:
                 thread.start()
@@ -242,11 +247,11 @@ class TestThreads:
         learned = {device: sum(len(r.rules) for r in runs) for device, runs in results.items()}
         assert learned == {f"r{n}": 2 for n in range(6)}
 
-    def test_log_lines_go_to_a_logger_from_every_thread(self, root, caplog):
+    def test_log_lines_go_to_a_logger_from_every_thread(self, place, caplog):
         logger = logging.getLogger("keelstone test")
         try:
             keelstone.set_logger(logger, level=0)
-            with keelstone.open(root) as domain, caplog.at_level(logging.DEBUG):
+            with keelstone.open(*place) as domain, caplog.at_level(logging.DEBUG):
                 threads = [
                     threading.Thread(
                         target=domain.evaluate, args=(f"r{n}", "s", {"a": "\x00\x7f"}),
@@ -263,19 +268,19 @@ class TestThreads:
                 raise ValueError("a logger's fault stays with the logger")
 
             keelstone.set_logger(broken, level=0)
-            with keelstone.open(root) as domain:
+            with keelstone.open(*place) as domain:
                 assert not domain.evaluate("r9", "s", {"a": 1}).rejected
         finally:
             keelstone.set_logger(None)
 
-    def test_a_process_may_end_with_a_logger_and_work_left(self, root):
+    def test_a_process_may_end_with_a_logger_and_work_left(self, place):
         script = (
             "import keelstone, sys, threading\n"
             "keelstone.set_logger(lambda level, text: None, level=0)\n"
-            "domain = keelstone.open(sys.argv[1])\n"
+            "domain = keelstone.open(*sys.argv[1:])\n"
             "def work():\n"
             "    for n in range(10**6): domain.evaluate(f'r{n % 9}', 's', {'a': n})\n"
             "threading.Thread(target=work, daemon=True).start()\n"
             "import time; time.sleep(0.3)\n"
         )
-        subprocess.run([sys.executable, "-c", script, str(root)], check=True, timeout=60)
+        subprocess.run([sys.executable, "-c", script, *map(str, place)], check=True, timeout=60)
