@@ -13,7 +13,7 @@ set(KEELSTONE_PUBLIC_HEADERS
   engine/ksruleinstance.h engine/ksrulerecords.h
   model/irulebase.h model/ksdatafeature.h model/ksdatapoint.h model/kshistorydata.h
   model/ksruledata.h model/ksruleenums.h model/kstabledatapoint.h
-  model/textfeature.h model/textruledata.h
+  model/textfeature.h model/textruledata.h model/value_counts.h
   calc/ksrulealgmgr.h calc/ksruleglobalsetting.h calc/rulecalculatealg.h calc/rulesettings.h
   storage/ckscleaner.h storage/cksdboperatebase.h storage/dbwritewrapper.h storage/fs_ksdatasyncmanager.h
   storage/ksblocksettingsql.h

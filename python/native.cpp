@@ -3,13 +3,16 @@
 #include <pybind11/functional.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -29,11 +32,52 @@ void Check(ks_status status) {
   if (status != KS_OK) throw Failure{status, ks_last_error()};
 }
 
+/// The interpreter's lock, given up while this lives. An interpreter that ends makes a thread
+/// that wants the lock back exit, which no C++ frame survives: such threads stay where they
+/// are instead. Ending says when.
+class Unlocked {
+ public:
+  Unlocked() : state_(PyEval_SaveThread()) {}
+  ~Unlocked() {
+    ++returning;
+    if (isEnding && std::this_thread::get_id() != endingThread) {
+      --returning;
+      while (true) ::pause();
+    }
+    PyEval_RestoreThread(state_);
+    --returning;
+  }
+  Unlocked(const Unlocked&) = delete;
+  Unlocked& operator=(const Unlocked&) = delete;
+
+  /// Before the interpreter ends, with its lock held: returns when no other thread can want it
+  /// any more.
+  static void Ending() {
+    endingThread = std::this_thread::get_id();
+    isEnding = true;
+    PyThreadState* const state = PyEval_SaveThread();
+    while (returning != 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    PyEval_RestoreThread(state);
+  }
+
+ private:
+  static inline std::atomic<bool> isEnding{false};
+  static inline std::atomic<int> returning{0};
+  static inline std::thread::id endingThread;  // written before isEnding
+
+  PyThreadState* state_;
+};
+
 /// Makes a call without the interpreter's lock.
 template <class Call>
 void Released(Call call) {
-  const py::gil_scoped_release released;
-  Check(call());
+  ks_status status = KS_OK;
+  {
+    const Unlocked unlocked;
+    status = call();
+    if (status == KS_OK) return;
+  }
+  Check(status);
 }
 
 const char* OrNull(const std::optional<std::string>& text) {
@@ -145,10 +189,12 @@ class Domain {
 /// library may call it: ks_set_logger waits for calls under way.
 class Logger {
  public:
-  static void Set(std::optional<py::function> callback) {
-    static std::unique_ptr<py::function>& current = *new std::unique_ptr<py::function>();
-    auto next = callback ? std::make_unique<py::function>(std::move(*callback)) : nullptr;
-    py::function* const target = next.get();
+  /// None goes back to the file.
+  static void Set(const py::object& callback) {
+    static std::unique_ptr<py::object>& current = *new std::unique_ptr<py::object>();
+    std::unique_ptr<py::object> next;
+    if (!callback.is_none()) next = std::make_unique<py::object>(callback);
+    py::object* const target = next.get();
     // Without the lock: a call that is under way needs it to come to its end.
     Released([&] { return ks_set_logger(target != nullptr ? &Logger::Take : nullptr, target); });
     current.swap(next);
@@ -161,7 +207,7 @@ class Logger {
       // A device's bytes may stand in a line: what is no UTF-8 is shown as such.
       py::object line = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
           text, static_cast<Py_ssize_t>(std::string_view(text).size()), "backslashreplace"));
-      (*static_cast<py::function*>(user))(level, line);
+      (*static_cast<py::object*>(user))(level, line);
     } catch (py::error_already_set& error) {
       error.discard_as_unraisable("keelstone's logger");
     }
@@ -183,10 +229,14 @@ PYBIND11_MODULE(_native, module) {
   });
 
   module.def("version", [] { return ks_version(); });
+  module.def("_ending", [] {
+    Logger::Set(py::none());
+    Unlocked::Ending();
+  });
   module.def("set_root", [](const std::string& folder) { Check(ks_set_root(folder.c_str())); });
   module.def("set_interval_time",
              [](std::int32_t seconds) { Check(ks_set_interval_time(seconds)); });
-  module.def("set_logger", &Logger::Set, py::arg("callback").none(true));
+  module.def("set_logger", &Logger::Set, py::arg("callback"));
   module.def("set_log_level", [](std::int32_t level) { Check(ks_set_log_level(level)); });
   module.def("flush", [] { Released([] { return ks_flush(); }); });
   module.def("failed_writes", [] { return ks_failed_writes(); });

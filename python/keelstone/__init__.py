@@ -50,7 +50,7 @@ _LEVELS = {0: logging.DEBUG, 1: logging.INFO, 2: logging.WARNING, 3: logging.ERR
 
 _native._set_raiser(of_status)
 # The library's threads go on while the interpreter ends: none may call into it by then.
-atexit.register(lambda: _native.set_logger(None))
+atexit.register(_native._ending)
 
 
 def set_logger(
