@@ -57,6 +57,7 @@ KS_API int32_t ks_api_version(void);
 /* The version of the library, "1.0.0"; lives for ever. [any thread] */
 KS_API const char* ks_version(void);
 
+/* What a call came to. */
 typedef int32_t ks_status;
 enum {
   KS_OK = 0,
@@ -82,7 +83,9 @@ KS_API const char* ks_last_error(void);
 
 #define KS_TERMINATED ((size_t)-1)
 
+/* A domain that is open; see Handles. */
 typedef struct ks_domain ks_domain;
+/* A run that is under way; see Handles. */
 typedef struct ks_run ks_run;
 
 /* ---- The process ---------------------------------------------------------------------- */
@@ -276,6 +279,7 @@ typedef struct ks_cell {
   size_t length;    /* of `text`; KS_TERMINATED */
 } ks_cell;
 
+/* A table: names of columns and the cells of its rows. */
 typedef struct ks_table {
   const char* const* columns; /* distinct names */
   size_t column_count;
@@ -369,6 +373,7 @@ typedef struct ks_rule_update {
   int32_t variable_type; /* the type code of the variable */
 } ks_rule_update;
 
+/* A golden value that changed. */
 typedef struct ks_golden_value {
   const char* device;
   const char* source;
@@ -385,6 +390,7 @@ typedef struct ks_golden_value {
   int32_t variable_type;
 } ks_golden_value;
 
+/* A value that broke its rule. */
 typedef struct ks_alert {
   const char* device;
   const char* source;

@@ -52,16 +52,19 @@ class KEELSTONE_EXPORT KSLastingTextSetting : public KSTypedRuleSetting {
   ~KSLastingTextSetting() = default;
 };
 
+/// When a text is taken as lasting.
 class KEELSTONE_EXPORT KSStrEqualRuleSetting final : public KSLastingTextSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
 };
 
+/// When a table is taken as lasting.
 class KEELSTONE_EXPORT KSMd5TableRuleSetting final : public KSLastingTextSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
 };
 
+/// When texts are taken as an enumeration.
 class KEELSTONE_EXPORT KSStrEnumRuleSetting final : public KSTypedRuleSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
@@ -72,6 +75,7 @@ class KEELSTONE_EXPORT KSStrEnumRuleSetting final : public KSTypedRuleSetting {
   double alertThreshold = 0.1F;
 };
 
+/// When numbers are taken as an enumeration.
 class KEELSTONE_EXPORT KSIntEnumRuleSetting final : public KSTypedRuleSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
@@ -82,6 +86,8 @@ class KEELSTONE_EXPORT KSIntEnumRuleSetting final : public KSTypedRuleSetting {
   std::int32_t valueStatusCount = 3;
 };
 
+/// When a number is taken as lasting; the conditions are tried on a full history (0), on
+/// one that is not full (1), and on a full one after all other candidates (2).
 class KEELSTONE_EXPORT KSIntEqualRuleSetting final : public KSTypedRuleSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
@@ -95,6 +101,7 @@ class KEELSTONE_EXPORT KSIntEqualRuleSetting final : public KSTypedRuleSetting {
   std::int32_t valueStatusCount = 3;
 };
 
+/// When numbers are taken as a range, and how its bounds are drawn.
 class KEELSTONE_EXPORT KSIntRangeRuleSetting final : public KSTypedRuleSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
@@ -119,11 +126,13 @@ class KEELSTONE_EXPORT KSTrendRuleSetting : public KSTypedRuleSetting {
   ~KSTrendRuleSetting() = default;
 };
 
+/// When a number that hardly ever falls is taken as one that stands still.
 class KEELSTONE_EXPORT KSIntConstantRuleSetting final : public KSTrendRuleSetting {
  public:
   bool LoadSetting(const JsonValue& document) override;
 };
 
+/// When a number that hardly ever falls is taken as a rising one.
 class KEELSTONE_EXPORT KSIntIncreaseRuleSetting final : public KSTrendRuleSetting {
  public:
   KSIntIncreaseRuleSetting() { timeIntervalLimit = 21600; }

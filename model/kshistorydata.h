@@ -113,14 +113,17 @@ class KEELSTONE_EXPORT NumercialHistoryData : public PointHistory<KSDataPoint<T>
   using PointHistory<KSDataPoint<T>>::PointHistory;
 };
 
+/// A history of int64 values.
 class KEELSTONE_EXPORT IntHistoryData final : public NumercialHistoryData<std::int64_t> {
  public:
   IntHistoryData() : NumercialHistoryData(KSDataInt64) {}
 };
+/// A history of floats.
 class KEELSTONE_EXPORT FloatHistoryData final : public NumercialHistoryData<float> {
  public:
   FloatHistoryData() : NumercialHistoryData(KSDataFloat) {}
 };
+/// A history of doubles.
 class KEELSTONE_EXPORT DoubleHistoryData final : public NumercialHistoryData<double> {
  public:
   DoubleHistoryData() : NumercialHistoryData(KSDataDouble) {}

@@ -27,7 +27,9 @@ class KEELSTONE_EXPORT TextFeature final : public KSDataFeature {
 extern template class TextFeature<KSDataPoint<std::string>>;
 extern template class TextFeature<KSTableDataPoint>;
 
+/// Statistics of strings.
 using KSStringDataFeature = TextFeature<KSDataPoint<std::string>>;
+/// Statistics of tables, by their digests.
 using KSTableDataFeature = TextFeature<KSTableDataPoint>;
 
 }  // namespace keelstone

@@ -20,6 +20,7 @@ class KEELSTONE_EXPORT JsonError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// What a JSON value is.
 enum class JsonType : std::uint8_t {
   Null,
   Int,     // signed 64-bit

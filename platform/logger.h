@@ -37,6 +37,7 @@ struct LogLine {
 /// its caller. Any thread; never destroyed.
 class KEELSTONE_EXPORT Logger {
  public:
+  /// Takes a line in place of the file; called on the thread that logs.
   using Callback = std::function<void(const LogLine&)>;
 
   static Logger& Instance();

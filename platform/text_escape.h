@@ -9,8 +9,9 @@
 
 namespace keelstone {
 
-/// Appends a JSON string with its quotes. Escaped are only '"', '\' and what is below
-/// U+0020 (\n \t \r \b \f, else \u00xx in lower case); every other byte stands as it is.
+/// Appends a JSON string with its quotes. Escaped are only the quote, the
+/// backslash and what is below U+0020 (by the short forms of JSON, else by four hexadecimal
+/// digits in lower case); every other byte stands as it is.
 KEELSTONE_EXPORT void AppendJsonString(std::string& out, std::string_view bytes);
 
 /// Appends a text from outside as one that a terminal can be shown: control characters,

@@ -22,6 +22,7 @@ KEELSTONE_EXPORT bool IsNumberText(std::string_view text) noexcept;
 /// every object all its members. The buffers are used again by the next text. One thread.
 class KEELSTONE_EXPORT RawJson final : private JsonHandler {
  public:
+  /// What a value is.
   enum class Kind : std::uint8_t { kNull, kFalse, kTrue, kNumber, kString, kArray, kObject };
   class Value;
   class Iterator;

@@ -11,6 +11,7 @@ namespace keelstone {
 
 /// How the databases of a domain stand.
 struct KEELSTONE_EXPORT DomainCheck {
+  /// Of the domain as a whole; the worst of its files counts.
   enum class Condition {
     kAbsent,      // not one file is there
     kIncomplete,  // a file or a table is missing

@@ -15,6 +15,7 @@ struct KEELSTONE_EXPORT SourceRows {
   std::int64_t rules = 0;
   std::int64_t histories = 0;
 };
+/// What a domain holds, by the name of the source.
 using GoneSources = std::map<std::string, SourceRows>;
 
 /// What is on disk of sources that are not to be kept, without changing it. Throws

@@ -62,7 +62,8 @@ class DocumentsTest(unittest.TestCase):
         count = 0
         for document in DOCUMENTS:
             with tempfile.TemporaryDirectory() as folder:
-                (pathlib.Path(folder) / "docs").symlink_to(TREE / "docs")
+                for name in ("docs", "examples"):
+                    (pathlib.Path(folder) / name).symlink_to(TREE / name)
                 for command, expected in transcripts(document):
                     ran = subprocess.run(["bash", "-c", command], cwd=folder, env=environment,
                                          text=True, stdout=subprocess.PIPE,

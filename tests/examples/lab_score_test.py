@@ -39,6 +39,14 @@ class LabScoreTest(unittest.TestCase):
         self.assertEqual(score["missed"], 0, score)
         self.assertLessEqual(score["false"], MOST_FALSE_ALERTS, score)
 
+        # The table that the documents show.
+        shown = subprocess.run([os.path.join(LAB, "score"), labels, recording], input=evaluated.stdout,
+                               check=True, capture_output=True).stdout.decode()
+        table = shown[shown.index("fault  "):shown.index("outside the windows")]
+        for document in ("README.md", "docs/lab.md"):
+            with open(os.path.join(LAB, "../..", document), encoding="utf-8") as file:
+                self.assertIn(table, file.read(), document)
+
 
 if __name__ == "__main__":
     unittest.main()
