@@ -73,7 +73,7 @@ print(f"{len(quiet)} alerts in 40 quiet polls")
 # %% Then things happen.
 for poll in range(40, 43):
     for alert in poll_all(poll):
-        print(f"poll {poll}: {alert.sentence}")
+        print(f"poll {poll}: {alert.device}: {alert.sentence}")
 
 # %% A value that should not be learned can be looked at all the same.
 probe = domain.evaluate(

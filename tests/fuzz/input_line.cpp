@@ -50,7 +50,7 @@ void ReadLine(std::string_view line) {
   const std::string output = host::JsonOutput(run, outcome, true);
   KS_PROMISE(IsStrictJson(output));
   KS_PROMISE(output.find('\n') + 1 >= output.size());
-  host::TextOutput(run, outcome);
+  host::TextOutput(run, outcome, {});
   outcome.Store();
   if (outcome.mayHavePending) home.Forget();
 }

@@ -25,7 +25,8 @@ constexpr int kChanges = 5;        // of each history
 
 class Histories {
  public:
-  explicit Histories(EnumKSDataType type) : type_(type), random_(100U + type) {}
+  explicit Histories(EnumKSDataType type)
+      : type_(type), random_(100U + static_cast<unsigned>(type)) {}
 
   unsigned Below(unsigned n) { return static_cast<unsigned>(random_() % n); }
 

@@ -3,6 +3,7 @@
 // it and at its end. Exit code 1 when the memory has changed by more than 5 % between them,
 // or the number of descriptors at all.
 #include <dirent.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,7 +33,9 @@ constexpr int kDevices = 10;
 constexpr int kSecondStart = 200000;  // a run later than any of the first part
 constexpr double kMemoryBound = 0.05;
 
+/// What the allocator keeps for later is given back first.
 long ResidentKiB() {
+  ::malloc_trim(0);
   long pages = 0;
   std::ifstream("/proc/self/statm").ignore(64, ' ') >> pages;
   return pages * (::sysconf(_SC_PAGESIZE) / 1024);
@@ -50,6 +53,7 @@ int Descriptors() {
 
 struct Sample {
   long kiB = 0;
+  std::size_t heapBytes = 0;  // in use
   int descriptors = 0;
   std::uint64_t runs = 0;
   std::uint64_t steps = 0;
@@ -80,13 +84,16 @@ void Work(Domains& domains, Clock::time_point end, int firstRun, Sample& sample)
   for (std::thread& thread : threads) thread.join();
   disturbance.Stop();
   DBWriteWrapper::Instance()->ForceWriteDisk();
-  sample = {ResidentKiB(), Descriptors(), sample.runs + runs, sample.steps + disturbance.steps()};
+  sample = {ResidentKiB(), ::mallinfo2().uordblks, Descriptors(), sample.runs + runs,
+            sample.steps + disturbance.steps()};
 }
 
 void Print(const char* when, const Sample& sample) {
-  std::printf("%s: %ld KiB resident, %d descriptors, %llu runs, %llu disturbances\n", when,
-              sample.kiB, sample.descriptors, static_cast<unsigned long long>(sample.runs),
-              static_cast<unsigned long long>(sample.steps));
+  std::printf(
+      "%s: %ld KiB resident, %zu KiB of heap in use, %d descriptors, %llu runs, %llu "
+      "disturbances\n",
+      when, sample.kiB, sample.heapBytes / 1024, sample.descriptors,
+      static_cast<unsigned long long>(sample.runs), static_cast<unsigned long long>(sample.steps));
   std::fflush(stdout);
 }
 
