@@ -59,8 +59,8 @@ def way():
     svg.line(ENGINE[0] + ENGINE[1] + 3, 139, STORE[0] - 3, 139, "axis", 1.6, arrow=True)
     svg.line(STORE[0] - 3, 152, ENGINE[0] + ENGINE[1] + 3, 152, "axis", 1.6, arrow=True)
 
-    svg.box(214, 192, 654, 408, "bg", 9)
-    svg.add('<rect class="learn-line" x="214" y="192" width="654" height="408" rx="9" fill="none" '
+    svg.box(207, 192, 661, 408, "bg", 9)
+    svg.add('<rect class="learn-line" x="207" y="192" width="661" height="408" rx="9" fill="none" '
             'stroke-width="1.5" stroke-dasharray="6 4"/>')
     svg.text(856, 591, "for each value: no lock of a table, no database is opened", "learn", 12, "end", bold=True)
 
@@ -80,6 +80,12 @@ def way():
         flow.box(ENGINE, tops[place], 52, head, lines, css, str(place + 1))
         if place:
             flow.down(ENGINE, tops[place - 1] + 52, tops[place])
+    svg.path([(ENGINE[0] - 1, tops[0] + 44), (ENGINE[0] - 9, tops[0] + 44),
+              (ENGINE[0] - 9, tops[4] + 26), (ENGINE[0] - 2, tops[4] + 26)], "axis", 1.6, arrow=True)
+    for place, words in enumerate(["The short way: a rule", "that is not due, with", "texts of the library's",
+                                   "own, judges by its", "parameter alone."]):
+        svg.text(HOST[0] + 12, 326 + 17 * place, words, "pale", 12.5)
+    svg.line(HOST[0] + 150, 348, ENGINE[0] - 12, 348, "grid", 1.2)
     flow.box(STORE, tops[0], 78, "pending rows,", ["what was loaded,", "variable rules"])
     svg.line(ENGINE[0] + ENGINE[1] + 3, tops[0] + 20, STORE[0] - 3, tops[0] + 20, "axis", 1.6, arrow=True)
     svg.line(STORE[0] - 3, tops[0] + 32, ENGINE[0] + ENGINE[1] + 3, tops[0] + 32, "axis", 1.6, arrow=True)
