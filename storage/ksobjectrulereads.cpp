@@ -160,10 +160,9 @@ int KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers(
       *this, HistoryOperation("KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers"),
       [&](CppSQLite3DB& db) {
         inner.emplace("KSObjectRuleSql", "GetMultiRuleHistoryDataBeDevParsers - out");
-        SelectUnits(db, FormatPositional(kSelectUnitHistories, {kHistoryTable}), keys, type, out,
-                    [](CppSQLite3Query query, DevParserHistory& unit) {
-                      FileHistories(query, unit, 2);
-                    });
+        SelectUnits(
+            db, FormatPositional(kSelectUnitHistories, {kHistoryTable}), keys, type, out,
+            [](CppSQLite3Query query, DevParserHistory& unit) { FileHistories(query, unit, 2); });
       }));
 }
 

@@ -23,7 +23,8 @@ def promises():
 
 def known_tests():
     """What ctest would run: plain names, without what parameters add to them, and the
-    methods of test scripts as SCRIPT/METHOD."""
+    methods of test scripts as SCRIPT/METHOD; and the fuzz targets."""
+    yield from (target.stem for target in (TREE / "tests/fuzz").glob("*.cpp"))
     listed = subprocess.run([CTEST, "--test-dir", BUILD, "--show-only=json-v1"], check=True,
                             text=True, stdout=subprocess.PIPE).stdout
     for test in json.loads(listed)["tests"]:
