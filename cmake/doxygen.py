@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Makes the reference; fails at any warning, and where a class, a type or an enumeration has
-no comment. Functions and members whose names say all need none.
+"""Makes the reference; fails at any warning, and where a class, an enumeration or a type of a
+namespace has no comment. Functions and members whose names say all need none.
 
 usage: doxygen.py DOXYFILE
 """
@@ -8,7 +8,8 @@ import re
 import subprocess
 import sys
 
-PLAIN = re.compile(r"Member .* \((function|variable|friend|enumvalue|macro definition)\) of .* is not documented")
+PLAIN = re.compile(r"Member .* \(((function|variable|friend|enumvalue|macro definition)\) of .*|"
+                   r"typedef\) of (class|struct) .*) is not documented")
 
 
 def main():
