@@ -212,9 +212,9 @@ class TwoWays : public ::testing::TestWithParam<Way> {
 TEST_P(TwoWays, ComeToTheSame) {
   const LogCapture quiet(kLogError + 1);
   Dice dice(40U + static_cast<unsigned>(GetParam()));
-  for (int round = 0; round < 40; ++round) {
+  for (int round = 0; round < 8; ++round) {
     std::map<std::string, Stored> unit;
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < 300; ++i) {
       const std::string name = "v" + std::to_string(i);
       unit.emplace(name, SomeStored(dice, name));
     }
