@@ -12,5 +12,5 @@ add_custom_target(doc COMMAND ${make_reference} VERBATIM
                   COMMENT "Reference in ${PROJECT_BINARY_DIR}/doc/html")
 if(KEELSTONE_TESTS AND DOXYGEN AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KEELSTONE_SANITIZE)
   add_test(NAME Doxygen COMMAND ${make_reference})
-  set_tests_properties(Doxygen PROPERTIES TIMEOUT 120)
+  set_tests_properties(Doxygen PROPERTIES TIMEOUT 600)
 endif()
