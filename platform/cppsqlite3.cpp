@@ -24,8 +24,8 @@ namespace {
   throw CppSQLite3Exception(code, std::string(operation) + ": " + reason, file);
 }
 
-std::string FileOf(sqlite3* db) {
-  const char* const file = db != nullptr ? sqlite3_db_filename(db, "main") : nullptr;
+std::string FileOf(sqlite3* db, const char* schema = "main") {
+  const char* const file = db != nullptr ? sqlite3_db_filename(db, schema) : nullptr;
   return file != nullptr ? file : "";
 }
 
@@ -127,6 +127,11 @@ int CppSQLite3Query::fieldIndex(std::string_view name) const {
   }
   throw CppSQLite3Exception(SQLITE_RANGE, "fieldIndex: no column named " + std::string(name),
                             FileOf(sqlite3_db_handle(statement_)));
+}
+
+std::string CppSQLite3Query::fieldName(int field) const {
+  const char* const name = sqlite3_column_name(statement_, field);
+  return name != nullptr ? name : "";
 }
 
 void CppSQLite3Query::Require(int field) const {
@@ -270,6 +275,18 @@ void CppSQLite3DB::open(const std::string& file, Mode mode) {
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 }
 
+void CppSQLite3DB::attach(const std::string& file, const std::string& schema) {
+  RequireOpen();
+  RequirePlainFile(file, Mode::kCreate);
+  CppSQLite3Statement statement = compileStatement("attach ?1 as " + schema);
+  statement.bind(1, file);
+  try {
+    statement.execDML();
+  } catch (const CppSQLite3Exception& error) {
+    throw CppSQLite3Exception(error.errorCode(), error.errorMessage(), file);
+  }
+}
+
 void CppSQLite3DB::close() noexcept {
   // Statements that still live keep the connection until the last is finalised.
   sqlite3_close_v2(std::exchange(db_, nullptr));
@@ -279,29 +296,30 @@ void CppSQLite3DB::RequireOpen() const {
   if (db_ == nullptr) Fail(SQLITE_MISUSE, "use of a database", "it is not open");
 }
 
-bool CppSQLite3DB::tableExists(const std::string& table) {
+bool CppSQLite3DB::tableExists(const std::string& table, const std::string& schema) {
   RequireOpen();
   // Finds it in the schema that the next statement needs anyway; what it does not find may
   // also be a schema that cannot be read, which the query tells.
-  if (sqlite3_table_column_metadata(db_, "main", table.c_str(), nullptr, nullptr, nullptr, nullptr,
-                                    nullptr, nullptr) == SQLITE_OK) {
+  if (sqlite3_table_column_metadata(db_, schema.c_str(), table.c_str(), nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, nullptr) == SQLITE_OK) {
     return true;
   }
-  CppSQLite3Statement statement = compileStatement(
-      "select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase");
+  CppSQLite3Statement statement =
+      compileStatement("select 1 from " + schema +
+                       ".sqlite_master where type = 'table' and name = ?1 collate nocase");
   statement.bind(1, table);
   return !statement.execQuery().eof();
 }
 
-void CppSQLite3DB::requireKnownSchema() {
-  CppSQLite3Statement statement = compileStatement("pragma user_version");
+void CppSQLite3DB::requireKnownSchema(const std::string& schema) {
+  CppSQLite3Statement statement = compileStatement("pragma " + schema + ".user_version");
   const int version = statement.execQuery().getIntField(0);
   if (version <= kSchemaVersion) return;
   Fail(SQLITE_SCHEMA, "schema",
        ("its version " + std::to_string(version) + " is newer than " +
         std::to_string(kSchemaVersion) + ", the newest that is known here")
            .c_str(),
-       FileOf(db_));
+       FileOf(db_, schema.c_str()));
 }
 
 int CppSQLite3DB::execDML(const std::string& sql) { return compileStatement(sql).execDML(); }
@@ -324,6 +342,8 @@ CppSQLite3Statement CppSQLite3DB::compileStatement(const std::string& sql) {
   }
   return statement;
 }
+
+std::string CppSQLite3DB::fileName() const { return FileOf(db_); }
 
 std::string CppSQLite3DB::errorMessage() const {
   return db_ != nullptr ? sqlite3_errmsg(db_) : "the database is not open";

@@ -40,6 +40,8 @@ class KEELSTONE_EXPORT CppSQLite3Query {
   /// Position of a column by its name; CppSQLite3Exception when there is none.
   int fieldIndex(std::string_view name) const;
   bool fieldIsNull(int field) const;
+  /// The name of a column; "" when there is none.
+  std::string fieldName(int field) const;
   /// The value of the current row's column; `nullValue` for NULL.
   int getIntField(int field, int nullValue = 0) const;
   int getIntField(std::string_view name, int nullValue = 0) const;
@@ -112,20 +114,25 @@ class KEELSTONE_EXPORT CppSQLite3DB {
   /// for, at most the milliseconds "BusyTimeout" of section "Keelstone" of the ini files
   /// per statement.
   void open(const std::string& file, Mode mode = Mode::kCreate);
+  /// Adds a second file to the open one under the name `schema`, opened as kCreate does; a
+  /// transaction then spans both.
+  void attach(const std::string& file, const std::string& schema);
   bool isOpen() const noexcept { return db_ != nullptr; }
   void close() noexcept;
 
-  bool tableExists(const std::string& table);
+  bool tableExists(const std::string& table, const std::string& schema = "main");
   /// Runs one statement without result rows; the number of rows it changed.
   int execDML(const std::string& sql);
   CppSQLite3Statement compileStatement(const std::string& sql);
   /// The text of the last error.
   std::string errorMessage() const;
   sqlite3* handle() noexcept { return db_; }
+  /// The path of the file, links resolved; empty when none is open.
+  std::string fileName() const;
 
   /// Throws when the file says ("pragma user_version") that its tables are laid out in a
   /// newer way than is known here. Files that say nothing (0) are of the first.
-  void requireKnownSchema();
+  void requireKnownSchema(const std::string& schema = "main");
 
   static constexpr int kSchemaVersion = 1;          // the newest that is known
   static constexpr int kBusyTimeoutMs = 10000;      // when the ini files say nothing

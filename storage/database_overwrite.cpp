@@ -268,6 +268,8 @@ void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::str
   RequirePlainColumns(source, expected);
   RequirePlainSchema(source);
   RequireSound(source);
+  const std::string fault = expected.rowFault != nullptr ? expected.rowFault(source) : "";
+  if (!fault.empty()) throw DeliveryError(fault);
 }
 
 void OverwriteDatabase(CppSQLite3DB& source, const std::string& from, const std::string& to,

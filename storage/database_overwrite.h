@@ -18,11 +18,13 @@ class DeliveryError : public std::runtime_error {
 struct DeliveredTable {
   const char* table;
   const char* columns;  // separated by commas, as a SELECT lists them
+  // Names the first row that cannot be taken over, and why; empty when all can.
+  std::string (*rowFault)(CppSQLite3DB& source) = nullptr;
 };
 
 /// Opens a delivered database for reading only. Throws DeliveryError when `from` is no
 /// file, is the file `to`, lacks the table or one of its columns, has such a column
-/// computed, has a trigger, or is damaged; CppSQLite3Exception when it is no database or one
+/// computed, has a trigger, is damaged, or holds a row of a wrong shape; CppSQLite3Exception when it is no database or one
 /// of a newer layout, and when its schema calls functions. A source that is being written is
 /// waited for.
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <boost/thread/thread.hpp>
 #include <exception>
-#include <list>
 #include <set>
 #include <utility>
 
@@ -66,56 +65,25 @@ std::set<std::string> DevicesOf(const std::vector<ObjectRuleData>& rules,
   return devices;
 }
 
-// Calls `write` with `size` rows at a time, saying so.
-template <class Row, class Write>
-void WriteInBatches(const std::vector<const Row*>& rows, std::size_t size, const char* operation,
-                    const Write& write) {
-  for (std::size_t done = 0; done < rows.size();) {
-    const std::size_t count = std::min(size, rows.size() - done);
-    const auto first = rows.begin() + static_cast<std::ptrdiff_t>(done);
+// Says how many rows of a table are written, `size` a line.
+void Announce(std::size_t rows, std::size_t size, const char* operation) {
+  for (std::size_t done = 0; done < rows;) {
+    const std::size_t count = std::min(size, rows - done);
     KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
            "Force write cache data to data base. %s-%s: %d", operation,
            count == size ? "batch" : "over", static_cast<int>(count));
-    write(std::vector<const Row*>(first, first + static_cast<std::ptrdiff_t>(count)));
     done += count;
   }
 }
 
-void WriteRulesInBatches(const std::string& domainId, const PendingGeneration& generation,
-                         std::size_t size) {
-  RunStep([&] {
-    const auto table = TableOf(domainId);
-    WriteInBatches(generation.RuleRows(), size, "SetRuleAlgParam",
-                   [&](const auto& rows) { table->WriteRuleRows(rows); });
-  });
-}
-
-void WriteHistoryInBatches(const std::string& domainId, const PendingGeneration& generation,
-                           std::size_t size) {
-  RunStep([&] {
-    const auto table = TableOf(domainId);
-    WriteInBatches(generation.HistoryRows(), size, "SetRuleHistoryData",
-                   [&](const auto& rows) { table->WriteHistoryRows(rows); });
-  });
-}
-
-// Writes a generation with one call a table; the number of its rows. The histories that
-// rules carry and the history rows, which come after them, share a transaction: a sync of
-// the disk costs more than the rows.
+// Writes a generation in one commit; the number of its rows.
 int WriteWhole(const std::string& domainId, const PendingGeneration& generation) {
   int written = 0;
   RunStep([&] {
-    const auto table = TableOf(domainId);
     const auto rules = generation.RuleRows();
-    std::vector<ObjectRuleHistoryData> carried;
-    if (!rules.empty()) table->WriteRuleRows(rules, &carried);
-    const auto rows = generation.HistoryRows();
-    std::vector<const ObjectRuleHistoryData*> history;
-    history.reserve(carried.size() + rows.size());
-    for (const ObjectRuleHistoryData& row : carried) history.push_back(&row);
-    history.insert(history.end(), rows.begin(), rows.end());
-    if (!history.empty()) table->WriteHistoryRows(history);
-    written += static_cast<int>(rules.size() + rows.size());
+    const auto history = generation.HistoryRows();
+    TableOf(domainId)->WriteFlush(rules, history);
+    written += static_cast<int>(rules.size() + history.size());
   });
   return written;
 }
@@ -240,23 +208,14 @@ void DBWriteWrapper::ForceWriteDisk() {
          "Force write cache data to data base. Begin");
   const auto sealed = state_->pending.SealAll();
   const auto size = static_cast<std::size_t>(std::max(ReadSetting("BachCount", 10000), 1));
-  // First the rules of every domain, then the histories; what another flush had sealed
-  // before, whole, or its histories would come after rules newer than they are.
-  std::list<PendingRows::Flush> flushes;
   for (const auto& [domainId, last] : sealed) {
-    const PendingRows::Flush& flush = flushes.emplace_back(state_->pending, domainId, last);
+    PendingRows::Flush flush(state_->pending, domainId, last);
     while (const PendingGeneration* generation = flush.Oldest()) {
-      WriteRulesInBatches(domainId, *generation, size);
-      if (flush.IsLast(*generation)) break;
-      WriteHistoryInBatches(domainId, *generation, size);
-      flushes.back().DropOldest();
+      Announce(generation->ruleRows, size, "SetRuleAlgParam");
+      Announce(generation->rows - generation->ruleRows, size, "SetRuleHistoryData");
+      WriteWhole(domainId, *generation);
+      flush.DropOldest();
     }
-  }
-  for (PendingRows::Flush& flush : flushes) {
-    const PendingGeneration* generation = flush.Oldest();
-    if (generation == nullptr) continue;
-    WriteHistoryInBatches(flush.DomainId(), *generation, size);
-    flush.DropOldest();
   }
   KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
          "Force write cache data to data base. End");

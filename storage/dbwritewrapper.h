@@ -35,11 +35,12 @@ class PendingMark {
 /// hands rows over and goes on; one worker thread writes them when "CacheSize" rows
 /// (10000) are pending, or every "CacheTime" seconds (60). Both are read from section
 /// "Keelstone" of fix_frontserver.ini and frontserver.ini when the cache is first used;
-/// "BachCount" (10000), the rows a database call, at every flush.
+/// "BachCount" (10000), the rows a log line, at every flush.
 ///
 /// A row is found by the lookups from the moment it is handed over until it is on disk,
 /// the oldest of a key first: rows that a flush is writing come before those that have
-/// come since. The rows of one domain reach the disk in the order in which they came.
+/// come since. The rows of one domain reach the disk in the order in which they came, those
+/// of one flush in one commit: what a killed process leaves has all rows of a run or none.
 ///
 /// Made on first use and never destroyed; the worker never ends, and what is pending when
 /// the process ends is lost: a host calls ForceWriteDisk before it goes. Any thread.
@@ -74,9 +75,9 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   /// that another flush had taken. From within a flush (a host's log callback) it does
   /// nothing and answers 0.
   int WriteDomain(const std::string& domainId);
-  /// Writes everything that is pending, "BachCount" rows a call: the rules of all domains
-  /// in order of their ids, then the histories. Returns as WriteDomain does, also from
-  /// within a flush.
+  /// Writes everything that is pending, domain after domain in order of their ids, each in
+  /// one commit; the log counts "BachCount" rows a line. Returns as WriteDomain does, also
+  /// from within a flush.
   void ForceWriteDisk();
 
  private:

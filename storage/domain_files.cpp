@@ -12,7 +12,9 @@
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
+#include "platform/strings.h"
 #include "storage/ksdatamanagersql.h"
+#include "storage/object_rule_tables.h"
 
 namespace keelstone {
 
@@ -27,6 +29,8 @@ struct DomainTable {
   const char* columns;
   const char* used;  // columns that must be there
   bool written;      // by an evaluation
+  const char* index = nullptr;
+  const char* indexSql = nullptr;
 };
 
 constexpr const char* kDataColumns = "(id INTEGER PRIMARY KEY, data TEXT)";
@@ -49,12 +53,12 @@ constexpr std::array<DomainTable, 5> kTables = {{
      "NULL ,ruleTypeId INTEGER NOT NULL ,ruleAlgParameter TEXT ,isEnable INTEGER NOT NULL ,isDel "
      "INTEGER NOT NULL,PRIMARY KEY(deviceName,interfaceValue,variableSource,param,variableName,"
      "variableSourceType))",
-     kUsedOfRules, true},
+     kUsedOfRules, true, kRuleIndex, kIndexRules},
     {kDbObjectHistory, "KSObjectHistory",
      "(deviceName TEXT NOT NULL ,interfaceValue TEXT ,variableSource TEXT NOT NULL ,param TEXT "
      ",variableName TEXT NOT NULL ,variableSourceType INTEGER NOT NULL ,HistoryData TEXT,PRIMARY "
      "KEY(deviceName,interfaceValue,variableSource,param,variableName,variableSourceType))",
-     kUsedOfHistories, true},
+     kUsedOfHistories, true, kHistoryIndex, kIndexHistories},
 }};
 
 FSResFileSystem DomainFileSystem() {
@@ -119,6 +123,17 @@ bool AddMissingSettings(CppSQLite3DB& db, const JsonValue& generalSettings) {
   return added;
 }
 
+/// Adds the index of a table that is there; whether it was missing.
+bool AddMissingIndex(CppSQLite3DB& db, const DomainTable& table) {
+  if (table.index == nullptr) return false;
+  CppSQLite3Statement find = db.compileStatement("select 1 from sqlite_master where name = ?");
+  find.bind(1, table.index);
+  if (!find.execQuery().eof()) return false;
+  find.reset();
+  db.execDML(FormatPositional(table.indexSql, {"main"}));
+  return true;
+}
+
 /// Whether anything was added. An exception rolls back by closing the file.
 bool MakeTable(const DomainTable& table, const std::string& file,
                const JsonValue& generalSettings) {
@@ -132,6 +147,7 @@ bool MakeTable(const DomainTable& table, const std::string& file,
     db.execDML(std::string("create table ") + table.name + " " + table.columns);
     changed = true;
   }
+  changed |= AddMissingIndex(db, table);
   if (table.dbType == kDbGlobalSetting) changed |= AddMissingSettings(db, generalSettings);
   db.execDML(changed ? "commit transaction;" : "rollback transaction;");
   return changed;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <exception>
 #include <memory>
 
@@ -12,6 +13,7 @@
 #include "platform/logger.h"
 #include "platform/resource_adaptor.h"
 #include "platform/strings.h"
+#include "storage/data_rows.h"
 #include "storage/database_overwrite.h"
 #include "storage/dbwritewrapper.h"
 #include "storage/deferred_log.h"
@@ -47,23 +49,62 @@ constexpr TableOperation kMerge{.table = kRuleTable,
                                 .source = kSource,
                                 .access = TableAccess::kCreate};
 
-DeliveredTable ExpectedTable(int dbType) {
-  switch (dbType) {
-    case kDbGlobalSetting:
-      return {"KSGlobalSetting", kSettingColumns};
-    case kDbVariableRule:
-      return {"KSVariableRule", kSettingColumns};
-    case kDbBlockSetting:
-      return {"KSBlockSetting", kSettingColumns};
-    case kDbObjectRule:
-      return {kRuleTable, kRuleColumns};
-    default:
-      return {"KSInterfaceType", kSettingColumns};
+constexpr bool IsNumberColumn(int column) {
+  return column == 5 || column == 6 || column == 9 || column == 10 || column >= 12;
+}
+
+// NULL is a number here: it is taken over as 0.
+bool HoldsNumber(const CppSQLite3Query& row, int column) {
+  if (row.fieldIsNull(column)) return true;
+  const std::string_view text = row.getStringField(column);
+  std::int32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+std::string RuleRowFault(CppSQLite3DB& source) {
+  auto select = source.compileStatement(FormatPositional(kSelectRules, {kRuleColumns}));
+  std::int64_t place = 1;
+  for (auto row = select.execQuery(); !row.eof(); row.nextRow(), ++place) {
+    for (int column = 0; column < kRuleColumnCount; ++column) {
+      if (!IsNumberColumn(column) || HoldsNumber(row, column)) continue;
+      return "row " + std::to_string(place) + " of " + kRuleTable + ": its column " +
+             row.fieldName(column) + " holds \"" + std::string(row.getStringField(column)) +
+             "\", which is no whole number of 32 bits";
+    }
+  }
+  return {};
+}
+
+void RequireInterfaceName(const JsonValue& row) {
+  for (const char* member : {"name", "alias"}) {
+    ReadMember(row, member, [](const JsonValue& value) {
+      if (!value.isString()) throw JsonError("it is no text");
+    });
   }
 }
 
-constexpr bool IsNumberColumn(int column) {
-  return column == 5 || column == 6 || column == 9 || column == 10 || column >= 12;
+DeliveredTable ExpectedTable(int dbType) {
+  switch (dbType) {
+    case kDbGlobalSetting:
+      return {"KSGlobalSetting", kSettingColumns, [](CppSQLite3DB& source) {
+                return DataRowFault(source, "KSGlobalSetting", KSGlobalSettingSql::RequireRow);
+              }};
+    case kDbVariableRule:
+      return {"KSVariableRule", kSettingColumns, [](CppSQLite3DB& source) {
+                return DataRowFault(source, "KSVariableRule", KSVariableRuleSql::RequireRow);
+              }};
+    case kDbBlockSetting:
+      return {"KSBlockSetting", kSettingColumns, [](CppSQLite3DB& source) {
+                return DataRowFault(source, "KSBlockSetting", KSBlockSettingSql::RequireRow);
+              }};
+    case kDbObjectRule:
+      return {kRuleTable, kRuleColumns, RuleRowFault};
+    default:
+      return {"KSInterfaceType", kSettingColumns, [](CppSQLite3DB& source) {
+                return DataRowFault(source, "KSInterfaceType", RequireInterfaceName);
+              }};
+  }
 }
 
 void BindColumn(CppSQLite3Statement& statement, const CppSQLite3Query& row, int column) {
@@ -239,6 +280,7 @@ void FSKSDataSyncManager::CreateObjectRule(CppSQLite3DB& db, const std::string& 
   const std::string where = std::string(kRuleTable) + " table in " + dbPath + " db";
   log.Add(kLogNotice, __LINE__, "No ", where.c_str(), ".");
   db.execDML(FormatPositional(kCreateRules, {kRuleTable}));
+  db.execDML(FormatPositional(kIndexRules, {"main"}));
   log.Add(kLogNotice, __LINE__, "", where.c_str(), " has been created.");
 }
 

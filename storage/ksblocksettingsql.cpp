@@ -4,7 +4,7 @@
 
 #include "platform/filesystem.h"
 #include "platform/json_value.h"
-#include "storage/table_frame.h"
+#include "storage/data_rows.h"
 
 namespace keelstone {
 
@@ -21,10 +21,12 @@ std::shared_ptr<const BlockSettingItem> ReadRow(const JsonValue& row) {
   std::set<std::string> devices;
   const JsonValue& nodes = row["nodes"];
   if (nodes.isArray()) {
-    for (const JsonValue& node : nodes) devices.insert(node["deviceName"].asString());
+    ReadMember(row, "nodes", [&devices](const JsonValue& list) {
+      for (const JsonValue& node : list) devices.insert(TextMember(node, "deviceName"));
+    });
   }
   return std::make_shared<const BlockSettingItem>(
-      std::move(devices), row["blockTimeStart"].asTime(), row["blockTimeEnd"].asTime());
+      std::move(devices), TimeMember(row, "blockTimeStart"), TimeMember(row, "blockTimeEnd"));
 }
 
 }  // namespace
@@ -37,6 +39,8 @@ bool KSBlockSettingSql::InitDB(const std::string& domainId) {
   SetDomainId(domainId);
   return true;
 }
+
+void KSBlockSettingSql::RequireRow(const JsonValue& row) { ReadRow(row); }
 
 int KSBlockSettingSql::LoadDBData() {
   const DeferredLog log(kLoad.function, kSource);

@@ -23,8 +23,11 @@ class KEELSTONE_EXPORT KSBlockSettingSql final : public CKSDBOperateBase {
 
   bool InitDB(const std::string& domainId) override;
   /// Reads the table anew: 1 when it was read (a missing file or table is an empty one),
-  /// 0 after an error, which leaves what was loaded before.
+  /// 0 after an error, which leaves what was loaded before. A row that is no JSON object or
+  /// has a member of the wrong kind is logged and passed over.
   int LoadDBData() override;
+  /// Throws JsonError, naming the member, for a row that would be passed over.
+  static void RequireRow(const JsonValue& row);
 
   /// Appends (start, end), seconds since the epoch, of every period that names the
   /// object's device, in the order of the table; answers how many.

@@ -4,7 +4,7 @@
 
 #include "platform/filesystem.h"
 #include "storage/settings_generation.h"
-#include "storage/table_frame.h"
+#include "storage/data_rows.h"
 
 namespace keelstone {
 
@@ -46,6 +46,7 @@ struct KSGlobalSettingSql::Content {
 
   void BeginReading();
   void Apply(const JsonValue& row);
+  void Take(const std::string& name, const JsonValue& value);
   void EndReading() {
     ruleSettings = std::make_shared<const RuleSettings>(KSRuleGlobalSetting(generalSetting));
   }
@@ -59,8 +60,15 @@ void KSGlobalSettingSql::Content::BeginReading() {
 }
 
 void KSGlobalSettingSql::Content::Apply(const JsonValue& row) {
-  const std::string name = row["name"].asString();
-  const JsonValue& value = row["value"];
+  const std::string name = TextMember(row, "name");
+  try {
+    ReadMember(row, "value", [&](const JsonValue& value) { Take(name, value); });
+  } catch (const JsonError& error) {
+    throw JsonError(std::string(error.what()) + " (in the setting \"" + name + "\")");
+  }
+}
+
+void KSGlobalSettingSql::Content::Take(const std::string& name, const JsonValue& value) {
   if (name == "KSRuleType") {
     ruleType = value;
     ruleTypeText = value.toString();
@@ -68,9 +76,9 @@ void KSGlobalSettingSql::Content::Apply(const JsonValue& row) {
     generalSetting = value;
     generalSettingText = value.toString();
   } else if (name == "KSInterfaceFilter") {
+    interfaceFilterSet = ReadFilterSet(value);  // first: it may refuse
     interfaceFilter = value;
     interfaceFilterText = value.toString();
-    interfaceFilterSet = ReadFilterSet(value);
   } else if (name == "KSTableCountLimit") {
     tableLimitCount = value.asInt();
   } else if (name == "KSStrRowCountLimit") {
@@ -95,6 +103,8 @@ bool KSGlobalSettingSql::InitDB(const std::string& domainId) {
   SetDomainId(domainId);
   return true;
 }
+
+void KSGlobalSettingSql::RequireRow(const JsonValue& row) { Content().Apply(row); }
 
 int KSGlobalSettingSql::LoadDBData() {
   const DeferredLog log(kLoad.function, kSource);

@@ -29,8 +29,11 @@ class KEELSTONE_EXPORT KSGlobalSettingSql final : public CKSDBOperateBase {
   /// Reads the table anew: 1 when it was read, 0 after an error, which leaves what was
   /// loaded before. A missing file or table changes nothing, so at first it leaves the
   /// defaults. A reading resets the two switches and the texts; what else has no row keeps
-  /// its value.
+  /// its value. A row that is no JSON object or has a member of the wrong kind is logged
+  /// and passed over.
   int LoadDBData() override;
+  /// Throws JsonError, naming the member, for a row that would be passed over.
+  static void RequireRow(const JsonValue& row);
 
   std::string GetRuleTypeJson() const;
   JsonValue GetRuleTypeJsonObj() const;

@@ -15,6 +15,9 @@ namespace keelstone {
 
 namespace {
 
+using RulePointers = KSObjectRuleSql::RulePointers;
+using HistoryPointers = KSObjectRuleSql::HistoryPointers;
+
 constexpr const char* kUpsertRule =
     "insert or replace into {0} (deviceName, interfaceValue, variableSource, param, variableName, "
     "variableSourceType, variableDataType, interfacePath, vxNodePathSchema, ruleGenerateType, "
@@ -100,11 +103,11 @@ void BindRule(RowBinder<14>& binder, const ObjectRuleData& row, const std::strin
   binder.Bind(14, 0);
 }
 
-void WriteRules(CppSQLite3DB& db, const std::vector<const ObjectRuleData*>& rows,
-                std::vector<ObjectRuleHistoryData>& histories) {
+void UpsertRules(CppSQLite3DB& db, int rowsATransaction, const RulePointers& rows,
+                 std::vector<ObjectRuleHistoryData>& histories) {
   auto statement = db.compileStatement(FormatPositional(kUpsertRule, {kRuleTable}));
   RowBinder<14> binder(statement);
-  RowBatch batch(db);
+  RowBatch batch(db, rowsATransaction);
   DefinitionColumns columns;
   for (const ObjectRuleData* row : rows) {
     for (const auto& [variableName, definition] : row->definitions) {
@@ -123,6 +126,32 @@ void WriteRules(CppSQLite3DB& db, const std::vector<const ObjectRuleData*>& rows
   batch.Finish();
 }
 
+void UpsertHistories(CppSQLite3DB& db, const char* table, int rowsATransaction,
+                     const HistoryPointers& rows) {
+  auto statement = db.compileStatement(FormatPositional(kUpsertHistory, {table}));
+  RowBinder<7> binder(statement);
+  RowBatch batch(db, rowsATransaction);
+  for (const ObjectRuleHistoryData* row : rows) {
+    batch.BeforeRow();
+    BindKey(binder, *row, row->variableName);
+    binder.BindAnew(7, row->history);
+    statement.execDML();
+    batch.AfterRow();
+  }
+  batch.Finish();
+}
+
+TableOperation HistoryWrite() {
+  TableOperation operation =
+      HistoryOperation("KSObjectRuleSql::SetRuleHistoryData", TableAccess::kCreate);
+  operation.createSql = kCreateHistory;
+  return operation;
+}
+
+TableOperation RuleWrite() {
+  return RuleOperation("KSObjectRuleSql::SetRuleAlgParam", TableAccess::kCreate);
+}
+
 // Tells of the devices whose rows were written, whether or not all of them came through.
 template <class Row>
 void NoteChanges(const std::string& domainId, const std::vector<const Row*>& rows) {
@@ -134,7 +163,7 @@ void NoteChanges(const std::string& domainId, const std::vector<const Row*>& row
   }
 }
 
-bool HasDefinitions(const std::vector<const ObjectRuleData*>& rows) {
+bool HasDefinitions(const RulePointers& rows) {
   return std::any_of(rows.begin(), rows.end(), [](const ObjectRuleData* row) {
     return std::any_of(row->definitions.begin(), row->definitions.end(),
                        [](const auto& entry) { return entry.second != nullptr; });
@@ -175,7 +204,7 @@ int KSObjectRuleSql::SetRuleAlgParam(const RuleDefinitionMap& definitions,
 }
 
 int KSObjectRuleSql::SetRuleHistoryData(const std::vector<ObjectRuleHistoryData>& rows) {
-  return WriteHistoryRows(PointersTo(rows));
+  return WriteHistoryRows(PointersTo(rows), RowBatch::kRows);
 }
 
 int KSObjectRuleSql::SetRuleHistoryData(const std::string& historyData, const ObjectDefine* object,
@@ -188,13 +217,13 @@ int KSObjectRuleSql::SetRuleHistoryData(const std::string& historyData, const Ob
   return SetRuleHistoryData(rows);
 }
 
-int KSObjectRuleSql::WriteRuleRows(const std::vector<const ObjectRuleData*>& rows,
+int KSObjectRuleSql::WriteRuleRows(const RulePointers& rows,
                                    std::vector<ObjectRuleHistoryData>* histories) {
   std::vector<ObjectRuleHistoryData> own;
   std::vector<ObjectRuleHistoryData>& carried = histories != nullptr ? *histories : own;
-  const TableOutcome outcome = TableFrame::Run(
-      *this, RuleOperation("KSObjectRuleSql::SetRuleAlgParam", TableAccess::kCreate),
-      [&](CppSQLite3DB& db) { WriteRules(db, rows, carried); });
+  const TableOutcome outcome = TableFrame::Run(*this, RuleWrite(), [&](CppSQLite3DB& db) {
+    UpsertRules(db, RowBatch::kRows, rows, carried);
+  });
   NoteChanges(GetDomainId(), rows);
   if (outcome == TableOutcome::kNoTable) {
     if (HasDefinitions(rows)) CountFailedWrite();
@@ -204,28 +233,49 @@ int KSObjectRuleSql::WriteRuleRows(const std::vector<const ObjectRuleData*>& row
   return StatusOf(outcome);
 }
 
-int KSObjectRuleSql::WriteHistoryRows(const std::vector<const ObjectRuleHistoryData*>& rows) {
+int KSObjectRuleSql::WriteHistoryRows(const HistoryPointers& rows, int rowsATransaction) {
   const FSPerformance whole("KSObjectRuleSql", "SetRuleHistoryData");
   std::optional<FSPerformance> inner;  // made inside the frame, logged after its lock is free
-  TableOperation operation =
-      HistoryOperation("KSObjectRuleSql::SetRuleHistoryData", TableAccess::kCreate);
-  operation.createSql = kCreateHistory;
-  const TableOutcome outcome = TableFrame::Run(*this, operation, [&](CppSQLite3DB& db) {
+  const TableOutcome outcome = TableFrame::Run(*this, HistoryWrite(), [&](CppSQLite3DB& db) {
     inner.emplace("KSObjectRuleSql", "SetRuleHistoryData--inner");
-    auto statement = db.compileStatement(FormatPositional(kUpsertHistory, {kHistoryTable}));
-    RowBinder<7> binder(statement);
-    RowBatch batch(db);
-    for (const ObjectRuleHistoryData* row : rows) {
-      batch.BeforeRow();
-      BindKey(binder, *row, row->variableName);
-      binder.BindAnew(7, row->history);
-      statement.execDML();
-      batch.AfterRow();
-    }
-    batch.Finish();
+    UpsertHistories(db, kHistoryTable, rowsATransaction, rows);
   });
   NoteChanges(GetDomainId(), rows);
   return StatusOf(outcome);
+}
+
+void KSObjectRuleSql::WriteFlush(const RulePointers& rules, const HistoryPointers& history) {
+  if (rules.empty()) {
+    if (!history.empty()) WriteHistoryRows(history, RowBatch::kAllRows);
+  } else if (!WriteTogether(rules, history)) {
+    WriteApart(rules, history);
+  }
+}
+
+bool KSObjectRuleSql::WriteTogether(const RulePointers& rules, const HistoryPointers& history) {
+  const FSPerformance whole("KSObjectRuleSql", "SetRuleHistoryData");
+  std::optional<FSPerformance> inner;  // made inside the frame, logged after its locks are free
+  const TableOutcome outcome =
+      TableFrame::RunTogether(*this, RuleWrite(), HistoryWrite(), [&](CppSQLite3DB& db) {
+        static const std::string table = std::string(TableFrame::kSecond) + '.' + kHistoryTable;
+        std::vector<ObjectRuleHistoryData> carried;
+        UpsertRules(db, RowBatch::kCallers, rules, carried);
+        inner.emplace("KSObjectRuleSql", "SetRuleHistoryData--inner");
+        UpsertHistories(db, table.c_str(), RowBatch::kCallers, PointersTo(carried));
+        UpsertHistories(db, table.c_str(), RowBatch::kCallers, history);
+      });
+  if (outcome == TableOutcome::kNoTable) return false;
+  NoteChanges(GetDomainId(), rules);
+  NoteChanges(GetDomainId(), history);
+  return true;
+}
+
+void KSObjectRuleSql::WriteApart(const RulePointers& rules, const HistoryPointers& history) {
+  std::vector<ObjectRuleHistoryData> carried;
+  WriteRuleRows(rules, &carried);
+  HistoryPointers rows = PointersTo(carried);
+  rows.insert(rows.end(), history.begin(), history.end());
+  if (!rows.empty()) WriteHistoryRows(rows, RowBatch::kAllRows);
 }
 
 }  // namespace keelstone

@@ -95,14 +95,22 @@ class KEELSTONE_EXPORT KSObjectRuleSql : public CKSDBOperateBase {
                                  const std::string& variableSource, const std::string& variableName,
                                  const std::string& param, Enum_VariableSourceType type);
 
-  // The bodies of the two bulk writers, for rows that lie where they are: what the
-  // write-behind cache flushes is not copied together first. With `histories` the
-  // histories of the written definitions are appended there instead of being written.
-  int WriteRuleRows(const std::vector<const ObjectRuleData*>& rows,
-                    std::vector<ObjectRuleHistoryData>* histories = nullptr);
-  int WriteHistoryRows(const std::vector<const ObjectRuleHistoryData*>& rows);
+  using RulePointers = std::vector<const ObjectRuleData*>;
+  using HistoryPointers = std::vector<const ObjectRuleHistoryData*>;
+  /// What the write-behind cache flushes, rows that lie where they are: `rules`, the
+  /// histories that they carry, then `history`, in one commit over both files, so that a
+  /// rule never is on disk without the history it was learned from. Where one of the files
+  /// refuses, what the other takes is written as the two bulk writers would.
+  void WriteFlush(const RulePointers& rules, const HistoryPointers& history);
 
  private:
+  // With `histories` those of the written definitions are appended there instead of being
+  // written.
+  int WriteRuleRows(const RulePointers& rows,
+                    std::vector<ObjectRuleHistoryData>* histories = nullptr);
+  int WriteHistoryRows(const HistoryPointers& rows, int rowsATransaction);
+  bool WriteTogether(const RulePointers& rules, const HistoryPointers& history);
+  void WriteApart(const RulePointers& rules, const HistoryPointers& history);
   int GetAllSource(std::vector<std::string>& out, Enum_VariableSourceType type);
   int RemoveRuleDefinitionBySource(const std::vector<std::string>& sources,
                                    Enum_VariableSourceType type);

@@ -4,7 +4,7 @@
 
 #include "platform/filesystem.h"
 #include "platform/strings.h"
-#include "storage/table_frame.h"
+#include "storage/data_rows.h"
 
 namespace keelstone {
 
@@ -74,13 +74,19 @@ void KSVariableRuleSql::SpliteKey(std::string_view key, std::string& variableSou
 }
 
 std::string KSVariableRuleSql::ReadRow(const JsonValue& row, RuleDefinitionData& definition) {
-  definition = RuleDefinitionData(row["ruleTypeId"].asInt(), row["variableSourceType"].asInt(),
-                                  row["ruleAlgParameter"].asString(),
-                                  row["variableSource"].asString(), row["variableName"].asString(),
-                                  row["variableDataType"].asInt(), row["param"].asString());
-  definition.enableFlag = row["isInitialEnable"].asBool();
-  definition.enableState = row["isCustomerEnable"].asInt();
+  definition = RuleDefinitionData(
+      IntMember(row, "ruleTypeId"), IntMember(row, "variableSourceType"),
+      TextMember(row, "ruleAlgParameter"), TextMember(row, "variableSource"),
+      TextMember(row, "variableName"), IntMember(row, "variableDataType"),
+      TextMember(row, "param"));
+  definition.enableFlag = BoolMember(row, "isInitialEnable");
+  definition.enableState = IntMember(row, "isCustomerEnable");
   return GenerateKey(definition.variableSource, definition.variableName, definition.variableParam);
+}
+
+void KSVariableRuleSql::RequireRow(const JsonValue& row) {
+  RuleDefinitionData definition;
+  ReadRow(row, definition);
 }
 
 int KSVariableRuleSql::LoadDBData() {
@@ -97,7 +103,8 @@ int KSVariableRuleSql::LoadDBData() {
     std::string key = ReadRow(row, *definition);
     read.insert_or_assign(std::move(key), std::move(definition));
   });
-  if (IsFailure(outcome)) return 0;
+  isLoaded_ = !IsFailure(outcome);
+  if (!isLoaded_) return 0;
   const WriterLock lock(mutex_);
   definitions_.swap(read);
   return 1;
@@ -140,8 +147,14 @@ bool KSVariableRuleSql::IsExistRuleDefinition(const std::string& variableSource,
 }
 
 bool KSVariableRuleSql::AddRuleDefinitions(const std::vector<RuleDefinitionData>& definitions) {
-  const DeferredLog log("KSVariableRuleSql::AddRuleDefinitions", kSource);
+  DeferredLog log("KSVariableRuleSql::AddRuleDefinitions", kSource);
   const MutexLock change(changeMutex_);
+  if (!isLoaded_) {
+    log.Add(kLogError, __LINE__, GetDBFile(kDbVariableRule).c_str(),
+            " could not be read: nothing is added to it", ".");
+    CountFailedWrite();
+    return false;
+  }
   std::vector<std::shared_ptr<const RuleDefinitionData>> added;
   Definitions fresh;
   for (const RuleDefinitionData& definition : definitions) {

@@ -26,7 +26,8 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
   bool InitDB(const std::string& domainId) override;
   /// Reads the table anew: 1 when it was read (a missing file or table is an empty one),
   /// 0 after an error, which leaves what was loaded before. A row that is no JSON object
-  /// is logged and passed over; of two rows with one key the later wins.
+  /// or has a member of the wrong kind is logged and passed over; of two rows with one key
+  /// the later wins.
   int LoadDBData() override;
 
   // A definition is found by source, name and parameter; the source type plays no part.
@@ -45,8 +46,12 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
 
   /// Adds definitions to the table on disk (made when it is missing) and in memory; one
   /// whose key is there already is left out. False, and memory as it was, when the write
-  /// failed (logged and counted).
+  /// failed or the last LoadDBData did (logged and counted): what is not known to be missing
+  /// is not added.
   [[nodiscard]] bool AddRuleDefinitions(const std::vector<RuleDefinitionData>& definitions);
+
+  /// Throws JsonError, naming the member, for a row that would be passed over.
+  static void RequireRow(const JsonValue& row);
 
  private:
   using Definitions = std::map<std::string, std::shared_ptr<const RuleDefinitionData>>;
@@ -63,6 +68,7 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
   // Held while the table is read or extended, so that memory changes in the order of the
   // file; taken before mutex_ and the lock record. Lookups never wait for it.
   Mutex changeMutex_;
+  bool isLoaded_ KS_GUARDED_BY(changeMutex_) = true;  // or never read
   Definitions definitions_ KS_GUARDED_BY(mutex_);
 };
 

@@ -20,13 +20,25 @@ inline constexpr const char* kCreateRules =
     ",isEnable INTEGER NOT NULL ,isDel INTEGER NOT NULL,PRIMARY "
     "KEY(deviceName,interfaceValue,variableSource,param,variableName,variableSourceType))";
 
+// A unit is found by its device, source and param; the primary key would lead through all
+// rows of the device. {0}: the schema.
+inline constexpr const char* kRuleIndex = "KSObjectRuleByUnit";
+inline constexpr const char* kHistoryIndex = "KSObjectHistoryByUnit";
+inline constexpr const char* kIndexRules =
+    "create index if not exists {0}.KSObjectRuleByUnit on KSObjectRule "
+    "(deviceName,variableSource,param,variableSourceType)";
+inline constexpr const char* kIndexHistories =
+    "create index if not exists {0}.KSObjectHistoryByUnit on KSObjectHistory "
+    "(deviceName,variableSource,param,variableSourceType)";
+
 constexpr TableOperation RuleOperation(const char* function,
                                        TableAccess access = TableAccess::kRead) {
   return {.table = kRuleTable,
           .dbType = kDbObjectRule,
           .function = function,
           .source = kObjectRuleSource,
-          .access = access};
+          .access = access,
+          .indexSql = kIndexRules};
 }
 
 constexpr TableOperation HistoryOperation(const char* function,
@@ -35,7 +47,8 @@ constexpr TableOperation HistoryOperation(const char* function,
           .dbType = kDbObjectHistory,
           .function = function,
           .source = kObjectRuleSource,
-          .access = access};
+          .access = access,
+          .indexSql = kIndexHistories};
 }
 
 }  // namespace keelstone

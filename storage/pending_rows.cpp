@@ -81,7 +81,8 @@ std::size_t PendingRows::SlotOf(std::string_view domainId, std::string_view unit
 void PendingRows::Add(const std::string& domainId, const std::string& unitKey,
                       std::vector<ObjectRuleData> rules,
                       std::vector<ObjectRuleHistoryData> history) {
-  const std::size_t count = rules.size() + history.size();
+  const std::size_t ruleCount = rules.size();
+  const std::size_t count = ruleCount + history.size();
   if (count == 0) return;
   PendingUnit unit(std::move(rules), std::move(history));  // indexed before the lock is taken
   unit.slot = SlotOf(domainId, unitKey);
@@ -96,6 +97,7 @@ void PendingRows::Add(const std::string& domainId, const std::string& unitKey,
     domain.open->units.emplace(unitKey, std::move(unit));
   }
   domain.open->rows += count;
+  domain.open->ruleRows += ruleCount;
   openRows_.fetch_add(static_cast<std::int64_t>(count));
 }
 

@@ -49,6 +49,7 @@ struct PendingGeneration {
   std::uint64_t number = 0;  // counts up within the domain, from 1
   std::unordered_map<std::string, PendingUnit, TextHash, std::equal_to<>> units;
   std::size_t rows = 0;
+  std::size_t ruleRows = 0;  // of them
 
   /// The rows in order of unit key, then of arrival: those of one device lie side by side in
   /// the tables too, and sorting them further gains nothing.
@@ -127,8 +128,7 @@ class PendingRows {
 };
 
 /// The right to write one domain's generations up to one number; a second one of the
-/// domain waits until the first has gone. Who holds several takes them in order of the
-/// domain ids. One thread.
+/// domain waits until the first has gone. One thread, which holds one at a time.
 class PendingRows::Flush {
  public:
   Flush(PendingRows& rows, const std::string& domainId, std::uint64_t last);
@@ -136,13 +136,9 @@ class PendingRows::Flush {
   Flush(const Flush&) = delete;
   Flush& operator=(const Flush&) = delete;
 
-  const std::string& DomainId() const noexcept { return domainId_; }
   /// The oldest generation that is left to write; nullptr when there is none. It stays as
   /// it is until DropOldest.
   const PendingGeneration* Oldest() const { return rows_.Oldest(domainId_, last_); }
-  bool IsLast(const PendingGeneration& generation) const noexcept {
-    return generation.number == last_;
-  }
   /// Forgets the oldest generation: its rows are on disk, or lost.
   void DropOldest() { rows_.DropOldest(domainId_); }
 

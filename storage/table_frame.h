@@ -2,9 +2,9 @@
 #define KEELSTONE_STORAGE_TABLE_FRAME_H
 
 #include <functional>
+#include <limits>
 
 #include "platform/cppsqlite3.h"
-#include "platform/json_value.h"
 #include "platform/mutex.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/deferred_log.h"
@@ -26,6 +26,7 @@ struct TableOperation {
   const char* source;
   TableAccess access = TableAccess::kRead;
   const char* createSql = nullptr;   // {0}: the table; makes it when it is missing
+  const char* indexSql = nullptr;    // {0}: the file's schema; makes the index likewise
   const char* failedName = nullptr;  // what "… operate failed." names; else the table
 };
 
@@ -56,6 +57,16 @@ class TableFrame {
   using Body = std::function<void(CppSQLite3DB&)>;
   static TableOutcome Run(const CKSDBOperateBase& table, const TableOperation& operation,
                           const Body& body);
+  /// Runs `body` as one transaction over two databases of the domain: the file of `second`
+  /// is attached as kSecond, made with its table when missing. Holds both lock records,
+  /// taken in the order of the arguments, which must be that of their database types.
+  /// kRan: all is on disk. kFailed: neither file has changed; logged and counted. kNoTable:
+  /// the two cannot share a transaction (the first or its table is missing, one is damaged,
+  /// may not be written or keeps no rollback journal); nothing was written nor logged, and
+  /// the caller works on one after the other.
+  static TableOutcome RunTogether(const CKSDBOperateBase& table, const TableOperation& first,
+                                  const TableOperation& second, const Body& body);
+  static constexpr const char* kSecond = "second";
   /// Runs `work` alone, under the caller's locks: what it throws is logged to `log` and
   /// what it left open on `db` is rolled back. Whether it ran to its end.
   static bool Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
@@ -67,27 +78,29 @@ class TableFrame {
                                 DeferredLog& log);
   static bool Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,
                    DeferredLog& log);
+  static TableOutcome RunBothLocked(CppSQLite3DB& db, const std::string& firstFile,
+                                    const TableOperation& first, const std::string& secondFile,
+                                    const TableOperation& second, const Body& body,
+                                    DeferredLog& log);
 };
 
-/// Hands the column "data" of every row of a settings table to `row`, as JSON objects in
-/// the order of the table. A text that is none is logged with its row and passed over;
-/// what `row` throws ends the reading as kFailed.
-TableOutcome ReadDataRows(const CKSDBOperateBase& table, const TableOperation& operation,
-                          const std::function<void(const JsonValue&)>& row);
-
-/// Groups the rows of one write into transactions of 600: BeforeRow and AfterRow around
-/// each row, Finish after the last. What an error leaves open, the frame rolls back.
+/// Groups the rows of one write into transactions, of 600 unless told: BeforeRow and
+/// AfterRow around each row, Finish after the last. What an error leaves open, the frame rolls back.
 class RowBatch {
  public:
   static constexpr int kRows = 600;
+  static constexpr int kAllRows = std::numeric_limits<int>::max();  // one transaction
+  static constexpr int kCallers = 0;  // the caller has begun one and commits it
 
-  explicit RowBatch(CppSQLite3DB& db) : db_(db) {}
+  explicit RowBatch(CppSQLite3DB& db, int rowsATransaction = kRows)
+      : db_(db), limit_(rowsATransaction) {}
   void BeforeRow();
   void AfterRow();
   void Finish();
 
  private:
   CppSQLite3DB& db_;
+  int limit_;
   int rows_ = 0;
 };
 
