@@ -207,11 +207,19 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
 }
 
 void KSRuleInstance::Evaluation::SerializeLocalDB() {
-  if (pendingRules_.empty() && pendingHistories_.empty()) return;
-  mayBeShared_ = true;
-  DBWriteWrapper::Instance()->CacheData(subject_.domainId, subject_.deviceName,
-                                        std::exchange(pendingRules_, {}),
-                                        std::exchange(pendingHistories_, {}));
+  DBWriteWrapper* const cache = DBWriteWrapper::Instance();
+  std::shared_ptr<HandedRows> handed;
+  if (!pendingRules_.empty() || !pendingHistories_.empty()) {
+    mayBeShared_ = true;
+    // First: the rows of an earlier call that these overtake are not handed over again.
+    handed = cache->HandOver(subject_.domainId, subject_.deviceName,
+                             std::exchange(pendingRules_, {}),
+                             std::exchange(pendingHistories_, {}));
+  }
+  for (const auto& earlier : handedRows_) {
+    cache->HandOverAgain(subject_.domainId, subject_.deviceName, *earlier);
+  }
+  if (handed != nullptr) handedRows_.push_back(std::move(handed));
 }
 
 // Pending definitions come first, then what was loaded, then the variable rules.

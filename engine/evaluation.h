@@ -154,6 +154,7 @@ class KSRuleInstance::Evaluation {
   bool areHistoriesGiven_ = false;
   std::vector<ObjectRuleData> pendingRules_;
   std::vector<ObjectRuleHistoryData> pendingHistories_;
+  std::vector<std::shared_ptr<HandedRows>> handedRows_;  // one of each SerializeLocalDB
   std::optional<std::set<std::string>> definedVariables_;
   std::set<std::pair<std::string, std::string>> refusedHistories_;  // interface, variable
 

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "platform/json_reader.h"
+#include "platform/logger.h"
 #include "platform/strings.h"
 
 namespace keelstone {

@@ -156,6 +156,29 @@ void DBWriteWrapper::CacheData(const std::string& domainId, const std::string& u
   const std::set<std::string> devices = DevicesOf(rules, history);
   state_->pending.Add(domainId, unitKey, std::move(rules), std::move(history));
   for (const std::string& device : devices) NoteUnitChange(domainId, device);
+  WakeWhenDue();
+}
+
+std::shared_ptr<HandedRows> DBWriteWrapper::HandOver(const std::string& domainId,
+                                                     const std::string& unitKey,
+                                                     std::vector<ObjectRuleData> rules,
+                                                     std::vector<ObjectRuleHistoryData> history) {
+  const std::set<std::string> devices = DevicesOf(rules, history);
+  auto handed =
+      state_->pending.AddKept(domainId, unitKey, std::move(rules), std::move(history));
+  for (const std::string& device : devices) NoteUnitChange(domainId, device);
+  WakeWhenDue();
+  return handed;
+}
+
+void DBWriteWrapper::HandOverAgain(const std::string& domainId, const std::string& unitKey,
+                                   const HandedRows& rows) {
+  state_->pending.AddAgain(domainId, unitKey, rows);
+  NoteUnitChange(domainId, unitKey);  // a unit's key is its device
+  WakeWhenDue();
+}
+
+void DBWriteWrapper::WakeWhenDue() {
   if (state_->pending.OpenRows() < state_->wakeAt) return;
   const MutexLock lock(state_->wakeMutex);
   state_->wake.NotifyAll();

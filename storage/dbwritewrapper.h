@@ -31,6 +31,8 @@ class PendingMark {
   const std::atomic<std::uint32_t>* units_;  // with rows, that fall on the unit's counter
 };
 
+class HandedRows;
+
 /// The write-behind cache in front of the object-rule and history tables. Evaluation
 /// hands rows over and goes on; one worker thread writes them when "CacheSize" rows
 /// (10000) are pending, or every "CacheTime" seconds (60). Both are read from section
@@ -52,6 +54,13 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   /// made to them before they are written is written.
   void CacheData(const std::string& domainId, const std::string& unitKey,
                  std::vector<ObjectRuleData> rules, std::vector<ObjectRuleHistoryData> history);
+  /// The same for rows that the caller may hand over again, as long as it keeps the answer;
+  /// HandOverAgain leaves out the rows whose keys have got newer ones since, from whomever.
+  std::shared_ptr<HandedRows> HandOver(const std::string& domainId, const std::string& unitKey,
+                                       std::vector<ObjectRuleData> rules,
+                                       std::vector<ObjectRuleHistoryData> history);
+  void HandOverAgain(const std::string& domainId, const std::string& unitKey,
+                     const HandedRows& rows);
 
   /// The oldest pending definition of the variable, itself and not a copy; empty when
   /// there is none.
@@ -84,6 +93,7 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   struct State;
   DBWriteWrapper();
   ~DBWriteWrapper() = delete;
+  void WakeWhenDue();
   void Work();
 
   State* state_;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/filesystem.h"
+#include "platform/logger.h"
 #include "platform/strings.h"
 #include "storage/data_rows.h"
 

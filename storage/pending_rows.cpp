@@ -19,27 +19,62 @@ void MoveBehind(Rows& rows, Rows& later) {
 }
 
 template <class Row>
-void PointAt(const std::vector<std::vector<Row>>& batches, std::vector<const Row*>& out) {
+void PointAt(const std::vector<std::shared_ptr<const std::vector<Row>>>& batches,
+             std::vector<const Row*>& out) {
   for (const auto& batch : batches) {
-    for (const Row& row : batch) out.push_back(&row);
+    for (const Row& row : *batch) out.push_back(&row);
   }
+}
+
+template <class Row>
+std::shared_ptr<const std::vector<Row>> BatchOf(std::vector<Row>&& rows) {
+  return std::make_shared<const std::vector<Row>>(std::move(rows));
+}
+
+template <class Row>
+std::shared_ptr<const std::vector<Row>> WithoutOld(const std::vector<Row>& rows,
+                                                   const std::vector<bool>& isOld) {
+  std::vector<Row> left;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (!isOld[i]) left.push_back(rows[i]);
+  }
+  return BatchOf(std::move(left));
+}
+
+bool HasNewer(const PendingUnit& newer, const ObjectRuleData& row) {
+  return std::any_of(row.definitions.begin(), row.definitions.end(), [&](const auto& entry) {
+    return newer.Has(PendingDefinition{&row, &entry}.Key());
+  });
+}
+
+bool HasNewer(const PendingUnit& newer, const ObjectRuleHistoryData& row) {
+  return newer.Has(PendingHistory{&row}.Key());
+}
+
+template <class Row>
+void MarkOld(const PendingUnit& newer, const std::vector<Row>& rows, std::vector<bool>& isOld) {
+  for (std::size_t i = 0; i < rows.size(); ++i) isOld[i] = isOld[i] || HasNewer(newer, rows[i]);
+}
+
+std::string NameOf(const std::string& domainId, const std::string& unitKey) {
+  return std::to_string(domainId.size()) + ' ' + domainId + unitKey;
 }
 
 }  // namespace
 
-PendingUnit::PendingUnit(std::vector<ObjectRuleData> ruleRows,
-                         std::vector<ObjectRuleHistoryData> historyRows) {
-  firstDefinition.Reserve(ruleRows.size());
-  for (const ObjectRuleData& row : ruleRows) {
+PendingUnit::PendingUnit(RuleRowBatch ruleRows, HistoryRowBatch historyRows) {
+  firstDefinition.Reserve(ruleRows->size());
+  for (const ObjectRuleData& row : *ruleRows) {
     for (const auto& entry : row.definitions) {
       if (entry.second != nullptr) firstDefinition.Add({&row, &entry});
     }
   }
-  firstHistory.Reserve(historyRows.size());
-  for (const ObjectRuleHistoryData& row : historyRows) firstHistory.Add({&row});
-  // Moving a vector leaves its rows where they lie.
-  if (!ruleRows.empty()) rules.push_back(std::move(ruleRows));
-  if (!historyRows.empty()) history.push_back(std::move(historyRows));
+  firstHistory.Reserve(historyRows->size());
+  for (const ObjectRuleHistoryData& row : *historyRows) firstHistory.Add({&row});
+  ruleCount = ruleRows->size();
+  historyCount = historyRows->size();
+  if (ruleCount != 0) rules.push_back(std::move(ruleRows));
+  if (historyCount != 0) history.push_back(std::move(historyRows));
 }
 
 void PendingUnit::Append(PendingUnit&& later) {
@@ -47,7 +82,20 @@ void PendingUnit::Append(PendingUnit&& later) {
   MoveBehind(history, later.history);
   firstDefinition.Add(later.firstDefinition);
   firstHistory.Add(later.firstHistory);
+  ruleCount += later.ruleCount;
+  historyCount += later.historyCount;
 }
+
+HandedRows::HandedRows(PendingRows& owner, std::string unit, RuleRowBatch rules,
+                       HistoryRowBatch history)
+    : owner_(owner),
+      unit_(std::move(unit)),
+      rules_(std::move(rules)),
+      history_(std::move(history)),
+      isRuleOld_(rules_->size()),
+      isHistoryOld_(history_->size()) {}
+
+HandedRows::~HandedRows() { owner_.Forget(*this); }
 
 std::vector<const PendingUnit*> PendingGeneration::UnitsInOrder() const {
   std::vector<const decltype(units)::value_type*> entries;
@@ -81,12 +129,61 @@ std::size_t PendingRows::SlotOf(std::string_view domainId, std::string_view unit
 void PendingRows::Add(const std::string& domainId, const std::string& unitKey,
                       std::vector<ObjectRuleData> rules,
                       std::vector<ObjectRuleHistoryData> history) {
-  const std::size_t ruleCount = rules.size();
-  const std::size_t count = ruleCount + history.size();
-  if (count == 0) return;
-  PendingUnit unit(std::move(rules), std::move(history));  // indexed before the lock is taken
-  unit.slot = SlotOf(domainId, unitKey);
+  // Indexed before the lock is taken.
+  PendingUnit unit(BatchOf(std::move(rules)), BatchOf(std::move(history)));
   const WriterLock lock(mutex_);
+  AddUnit(domainId, unitKey, std::move(unit), nullptr);
+}
+
+std::shared_ptr<HandedRows> PendingRows::AddKept(const std::string& domainId,
+                                                 const std::string& unitKey,
+                                                 std::vector<ObjectRuleData> rules,
+                                                 std::vector<ObjectRuleHistoryData> history) {
+  const RuleRowBatch ruleBatch = BatchOf(std::move(rules));
+  const HistoryRowBatch historyBatch = BatchOf(std::move(history));
+  std::shared_ptr<HandedRows> kept(
+      new HandedRows(*this, NameOf(domainId, unitKey), ruleBatch, historyBatch));
+  PendingUnit unit(ruleBatch, historyBatch);
+  const WriterLock lock(mutex_);
+  AddUnit(domainId, unitKey, std::move(unit), nullptr);
+  handed_.emplace(kept->unit_, kept.get());
+  return kept;
+}
+
+void PendingRows::AddAgain(const std::string& domainId, const std::string& unitKey,
+                           const HandedRows& rows) {
+  const WriterLock lock(mutex_);
+  AddUnit(domainId, unitKey,
+          PendingUnit(WithoutOld(*rows.rules_, rows.isRuleOld_),
+                      WithoutOld(*rows.history_, rows.isHistoryOld_)),
+          &rows);
+}
+
+void PendingRows::Overtake(const std::string& unit, const PendingUnit& newer,
+                           const HandedRows* own) {
+  const auto [begin, end] = handed_.equal_range(unit);
+  for (auto entry = begin; entry != end; ++entry) {
+    HandedRows& older = *entry->second;
+    if (&older == own) continue;
+    MarkOld(newer, *older.rules_, older.isRuleOld_);
+    MarkOld(newer, *older.history_, older.isHistoryOld_);
+  }
+}
+
+void PendingRows::Forget(const HandedRows& rows) {
+  const WriterLock lock(mutex_);
+  const auto [begin, end] = handed_.equal_range(rows.unit_);
+  const auto entry = std::find_if(begin, end, [&](const auto& e) { return e.second == &rows; });
+  if (entry != end) handed_.erase(entry);
+}
+
+void PendingRows::AddUnit(const std::string& domainId, const std::string& unitKey,
+                          PendingUnit unit, const HandedRows* own) {
+  const std::size_t ruleCount = unit.ruleCount;
+  const std::size_t count = ruleCount + unit.historyCount;
+  if (count == 0) return;
+  if (!handed_.empty()) Overtake(NameOf(domainId, unitKey), unit, own);
+  unit.slot = SlotOf(domainId, unitKey);
   Domain& domain = domains_.try_emplace(domainId).first->second;
   if (domain.open == nullptr) domain.open = std::make_unique<PendingGeneration>();
   const auto place = domain.open->units.find(unitKey);

@@ -21,17 +21,27 @@
 
 namespace keelstone {
 
+/// Rows that were handed over together; shared by the generation that writes them and by
+/// who may hand them over again.
+using RuleRowBatch = std::shared_ptr<const std::vector<ObjectRuleData>>;
+using HistoryRowBatch = std::shared_ptr<const std::vector<ObjectRuleHistoryData>>;
+
 /// The pending rows of one unit in order of arrival, and the first row of each key. Rows
 /// stay where they lie as long as the unit lives: the indexes point at them.
 struct PendingUnit {
-  std::vector<std::vector<ObjectRuleData>> rules;
-  std::vector<std::vector<ObjectRuleHistoryData>> history;
+  std::vector<RuleRowBatch> rules;
+  std::vector<HistoryRowBatch> history;
   PendingIndex<PendingDefinition> firstDefinition;
   PendingIndex<PendingHistory> firstHistory;
+  std::size_t ruleCount = 0;
+  std::size_t historyCount = 0;
   std::size_t slot = 0;  // of the presence counter
 
   PendingUnit() = default;
-  PendingUnit(std::vector<ObjectRuleData> ruleRows, std::vector<ObjectRuleHistoryData> historyRows);
+  PendingUnit(RuleRowBatch ruleRows, HistoryRowBatch historyRows);
+  bool Has(const PendingKey& key) const {
+    return firstDefinition.Find(key) || firstHistory.Find(key);
+  }
   /// Takes the rows of `later` behind its own.
   void Append(PendingUnit&& later);
 };
@@ -60,6 +70,30 @@ struct PendingGeneration {
   std::vector<const PendingUnit*> UnitsInOrder() const;
 };
 
+class PendingRows;
+
+/// Rows that one caller has handed over and may hand over again, but for those whose keys
+/// have got newer rows since, from whomever: these stand. Its owner drops it; PendingRows
+/// must outlive it. Any thread.
+class HandedRows {
+ public:
+  ~HandedRows();
+  HandedRows(const HandedRows&) = delete;
+  HandedRows& operator=(const HandedRows&) = delete;
+
+ private:
+  friend class PendingRows;
+  HandedRows(PendingRows& owner, std::string unit, RuleRowBatch rules, HistoryRowBatch history);
+
+  PendingRows& owner_;
+  const std::string unit_;  // domain and unit
+  const RuleRowBatch rules_;
+  const HistoryRowBatch history_;
+  // Which rows have been overtaken; guarded by the owner's mutex_.
+  std::vector<bool> isRuleOld_;
+  std::vector<bool> isHistoryOld_;
+};
+
 /// All rows that are not on disk yet: per domain the sealed generations, oldest first,
 /// and the open one. A generation is found by the lookups until it is dropped. Any
 /// thread.
@@ -73,6 +107,11 @@ class PendingRows {
 
   void Add(const std::string& domainId, const std::string& unitKey,
            std::vector<ObjectRuleData> rules, std::vector<ObjectRuleHistoryData> history);
+  /// The same for rows that the caller may hand over again.
+  std::shared_ptr<HandedRows> AddKept(const std::string& domainId, const std::string& unitKey,
+                                      std::vector<ObjectRuleData> rules,
+                                      std::vector<ObjectRuleHistoryData> history);
+  void AddAgain(const std::string& domainId, const std::string& unitKey, const HandedRows& rows);
   /// Rows in open generations.
   std::int64_t OpenRows() const noexcept { return openRows_.load(); }
 
@@ -97,6 +136,7 @@ class PendingRows {
   std::vector<std::pair<std::string, std::uint64_t>> SealAll();
 
  private:
+  friend class HandedRows;
   struct Domain {
     std::deque<std::unique_ptr<PendingGeneration>> sealed;  // oldest first
     std::unique_ptr<PendingGeneration> open;                // empty while it has no rows
@@ -108,6 +148,11 @@ class PendingRows {
   static std::size_t SlotOf(std::string_view domainId, std::string_view unitKey) noexcept;
   template <class Look>
   bool LookUp(std::string_view domainId, std::string_view unitKey, const Look& look) const;
+  void AddUnit(const std::string& domainId, const std::string& unitKey, PendingUnit unit,
+               const HandedRows* own) KS_REQUIRES(mutex_);
+  void Overtake(const std::string& unit, const PendingUnit& newer, const HandedRows* own)
+      KS_REQUIRES(mutex_);
+  void Forget(const HandedRows& rows);
   std::uint64_t SealDomain(Domain& domain) KS_REQUIRES(mutex_);
   const PendingGeneration* Oldest(const std::string& domainId, std::uint64_t last) const;
   void DropOldest(const std::string& domainId);
@@ -118,6 +163,8 @@ class PendingRows {
   // held for look-ups and moves of pointers only.
   mutable SharedMutex mutex_;
   std::map<std::string, Domain, std::less<>> domains_ KS_GUARDED_BY(mutex_);
+  // What may be handed over again, by domain and unit.
+  std::unordered_multimap<std::string, HandedRows*> handed_ KS_GUARDED_BY(mutex_);
   // How many units with rows fall on each slot, over all generations.
   std::array<std::atomic<std::uint32_t>, kSlots> present_{};
   std::atomic<std::int64_t> openRows_{0};
