@@ -20,6 +20,11 @@ constexpr const char* kKey =
     "printf('core-%05d', i/?2), printf('GigabitEthernet0/%02d', i%?2/20), ?3, '', "
     "printf('counter%02d', i%?2%20), 2";
 
+// The same, all on one device.
+constexpr const char* kKeyOnOneDevice =
+    "'core-00000', printf('GigabitEthernet0/%02d', i%?2/20), ?3 || printf('/%05d', i/?2), '', "
+    "printf('counter%02d', i%?2%20), 2";
+
 void Fill(const std::string& file, const std::string& insert, const Fleet& fleet,
           const std::string& text) {
   CppSQLite3DB db;
@@ -47,6 +52,10 @@ std::string Numbered(const char* format, std::size_t number) {
 }  // namespace
 
 std::string FleetDevice(std::size_t index) { return Numbered("core-%05zu", index); }
+
+std::string FleetSource(std::size_t index) {
+  return kFleetSource + Numbered("/%05zu", index);
+}
 
 std::string FleetInterface(std::size_t variable) {
   return Numbered("GigabitEthernet0/%02zu", variable / kInterfaceVariables);
@@ -79,7 +88,7 @@ ObjectDefine FleetObject(std::size_t device, std::size_t variable) {
 
 void StoreFleet(const std::filesystem::path& domainFolder, const Fleet& fleet) {
   RawTables(domainFolder).CreateTables();
-  const std::string key = kKey;
+  const std::string key = fleet.onOneDevice ? kKeyOnOneDevice : kKey;
   Fill((domainFolder / "KSObjectRule.db").string(),
        kRows + ("insert into KSObjectRule select " + key + ",1,'','',0," +
                 std::to_string(kIntEqual) + ",?4,0,0 from n"),

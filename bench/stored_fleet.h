@@ -16,6 +16,7 @@ struct Fleet {
   std::size_t devices = 0;
   std::size_t variables = 100;  // a device
   std::size_t points = 30;      // a history
+  bool onOneDevice = false;     // each of them is a source of the first device instead
 
   std::size_t rows() const noexcept { return devices * variables; }  // of each table
 };
@@ -24,6 +25,8 @@ inline constexpr int kFleetValue = 7;
 inline constexpr const char* kFleetSource = "parser/interfaces";
 
 std::string FleetDevice(std::size_t index);
+/// The source of the fleet's n-th "device" when all are sources of one.
+std::string FleetSource(std::size_t index);
 std::string FleetInterface(std::size_t variable);
 std::string FleetVariable(std::size_t variable);
 /// When the value `index` of a history was taken; further apart than any live interval.

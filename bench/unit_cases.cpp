@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -104,6 +105,48 @@ Rounds PrefetchRounds(const BenchSettings& settings) {
   }};
 }
 
+/// Units of as many devices as sources, or all of one device; the index is there.
+struct Stored {
+  std::shared_ptr<KSObjectRuleSql> table;
+  std::vector<std::shared_ptr<UnitKey>> keys;  // some units, spread over all
+};
+
+Stored StoreUnits(const BenchSettings& settings, const char* domain, const Fleet& fleet,
+                  std::size_t units) {
+  StoreFleet(settings.root.DomainFolder(domain), fleet);
+  Stored stored;
+  stored.table = KSDomainDataManager::Instance()->GetKSDataManager(domain)->GetObjectRuleTable();
+  // The first writing to a file makes its index.
+  stored.table->SetRuleAlgParam(std::vector<ObjectRuleData>());
+  stored.table->SetRuleHistoryData(std::vector<ObjectRuleHistoryData>());
+  for (std::size_t i = 0; i < units; ++i) {
+    const std::size_t unit = i * fleet.devices / units;
+    stored.keys.push_back(
+        fleet.onOneDevice ? std::make_shared<UnitKey>(FleetDevice(0), FleetSource(unit), "")
+                          : std::make_shared<UnitKey>(FleetDevice(unit), kFleetSource, ""));
+  }
+  return stored;
+}
+
+Rounds SourcesRounds(const BenchSettings& settings, std::size_t sources) {
+  Fleet fleet{.devices = settings.brief ? 20 : sources, .variables = 10, .points = 5};
+  const std::size_t units = std::min<std::size_t>(fleet.devices, 1000);
+  const Stored devices = StoreUnits(settings, "many-devices", fleet, units);
+  fleet.onOneDevice = true;
+  const Stored one = StoreUnits(settings, "one-device", fleet, units);
+  return {.round = [=] {
+    std::size_t ofOne = 0;
+    std::size_t ofMany = 0;
+    const Sample sample = TimeInTurn(
+        Clock::kWall, units, [&] { ofOne = Prefetch(one.table, one.keys); },
+        [&] { ofMany = Prefetch(devices.table, devices.keys); });
+    if (ofOne != 2 * units * fleet.variables || ofMany != ofOne) {
+      throw std::runtime_error("not prefetched");
+    }
+    return sample;
+  }};
+}
+
 }  // namespace
 
 void AddUnitCases(BenchCases& cases) {
@@ -124,6 +167,21 @@ void AddUnitCases(BenchCases& cases) {
                    .beyond = 0.8,
                    .rounds = kLeastRounds,
                    .make = PrefetchRounds});
+  const auto addSources = [&](const char* name, const char* what, std::size_t sources) {
+    cases.push_back({.number = "7",
+                     .name = name,
+                     .ours = what,
+                     .reference = "the same on as many devices",
+                     .unit = "ns/unit",
+                     .goal = 1.5,
+                     .beyond = 1.1,
+                     .rounds = kLeastRounds,
+                     .make = [sources](const BenchSettings& settings) {
+                       return SourcesRounds(settings, sources);
+                     }});
+  };
+  addSources("prefetch/sources-1000", "load of 1,000 units, all of one device", 1000);
+  addSources("prefetch/sources-100000", "load of 1,000 of 100,000 units of one device", 100'000);
 }
 
 }  // namespace keelstone::bench

@@ -76,14 +76,6 @@ std::string RuleRowFault(CppSQLite3DB& source) {
   return {};
 }
 
-void RequireInterfaceName(const JsonValue& row) {
-  for (const char* member : {"name", "alias"}) {
-    ReadMember(row, member, [](const JsonValue& value) {
-      if (!value.isString()) throw JsonError("it is no text");
-    });
-  }
-}
-
 DeliveredTable ExpectedTable(int dbType) {
   switch (dbType) {
     case kDbGlobalSetting:
@@ -101,9 +93,7 @@ DeliveredTable ExpectedTable(int dbType) {
     case kDbObjectRule:
       return {kRuleTable, kRuleColumns, RuleRowFault};
     default:
-      return {"KSInterfaceType", kSettingColumns, [](CppSQLite3DB& source) {
-                return DataRowFault(source, "KSInterfaceType", RequireInterfaceName);
-              }};
+      return {"KSInterfaceType", kSettingColumns};
   }
 }
 

@@ -17,7 +17,7 @@ namespace keelstone::testing {
 class Merge : public ::testing::Test {
  protected:
   std::string Path(const std::string& name) const { return (root.path() / name).string(); }
-  /// A settings database with `rows` rows of `text`.
+  /// A settings database with `rows` rows of `text`, in an object unless it is one.
   std::string MakeSettings(const std::string& name, const std::string& text, int rows = 3,
                            const std::string& table = "KSBlockSetting") const {
     Execute(
@@ -26,7 +26,8 @@ class Merge : public ::testing::Test {
          "create table " + table + " (id INTEGER PRIMARY KEY, data TEXT)",
          "insert into " + table +
              " (data) with recursive n(i) as (select 1 union all select i + 1 from n where i < " +
-             std::to_string(rows) + ") select '" + text + "' from n"});
+             std::to_string(rows) + ") select '" +
+             (text.starts_with('{') ? text : kBefore + text + kBehind) + "' from n"});
     return Path(name);
   }
   /// The only text that all rows hold; "mixed", "" for none, or why the file is no database.
@@ -35,7 +36,9 @@ class Merge : public ::testing::Test {
     try {
       if (Ask(file, "pragma integrity_check") != "ok") return "damaged";
       if (Ask(file, "select count(distinct data) from " + table) != "1") return "mixed";
-      return Ask(file, "select data from " + table);
+      const std::string text = Ask(file, "select data from " + table);
+      if (!text.starts_with(kBefore)) return text;
+      return text.substr(kBefore.size(), text.size() - kBefore.size() - kBehind.size());
     } catch (const CppSQLite3Exception& error) {
       return error.errorMessage();
     }
@@ -52,6 +55,8 @@ class Merge : public ::testing::Test {
     return count;
   }
 
+  inline static const std::string kBefore = R"({"text":")";
+  inline static const std::string kBehind = R"("})";
   TempRoot root;
   std::string domain = ::testing::UnitTest::GetInstance()->current_test_info()->name();
 };

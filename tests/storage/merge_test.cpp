@@ -65,6 +65,12 @@ TEST_F(Merge, ASourceThatCannotBeTakenOverChangesNothing) {
   Execute(Path("other columns.db"),
           {"create table KSBlockSetting (id INTEGER PRIMARY KEY, text TEXT)",
            "create table KSObjectRule (deviceName TEXT, variableName TEXT)"});
+  Execute(Path("bad rows.db"),
+          {"create table KSBlockSetting (id INTEGER PRIMARY KEY, data TEXT)",
+           R"(insert into KSBlockSetting values (5, '{}'), (9, '{"blockTimeEnd":"noon"}'))",
+           std::string(kCreateRuleTable),
+           "insert into KSObjectRule values ('d','','s','','v',2,1,'','',0,7,'new',0,0),"
+           "('d','','s','','w',2,1,'','',0,'seven','new',0,0)"});
   fs::create_directory(Path("folder.db"));
   fs::create_hard_link(own, Path("own/hard link.db"));
   fs::create_symlink(own, Path("own/symbolic link.db"));
@@ -77,7 +83,8 @@ TEST_F(Merge, ASourceThatCannotBeTakenOverChangesNothing) {
   std::uint64_t failures = GetFailedWriteCount();
   for (const std::string& from :
        {std::string(), Path("missing.db"), Path("text.db"), Path("cut.db"), Path("empty.db"),
-        Path("other table.db"), Path("other columns.db"), Path("folder.db"), own,
+        Path("other table.db"), Path("other columns.db"), Path("bad rows.db"), Path("folder.db"),
+        own,
         Path("own/../own/settings.db"), Path("own/hard link.db"), Path("own/symbolic link.db")}) {
     SCOPED_TRACE(from);
     EXPECT_FALSE(Deliver(from, own));
@@ -95,6 +102,9 @@ TEST_F(Merge, ASourceThatCannotBeTakenOverChangesNothing) {
   EXPECT_EQ(FilesIn("own"), files);
   EXPECT_TRUE(log.Has("Failed to copy database from " + Path("other table.db") + " to " + own +
                       ", error: it has no table KSBlockSetting"));
+  EXPECT_TRUE(log.Has("Failed to copy database from " + Path("bad rows.db") + " to " + own +
+                      ", error: row 9 of KSBlockSetting: its member \"blockTimeEnd\": "));
+  EXPECT_TRUE(log.Has("row 2 of KSObjectRule: its column ruleTypeId holds \"seven\""));
   for (const LogCapture::Line& line : log.Lines()) {
     if (line.module != "FS_AllRD") continue;
     EXPECT_EQ(line.function, "FSKSDataSyncManager::OverWriteDBFile");

@@ -78,18 +78,38 @@ TEST_F(VariableRules, RowsThatAreNoObjectsArePassedOverWithTheirId) {
   const LogCapture log(kLogError);
   ASSERT_EQ(Load({"{", R"({"variableSource":"s","variableName":"v"})", "[1]", ""}), 1);
   EXPECT_TRUE(table.IsExistRuleDefinition("s", "v", kVariableSourceParser));
-  EXPECT_THAT(log.Messages(), ElementsAre(HasSubstr("KSVariableRule: row 1 "), HasSubstr("row 3 "),
-                                          HasSubstr("row 4 ")));
+  EXPECT_THAT(log.Messages(),
+              ElementsAre(HasSubstr("KSVariableRule.db: row 1 of KSVariableRule is passed over: it "
+                                    "holds no JSON object."),
+                          HasSubstr(": row 3 "), HasSubstr(": row 4 ")));
 }
 
-TEST_F(VariableRules, RefusedConversionFailsTheLoadAndKeepsWhatWasThere) {
-  ASSERT_EQ(Load({R"({"variableSource":"s","variableName":"v"})"}), 1);
+TEST_F(VariableRules, ARefusedMemberCostsItsRow) {
   const LogCapture log(kLogError);
-  EXPECT_EQ(Load({R"({"variableSource":"t","variableName":"w","ruleTypeId":"seven"})"}), 0);
-  EXPECT_THAT(log.Messages(), ElementsAre(HasSubstr("c++ exception in rw:"),
-                                          "select * from KSVariableRule operate failed."));
+  EXPECT_EQ(Load({R"({"variableSource":"s","variableName":"v"})",
+                  R"({"variableSource":"t","variableName":"w","ruleTypeId":"seven"})",
+                  R"({"variableSource":"s","variableName":"x"})"}),
+            1);
+  EXPECT_THAT(log.Messages(),
+              ElementsAre(HasSubstr("KSVariableRule.db: row 2 of KSVariableRule is passed over: its "
+                                    "member \"ruleTypeId\": ")));
   EXPECT_TRUE(table.IsExistRuleDefinition("s", "v", kVariableSourceParser));
   EXPECT_FALSE(table.IsExistRuleDefinition("t", "w", kVariableSourceParser));
+  EXPECT_TRUE(table.IsExistRuleDefinition("s", "x", kVariableSourceParser));
+}
+
+TEST_F(VariableRules, NothingIsAddedToATableThatDidNotLoad) {
+  const std::string file = table.GetDBFile(kDbVariableRule);
+  ASSERT_EQ(Load({R"({"variableSource":"s","variableName":"v"})"}), 1);
+  Execute(file, {"alter table KSVariableRule rename column data to text"});
+  const LogCapture log(kLogError);
+  EXPECT_EQ(table.LoadDBData(), 0);
+  Execute(file, {"alter table KSVariableRule rename column text to data"});
+  EXPECT_FALSE(table.AddRuleDefinitions({RuleDefinitionData(kIntLEQ, 2, "", "s", "w", 2, "")}));
+  EXPECT_TRUE(log.Has(file + " could not be read: nothing is added to it."));
+  EXPECT_EQ(Ask(file, "select count(*) from KSVariableRule"), "1");
+  ASSERT_EQ(table.LoadDBData(), 1);
+  EXPECT_TRUE(table.AddRuleDefinitions({RuleDefinitionData(kIntLEQ, 2, "", "s", "w", 2, "")}));
 }
 
 TEST_F(VariableRules, AddedDefinitionsAreFoundAtOnceAndAfterReading) {
@@ -127,11 +147,14 @@ TEST_F(BlockSettings, PeriodsOfADeviceComeInTableOrder) {
                 {R"({"nodes":[{"deviceName":"a"},{"deviceName":"b"}],
                      "blockTimeStart":20,"blockTimeEnd":10})",
                  R"({"nodes":"a","blockTimeStart":1,"blockTimeEnd":2})", "nothing",
+                 R"({"nodes":[{"deviceName":"a"}],"blockTimeStart":[1],"blockTimeEnd":2})",
+                 R"({"nodes":[{"deviceName":"a"},{"deviceName":{}}]})",
                  R"({"nodes":[{"deviceName":"a"}],"blockTimeStart":5,
                      "blockTimeEnd":9223372036854775807})"});
   const LogCapture log(kLogError);
   ASSERT_EQ(table.LoadDBData(), 1);
-  EXPECT_EQ(log.Messages().size(), 1U);
+  EXPECT_THAT(log.Messages(), ElementsAre(HasSubstr(": row 3 "), HasSubstr("\"blockTimeStart\""),
+                                          HasSubstr("\"nodes\": its member \"deviceName\"")));
   std::vector<std::pair<std::int64_t, std::int64_t>> out;
   const ObjectDefine a = Object("a");
   const ObjectDefine upper = Object("A");
@@ -169,16 +192,23 @@ TEST_F(GlobalSettings, DefaultsStandBeforeAndWithoutATable) {
 }
 
 TEST_F(GlobalSettings, RowsSetTheirValuesAndTheLaterOfTwoWins) {
+  const LogCapture log(kLogError);
   ASSERT_EQ(Load({R"({"name":"KSRuleType","value":[1,2]})",
                   R"({"name":"KSGeneralSetting","value":{"intRange":{"dataCountHistory":12}}})",
                   R"({"name":"KSInterfaceFilter","value":{"value":["lo","null0","lo"]}})",
                   R"({"name":"KSTableCountLimit","value":1})",
                   R"({"name":"KSTableCountLimit","value":17})",
                   R"({"name":"KSStrRowCountLimit","value":18})",
+                  R"({"name":"KSStrRowCountLimit","value":"many"})",
+                  R"({"name":"KSInterfaceFilter","value":{"value":["eth0",{}]}})",
                   R"({"name":"KSDynamicRuleStatus","value":"false"})",
                   R"({"name":"EnableKSFunction","value":"TRUE"})", "broken",
                   R"({"name":"ksTableCountLimit","value":3})"}),
             1);
+  EXPECT_THAT(
+      log.Messages(),
+      ElementsAre(HasSubstr("\"KSStrRowCountLimit\""), HasSubstr("\"KSInterfaceFilter\""),
+                  HasSubstr(": row 11 of KSGlobalSetting is passed over: it holds no JSON object")));
   EXPECT_EQ(table.GetRuleTypeJson(), "[1,2]");
   EXPECT_EQ(table.GetGeneralSettingJson(), R"({"intRange":{"dataCountHistory":12}})");
   EXPECT_EQ(table.GetRuleSettings()->HistoryDataCount(kIntRange), 12);

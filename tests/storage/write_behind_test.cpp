@@ -96,6 +96,24 @@ TEST_F(WriteBehind, TheOldestRowOfAKeyIsServedAndTheNewestIsWritten) {
   EXPECT_EQ(OnDisk("v"), "two");
 }
 
+TEST_F(WriteBehind, RowsHandedOverAgainLeaveOutWhatHasGotNewerRowsSince) {
+  auto handed = cache->HandOver(domain, "unit",
+                                {RuleRow("d", "v", Definition("a")), RuleRow("d", "w", Definition("a"))},
+                                {HistoryRow("d", "v", "a"), HistoryRow("d", "w", "a")});
+  EXPECT_EQ(cache->WriteDomain(domain), 4);
+  cache->HandOverAgain(domain, "unit", *handed);
+  EXPECT_EQ(cache->WriteDomain(domain), 4);
+  const auto other = cache->HandOver(domain, "unit", {}, {HistoryRow("d", "w", "b")});
+  EXPECT_EQ(cache->WriteDomain(domain), 1);
+  cache->HandOverAgain(domain, "unit", *handed);
+  EXPECT_EQ(History("v"), "a");
+  EXPECT_EQ(History("w"), "none");
+  cache->HandOverAgain(domain, "unit", *other);
+  handed.reset();
+  EXPECT_EQ(cache->WriteDomain(domain), 3);
+  EXPECT_EQ(OnDisk("w"), "b");
+}
+
 TEST_F(WriteBehind, AUnitsMarkStandsFromHandingOverToDisk) {
   const PendingMark mark = cache->MarkOf(domain, "unit");
   EXPECT_FALSE(mark.MayHaveRows());
