@@ -83,6 +83,8 @@ class BadInputsTest(unittest.TestCase):
             (at / name).write_text(text + ("\n" if text else ""))
         row = "insert into KSVariableRule (data) values ('{}')"
         make_database(at / "other.db", "create table other (a)")
+        make_database(at / "seven.db", RULES % "", row,
+                      """insert into KSVariableRule (data) values ('{"ruleTypeId":"seven"}')""")
         trigger = ("create trigger t after insert on KSVariableRule begin "
                    "delete from KSVariableRule; end")
         make_database(at / "trigger.db", RULES % "", row, trigger)
