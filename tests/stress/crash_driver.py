@@ -64,20 +64,16 @@ class Root:
 
     def __init__(self, program, folder):
         self.program, self.folder = program, folder
-        self.skew = 0  # runs by which the variables of a unit may differ
         settings = folder.parent / "settings.json"
         settings.write_text(json.dumps(SETTINGS))
         subprocess.run([program, "init", "--root", folder, "--settings", settings],
                        check=True, stdout=subprocess.DEVNULL)
 
     def have_worker_write(self):
-        """The write-behind worker then writes beside the flushes between a unit's runs. It
-        writes the histories of changed rules in one batch and the other histories in the
-        next, so that a unit may be found between the two."""
+        """The write-behind worker then writes beside the flushes between a unit's runs."""
         ini = self.folder / "conf" / "fix_frontserver.ini"
         ini.parent.mkdir(parents=True, exist_ok=True)
         ini.write_text("[Keelstone]\nCacheSize=40\nCacheTime=1\n")
-        self.skew = 1
 
     def start(self, lines, *options, stdout=subprocess.DEVNULL):
         source = tempfile.TemporaryFile("w+")
@@ -124,7 +120,7 @@ def newest_runs(root):
     stored = {}
     for unit in UNITS:
         lasts = [ends[unit].get(name, -1) for name in values(unit, 0)]
-        assert max(lasts) - min(lasts) <= root.skew, f"{unit}: a batch in pieces: {ends[unit]}"
+        assert min(lasts) == max(lasts), f"{unit}: a batch in pieces: {ends[unit]}"
         stored[unit] = 1 + min(lasts)
     for (unit, name), (kind, parameter) in root.rules().items():
         assert name in values(unit, 0) and 0 <= kind <= 12, f"{unit} {name}: rule type {kind}"
