@@ -11,6 +11,7 @@
 #include "model/kshistorydata.h"
 #include "model/textruledata.h"
 #include "platform/json_reader.h"
+#include "platform/numbers.h"
 
 namespace keelstone {
 
@@ -18,12 +19,19 @@ namespace {
 
 constexpr std::size_t kLongestHistoryText = 1024;  // bytes of a text that are kept
 
+template <class T>
+JsonValue NumberValue(T value) {
+  return value;
+}
+/// As histories and parameters show it.
+JsonValue NumberValue(float value) { return AsWritten(value); }
+
 template <class Point>
 JsonValue ShortValue(const Point& point) {
   if constexpr (std::is_base_of_v<KSDataPoint<std::string>, Point>) {
     return CutText(point.value, kLongestHistoryText);
   } else {
-    return point.value;
+    return NumberValue(point.value);
   }
 }
 
@@ -49,7 +57,11 @@ template <class Point>
 bool TakeValue(const KSDataBase* point, JsonValue& value) {
   const auto* const typed = dynamic_cast<const Point*>(point);
   if (typed == nullptr) return false;
-  value = typed->value;
+  if constexpr (std::is_base_of_v<KSDataPoint<std::string>, Point>) {
+    value = typed->value;
+  } else {
+    value = NumberValue(typed->value);
+  }
   return true;
 }
 
