@@ -74,8 +74,7 @@ std::shared_ptr<const TableContent> GoldenContent(const IRuleBase& rule) {
   if (expected->golden.time >= 0 && expected->golden.value == expected->hashCmp) {
     return expected->golden.content;
   }
-  const auto history = rule.GetHistoryData();
-  const auto* const tables = dynamic_cast<const TableHistoryData*>(history.get());
+  const auto* const tables = dynamic_cast<const TableHistoryData*>(rule.LentHistory().get());
   if (tables == nullptr) return nullptr;
   const auto& points = tables->points();
   const auto newest = std::find_if(points.rbegin(), points.rend(), [expected](const auto& point) {
@@ -112,13 +111,13 @@ void Explain(const Explainer::Case& judged, KSAlertExplanation& alert) {
       TakeValue<KSDataPoint<double>>(point, alert.observed) ||
       TakeValue<KSDataPoint<std::string>>(point, alert.observed);
 
-  const std::shared_ptr<HistoryDataBase> history = judged.rule.GetHistoryData();
+  const HistoryDataBase* const history = judged.rule.LentHistory().get();
   const bool withoutNewest = judged.isInHistory;
-  TakeHistory<KSDataPoint<std::int64_t>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSDataPoint<float>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSDataPoint<double>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSDataPoint<std::string>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSTableDataPoint>(history.get(), withoutNewest, alert);
+  TakeHistory<KSDataPoint<std::int64_t>>(history, withoutNewest, alert) ||
+      TakeHistory<KSDataPoint<float>>(history, withoutNewest, alert) ||
+      TakeHistory<KSDataPoint<double>>(history, withoutNewest, alert) ||
+      TakeHistory<KSDataPoint<std::string>>(history, withoutNewest, alert) ||
+      TakeHistory<KSTableDataPoint>(history, withoutNewest, alert);
   if (alert.dataType == KSDataTable) alert.table = ChangesOf(judged);
 }
 
