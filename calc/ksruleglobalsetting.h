@@ -158,6 +158,7 @@ class KEELSTONE_EXPORT KSRuleGlobalSetting : public JsonValue {
   explicit KSRuleGlobalSetting(const JsonValue& document) : JsonValue(document) {}
   /// Reads a JSON text; one that does not parse is logged and gives the empty document.
   explicit KSRuleGlobalSetting(const std::string& text);
+  explicit KSRuleGlobalSetting(const char* text) : KSRuleGlobalSetting(std::string(text)) {}
 
   // Each answers a new settings object, empty when a member refused its conversion.
   std::shared_ptr<KSStrEqualRuleSetting> GetStrEqualSetting() const;

@@ -12,10 +12,13 @@
 
 namespace keelstone {
 
-/// A family of learning algorithms. Stateless: any thread.
+/// A family of learning algorithms; can be copied and assigned. It changes nothing of its
+/// own: any thread.
 class KEELSTONE_EXPORT RuleCalculateAlgBase {
  public:
-  explicit RuleCalculateAlgBase(EnumAlgType type) : algType(type) {}
+  explicit RuleCalculateAlgBase(EnumAlgType type) : algType_(type) {}
+  RuleCalculateAlgBase(const RuleCalculateAlgBase&) = default;
+  RuleCalculateAlgBase& operator=(const RuleCalculateAlgBase&) = default;
   virtual ~RuleCalculateAlgBase();
 
   /// The first rule of the family that accepts history and feature, with an empty
@@ -29,7 +32,7 @@ class KEELSTONE_EXPORT RuleCalculateAlgBase {
   /// A new, empty rule; empty when the pair has no class.
   std::shared_ptr<IRuleBase> GetRuleByType(EnumRuleType ruleType, EnumKSDataType dataType) const;
 
-  const EnumAlgType algType;
+  EnumAlgType algType() const { return algType_; }
 
  protected:
   /// The first candidate that accepts; those without a class for the type are passed over.
@@ -39,6 +42,9 @@ class KEELSTONE_EXPORT RuleCalculateAlgBase {
                                           const std::shared_ptr<KSDataFeature>& feature,
                                           EnumKSDataType dataType,
                                           const std::string& domainId) const;
+
+ private:
+  EnumAlgType algType_;
 };
 
 /// Learns rules of numbers. Tries, in this order: equal (which also judges short

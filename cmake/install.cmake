@@ -11,7 +11,7 @@ set(KEELSTONE_PUBLIC_HEADERS
   platform/logger.h platform/mutex.h platform/numbers.h platform/resource_adaptor.h
   platform/text_escape.h platform/thread_wrapper.h
   engine/ksruleinstance.h engine/ksrulerecords.h
-  model/irulebase.h model/ksdatafeature.h model/ksdatapoint.h model/kshistorydata.h
+  model/bounded_regex.h model/irulebase.h model/ksdatafeature.h model/ksdatapoint.h model/kshistorydata.h
   model/ksruledata.h model/ksruleenums.h model/kstabledatapoint.h
   model/textfeature.h model/textruledata.h model/value_counts.h
   calc/ksrulealgmgr.h calc/ksruleglobalsetting.h calc/rulecalculatealg.h calc/rulesettings.h

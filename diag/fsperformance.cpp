@@ -16,9 +16,9 @@ std::int64_t SteadyNanoseconds() {
 
 }  // namespace
 
-FSPerformance::FSPerformance(const char* classLabel, const char* functionLabel, std::string extra)
-    : classLabel_(classLabel),
-      functionLabel_(functionLabel),
+FSPerformance::FSPerformance(std::string classLabel, std::string functionLabel, std::string extra)
+    : classLabel_(std::move(classLabel)),
+      functionLabel_(std::move(functionLabel)),
       extra_(std::move(extra)),
       start_(Logger::Instance().IsOn(kLogInformation) ? SteadyNanoseconds() : -1) {}
 
@@ -26,7 +26,7 @@ FSPerformance::~FSPerformance() {
   if (start_ < 0 || !Logger::Instance().IsOn(kLogInformation)) return;
   const double milliseconds = static_cast<double>(SteadyNanoseconds() - start_) / 1e6;
   KS_LOG("Performance", "FSPerformance::~FSPerformance", "fsperformance", kLogInformation,
-         "%s :: %s Cost %f ms. %s", classLabel_, functionLabel_, milliseconds, extra_.c_str());
+         "%s :: %s Cost %f ms. %s", classLabel_.c_str(), functionLabel_.c_str(), milliseconds, extra_.c_str());
 }
 
 }  // namespace keelstone

@@ -13,14 +13,14 @@ namespace keelstone {
 /// innermost first. While level 1 is off it neither reads the clock nor formats.
 class KEELSTONE_EXPORT FSPerformance {
  public:
-  FSPerformance(const char* classLabel, const char* functionLabel, std::string extra = {});
+  FSPerformance(std::string classLabel, std::string functionLabel, std::string extra = {});
   ~FSPerformance();
   FSPerformance(const FSPerformance&) = delete;
   FSPerformance& operator=(const FSPerformance&) = delete;
 
  private:
-  const char* classLabel_;
-  const char* functionLabel_;
+  std::string classLabel_;
+  std::string functionLabel_;
   std::string extra_;
   std::int64_t start_;  // nanoseconds of the steady clock; -1 when the level was off
 };

@@ -190,8 +190,8 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
   Judgement judgement = MeetRule(variable, definition);
   if (judgement.isHistoryRefused) {
     LogRefusedHistory(variable);
-    // Numbers keep what is stored as it is; strings and tables begin a new history.
-    if (IsNumeric(DataTypeOf(variable))) return true;
+    // A rule of numbers is kept with all that is stored of it; else a new history begins.
+    if (judgement.rule && IsNumeric(DataTypeOf(variable))) return true;
     judgement.history = MakeHistory(DataTypeOf(variable));
   }
   if (variable.dataType == KSDataTable) {
@@ -376,7 +376,7 @@ KSRuleInstance::Evaluation::Judgement KSRuleInstance::Evaluation::MeetRule(
   if (judgement.rule) {
     judgement.rule->InitWithHistory(definition.own, definition.history, subject_.domainId);
     judgement.mayLearn = judgement.mayLearn && judgement.rule->IsDynamic();
-    judgement.history = judgement.rule->GetHistoryData();
+    judgement.history = judgement.rule->LentHistory();
     judgement.isHistoryRefused = !definition.history.empty() && !judgement.rule->GetRuleData();
   } else if (judgement.mayLearn) {
     manager->ReadHistory(definition.history, dataType, judgement.history, judgement.feature);
@@ -409,8 +409,8 @@ void KSRuleInstance::Evaluation::Relearn(const VarInfo& variable, const Definiti
     judgement.goldenChanged = isUpdated && judgement.ruleChanged;
     judgement.rule = learned;
   }
-  if (judgement.rule && judgement.rule->GetHistoryData()) {
-    judgement.rule->GetHistoryData()->AddData(
+  if (judgement.rule && judgement.rule->LentHistory()) {
+    judgement.rule->LentHistory()->AddData(
         point, settings_->HistoryDataCount(judgement.rule->GetType()));
     judgement.historyAdded = true;
   }
@@ -444,9 +444,9 @@ void KSRuleInstance::Evaluation::Conclude(const VarInfo& variable, const Definit
   const bool isRuleCollected = followsValue || definition.isNew || judgement.ruleChanged;
   // The history goes where somebody will read it: into a record that others get to see, or
   // into a row of its own.
-  const std::shared_ptr<HistoryDataBase> history = rule.GetHistoryData();
+  const HistoryDataBase* const history = rule.LentHistory().get();
   std::string historyText;
-  if (history && (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
+  if (history != nullptr && (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
     history->WriteTo(historyText);
   }
   if (judgement.goldenChanged) UpdateKSValueResultItem(variable, rule, own);

@@ -11,6 +11,7 @@
 #include "model/kshistorydata.h"
 #include "model/textruledata.h"
 #include "platform/json_reader.h"
+#include "platform/numbers.h"
 
 namespace keelstone {
 
@@ -18,12 +19,19 @@ namespace {
 
 constexpr std::size_t kLongestHistoryText = 1024;  // bytes of a text that are kept
 
+template <class T>
+JsonValue NumberValue(T value) {
+  return value;
+}
+/// As histories and parameters show it.
+JsonValue NumberValue(float value) { return AsWritten(value); }
+
 template <class Point>
 JsonValue ShortValue(const Point& point) {
   if constexpr (std::is_base_of_v<KSDataPoint<std::string>, Point>) {
     return CutText(point.value, kLongestHistoryText);
   } else {
-    return point.value;
+    return NumberValue(point.value);
   }
 }
 
@@ -49,7 +57,11 @@ template <class Point>
 bool TakeValue(const KSDataBase* point, JsonValue& value) {
   const auto* const typed = dynamic_cast<const Point*>(point);
   if (typed == nullptr) return false;
-  value = typed->value;
+  if constexpr (std::is_base_of_v<KSDataPoint<std::string>, Point>) {
+    value = typed->value;
+  } else {
+    value = NumberValue(typed->value);
+  }
   return true;
 }
 
@@ -62,8 +74,7 @@ std::shared_ptr<const TableContent> GoldenContent(const IRuleBase& rule) {
   if (expected->golden.time >= 0 && expected->golden.value == expected->hashCmp) {
     return expected->golden.content;
   }
-  const auto history = rule.GetHistoryData();
-  const auto* const tables = dynamic_cast<const TableHistoryData*>(history.get());
+  const auto* const tables = dynamic_cast<const TableHistoryData*>(rule.LentHistory().get());
   if (tables == nullptr) return nullptr;
   const auto& points = tables->points();
   const auto newest = std::find_if(points.rbegin(), points.rend(), [expected](const auto& point) {
@@ -100,13 +111,13 @@ void Explain(const Explainer::Case& judged, KSAlertExplanation& alert) {
       TakeValue<KSDataPoint<double>>(point, alert.observed) ||
       TakeValue<KSDataPoint<std::string>>(point, alert.observed);
 
-  const std::shared_ptr<HistoryDataBase> history = judged.rule.GetHistoryData();
+  const HistoryDataBase* const history = judged.rule.LentHistory().get();
   const bool withoutNewest = judged.isInHistory;
-  TakeHistory<KSDataPoint<std::int64_t>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSDataPoint<float>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSDataPoint<double>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSDataPoint<std::string>>(history.get(), withoutNewest, alert) ||
-      TakeHistory<KSTableDataPoint>(history.get(), withoutNewest, alert);
+  TakeHistory<KSDataPoint<std::int64_t>>(history, withoutNewest, alert) ||
+      TakeHistory<KSDataPoint<float>>(history, withoutNewest, alert) ||
+      TakeHistory<KSDataPoint<double>>(history, withoutNewest, alert) ||
+      TakeHistory<KSDataPoint<std::string>>(history, withoutNewest, alert) ||
+      TakeHistory<KSTableDataPoint>(history, withoutNewest, alert);
   if (alert.dataType == KSDataTable) alert.table = ChangesOf(judged);
 }
 

@@ -1,16 +1,19 @@
 #include "host/rule_parameter.h"
 
 #include <array>
-#include <boost/regex.hpp>
 #include <vector>
 
 #include "calc/ksruleglobalsetting.h"
+#include "model/bounded_regex.h"
 
 namespace keelstone::host {
 
 namespace {
 
 enum class MemberKind { kText, kTexts, kNumber, kNumbers, kBool, kPattern };
+
+constexpr const char* kPattern =
+    "a regular expression in Perl's syntax, of at most 256 KiB, without recursion and (*ACCEPT)";
 
 struct Member {
   const char* name;
@@ -72,9 +75,7 @@ const char* Demand(MemberKind kind, const JsonValue& value) {
       break;
   }
   if (!IsText(value)) return "a text";
-  const boost::regex expression(value.stringRef(),
-                                boost::regex::perl | boost::regex::icase | boost::regex::no_except);
-  return expression.status() == 0 ? nullptr : "a regular expression in Perl's syntax";
+  return PatternFault(value.stringRef()).empty() ? nullptr : kPattern;
 }
 
 std::string Named(const char* name) { return std::string("\"") + name + "\""; }

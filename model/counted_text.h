@@ -16,7 +16,7 @@ class TooManySteps : public std::runtime_error {
 };
 
 /// A text whose iterators may take so many steps in all and no more: whatever an algorithm
-/// does to it ends. One thread.
+/// does to it ends. A step is a move or a comparison of two places. One thread.
 class CountedText {
  public:
   /// Borrows the text.
@@ -26,7 +26,7 @@ class CountedText {
 
   class Iterator {
    public:
-    using iterator_category = std::bidirectional_iterator_tag;
+    using iterator_category = std::random_access_iterator_tag;
     using value_type = char;
     using difference_type = std::ptrdiff_t;
     using pointer = const char*;
@@ -34,16 +34,9 @@ class CountedText {
 
     Iterator() = default;
     reference operator*() const { return *at_; }
-    Iterator& operator++() {
-      Count();
-      ++at_;
-      return *this;
-    }
-    Iterator& operator--() {
-      Count();
-      --at_;
-      return *this;
-    }
+    reference operator[](difference_type n) const { return at_[n]; }
+    Iterator& operator++() { return *this += 1; }
+    Iterator& operator--() { return *this -= 1; }
     Iterator operator++(int) {
       const Iterator before = *this;
       ++*this;
@@ -54,14 +47,37 @@ class CountedText {
       --*this;
       return before;
     }
-    friend bool operator==(const Iterator& a, const Iterator& b) { return a.at_ == b.at_; }
-    friend bool operator!=(const Iterator& a, const Iterator& b) { return a.at_ != b.at_; }
+    Iterator& operator+=(difference_type n) {
+      Step();
+      at_ += n;
+      return *this;
+    }
+    Iterator& operator-=(difference_type n) { return *this += -n; }
+    friend Iterator operator+(Iterator a, difference_type n) { return a += n; }
+    friend Iterator operator+(difference_type n, Iterator a) { return a += n; }
+    friend Iterator operator-(Iterator a, difference_type n) { return a -= n; }
+    friend difference_type operator-(const Iterator& a, const Iterator& b) { return a.at_ - b.at_; }
+    friend bool operator==(const Iterator& a, const Iterator& b) {
+      a.Step();
+      return a.at_ == b.at_;
+    }
+    friend bool operator!=(const Iterator& a, const Iterator& b) { return !(a == b); }
+    friend bool operator<(const Iterator& a, const Iterator& b) { return a.at_ < b.at_; }
+    friend bool operator>(const Iterator& a, const Iterator& b) { return b < a; }
+    friend bool operator<=(const Iterator& a, const Iterator& b) { return !(b < a); }
+    friend bool operator>=(const Iterator& a, const Iterator& b) { return !(a < b); }
+
+    /// Counts steps that an algorithm takes elsewhere; the next of its own throws, if they
+    /// are used up.
+    void Spend(std::int64_t steps) const noexcept {
+      if (left_ != nullptr) *left_ -= steps;
+    }
 
    private:
     friend class CountedText;
     Iterator(const char* at, std::int64_t* left) : at_(at), left_(left) {}
-    void Count() const {
-      if (--*left_ < 0) throw TooManySteps();
+    void Step() const {
+      if (left_ != nullptr && --*left_ < 0) throw TooManySteps();
     }
 
     const char* at_ = nullptr;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "model/history_layout.h"
+#include "platform/numbers.h"
 
 namespace keelstone {
 
@@ -40,12 +41,12 @@ void AllowInteger(std::size_t at, std::size_t end, bool isNegative, const Places
 }
 
 /// A real whose digits stand from `at` to `point` and from `decimals` to `end`. False for
-/// one with so many digits that they alone do not tell whether the library writes it so.
+/// one with so many digits that they alone do not tell whether the library writes it so:
+/// up to `mostDigits` each decimal is the text of its own value.
 bool AllowReal(std::string_view text, std::size_t at, std::size_t point, std::size_t end,
-               const Places& places) {
-  constexpr std::size_t kMostDigits = 15;  // each such decimal is the text of its own double
+               std::size_t mostDigits, const Places& places) {
   const std::size_t decimals = point + 1;
-  if (text[point] != '.' || text[end] != '}' || end - at > kMostDigits + 1) return false;
+  if (text[point] != '.' || text[end] != '}' || end - at > mostDigits + 1) return false;
   places.AllowDigits(decimals, end);
   if (end - decimals > 1) places.Allow(end - 1, '1', '9');
   if (text[at] != '0') {
@@ -72,8 +73,7 @@ void AllowText(std::string_view text, std::size_t at, std::size_t end, const Pla
 
 void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
   blocks_ = 0;
-  // How a float is written cannot be told from its digits.
-  if (dataType == KSDataFloat || dataType == KSDataTable) return;
+  if (dataType == KSDataTable) return;
   if (text.size() > kMostBytes || text.size() < sizeof(Bytes)) return;
   std::array<char, kMostBytes> least{};
   std::array<unsigned char, kMostBytes> range{};
@@ -92,10 +92,11 @@ void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
   wholeDigits_ = wholeEnd - whole;
   if (dataType == KSDataInt64) {
     AllowInteger(whole, wholeEnd, isNegative_, places);
-  } else if (dataType == KSDataDouble) {
+  } else if (dataType == KSDataDouble || dataType == KSDataFloat) {
     const std::size_t end = EndOfDigits(text, wholeEnd + 1);
+    const std::size_t mostDigits = dataType == KSDataDouble ? 15 : 7;
     decimals_ = end - wholeEnd - 1;
-    if (!AllowReal(text, whole, wholeEnd, end, places)) return;
+    if (!AllowReal(text, whole, wholeEnd, end, mostDigits, places)) return;
   } else {
     AllowText(text, valueAt_, text.size(), places);
   }
@@ -116,6 +117,12 @@ void ElementShape::Read(const char* element, KSDataPoint<double>& point) const {
       ValueOfDecimal(ReadKnownDigits(whole, wholeDigits_),
                      ReadKnownDigits(whole + wholeDigits_ + 1, decimals_), decimals_);
   point.value = isNegative_ ? -value : value;
+}
+
+void ElementShape::Read(const char* element, KSDataPoint<float>& point) const {
+  KSDataPoint<double> wide;
+  Read(element, wide);
+  point = KSDataPoint<float>(wide.time, NarrowToFloat(wide.value));
 }
 
 template <std::size_t kBlocks>

@@ -35,6 +35,7 @@ class ElementShape {
     point.value = ReadInteger(element + valueAt_, wholeDigits_, isNegative_);
   }
   void Read(const char* element, KSDataPoint<double>& point) const;
+  void Read(const char* element, KSDataPoint<float>& point) const;
 
  private:
   using Bytes = unsigned char __attribute__((vector_size(16)));

@@ -4,6 +4,27 @@
 
 namespace keelstone {
 
+// Both rules share the history from now on, and either may add to it.
+IRuleBase::IRuleBase(const IRuleBase& other)
+    : history_(other.GetHistoryData()),
+      ruleData_(other.ruleData_),
+      feature_(other.feature_),
+      ruleDefine_(other.ruleDefine_),
+      domainId_(other.domainId_),
+      ruleType_(other.ruleType_) {}
+
+IRuleBase& IRuleBase::operator=(const IRuleBase& other) {
+  if (this == &other) return *this;
+  history_ = other.GetHistoryData();
+  ruleData_ = other.ruleData_;
+  feature_ = other.feature_;
+  isFeatureDue_ = false;
+  ruleDefine_ = other.ruleDefine_;
+  domainId_ = other.domainId_;
+  ruleType_ = other.ruleType_;
+  return *this;
+}
+
 IRuleBase::~IRuleBase() = default;
 
 void IRuleBase::Init(const std::shared_ptr<RuleDefinitionData>&, const std::string&) {}
@@ -33,6 +54,11 @@ void IRuleBase::SetHistoryAndDataFeature(const std::shared_ptr<RuleDefinitionDat
   history_ = history;
   feature_ = feature;
   isFeatureDue_ = false;
+}
+
+std::shared_ptr<HistoryDataBase> IRuleBase::GetHistoryData() const {
+  GetDataFeature();
+  return history_;
 }
 
 std::shared_ptr<KSDataFeature> IRuleBase::GetDataFeature() const {

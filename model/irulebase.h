@@ -27,8 +27,8 @@ namespace keelstone {
 class KEELSTONE_EXPORT IRuleBase {
  public:
   explicit IRuleBase(EnumRuleType type) : ruleType_(type) {}
-  IRuleBase(const IRuleBase&) = default;
-  IRuleBase& operator=(const IRuleBase&) = default;
+  IRuleBase(const IRuleBase& other);
+  IRuleBase& operator=(const IRuleBase& other);
   virtual ~IRuleBase();
 
   /// Builds the rule from a stored definition. When the history text is refused the rule
@@ -66,9 +66,13 @@ class KEELSTONE_EXPORT IRuleBase {
                                 const std::shared_ptr<HistoryDataBase>& history,
                                 const std::shared_ptr<KSDataFeature>& feature);
   std::shared_ptr<KSRuleDataBase> GetRuleData() const { return ruleData_; }
-  std::shared_ptr<HistoryDataBase> GetHistoryData() const { return history_; }
-  /// The statistics over the history. Those of a stored rule are calculated when they are
-  /// first asked for: most values are only checked.
+  std::shared_ptr<HistoryDataBase> GetHistoryData() const;
+  /// GetHistoryData without a share in it, for whoever adds nothing before the statistics
+  /// were asked for, if they are to be.
+  const std::shared_ptr<HistoryDataBase>& LentHistory() const { return history_; }
+  /// The statistics over the history as it was when the rule was made of it, whatever joins
+  /// later. They are calculated when somebody asks for them or could add to the history:
+  /// most values are only checked.
   std::shared_ptr<KSDataFeature> GetDataFeature() const;
   /// Number of points; 0 without a history. (The name is part of the interface as it is
   /// spelled.)

@@ -52,8 +52,7 @@ std::size_t EndOfElements(std::string_view list, std::size_t& count, bool mayHol
 }
 
 template <class Point>
-constexpr bool kHasShapes =
-    std::is_same_v<Point, KSDataPoint<std::int64_t>> || std::is_same_v<Point, KSDataPoint<double>>;
+constexpr bool kHasShapes = !kIsText<Point>;
 
 /// Reads elements up to the last one that no comma follows; false at the first that is not
 /// of the library's own layout.

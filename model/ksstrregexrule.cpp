@@ -1,15 +1,11 @@
 #include "model/ksstrregexrule.h"
 
-// States of one search, beyond which Boost gives it up; its own bound leaves seconds.
-#define BOOST_REGEX_MAX_STATE_COUNT 30000000
-
 #include <boost/exception/exception.hpp>
-#include <boost/regex.hpp>
 #include <cstddef>
-#include <cstdint>
 #include <exception>
+#include <optional>
 
-#include "model/counted_text.h"
+#include "model/bounded_regex.h"
 #include "platform/logger.h"
 
 namespace keelstone {
@@ -22,37 +18,30 @@ constexpr const char* kModule = "FS_Keelstone";
 constexpr const char* kFunction = "KSStrRegexRule::StrIsMatch";
 constexpr const char* kSourceFile = "ksstrregexrule";
 
-// The time to compile a pattern grows with the square of its length.
-constexpr std::size_t kLongestPattern = std::size_t{256} * 1024;
+constexpr std::size_t kLongestKept = std::size_t{1} << 20U;  // bytes of a value
 
-// Boost bounds the states of a search by the squares of the text's and of the pattern's
-// length too, which for long ones leaves hours. What exceeds these is searched step by
-// counted step, and there Boost's bound is a constant.
-constexpr std::size_t kLongText = 16 * 1024;
-constexpr double kManyStates = BOOST_REGEX_MAX_STATE_COUNT;
-constexpr std::int64_t kMostSteps = 50'000'000;
-constexpr std::int64_t kStepsPerByte = 4;
+/// The last search of a thread. Values of one rule mostly come one after the other, and each
+/// is searched twice: for the golden value and for the alert.
+struct LastSearch {
+  std::optional<BoundedRegex> expression;
+  std::string pattern;
+  std::string value;
+  std::string failure;  // why the value could not be searched
+  bool isSearched = false;
+  bool isMatch = false;
+};
 
-/// Whether the verb stands in the pattern: in a group that repeats it has Boost go round
-/// for ever, where nothing counts.
-bool HoldsAccept(const std::string& pattern) {
-  for (std::size_t at = pattern.find("(*A"); at != std::string::npos;
-       at = pattern.find("(*A", at + 1)) {
-    std::size_t escapes = 0;
-    while (escapes < at && pattern[at - escapes - 1] == '\\') ++escapes;
-    if (escapes % 2 == 0) return true;
+void Search(const std::string& value, LastSearch& last) {
+  last.isMatch = false;
+  last.failure = last.expression->fault();
+  if (!last.failure.empty()) return;
+  try {
+    last.isMatch = last.expression->IsIn(value);
+  } catch (const boost::exception&) {
+    last.failure = "regex catch boost exception";
+  } catch (const std::exception& error) {
+    last.failure = std::string("regex catch std exception: ") + error.what();
   }
-  return false;
-}
-
-bool Search(const std::string& value, const boost::regex& expression) {
-  const auto length = static_cast<double>(expression.size());
-  const double states = static_cast<double>(value.size()) * length * length;
-  if (value.size() <= kLongText && states <= kManyStates) {
-    return boost::regex_search(value, expression);
-  }
-  CountedText text(value, kMostSteps + kStepsPerByte * static_cast<std::int64_t>(value.size()));
-  return boost::regex_search(text.begin(), text.end(), expression);
 }
 
 }  // namespace
@@ -63,32 +52,30 @@ void KSStrRegexRule::LogRefusedHistory(const std::string& text) const {
 }
 
 bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pattern) {
-  if (pattern.size() > kLongestPattern) {
-    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex pattern of %zu bytes is too long",
-           pattern.size());
-    return false;
-  }
-  if (HoldsAccept(pattern)) {
-    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex pattern holds the verb (*ACCEPT)");
-    return false;
-  }
+  thread_local LastSearch last;
   try {
-    const boost::regex expression(
-        pattern, boost::regex::perl | boost::regex::icase | boost::regex::no_except);
-    if (expression.status() != 0) {
-      KS_LOG(kModule, kFunction, kSourceFile, kLogError, "boost::regex initial catch exception: %d",
-             static_cast<int>(expression.status()));
-      return false;
+    if (!last.expression || last.pattern != pattern) {
+      last = LastSearch();
+      last.expression.emplace(pattern);
+      last.pattern = pattern;
     }
-    return Search(value, expression);
-  } catch (const boost::exception&) {
-    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex catch boost exception");
+    if (!last.isSearched || last.value != value) {
+      last.isSearched = false;
+      Search(value, last);
+      if (value.size() > kLongestKept) {
+        last.value = std::string();
+      } else {
+        last.value = value;
+        last.isSearched = true;
+      }
+    }
   } catch (const std::exception& error) {
-    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex catch std exception: %s",
-           error.what());
-  } catch (...) {
-    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex catch exception");
+    // Only for want of memory.
+    last = LastSearch();
+    last.failure = std::string("regex catch std exception: ") + error.what();
   }
+  if (last.failure.empty()) return last.isMatch;
+  KS_LOG(kModule, kFunction, kSourceFile, kLogError, "%s", last.failure.c_str());
   return false;
 }
 

@@ -9,9 +9,9 @@
 namespace keelstone {
 
 /// The text should match a regular expression somewhere (Perl syntax, letter case does not
-/// count). Prescribed only; the pattern is the rule's parameter. A pattern that does not
-/// compile, is longer than 256 KiB, holds the verb (*ACCEPT), or is too costly on a text, is
-/// logged and counts as no match; a text costs no more than about a second.
+/// count). Prescribed only; the pattern is the rule's parameter. A pattern that PatternFault
+/// names, or that is too costly on a text, is logged and counts as no match; a text costs no
+/// more than about a second.
 class KSStrRegexRule final : public TextRule<StrHisotryData, KSStringDataFeature, StrEqualData> {
  public:
   explicit KSStrRegexRule(EnumRuleType type = kStrRegex) : TextRule(type) {}

@@ -80,9 +80,7 @@ struct NumericTraits<float> : RealTraits<float> {
     if (!std::isfinite(number)) throw JsonError("a number beyond single precision");
     return number;
   }
-  static void Append(std::string& text, float value) {
-    AppendNumber(text, static_cast<double>(value));
-  }
+  static void Append(std::string& text, float value) { AppendNumber(text, value); }
 };
 
 template <>

@@ -25,22 +25,30 @@ static_assert(FLT_EVAL_METHOD == 0, "a quotient must be rounded to double at onc
 
 constexpr double kLeastPlain = 1e-4;  // what is smaller is written with an exponent
 
-/// Whether the decimal is what `value` is written as: it reads as `value`, is the nearest
-/// of its length, and no shorter one reads so. False when that is too close to tell.
-bool IsWrittenAs(double value, std::uint64_t digits, double power) {
+// From a thousandth on, the same is true of decimals of up to 7 digits and floats. No float
+// needs more than 9.
+constexpr std::uint64_t kShortFloatDigits = 10'000'000U;
+constexpr float kLeastShortFloat = 1e-3F;
+constexpr std::uint64_t kFloatDigits = 1'000'000'000U;
+
+/// Whether a decimal of up to 9 digits that reads as the float `value` is what it is
+/// written as: the nearest of its length, and no shorter one reads so. False when that is
+/// too close to tell.
+bool IsWrittenAs(float value, std::uint64_t digits, double power) {
   // All in units of the last digit. The product is exact: a rounded one and its rest.
-  const double product = value * power;
-  const double rest = std::fma(value, power, -product);
-  const auto whole = static_cast<std::int64_t>(product);
-  const double off = static_cast<double>(whole - static_cast<std::int64_t>(digits)) +
-                     (product - static_cast<double>(whole)) + rest;
-  // How far from `value` a text still reads as it; below it is half as far at the least.
-  const auto next = std::bit_cast<double>(std::bit_cast<std::uint64_t>(value) + 1);
-  const double reach = (next - value) / 2 * power;
-  if (std::fabs(off) > 0.49 || std::fabs(off) > 0.49 * reach) return false;
+  const auto wide = static_cast<double>(value);
+  const double product = wide * power;
+  const double rest = std::fma(wide, power, -product);
+  const double off = (product - static_cast<double>(digits)) + rest;
+  // How far from the value a text may read as it.
+  const auto next = std::bit_cast<float>(std::bit_cast<std::uint32_t>(value) + 1);
+  const double reach = (static_cast<double>(next) - wide) / 2 * power;
   const auto last = static_cast<double>(digits % 10);
-  return last + off > 1.01 * reach && 10 - last - off > 1.01 * reach;
+  return std::fabs(off) < 0.49 && last + off > 1.01 * reach && 10 - last - off > 1.01 * reach;
 }
+
+double Narrow(double value, double* /*as*/) { return value; }
+float Narrow(double value, float* /*as*/) { return NarrowToFloat(value); }
 
 /// Whether these characters need no escapes between quotes.
 bool StandsAsItIs(const char* first, const char* end) {
@@ -103,31 +111,29 @@ bool OwnTextReader::Read(double& value) {
   return ReadAnyReal(value);
 }
 
-// Floats are written with all the digits of a double, mostly 17.
 bool OwnTextReader::Read(float& value) {
   const char* const before = next_;
   Decimal decimal;
-  if (ReadDecimal(decimal) && decimal.digits >= kShortDigits) {
+  if (ReadDecimal(decimal) && decimal.digits < kFloatDigits) {
     const double power = kRealPowersOfTen[decimal.decimals];
     const float magnitude = NarrowToFloat(static_cast<double>(decimal.digits) / power);
-    if (static_cast<double>(magnitude) >= kLeastPlain &&
-        IsWrittenAs(static_cast<double>(magnitude), decimal.digits, power)) {
+    const bool isShort = decimal.digits < kShortFloatDigits && magnitude >= kLeastShortFloat;
+    if (decimal.digits == 0 || isShort ||
+        (magnitude >= kLeastShortFloat && IsWrittenAs(magnitude, decimal.digits, power))) {
       value = decimal.negative ? -magnitude : magnitude;
       return true;
     }
   }
   next_ = before;
-  double wide = 0.0;
-  if (!Read(wide)) return false;
-  value = NarrowToFloat(wide);
-  // What is no float is written otherwise than it was read.
-  if (static_cast<double>(value) == wide) return true;
-  next_ = before;
-  return false;
+  return ReadAnyReal(value);
 }
 
-bool OwnTextReader::ReadAnyReal(double& value) {
-  const std::from_chars_result read = std::from_chars(next_, end_, value);
+// As the JSON reader has it: the nearest double, then the nearest float.
+template <class Real>
+bool OwnTextReader::ReadAnyReal(Real& value) {
+  double wide = 0.0;
+  const std::from_chars_result read = std::from_chars(next_, end_, wide);
+  value = Narrow(wide, static_cast<Real*>(nullptr));
   if (read.ec != std::errc() || !std::isfinite(value)) return false;
   std::string written;
   AppendNumber(written, value);

@@ -149,7 +149,8 @@ class OwnTextReader {
   }
 
   bool ReadDecimal(Decimal& decimal);
-  bool ReadAnyReal(double& value);
+  template <class Real>
+  bool ReadAnyReal(Real& value);
 
   const char* next_;
   const char* end_;

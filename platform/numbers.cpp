@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <system_error>
+#include <type_traits>
 
 namespace keelstone {
 namespace {
@@ -137,22 +138,27 @@ char* WriteNumber(char* to, std::uint64_t value) noexcept {
 
 namespace {
 
+/// Decimals with fewer digits than this all read as different values, as long as they have
+/// no more than five decimals.
+template <class Real>
+constexpr double kShortDigits = std::is_same_v<Real, float> ? 1e7 : 1e15;
+
 /// Writes a value that is a decimal with few digits, as most that devices tell; nullptr for
 /// others.
 ///
 /// Whole numbers below 2^53 and these powers of ten are doubles, so that their quotient is
-/// the double which the decimal reads as. No two decimals of 15 digits read as the same
-/// double: the one that is found is the shortest text there is.
-char* WriteShortDecimal(char* to, double value) noexcept {
+/// the double which the decimal reads as. No two decimals of so few digits read as the same
+/// value: the one that is found is the shortest text there is.
+template <class Real>
+char* WriteShortDecimal(char* to, Real value) noexcept {
   constexpr double kPowers[] = {10, 100, 1'000, 10'000, 100'000};
-  constexpr double kMostDigits = 1e15;
-  const double size = std::fabs(value);
-  if (!(size >= 1e-4)) return nullptr;
+  const Real size = std::fabs(value);
+  if (!(size >= Real(1e-4))) return nullptr;
   for (const double power : kPowers) {
-    const double scaled = size * power;
-    if (!(scaled < kMostDigits)) return nullptr;
+    const double scaled = static_cast<double>(size) * power;
+    if (!(scaled < kShortDigits<Real>)) return nullptr;
     const auto digits = static_cast<std::uint64_t>(scaled + 0.5);
-    if (static_cast<double>(digits) / power != size) continue;
+    if (static_cast<Real>(static_cast<double>(digits) / power) != size) continue;
     const auto unit = static_cast<std::uint64_t>(power);
     if (value < 0) *to++ = '-';
     // A one before the decimals keeps their zeros, and gives its place to the point.
@@ -181,6 +187,16 @@ char* WriteNumber(char* to, double value) noexcept {
   return std::to_chars(to, room, value, std::chars_format::scientific).ptr;
 }
 
+char* WriteNumber(char* to, float value) noexcept {
+  constexpr float kTwoTo24 = 16777216.0F;  // below it whole numbers have texts of their own
+  if (char* const end = WriteShortDecimal(to, value); end != nullptr) return end;
+  const float size = std::fabs(value);
+  if (size >= 1e-4F && size < kTwoTo24 && size != std::trunc(size)) {
+    return std::to_chars(to, to + kNumberRoom, value, std::chars_format::fixed).ptr;
+  }
+  return WriteNumber(to, AsWritten(value));
+}
+
 namespace {
 
 template <class Number>
@@ -196,6 +212,8 @@ void AppendNumber(std::string& text, std::int64_t value) { Append(text, value); 
 void AppendNumber(std::string& text, std::uint64_t value) { Append(text, value); }
 
 void AppendNumber(std::string& text, double value) { Append(text, value); }
+
+void AppendNumber(std::string& text, float value) { Append(text, value); }
 
 std::int64_t SaturateToInt64(double value) noexcept {
   if (std::isnan(value)) return 0;
@@ -217,6 +235,18 @@ float NarrowToFloat(double value) noexcept {
                          static_cast<float>(value > 0 ? 1 : -1));
   }
   return static_cast<float>(value);
+}
+
+double AsWritten(float value) noexcept {
+  const auto wide = static_cast<double>(value);
+  if (!std::isfinite(value)) return wide;
+  char text[kNumberRoom];
+  // Plain notation would show all digits of large values.
+  const auto end =
+      std::to_chars(text, text + kNumberRoom, value, std::chars_format::scientific).ptr;
+  double number = wide;
+  std::from_chars(text, end, number);
+  return number;
 }
 
 }  // namespace keelstone

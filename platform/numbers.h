@@ -35,6 +35,9 @@ void AppendNumber(std::string& text, std::uint64_t value);
 /// from 0.0001 up to below 1e16 and with at least one decimal, else with an exponent of
 /// at least two digits; "null" for NaN and the infinities.
 void AppendNumber(std::string& text, double value);
+/// Appends a float likewise, with the fewest digits that read back to the same float: what
+/// AppendNumber writes of AsWritten(value).
+void AppendNumber(std::string& text, float value);
 
 /// What the text of a number needs at most, in bytes.
 inline constexpr std::size_t kNumberRoom = 40;
@@ -42,6 +45,7 @@ inline constexpr std::size_t kNumberRoom = 40;
 char* WriteNumber(char* to, std::int64_t value) noexcept;
 char* WriteNumber(char* to, std::uint64_t value) noexcept;
 char* WriteNumber(char* to, double value) noexcept;
+char* WriteNumber(char* to, float value) noexcept;
 
 /// To 64 bits, cut towards zero: beyond the range the nearest bound, NaN gives 0.
 std::int64_t SaturateToInt64(double value) noexcept;
@@ -49,6 +53,9 @@ std::int64_t SaturateToInt64(double value) noexcept;
 std::int32_t SaturateToInt32(std::int64_t value) noexcept;
 /// To single precision, rounded to nearest; beyond its range an infinity.
 float NarrowToFloat(double value) noexcept;
+/// The double that the text of a float reads as: 0.1 for 0.1F, where widening would give
+/// 0.10000000149011612. It narrows to the same float.
+double AsWritten(float value) noexcept;
 /// a - b in 64-bit two's complement: wraps instead of overflowing.
 constexpr std::int64_t WrappingDifference(std::int64_t a, std::int64_t b) noexcept {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));

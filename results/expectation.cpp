@@ -1,12 +1,12 @@
 #include "results/expectation.h"
 
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
 
 #include "calc/ksruleglobalsetting.h"
 #include "platform/json_reader.h"
+#include "platform/numbers.h"
 
 namespace keelstone {
 
@@ -111,9 +111,10 @@ std::string CutText(std::string_view text, std::size_t limit) {
 std::string ValueInWords(const JsonValue& value, EnumKSDataType dataType) {
   if (value.isString()) return '"' + CutText(value.stringRef(), kShownBytes) + '"';
   if (dataType == KSDataFloat && value.type() == JsonType::Real && std::isfinite(value.asFloat())) {
-    std::array<char, 64> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value.asFloat());
-    return {digits.data(), end.ptr};
+    // Written before, it may stand there with the digits of a double.
+    std::string text;
+    AppendNumber(text, value.asFloat());
+    return text;
   }
   return CutText(value.toString(), kShownBytes);
 }

@@ -136,8 +136,10 @@ JsonValue WriteItems(const std::vector<std::shared_ptr<Item>>& items) {
   return array;
 }
 
+/// A list that is missing is an empty one.
 template <class Item>
 bool ReadItems(const JsonValue& array, std::vector<std::shared_ptr<Item>>& items) {
+  if (!array.isArray() && !array.isNull()) return false;
   for (const JsonValue& element : array) {
     auto item = std::make_shared<Item>();
     if (!item->LoadFromJson(element)) return false;

@@ -52,13 +52,12 @@ double NearestDouble(std::string_view text) {
        "the number " + Printable(text, kShownNameBytes) + " is beyond what a double holds");
 }
 
+/// A cell's number: an integer of 64 bits, or the nearest double of any other.
 JsonValue NumberValue(std::string_view text) {
   const char* const end = text.data() + text.size();
   if (IsIntegerText(text)) {
     std::int64_t whole = 0;
     if (std::from_chars(text.data(), end, whole).ec == std::errc()) return whole;
-    std::uint64_t large = 0;
-    if (text[0] != '-' && std::from_chars(text.data(), end, large).ec == std::errc()) return large;
   }
   return NearestDouble(text);
 }
@@ -90,17 +89,6 @@ JsonValue CellValue(const Value& cell) {
   return {};
 }
 
-/// An integer keeps all its digits, however many there are.
-void AppendNumberText(std::string& out, std::string_view text) {
-  if (!IsIntegerText(text)) {
-    JsonValue(NearestDouble(text)).appendTo(out);
-  } else if (text == "-0") {
-    out.push_back('0');
-  } else {
-    out.append(text);
-  }
-}
-
 void AppendCellText(std::string& out, const Value& cell) {
   switch (cell ? cell.kind() : Kind::kNull) {
     case Kind::kNull:
@@ -113,7 +101,7 @@ void AppendCellText(std::string& out, const Value& cell) {
       out.append("true");
       return;
     case Kind::kNumber:
-      AppendNumberText(out, cell.text());
+      NumberValue(cell.text()).appendTo(out);
       return;
     case Kind::kString:
       AppendJsonString(out, cell.text());

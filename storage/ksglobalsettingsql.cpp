@@ -17,12 +17,14 @@ constexpr TableOperation kLoad{.table = "KSGlobalSetting",
                                .source = kSource,
                                .failedName = "select * from KSGlobalSetting"};
 
-// The set of the strings in the member "value" of a filter document.
+// The set of the strings in the member "value" of a filter document; the empty one, which
+// every name contains, is none.
 std::shared_ptr<const InterfaceFilterSet> ReadFilterSet(const JsonValue& filter) {
   auto set = std::make_shared<InterfaceFilterSet>();
   const JsonValue* entries = filter.find("value");
   if (entries != nullptr && entries->isArray()) {
     for (const JsonValue& entry : *entries) set->insert(entry.asString());
+    set->erase(std::string());
   }
   return set;
 }
