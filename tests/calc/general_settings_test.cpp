@@ -43,22 +43,6 @@ TEST(GeneralSettings, FieldsAreReadFromTheirKeys) {
   EXPECT_EQ(document.GetIntIncreaseSetting()->deltaLZeroValue, 74);
 }
 
-TEST(GeneralSettings, AbsentMembersReadAsZero) {
-  for (const KSRuleGlobalSetting& document : {KSRuleGlobalSetting(), Document("{}")}) {
-    ASSERT_NE(document.GetIntEqualSetting(), nullptr);
-    EXPECT_EQ(document.GetIntEqualSetting()->condition1DeltaEZero, 0);
-    EXPECT_EQ(document.GetIntIncreaseSetting()->GetTimeIntervalLimit(), 0);
-    EXPECT_EQ(document.GetStrEnumSetting()->alertThreshold, 0);
-    for (int type = 0; type < kRuleTypeCount; ++type) {
-      EXPECT_EQ(document.GetHistoryDataCount(Type(type)), 0);
-      EXPECT_EQ(document.GetLiveTMInterval(Type(type)), 0);
-    }
-  }
-  const auto one = Document(R"({"strEqual":{"dataCountHistory":50}})");
-  EXPECT_EQ(one.GetHistoryDataCount(kStrEqual), 50);
-  EXPECT_EQ(one.GetStrEqualSetting()->dataCountMinLimit, 0);
-}
-
 TEST(GeneralSettings, MembersOfTheWrongKindAreRefused) {
   for (const char* member : {R"("x")", "{}", "[]", "2147483648", "1e10"}) {
     const auto document =
@@ -70,10 +54,8 @@ TEST(GeneralSettings, MembersOfTheWrongKindAreRefused) {
     EXPECT_EQ(document.GetOtherSetting(kIntLEQ), nullptr) << member;
   }
   for (const char* whole : {"5", R"("x")", "[]", "true"}) {
-    const auto document = Document(std::string(R"({"intEqual":)") + whole + "}");
-    EXPECT_EQ(document.GetIntEqualSetting(), nullptr) << whole;
-    const auto nested = Document(std::string(R"({"intEqual":{"condition2":)") + whole + "}}");
-    EXPECT_EQ(nested.GetIntEqualSetting(), nullptr) << whole;
+    const std::string member = std::string(R"({"intEqual":)") + whole + "}";
+    EXPECT_EQ(Document(member).GetIntEqualSetting(), nullptr) << whole;
     // A document that is no object refuses them all.
     EXPECT_EQ(Document(whole).GetIntEnumSetting(), nullptr) << whole;
     EXPECT_EQ(Document(whole).GetHistoryDataCount(kIntGEQ), 30) << whole;
@@ -85,14 +67,6 @@ TEST(GeneralSettings, MembersOfTheWrongKindAreRefused) {
   EXPECT_EQ(converted->stdCoefficient, 2);
   EXPECT_EQ(converted->valueStatusCount, 1);
   EXPECT_EQ(converted->dataCountMinLimit, 0);
-}
-
-TEST(GeneralSettings, ATextThatIsNoJsonIsLoggedAndEmpty) {
-  LogCapture log;
-  const auto document = Document("{\"intEqual\":");
-  EXPECT_EQ(log.Messages(), std::vector<std::string>{"KSRuleGlobalSetting load fail."});
-  EXPECT_TRUE(document.isNull());
-  EXPECT_EQ(document.GetHistoryDataCount(kIntEqual), 0);
 }
 
 /// Each type's sub-object holds its number in both limits; the nameless one holds 99 and 98.

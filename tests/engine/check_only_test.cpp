@@ -11,7 +11,6 @@
 #include "engine/variable_values.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/second_reading.h"
 #include "tests/support/tuned_domain.h"
 
 // Values that are only checked take a short way where the stored texts are as the library
@@ -119,7 +118,7 @@ enum class Way { kLoaded, kHandedOver, kHandedOverAndHeld };
 
 class TwoWays : public ::testing::TestWithParam<Way> {
  protected:
-  TwoWays() { domain_.Tune(plain::Settings().ToJson()); }
+  TwoWays() { domain_.TuneDefaults(); }
 
   std::string Told(KSRuleInstance& instance, const std::string& device) const {
     std::string text = instance.GetUpdateResultData()->ToJsonString();

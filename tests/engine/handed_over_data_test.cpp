@@ -4,7 +4,6 @@
 #include "platform/filesystem.h"
 #include "storage/ksdatacachequeue.h"
 #include "tests/engine/evaluated_unit.h"
-#include "tests/support/second_reading.h"
 #include "tests/support/tuned_domain.h"
 
 namespace keelstone::testing {
@@ -15,7 +14,7 @@ constexpr std::int32_t kNow = 1700000000;
 class HandedOverData : public ::testing::Test {
  protected:
   HandedOverData() {
-    domain_.Tune(plain::Settings().ToJson());
+    domain_.TuneDefaults();
     const ObjectDefine object = unit_.Object();
     auto definition =
         std::make_shared<RuleDefinitionData>(kIntLEQ, kRulePrescribed, R"({"ruleParam":80})");

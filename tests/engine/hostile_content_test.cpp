@@ -3,12 +3,16 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksruleglobalsetting.h"
 #include "model/kshistorydata.h"
+#include "platform/json_reader.h"
+#include "platform/utf8.h"
 #include "tests/engine/evaluated_unit.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/odd_texts.h"
+#include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"
 
-/// Values and histories of sizes that nobody expects, from the value to the database.
+/// Bytes and sizes that nobody expects, from the value to the database and the results.
 namespace keelstone::testing {
 namespace {
 
@@ -17,7 +21,7 @@ constexpr int kLong = 300000;  // beyond every live interval
 
 class HostileContent : public ::testing::Test {
  protected:
-  HostileContent() { domain_.Tune(DefaultGeneralSettings().toString()); }
+  HostileContent() { domain_.TuneDefaults(); }
 
   void Define(const std::string& name, int typeCode) {
     domain_.files().AddVariableRule({.source = "src", .name = name, .dataType = typeCode});
@@ -30,15 +34,111 @@ class HostileContent : public ::testing::Test {
     unit_.Finish(*instance);
     return instance->GetUpdateResultData();
   }
-  std::string StoredHistory() {
-    const auto rows =
-        domain_.files().Select(kDbObjectHistory, "select HistoryData from KSObjectHistory");
+  std::string StoredHistory(const std::string& name) {
+    const auto rows = domain_.files().Select(
+        kDbObjectHistory,
+        "select HistoryData from KSObjectHistory where variableName = '" + name + "'");
     return rows.empty() ? "" : rows[0];
+  }
+  static void ExpectSound(const KSRuleUpdateResultData& results) {
+    const std::string document = results.ToJsonString();
+    EXPECT_EQ(FirstInvalidUtf8(document), document.size());
+    EXPECT_TRUE(ValueOfText(document).isObject());
   }
 
   TunedDomain domain_;
   Unit unit_{domain_.id()};
 };
+
+TEST_F(HostileContent, TextsOfAnyBytesAreStoredLearnedAndToldAsTheyCame) {
+  std::vector<std::string> texts = OddTexts();
+  texts.push_back(MegabyteOfOddText());
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    SCOPED_TRACE(JsonValue(texts[i].substr(0, 50)).toString());
+    const std::string name = "text " + std::to_string(i);
+    Define(name, 3);
+    // Blanks at the ends are no part of a value.
+    const std::string value = "<" + texts[i] + ">";
+    const std::string param = "{\"ruleParam\":" + JsonValue(value).toString() + "}";
+    std::vector<std::string> expected(5, value);
+    expected.insert(expected.end(), {"other", "|" + texts[i] + "\t"});
+    for (int run = 0; run < 7; ++run) {
+      const auto results =
+          Evaluate(Value(name, KSDataString, expected[static_cast<std::size_t>(run)], "", 3), run);
+      ExpectSound(*results);
+      ASSERT_EQ(results->GetKSRuleUpdateResults().size(), run == 4 ? 1U : 0U);
+      ASSERT_EQ(results->GetKSAlertResults().size(), run < 5 ? 0U : 1U);
+      if (run == 4) {
+        EXPECT_TRUE(results->GetKSRuleUpdateResults()[0]->strRuleAlgParam == param);
+        EXPECT_TRUE(results->GetKSValueUpdateResults().at(0)->strJsonValue == value);
+      } else if (run == 6) {
+        const JsonValue info = ValueOfText(results->GetKSAlertResults()[0]->GetAlertInfo());
+        EXPECT_TRUE(info["_v"].asString() == expected[6] && info["_p"].asString() == param);
+      }
+    }
+    StrHisotryData history;
+    ASSERT_TRUE(history.FromString(StoredHistory(name)));
+    ASSERT_EQ(history.points().size(), expected.size());
+    for (std::size_t n = 0; n < expected.size(); ++n) {
+      EXPECT_TRUE(history.points()[n].value == expected[n]);
+    }
+  }
+}
+
+TEST_F(HostileContent, TablesOfAnyContentAreStoredLearnedAndToldAsTheyCame) {
+  Define("table", 11);
+  VarInfo table = Value("table", KSDataTable, "digest \xff\"}", "", 11);
+  table.value["rows"] = JsonValue(JsonType::Array);
+  for (const std::string& odd : OddTexts()) {
+    table.value["rows"].append(odd);
+    table.tableKeys.insert(odd);
+  }
+  table.value["rows"].append(MegabyteOfOddText());
+  for (int run = 0; run < 5; ++run) {
+    const auto results = Evaluate(table, run);
+    ExpectSound(*results);
+    ASSERT_EQ(results->GetKSValueUpdateResults().size(), run == 4 ? 1U : 0U);
+    if (run < 4) continue;
+    const JsonValue golden = ValueOfText(results->GetKSValueUpdateResults()[0]->strJsonValue);
+    EXPECT_TRUE(golden["rows"] == std::as_const(table.value)["rows"]);
+    EXPECT_EQ(golden["hashCmp"].asString(), table.valueText);
+    EXPECT_EQ(golden["hashColumns"].size(), table.tableKeys.size());
+  }
+  TableHistoryData history;
+  ASSERT_TRUE(history.FromString(StoredHistory("table")));
+  ASSERT_EQ(history.points().size(), 5U);
+  EXPECT_TRUE(history.points()[4].content->GetTableText() == table.value.toString());
+  EXPECT_EQ(history.points()[4].value, table.valueText);
+}
+
+TEST_F(HostileContent, ARefusedHistoryOfTextsBeginsAnewWithOneLogLine) {
+  for (const auto& [name, typeCode] : {std::pair{"string", 3}, std::pair{"table", 11}}) {
+    for (const char* const rule : {"", R"({"ruleParam":"up","hashCmp":"d"})"}) {
+      const std::string variable = std::string(name) + (*rule == 0 ? " without a rule" : "");
+      Define(variable, typeCode);
+      const ObjectDefine object = unit_.Object();
+      if (*rule != 0) {
+        auto definition = std::make_shared<RuleDefinitionData>(
+            typeCode == 3 ? kStrEqual : kTableMd5, kRuleLearned, rule);
+        definition->variableType = typeCode;
+        domain_.manager()->SetRuleAlgParam({{variable, definition}}, &object, "src", "prm",
+                                           kVariableSourceParser);
+      }
+      domain_.manager()->SetRuleHistoryData("{\"dataType\":", &object, "src", variable, "prm",
+                                            kVariableSourceParser);
+      for (int run = 0; run < 2; ++run) {
+        SCOPED_TRACE(variable + std::to_string(run));
+        const LogCapture log;
+        const VarInfo value =
+            Value(variable, typeCode == 3 ? KSDataString : KSDataTable, "down", "", typeCode);
+        EXPECT_EQ(Evaluate(value, run)->GetKSAlertResults().size(), *rule != 0 ? 1U : 0U);
+        EXPECT_EQ(log.Messages().size(), run == 0 ? 1U : 0U);
+        const JsonValue stored = ValueOfText(StoredHistory(variable));
+        EXPECT_EQ(stored["dataList"].size(), static_cast<std::size_t>(run) + 1);
+      }
+    }
+  }
+}
 
 TEST_F(HostileContent, TwentyMegabytesOfTextAreStoredAndComparedWhole) {
   Define("text", 3);
@@ -47,7 +147,7 @@ TEST_F(HostileContent, TwentyMegabytesOfTextAreStoredAndComparedWhole) {
   VarInfo variable = Value("text", KSDataString, text, "", 3);
   Evaluate(variable, 0);
   StrHisotryData history;
-  ASSERT_TRUE(history.FromString(StoredHistory()));
+  ASSERT_TRUE(history.FromString(StoredHistory("text")));
   ASSERT_EQ(history.GetDataCount(), 1);
   EXPECT_EQ(history.points()[0].value, text);
 
@@ -76,7 +176,7 @@ TEST_F(HostileContent, AMillionRowsOfATableAreStoredWhole) {
   table.value["rows"] = std::move(rows);
   Evaluate(table, 0);
   TableHistoryData history;
-  ASSERT_TRUE(history.FromString(StoredHistory()));
+  ASSERT_TRUE(history.FromString(StoredHistory("table")));
   ASSERT_EQ(history.GetDataCount(), 1);
   EXPECT_EQ(history.points()[0].content->GetTableText(), table.value.toString());
 }
@@ -99,7 +199,7 @@ TEST_F(HostileContent, AHistoryOfAHundredThousandPointsIsCutToWhatIsKept) {
                                         kVariableSourceParser);
   EXPECT_EQ(Evaluate(Value("count", KSDataInt64, "8"), 0)->GetKSAlertResults().size(), 1U);
   IntHistoryData kept;
-  ASSERT_TRUE(kept.FromString(StoredHistory()));
+  ASSERT_TRUE(kept.FromString(StoredHistory("count")));
   ASSERT_EQ(kept.GetDataCount(), 30);
   EXPECT_EQ(kept.points().back().value, 8);
   EXPECT_EQ(kept.points().front().time, stored.points()[100'000 - 29].time);

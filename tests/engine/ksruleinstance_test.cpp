@@ -12,7 +12,6 @@
 #include "platform/ini_reader.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/second_reading.h"
 #include "tests/support/tuned_domain.h"
 
 namespace keelstone::testing {
@@ -26,7 +25,7 @@ constexpr std::int32_t kNow = 1700000000;
 
 class RuleInstance : public ::testing::Test {
  protected:
-  RuleInstance() { domain_.Tune(plain::Settings().ToJson()); }
+  RuleInstance() { domain_.TuneDefaults(); }
 
   void Define(const std::string& name, int ruleType = -1, const std::string& param = {},
               int typeCode = 1) {
@@ -111,18 +110,6 @@ TEST_F(RuleInstance, AdoptsTheTypeCodeOnceAndThenHoldsToIt) {
                        "type.Var:fixed"));
   EXPECT_EQ(Log()[0].level, 3);
   EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
-}
-
-TEST_F(RuleInstance, RefusesTextsThatAreNoNumber) {
-  Define("load");
-  Prescribe("limit", kIntLEQ, R"({"ruleParam":0})");
-  EXPECT_THAT(Run(kNow, {Value("load", 1, ""), Value("load", 3, "nan"), Value("load", 2, "1e39"),
-                         Value("load", 0, "5"), Value("load", 9, "5"), Value("limit", 3, "inf")}),
-              ElementsAre(false, false, false, false, false, false));
-  EXPECT_THAT(log_.Messages(), ::testing::Each("nullptr == pData"));
-  EXPECT_EQ(log_.Messages().size(), 6U);
-  EXPECT_EQ(Document(), kNothing);
-  EXPECT_THAT(Histories(), IsEmpty());
 }
 
 TEST_F(RuleInstance, LeavesLearnedRulesOfFilteredInterfacesAlone) {
@@ -279,19 +266,6 @@ TEST_F(RuleInstance, KnowsBlockPeriodsByTheClock) {
                                            "Time: 200 is in block time of device: r1."));
   EXPECT_EQ(Log()[0].level, 2);
   Clock::SetSource(nullptr);
-}
-
-TEST_F(RuleInstance, DoesWithoutDatabases) {
-  const Unit nowhere{"nowhere of " + domain_.id()};
-  const auto instance = nowhere.Start(kNow);
-  EXPECT_TRUE(instance->InitCacheData());
-  EXPECT_TRUE(instance->InitHistoryData());
-  EXPECT_FALSE(instance->IsInBlockTime());
-  EXPECT_FALSE(instance->IsDefineRule());
-  EXPECT_FALSE(instance->IsVarDefineRule("load"));
-  EXPECT_FALSE(instance->ProcessVariable(Value("load", 1, "5")));
-  nowhere.Finish(*instance);
-  EXPECT_EQ(instance->GetUpdateResultData()->ToJsonString(), kNothing);
 }
 
 TEST_F(RuleInstance, EvaluatesWithoutItsTables) {

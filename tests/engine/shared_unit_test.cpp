@@ -10,7 +10,6 @@
 #include "storage/cksdboperatebase.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/second_reading.h"
 #include "tests/support/tuned_domain.h"
 
 namespace keelstone::testing {
@@ -24,10 +23,9 @@ constexpr std::int32_t kStart = 1700000000;
 TEST(SharedUnit, IsEvaluatedByTwoThreadsWhileRowsAreWritten) {
   LogCapture quiet(kLogError);
   TunedDomain domain;
-  plain::Settings settings;
-  settings.equal.timeIntervalLimit = settings.constant.timeIntervalLimit =
-      settings.increase.timeIntervalLimit = 100;
-  domain.Tune(settings.ToJson());
+  domain.TuneDefaults({{"intEqual", "timeIntervalLimit", 100},
+                       {"intConstant", "timeIntervalLimit", 100},
+                       {"intIncrease", "timeIntervalLimit", 100}});
   for (const char* name : {"state", "counter", "unknown type"}) {
     domain.files().AddVariableRule({"src", name, -1, "", name[0] == 'u' ? 0 : 1});
   }

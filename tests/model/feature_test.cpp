@@ -5,14 +5,14 @@
 #include <limits>
 #include <vector>
 
-#include "tests/support/numeric_kinds.h"
+#include "tests/support/points.h"
 
 namespace keelstone::testing {
 namespace {
 
 template <class T>
 std::shared_ptr<KSNumercialDataFeature<T>> Calculated(const std::vector<T>& values) {
-  return FeatureOf<T>(HistoryOf(SeenValues(values)));
+  return FeatureOf<T>(HistoryOf(values));
 }
 
 template <class T>
@@ -41,13 +41,13 @@ TYPED_TEST(NumericFeature, CountsDifferencesAndExtremes) {
 TYPED_TEST(NumericFeature, RefusesAHistoryOfAnotherType) {
   using Other = std::conditional_t<std::is_same_v<TypeParam, float>, double, float>;
   KSNumercialDataFeature<TypeParam> feature;
-  EXPECT_FALSE(feature.Calculate(HistoryOf(SeenValues<Other>({Other(1)}))));
+  EXPECT_FALSE(feature.Calculate(HistoryOf<Other>({Other(1)})));
   EXPECT_FALSE(feature.Calculate(nullptr));
   EXPECT_EQ(feature.count, 0);
 }
 
 TYPED_TEST(NumericFeature, AccumulatesWhenCalculatedTwice) {
-  const auto history = HistoryOf(SeenValues<TypeParam>({TypeParam(2), TypeParam(2), TypeParam(1)}));
+  const auto history = HistoryOf<TypeParam>({TypeParam(2), TypeParam(2), TypeParam(1)});
   const auto feature = FeatureOf<TypeParam>(history);
   EXPECT_TRUE(feature->Calculate(history));
   EXPECT_EQ(feature->count, 3);

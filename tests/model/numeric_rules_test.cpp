@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "calc/ksrulealgmgr.h"
-#include "tests/support/numeric_kinds.h"
+#include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"
 
 namespace keelstone::testing {
@@ -16,20 +15,19 @@ namespace {
 template <class T>
 class NumericRuleKinds : public ::testing::Test {
  protected:
-  using Settings = plain::Settings;
   using Values = std::vector<T>;
 
   static void SetUpTestSuite() { domain_ = new TunedDomain; }
   static void TearDownTestSuite() { delete domain_; }
 
   static std::shared_ptr<IRuleBase> Make(EnumRuleType type) {
-    return KSRuleAlgMgr::Instance()->GetRuleByType(KSAlgNumerical, type, Kind<T>::kDataType);
+    return KSRuleAlgMgr::Instance()->GetRuleByType(KSAlgNumerical, type, kDataTypeOf<T>);
   }
 
   static std::string Text(double number) {
     return std::is_same_v<T, std::int64_t>
-               ? plain::NumberText(static_cast<std::int64_t>(number))
-               : plain::NumberText(static_cast<double>(static_cast<T>(number)));
+               ? JsonValue(static_cast<std::int64_t>(number)).toString()
+               : JsonValue(static_cast<double>(static_cast<T>(number))).toString();
   }
   static std::string ParamText(double number) { return "{\"ruleParam\":" + Text(number) + "}"; }
 
@@ -37,7 +35,7 @@ class NumericRuleKinds : public ::testing::Test {
   static std::shared_ptr<IRuleBase> Candidate(EnumRuleType type, const Values& values,
                                               bool lessCount = false) {
     auto rule = Make(type);
-    const auto history = HistoryOf(SeenValues(values));
+    const auto history = HistoryOf(values);
     rule->SetHistoryAndDataFeature(std::make_shared<RuleDefinitionData>(), history,
                                    FeatureOf<T>(history));
     rule->setIsLessCountCondition(lessCount);
@@ -51,17 +49,18 @@ class NumericRuleKinds : public ::testing::Test {
     return rule;
   }
 
-  static void Tune(const std::function<void(Settings&)>& change) {
-    Settings settings;
-    if (change) change(settings);
-    domain_->Tune(settings.ToJson());
-  }
-
   static TunedDomain* domain_;
 };
 template <class T>
 TunedDomain* NumericRuleKinds<T>::domain_ = nullptr;
 TYPED_TEST_SUITE(NumericRuleKinds, NumericTypes);
+
+/// Settings with which every history fits a range of so many deviations.
+std::vector<TunedDomain::Changed> RangeOf(int coefficient) {
+  return {{"intRange", "dataCountMinLimit", 1},
+          {"intRange", "valueStatusCount", 0},
+          {"intRange", "stdCoefficient", coefficient}};
+}
 
 template <class T>
 std::vector<T> Repeat(int n, int value) {
@@ -81,10 +80,7 @@ std::vector<T> Rising(int n, int from = 1) {
   return values;
 }
 
-using Settings = plain::Settings;
-
-// Worked out by hand, as anchors of the second reading, which the generated histories are
-// held against.
+// Worked out by hand; more of them, on and beside each limit, are in learned_cases_test.cpp.
 TYPED_TEST(NumericRuleKinds, FitAndLearnWhatTheHandWorkedCasesSay) {
   using T = TypeParam;
   struct Case {
@@ -113,7 +109,7 @@ TYPED_TEST(NumericRuleKinds, FitAndLearnWhatTheHandWorkedCasesSay) {
       {"frequent states", kIntEnum, false, states, {1, 2, 3}, 1010},
       {"four states", kIntEnum, false, Join(states, {4}), {}, 0},
   };
-  this->Tune({});
+  this->domain_->TuneDefaults();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.about);
     const auto rule = this->Candidate(c.type, c.values, c.lessCount);
@@ -140,7 +136,7 @@ TYPED_TEST(NumericRuleKinds, RangeTakesBoundsAroundTheMean) {
                                          {4, {80, 90}, 65, 100},  // a percentage
                                          {4, {85, 95}, 70, 110},
                                          {4, {-2, 90}, 0, 228}}) {  // the lower bound's least
-    this->Tune([&](Settings& s) { s.range = {1, 0, 0, 100, 95, c.coefficient, 1000, 30}; });
+    this->domain_->TuneDefaults(RangeOf(c.coefficient));
     const auto rule = this->Candidate(kIntRange, c.values);
     ASSERT_TRUE(rule->CheckRule(this->domain_->id()));
     EXPECT_TRUE(rule->UpdateRule());
@@ -241,7 +237,7 @@ TYPED_TEST(NumericRuleKinds, FitNothingWhenTheirSettingsAreRefused) {
 }
 
 TYPED_TEST(NumericRuleKinds, WithoutHistoryOrFeatureFitNothing) {
-  this->Tune({});
+  this->domain_->TuneDefaults();
   for (const EnumRuleType type : {kIntEqual, kIntNoEqual, kIntEnum, kIntRange, kIntConstant,
                                   kIntIncrease, kIntLEQ, kIntGEQ}) {
     const auto rule = this->Make(type);
@@ -265,29 +261,28 @@ TYPED_TEST(NumericRuleKinds, WithoutHistoryOrFeatureFitNothing) {
 
 TEST(TrendRules, TolerateAnyFallWhenRisesDoNotCount) {
   // Both differences are beyond a double; 0 times the rise is no number.
-  const auto history = HistoryOf(SeenValues<double>({-1.7e308, 1.7e308, -1.7e308}));
+  const auto history = HistoryOf<double>({-1.7e308, 1.7e308, -1.7e308});
   TunedDomain domain;
-  Settings settings;
-  settings.increase = {3, 0.2, 1, 0, 1000, 30};
   const auto rule =
       KSRuleAlgMgr::Instance()->GetRuleByType(KSAlgNumerical, kIntIncrease, KSDataDouble);
   rule->SetHistoryAndDataFeature(nullptr, history, FeatureOf<double>(history));
-  domain.Tune(settings.ToJson());
+  const auto tune = [&](int value) {
+    domain.TuneDefaults(
+        {{"intIncrease", "dataCountMinLimit", 3}, {"intIncrease", "deltaLZeroValue", value}});
+  };
+  tune(0);
   EXPECT_TRUE(rule->CheckRule(domain.id()));
-  settings.increase.deltaLZeroValue = 1;
-  domain.Tune(settings.ToJson());
+  tune(1);
   EXPECT_FALSE(rule->CheckRule(domain.id()));
 }
 
 /// Bounds learned from values that a type holds and its neighbours do not.
 template <class T>
 std::string Bounds(TunedDomain& domain, const std::vector<T>& values, int coefficient) {
-  Settings settings;
-  settings.range = {1, 0, 0, 100, 95, coefficient, 1000, 30};
-  domain.Tune(settings.ToJson());
+  domain.TuneDefaults(RangeOf(coefficient));
   const auto rule =
-      KSRuleAlgMgr::Instance()->GetRuleByType(KSAlgNumerical, kIntRange, Kind<T>::kDataType);
-  const auto history = HistoryOf(SeenValues(values));
+      KSRuleAlgMgr::Instance()->GetRuleByType(KSAlgNumerical, kIntRange, kDataTypeOf<T>);
+  const auto history = HistoryOf(values);
   rule->SetHistoryAndDataFeature(nullptr, history, FeatureOf<T>(history));
   EXPECT_TRUE(rule->CheckRule(domain.id()));
   rule->UpdateRule();

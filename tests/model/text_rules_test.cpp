@@ -16,17 +16,17 @@
 #include "platform/json_reader.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/odd_texts.h"
-#include "tests/support/text_points.h"
-#include "tests/support/text_second_reading.h"
+#include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"
 
 namespace keelstone::testing {
 namespace {
 
-using plain::Quote;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using std::string_literals::operator""s;
+
+std::string Quote(const std::string& bytes) { return JsonValue(bytes).toString(); }
 
 std::shared_ptr<RuleDefinitionData> Definition(const std::string& param,
                                                const std::string& history = "") {
@@ -57,7 +57,7 @@ void ExpectJudgements(const std::string& param, const std::vector<Judged>& cases
   for (const auto& [value, breaks] : cases) {
     SCOPED_TRACE(param + " on " + Quote(value));
     const auto rule = RuleOf<Rule>(param);
-    const auto point = StringPoint(++time, value);
+    const auto point = PointOf<std::string>(++time, value);
     EXPECT_EQ(rule->CheckAlert(point), breaks);
     EXPECT_EQ(rule->GetRuleKSValueTime(), -1);
     EXPECT_EQ(rule->CheckGoldenValue(point), !breaks);
@@ -168,7 +168,7 @@ TEST(TextRules, IgnorePointsOfOtherTypes) {
     EXPECT_FALSE(rule->UpdateRule());
   }
   // The digest of a table is a text, but a string is no table.
-  EXPECT_FALSE(RuleOf<KSTableMd5EqualRule>("")->CheckAlert(StringPoint(5, "digest")));
+  EXPECT_FALSE(RuleOf<KSTableMd5EqualRule>("")->CheckAlert(PointOf<std::string>(5, "digest")));
 }
 
 // ---- Regular expressions that do not work out
@@ -234,7 +234,7 @@ constexpr const char* kTable =
 
 std::shared_ptr<KSTableDataPoint> TableAt(std::int64_t time, const std::string& digest,
                                           const std::string& table = kTable) {
-  return TablePoint(plain::SeenText{time, digest, table, {"via", "prefix"}, true});
+  return TablePoint(time, digest, table, {"via", "prefix"}, true);
 }
 
 TEST(TableGoldenValue, IsTheTableWithItsDigestAdded) {
@@ -256,7 +256,8 @@ TEST(TableGoldenValue, IsEmptyWithOneErrorLineWhenTheContentIsDamaged) {
     std::optional<std::int64_t> size;
     std::string table = kTable;
   };
-  const std::string frame = Compressed(kTable);
+  std::string frame = kTable;
+  ASSERT_TRUE(CompressString(frame));
   const auto encoded = [](std::string bytes) {
     std::string text;
     AppendBase64(text, bytes);
@@ -313,7 +314,7 @@ TEST(TableHistory, KeepsATextThatIsNoBase64UntilTheTableIsAskedFor) {
     definition->history = R"({"dataType":5,"dataList":[)" + element + "," + space + element + "," +
                           element + "," + element + "]}";
     TunedDomain domain;
-    domain.Tune(plain::TextSettings().ToJson());
+    domain.TuneDefaults();
     const LogCapture log;
     KSTableMd5EqualRule rule;
     rule.Init(definition, domain.id());
@@ -330,13 +331,13 @@ TEST(TableHistory, KeepsATextThatIsNoBase64UntilTheTableIsAskedFor) {
 
 class TextLearning : public ::testing::Test {
  protected:
-  TextLearning() { domain_.Tune(plain::TextSettings().ToJson()); }
+  TextLearning() { domain_.TuneDefaults(); }
 
   std::shared_ptr<IRuleBase> Learn(const std::vector<std::string>& values, bool tables = false) {
     std::shared_ptr<HistoryDataBase> history = MakeHistory(tables ? KSDataTable : KSDataString);
     std::int64_t time = 0;
     for (const std::string& value : values) {
-      history->AddData(tables ? TableAt(++time, value) : StringPoint(++time, value), 1000);
+      history->AddData(tables ? TableAt(++time, value) : PointOf<std::string>(++time, value), 1000);
     }
     std::shared_ptr<KSDataFeature> feature = std::make_shared<KSStringDataFeature>();
     if (tables) feature = std::make_shared<KSTableDataFeature>();

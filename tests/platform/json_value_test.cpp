@@ -50,12 +50,6 @@ TEST(JsonValue, ObjectsKeepTheOrderOfInsertion) {
   EXPECT_TRUE(object.isObject() && object.empty());
 }
 
-TEST(JsonValue, ACopySharesUntilItIsWritten) {
-  const JsonValue original = Parsed(R"({"s":"a string that is not short enough to be inline"})");
-  const JsonValue copy = original;
-  EXPECT_EQ(&copy["s"].stringRef(), &original["s"].stringRef());
-}
-
 TEST(JsonValue, ConvertsOrRefusesByKindAndRange) {
   struct Case {
     JsonValue value;

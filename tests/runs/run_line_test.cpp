@@ -89,54 +89,6 @@ TEST(RunLine, GivesEachValueItsTypeCodeAndText) {
   }
 }
 
-TEST(RunLine, LeavesOutWhatWasNotRead) {
-  const auto outcome = ReadLine(Line(
-      R"({"name":"a","value":null},{"name":"b","value":1},{"name":"c","value":2,"value":null})"));
-  ASSERT_EQ(outcome.fault, "");
-  ASSERT_EQ(outcome.run.variables.size(), 1U);
-  EXPECT_EQ(outcome.run.variables[0].variableName, "b");
-}
-
-TEST(RunLine, SaysWhatIsWrong) {
-  const std::string rest = R"(,"device":"d","source":"s","variables":[]})";
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"", "not JSON"},
-      {"{\"time\":1", "not JSON"},
-      {"{} {}", "not JSON"},
-      {"{\"time\":1 /* no */" + rest, "not JSON"},
-      {std::string("{\"time\":1\0", 10) + rest, "not JSON"},
-      {"{\"time\":1,\"device\":\"\xC3(\"}", "not JSON"},
-      {R"({"time":1,"device":"\ud800","source":"s","variables":[]})", "not JSON"},
-      {std::string("{\"time\":1,\"deep\":").append(100000, '[') + rest, "not JSON"},
-      {"[1]", "a run must be a JSON object"},
-      {std::string("{").append(rest, 1), "time: is missing"},
-      {"{\"time\":1.0" + rest, "time: must be an integer"},
-      {"{\"time\":1e9" + rest, "time: must be an integer"},
-      {"{\"time\":\"1\"" + rest, "time: must be an integer"},
-      {"{\"time\":2147483648" + rest, "time: is out of range"},
-      {"{\"time\":-99999999999999999999" + rest, "time: is out of range"},
-      {"{\"time\":1,\"domain\":null" + rest, "domain: must be a string"},
-      {"{\"time\":1,\"onDemand\":1" + rest, "onDemand: must be true or false"},
-      {R"({"time":1,"device":"d","variables":[]})", "source: is missing"},
-      {R"({"time":1,"device":"d","source":"s","variables":{}})", "variables: must be an array"},
-      {Line(R"({"name":"a","value":1},7)"), "variables[1]: must be an object"},
-      {Line(R"({"value":1})"), "variables[0].name: is missing"},
-      {Line(R"({"name":"a","value":1},{"name":"a"})"), "variables[1].value: is missing"},
-      {Line(R"({"name":"a","value":1,"typeCode":2147483648})"), "typeCode: is out of range"},
-      {Line(R"({"name":"a","value":1,"sort":"yes"})"), "sort: must be true or false"},
-      {Line(R"({"name":"a","value":1,"keys":["x",1]})"), "keys: must be an array"},
-      {Line(R"({"name":"a","value":null,"type":"int32"})"), "type: \"int32\" is none of"},
-      {Line(R"({"name":"a","value":9223372036854775808,"type":"int64"})"), "beyond 64 bits"},
-      {Line(R"({"name":"a","value":"-9223372036854775809","type":"int64"})"), "beyond 64 bits"},
-      {Line(R"({"name":"a","value":[],"type":"string"})"), "a table is no string"},
-      {Line(R"({"name":"a","value":1,"type":"table"})"), "value: must be a table"},
-      {Line(R"({"name":"a","value":{"columns":[],"rows":[[1]]}})"), "row 1 has 1 cells"},
-  };
-  for (const auto& [line, fault] : cases) {
-    EXPECT_THAT(ReadLine(line).fault, HasSubstr(fault)) << line.substr(0, 200);
-  }
-}
-
 TEST(RunLine, TakesOnlyNumbersInTheGrammarOfJson) {
   for (const char* text : {"0", "-0", "10", "-1.5", "1e5", "1E+05", "0.10e-7"}) {
     EXPECT_TRUE(IsNumberText(text)) << text;

@@ -7,12 +7,11 @@
 #include <set>
 #include <utility>
 
+#include "calc/ksruleglobalsetting.h"
 #include "platform/json_reader.h"
 #include "storage/fs_ksdatasyncmanager.h"
 #include "storage/ksdomaindatamanager.h"
 #include "tests/engine/evaluated_unit.h"
-#include "tests/support/second_reading.h"
-#include "tests/support/text_second_reading.h"
 
 namespace keelstone::testing {
 
@@ -55,15 +54,12 @@ std::vector<VarInfo> Variables(const LoadUnit& unit, int run) {
 }
 
 std::string Settings() {
-  plain::Settings numbers;
-  plain::TextSettings texts;
-  numbers.equal.timeIntervalLimit = numbers.enumeration.timeIntervalLimit =
-      numbers.range.timeIntervalLimit = numbers.constant.timeIntervalLimit =
-          numbers.increase.timeIntervalLimit = texts.equal.timeIntervalLimit =
-              texts.table.timeIntervalLimit = texts.enumeration.timeIntervalLimit = kStep / 2;
-  std::string document = numbers.ToJson();
-  document.back() = ',';
-  return document + texts.ToJson().substr(1);
+  JsonValue document = DefaultGeneralSettings();
+  for (const char* const kind : {"intEqual", "intEnum", "intRange", "intConstant", "intIncrease",
+                                 "strEqual", "strEnum", "tableMd5"}) {
+    document[kind]["timeIntervalLimit"] = kStep / 2;
+  }
+  return document.toString();
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "calc/ksruleglobalsetting.h"
 #include "storage/ksdomaindatamanager.h"
 #include "tests/support/domain_files.h"
 #include "tests/support/temp_root.h"
@@ -25,6 +27,18 @@ class TunedDomain {
   void Tune(const std::string& document) {
     files_.SetGeneralSettings(document);
     manager()->InvalidateKSGlobalSettingCaches();
+  }
+
+  /// Stores the default general settings with some members changed.
+  struct Changed {
+    const char* kind;
+    const char* member;
+    JsonValue value;
+  };
+  void TuneDefaults(const std::vector<Changed>& changes = {}) {
+    JsonValue document = DefaultGeneralSettings();
+    for (const auto& [kind, member, value] : changes) document[kind][member] = value;
+    Tune(document.toString());
   }
 
  private:
