@@ -18,7 +18,13 @@ if(TARGET keelstone_python)
 endif()
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+# The packages of an older release give way to those of a newer one.
+cmake_host_system_information(RESULT system QUERY DISTRIB_ID DISTRIB_VERSION_ID)
+string(REGEX REPLACE "^debian;([0-9]+)$" "~deb\\1" system "${system}")
+if(NOT system MATCHES "^~deb")
+  set(system "")
+endif()
+set(CPACK_DEBIAN_PACKAGE_RELEASE "1${system}")
 set(KEELSTONE_MAINTAINER "The Keelstone authors <keelstone@localhost.localdomain>" CACHE STRING
     "Who answers for the packages")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${KEELSTONE_MAINTAINER})
@@ -39,8 +45,9 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkeelstone-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "${about}what is needed to build a host in C++ or C.")
+set(boost ${Boost_VERSION_MAJOR}.${Boost_VERSION_MINOR})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libboost1.81-dev, libboost-thread1.81-dev, libboost-chrono1.81-dev")
+    "libboost${boost}-dev, libboost-thread${boost}-dev, libboost-chrono${boost}-dev")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME keelstone)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION net)
@@ -48,14 +55,18 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION
     "${about}the program, which reads parser runs as JSON Lines.")
 
-set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-keelstone)
-set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
-set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), python3 (<< 3.12)")
-set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_SOURCE_DIR}/cmake/debian/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/prerm)
-set(CPACK_DEBIAN_PYTHON_DESCRIPTION
-    "${about}the module for Python.")
+if(TARGET keelstone_python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-keelstone)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+  math(EXPR next "${KEELSTONE_PYTHON_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+      "python3 (>= 3.${KEELSTONE_PYTHON_MINOR}), python3 (<< 3.${next})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+      ${PROJECT_SOURCE_DIR}/cmake/debian/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/prerm)
+  set(CPACK_DEBIAN_PYTHON_DESCRIPTION
+      "${about}the module for Python.")
+endif()
 
 # The program and the module need the very library they were built with.
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)

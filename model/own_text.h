@@ -18,10 +18,9 @@ inline constexpr std::array<std::uint64_t, 9> kPowersOfTen = {
 
 /// The first character in the lowest byte.
 inline std::uint64_t EightCharacters(const char* text) {
-  static_assert(std::endian::native == std::endian::little);
   std::uint64_t word = 0;
   std::memcpy(&word, text, sizeof word);
-  return word;
+  return std::endian::native == std::endian::big ? __builtin_bswap64(word) : word;
 }
 
 /// The number of eight digits, each a byte, the first one the lowest: two and then four of

@@ -9,6 +9,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -16,6 +17,7 @@ import unittest
 
 TREE, BUILD, CMAKE, CXX, CC = sys.argv[1:6]
 TREE = pathlib.Path(TREE)
+CLANG = next(name for name in ("clang-14", "clang-19", "clang") if shutil.which(name))
 CPP_OUTPUT = [
     r'poll 20: r1 10.0.12.2 prefixes broke {"_t":4,"_p":"{\"ruleParam\":12}","_v":"0"}',
     r'poll 20: r1 10.0.12.2 state broke {"_t":0,"_p":"{\"ruleParam\":\"Established\"}","_v":"Idle"}',
@@ -93,9 +95,9 @@ class InstallTest(unittest.TestCase):
     def test_every_header_compiles_alone(self):
         headers = sorted(self.headers.rglob("*.h"))
         jobs = [(compiler, ["-std=c++20"], header)
-                for compiler in ("g++", "clang++-14") for header in headers]
+                for compiler in ("g++", CLANG.replace("clang", "clang++")) for header in headers]
         jobs += [(compiler, [f"-std={standard}", "-pedantic"], self.headers / "keelstone.h")
-                 for compiler in ("gcc", "clang-14") for standard in ("c99", "c11")]
+                 for compiler in ("gcc", CLANG) for standard in ("c99", "c11")]
         jobs += [("g++", ["-std=c++11"], self.headers / "keelstone.h")]
 
         def compile_alone(job):
