@@ -19,6 +19,7 @@ constexpr std::size_t kNewestAlerts = 40;
 constexpr std::size_t kEpisodes = 100;  // of a variable
 constexpr std::size_t kChanges = 200;   // of its rule, of its golden value
 constexpr std::size_t kSpans = 240;
+constexpr std::int64_t kTimes = std::int64_t{1} << 40U;  // s before and after 1970 that are told
 
 std::string TextMember(const JsonValue& object, std::string_view name) {
   const JsonValue* const member = object.find(name);
@@ -120,12 +121,12 @@ bool ReportFindings::ReadLine(std::string_view text, Line& line) {
     return false;
   }
   const JsonValue* const time = line.document.find("time");
-  if (time == nullptr || !time->isInt() || !line.document["device"].isString() ||
+  if (time == nullptr || !time->isInt64() || !line.document["device"].isString() ||
       !line.document["source"].isString()) {
     fault_ = "no result of `keelstone evaluate`: time, device and source are needed";
     return false;
   }
-  line.time = time->asInt();
+  line.time = std::clamp(time->asInt64(), -kTimes, kTimes);
   line.unit = {TextMember(line.document, "domain"), TextMember(line.document, "device"),
                TextMember(line.document, "source"), TextMember(line.document, "param")};
   const JsonValue* const blocked = line.document.find("blocked");
