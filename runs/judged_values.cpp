@@ -35,7 +35,7 @@ struct UnitMemory::Table {
     std::uint64_t position = 0;
   };
 
-  static bool IsPast(std::uint64_t then, std::uint64_t now) { return now > then + kReach; }
+  bool IsPast(std::uint64_t then, std::uint64_t now) const { return now > then + reach; }
 
   void NoteBehind(const Judged& value, std::uint64_t position) {
     Behind& behind = behinds[value.key];
@@ -55,7 +55,7 @@ struct UnitMemory::Table {
     entry.position = position;
   }
 
-  /// Gives back what no run can find any more. So often that no more than twice kReach
+  /// Gives back what no run can find any more. So often that no more than twice the reach
   /// values of all units are held.
   void Sweep(std::uint64_t position) {
     if (!IsPast(swept, position)) return;
@@ -66,12 +66,14 @@ struct UnitMemory::Table {
     if (isShorter) entries.rehash(0);
   }
 
+  const std::uint64_t reach;
   boost::unordered_flat_map<std::uint64_t, Entry> entries;
   boost::unordered_flat_map<std::uint64_t, Behind> behinds;
   std::uint64_t swept = 0;
 };
 
-UnitMemory::UnitMemory() : table_(std::make_unique<Table>()) {}
+UnitMemory::UnitMemory(std::uint64_t reach)
+    : table_(std::make_unique<Table>(Table{.reach = reach, .entries = {}, .behinds = {}})) {}
 UnitMemory::~UnitMemory() = default;
 
 std::vector<UnitMemory::Known> UnitMemory::Look(const std::vector<std::uint64_t>& keys,
@@ -81,13 +83,13 @@ std::vector<UnitMemory::Known> UnitMemory::Look(const std::vector<std::uint64_t>
   if (table_->entries.empty() && table_->behinds.empty()) return known;
   for (std::size_t i = 0; i < keys.size(); ++i) {
     const auto entry = table_->entries.find(keys[i]);
-    if (entry != table_->entries.end() && !Table::IsPast(entry->second.position, position)) {
+    if (entry != table_->entries.end() && !table_->IsPast(entry->second.position, position)) {
       known[i].isKnown = true;
       known[i].newest = entry->second.newest;
     }
     if (table_->behinds.empty()) continue;
     const auto behind = table_->behinds.find(keys[i]);
-    if (behind == table_->behinds.end() || Table::IsPast(behind->second.position, position)) {
+    if (behind == table_->behinds.end() || table_->IsPast(behind->second.position, position)) {
       continue;
     }
     known[i].behindCount = behind->second.count;
@@ -110,11 +112,11 @@ JudgedValues::Place JudgedValues::Of(const ParsedRun& run) {
   if (known != places_.end()) {
     units_.splice(units_.begin(), units_, known->second);
   } else {
-    units_.push_front({keyBuffer_, std::make_shared<UnitMemory>(), 0});
+    units_.push_front({keyBuffer_, std::make_shared<UnitMemory>(reach_), 0});
     places_.emplace(units_.front().key, units_.begin());
   }
   units_.front().position = position_;
-  while (position_ > units_.back().position + UnitMemory::kReach) {
+  while (position_ > units_.back().position + reach_) {
     places_.erase(units_.back().key);
     units_.pop_back();
   }

@@ -26,12 +26,10 @@ struct NewestValue {
 std::uint64_t VariableKeyOf(const VarInfo& variable);
 
 /// What was judged last of each variable of one unit (domain, device, source, param). A
-/// variable is forgotten once kReach values of all units have come after its latest one: so
+/// variable is forgotten once `reach` values of all units have come after its latest one: so
 /// what is known depends on the input alone, and not on when memory is given back. Any thread.
 class KEELSTONE_EXPORT UnitMemory {
  public:
-  static constexpr std::uint64_t kReach = 1U << 20U;
-
   /// What is known of a variable.
   struct Known {
     bool isKnown = false;
@@ -52,7 +50,7 @@ class KEELSTONE_EXPORT UnitMemory {
     Step step = Step::kNewest;
   };
 
-  UnitMemory();
+  explicit UnitMemory(std::uint64_t reach);
   ~UnitMemory();
   UnitMemory(const UnitMemory&) = delete;
   UnitMemory& operator=(const UnitMemory&) = delete;
@@ -69,7 +67,7 @@ class KEELSTONE_EXPORT UnitMemory {
 };
 
 /// The memories of all units that a host evaluates, of at most about two million variables
-/// (twice UnitMemory::kReach). Any thread; what is found follows the order of the calls of Of.
+/// (twice the reach). Any thread; what is found follows the order of the calls of Of.
 class KEELSTONE_EXPORT JudgedValues {
  public:
   /// A run's place: the memory of its unit, and how many values came before.
@@ -77,6 +75,9 @@ class KEELSTONE_EXPORT JudgedValues {
     std::shared_ptr<UnitMemory> unit;
     std::uint64_t position = 0;
   };
+
+  static constexpr std::uint64_t kReach = 1U << 20U;
+  explicit JudgedValues(std::uint64_t reach = kReach) : reach_(reach) {}
 
   /// The place of the next run of the input.
   Place Of(const ParsedRun& run);
@@ -90,6 +91,7 @@ class KEELSTONE_EXPORT JudgedValues {
     std::uint64_t position = 0;  // of its latest run
   };
 
+  const std::uint64_t reach_;
   Mutex mutex_;                                  // guards what follows; innermost
   std::list<Unit> units_ KS_GUARDED_BY(mutex_);  // latest first
   std::unordered_map<std::string_view, std::list<Unit>::iterator> places_ KS_GUARDED_BY(mutex_);

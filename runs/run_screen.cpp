@@ -166,8 +166,8 @@ bool RunScreen::IsBehindSound(const VarInfo& variable, const UnitMemory::Known& 
 
 void RunScreen::Repair(const VarInfo& variable, const StoredHistory& stored, std::size_t ahead) {
   KS_LOG("FS_Host", "RunScreen::Repair", "run_screen", kLogNotice,
-         "History of variable:%s is repaired, %zu values of it up to %" PRId64
-         " are ahead of the clock and dropped, device:%s, source:%s, interface:%s.",
+         "History of variable:%s is repaired, values ahead of the clock are dropped (%zu, up to "
+         "%" PRId64 "), device:%s, source:%s, interface:%s.",
          variable.variableName.c_str(), ahead, stored.points().back().time, run_.device.c_str(),
          run_.source.c_str(), variable.interfaceValue.c_str());
   instance_.ReplaceHistory(variable.interfaceValue, variable.variableName,
