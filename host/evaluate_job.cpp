@@ -210,7 +210,8 @@ EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineRead
   run->domain = domains_.Find(run->parsed.domain);
   SayDomainFaults(input.name + ":" + std::to_string(reader.lineNumber()) + ": ");
   domains_.NoteVariables(run->parsed);
-  if (run->domain->usable && run->domain->engineOn) run->judged = judged_.Of(run->parsed);
+  const bool isEvaluated = run->domain->usable && run->domain->engineOn;
+  if (isEvaluated && options_.stages.LooksBack()) run->judged = judged_.Of(run->parsed);
   run->bytes = line.size();
   run->inputPosition = inputBase_ + reader.position();
   batchBytes_ += line.size();

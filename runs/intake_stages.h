@@ -17,6 +17,8 @@ struct IntakeStages {
 
   /// Hands every value to the engine as it comes.
   static constexpr IntakeStages Off() { return {true, true, 0}; }
+  /// Whether what was judged before plays a part.
+  constexpr bool LooksBack() const { return !judgeRepeated || maxAhead > 0; }
   /// Whether any stage is on. Only then are reasons told: without them the output is the
   /// engine's alone.
   constexpr bool IsAnyOn() const { return !judgeRepeated || !allowDuplicates || maxAhead > 0; }

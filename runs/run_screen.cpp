@@ -64,7 +64,7 @@ RunScreen::RunScreen(const ParsedRun& run, const IntakeStages& stages,
       stages_(stages),
       place_(place),
       instance_(instance),
-      looksBack_(isLasting && (!stages.judgeRepeated || stages.maxAhead > 0)),
+      looksBack_(isLasting && stages.LooksBack()),
       mayLearn_(mayLearn),
       plausible_(stages.maxAhead > 0 ? Clock::NowSeconds() + std::min(stages.maxAhead, kClockSkew)
                                      : std::numeric_limits<std::int64_t>::max()) {
