@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <memory>
 #include <set>
 #include <string>
@@ -41,6 +43,10 @@ static_assert(int{KS_DATABASE_GLOBAL_SETTING} == kDbGlobalSetting &&
               int{KS_DATABASE_OBJECT_RULE} == kDbObjectRule &&
               int{KS_DATABASE_BLOCK_SETTING} == kDbBlockSetting &&
               int{KS_DATABASE_INTERFACE_TYPE} == kDbInterfaceType);
+
+// What the structure held first; it only grows.
+constexpr std::size_t kLeastConfig =
+    offsetof(ks_domain_config, max_ahead) + sizeof(ks_domain_config::max_ahead);
 
 std::string Named(const std::string& domainId) { return "domain \"" + Printable(domainId) + "\""; }
 
@@ -122,6 +128,18 @@ ks_status ks_domain_enrol(ks_domain* domain, int32_t on) {
   });
 }
 
+ks_status ks_domain_configure(ks_domain* domain, const ks_domain_config* config, size_t size) {
+  return Call([&] {
+    const auto opened = DomainTable::Instance().Find(domain);
+    const ks_domain_config known = TakeStructure(config, size, kLeastConfig, "config");
+    IntakeStages stages;
+    stages.judgeRepeated = known.judge_repeated != 0;
+    stages.allowDuplicates = known.allow_duplicates != 0;
+    if (known.max_ahead != 0) stages.maxAhead = std::max<std::int64_t>(known.max_ahead, 0);
+    opened->SetStages(stages);
+  });
+}
+
 ks_status ks_domain_define(ks_domain* domain, const char* source, const char* name, int32_t type,
                            int32_t type_code) {
   return Call([&] {
@@ -155,7 +173,9 @@ ks_status ks_flush(void) {
 
 ks_status ks_domain_merge(ks_domain* domain, int32_t database, const char* from) {
   return Call([&] {
-    const std::string id = IdOf(domain);
+    const auto opened = DomainTable::Instance().Find(domain);
+    const std::string& id = opened->id;
+    opened->judged->Clear();
     const std::string file(RequiredText(from, "from"));
     for (const MergeKind& kind : kMergeKinds) {
       if (kind.database != database) continue;
@@ -170,7 +190,8 @@ ks_status ks_domain_merge(ks_domain* domain, int32_t database, const char* from)
 
 ks_status ks_domain_clean(ks_domain* domain, const char* const* keep, size_t count) {
   return Call([&] {
-    const std::string id = IdOf(domain);
+    const auto opened = DomainTable::Instance().Find(domain);
+    const std::string& id = opened->id;
     if (count == 0) throw Failure(KS_ERROR_ARGUMENT, "keep names no source");
     Required(keep, "keep");
     std::set<std::string> kept;
@@ -179,6 +200,7 @@ ks_status ks_domain_clean(ks_domain* domain, const char* const* keep, size_t cou
     }
     // Rows of a source that is gone would be written after it was cleaned away.
     Writing([&] { DBWriteWrapper::Instance()->WriteDomain(id); });
+    opened->judged->Clear();
     if (!RemoveGoneSources(id, kept)) {
       throw Failure(KS_ERROR_WRITE, "not all could be removed; the log says why");
     }
@@ -187,7 +209,9 @@ ks_status ks_domain_clean(ks_domain* domain, const char* const* keep, size_t cou
 
 ks_status ks_domain_reload(ks_domain* domain) {
   return Call([&] {
-    const auto data = KSDomainDataManager::Instance()->GetKSDataManager(IdOf(domain));
+    const auto opened = DomainTable::Instance().Find(domain);
+    opened->judged->Clear();
+    const auto data = KSDomainDataManager::Instance()->GetKSDataManager(opened->id);
     data->InvalidateKSGlobalSettingCaches();
     data->InvalidateKSVariableRuleCaches();
     data->InvalidateKSBlockSettingCaches();

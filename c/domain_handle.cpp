@@ -34,6 +34,16 @@ RootUse::~RootUse() {
   --all.uses;
 }
 
+void DomainHandle::SetStages(const IntakeStages& stages) {
+  const MutexLock lock(mutex_);
+  stages_ = stages;
+}
+
+IntakeStages DomainHandle::Stages() const {
+  const MutexLock lock(mutex_);
+  return stages_;
+}
+
 void SetRoot(const std::string& folder) {
   RootRegister& all = RootRegister::Instance();
   const MutexLock lock(all.mutex);

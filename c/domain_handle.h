@@ -3,9 +3,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "c/handle_table.h"
+#include "platform/mutex.h"
+#include "runs/intake_stages.h"
+#include "runs/judged_values.h"
 
 namespace keelstone::c {
 
@@ -32,9 +36,18 @@ struct DomainHandle {
 
   explicit DomainHandle(std::string domainId) : id(std::move(domainId)) {}
 
+  void SetStages(const IntakeStages& stages);
+  IntakeStages Stages() const;
+
   const std::string id;
   std::atomic<bool> enrols{false};
+  // Runs outlive the handle.
+  const std::shared_ptr<JudgedValues> judged = std::make_shared<JudgedValues>();
   RootUse use;
+
+ private:
+  mutable Mutex mutex_;  // guards the stages; innermost
+  IntakeStages stages_ KS_GUARDED_BY(mutex_);
 };
 
 using DomainTable = HandleTable<ks_domain, DomainHandle>;

@@ -50,7 +50,7 @@ extern "C" {
 #endif
 
 /* The number of this interface: raised when a call is added. */
-#define KS_API_VERSION 1
+#define KS_API_VERSION 2
 
 /* The number of the library that is loaded; not less than KS_API_VERSION. [any thread] */
 KS_API int32_t ks_api_version(void);
@@ -167,6 +167,28 @@ KS_API ks_status ks_domain_close(ks_domain* domain);
  */
 KS_API ks_status ks_domain_enrol(ks_domain* domain, int32_t on);
 
+/* What is done to values before they are judged; zero is what a domain does at first. */
+typedef struct ks_domain_config {
+  int32_t judge_repeated;   /* 1: values that were judged before are judged again */
+  int32_t allow_duplicates; /* 1: a run may hold two values of one name and interface */
+  /*
+   * Seconds that the time of a run may lie ahead of the clock; 0: a day; negative: times are
+   * taken as they come.
+   */
+  int64_t max_ahead;
+} ks_domain_config;
+
+/*
+ * How runs started from here on take their values. Without switches, a value that is earlier
+ * than the newest one of its variable, or of the same time and equal to it, is neither judged
+ * nor learned from (`repeated` in ks_summary); what was judged last is known as long as the
+ * handle is open, and from the history after that. Runs on demand are judged always. A second
+ * value of one name and interface in a run is refused, and so are all values of a run whose
+ * time is ahead of the clock or not later than the interval time after 1970
+ * (ks_run_refusal says why). `size` is sizeof(ks_domain_config). [any thread]
+ */
+KS_API ks_status ks_domain_configure(ks_domain* domain, const ks_domain_config* config, size_t size);
+
 /* The type of a value, and of a table's cell. */
 enum {
   KS_NULL = 0, /* cells only */
@@ -230,7 +252,7 @@ typedef struct ks_run_info {
   const char* device; /* required */
   const char* source; /* required: which parser */
   const char* param;  /* the parser's parameter */
-  int64_t time;       /* of every value: seconds since the epoch, within 32 bits */
+  int64_t time;       /* of every value: seconds since the epoch */
   int32_t on_demand;  /* 1: check, and learn nothing */
   int32_t reserved;   /* 0 */
   const char* node_id;
@@ -256,7 +278,7 @@ KS_API ks_status ks_run_close(ks_run* run);
 
 /*
  * Each adds one value. `interface_value` says on which interface of the device; null: none.
- * A variable may be added twice and is then evaluated twice. KS_ERROR_INPUT: the name is
+ * A variable that is added twice is refused the second time (see ks_domain_config). KS_ERROR_INPUT: the name is
  * empty, a text is not UTF-8, a number is not finite. KS_ERROR_STATE after ks_run_evaluate.
  * [one thread a run]
  */
@@ -330,6 +352,7 @@ typedef struct ks_summary {
   uint64_t alerts;
   int32_t blocked;   /* 1: the device is in a block period, nothing was learned */
   int32_t engine_on; /* 0: the domain is switched off, nothing was evaluated */
+  uint64_t repeated; /* values that were judged before, and not again */
 } ks_summary;
 
 /* Fills *summary; `size` is sizeof(ks_summary). [one thread a run] */
@@ -354,6 +377,18 @@ KS_API ks_status ks_run_explanations(ks_run* run, const char** text, size_t* len
  * is closed. [one thread a run]
  */
 KS_API ks_status ks_run_rejected(ks_run* run, size_t index, const char** name);
+
+/* A value that was rejected; all texts live until the run is closed. */
+typedef struct ks_refusal {
+  const char* device;
+  const char* source;
+  const char* interface_value;
+  const char* variable;
+  const char* reason; /* a clause for people: "it has no enabled definition" */
+} ks_refusal;
+
+/* As ks_run_rejected, with the reason. `size` is sizeof(ks_refusal). [one thread a run] */
+KS_API ks_status ks_run_refusal(ks_run* run, size_t index, ks_refusal* refusal, size_t size);
 
 /*
  * The items of the results. All texts live until the run is closed; one with a NUL inside

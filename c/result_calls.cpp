@@ -13,6 +13,7 @@ namespace {
 // What the structures held first; they only grow.
 constexpr std::size_t kLeastSummary =
     offsetof(ks_summary, engine_on) + sizeof(ks_summary::engine_on);
+constexpr std::size_t kLeastRefusal = offsetof(ks_refusal, reason) + sizeof(ks_refusal::reason);
 constexpr std::size_t kLeastRuleUpdate =
     offsetof(ks_rule_update, variable_type) + sizeof(ks_rule_update::variable_type);
 constexpr std::size_t kLeastGoldenValue =
@@ -66,6 +67,7 @@ ks_status ks_run_summary(ks_run* run, ks_summary* summary, size_t size) {
     given.alerts = outcome.results->GetKSAlertResults().size();
     given.blocked = outcome.blocked ? 1 : 0;
     given.engine_on = inside->IsEngineOn() ? 1 : 0;
+    given.repeated = outcome.repeated;
     GiveStructure(given, summary, size, kLeastSummary, "summary");
   });
 }
@@ -95,6 +97,13 @@ ks_status ks_run_rejected(ks_run* run, size_t index, const char** name) {
     const RunEntry inside(run);
     const char*& given = Required(name, "name");
     given = At(inside->Outcome().rejected, index).c_str();
+  });
+}
+
+ks_status ks_run_refusal(ks_run* run, size_t index, ks_refusal* refusal, size_t size) {
+  return Call([&] {
+    const RunEntry inside(run);
+    GiveStructure(inside->Refusal(index), refusal, size, kLeastRefusal, "refusal");
   });
 }
 

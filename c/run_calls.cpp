@@ -1,7 +1,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -28,18 +27,13 @@ ParsedRun RunOf(const ks_run_info& info, const std::string& domainId) {
   run.nodeId = Text(info.node_id, "node_id");
   run.nodePathSchema = Text(info.node_path_schema, "node_path_schema");
   run.structureId = Text(info.structure_id, "structure_id");
-  if (info.time < std::numeric_limits<std::int32_t>::min() ||
-      info.time > std::numeric_limits<std::int32_t>::max()) {
-    throw Failure(KS_ERROR_INPUT, "time is out of range (32 bits)");
-  }
-  run.time = static_cast<std::int32_t>(info.time);
+  run.time = info.time;
   run.onDemand = info.on_demand != 0;
   return run;
 }
 
 void Start(const DomainHandle& domain, ParsedRun run, ks_run*& handle) {
-  handle =
-      RunTable::Instance().Open(std::make_shared<RunHandle>(std::move(run), domain.enrols.load()));
+  handle = RunTable::Instance().Open(std::make_shared<RunHandle>(std::move(run), domain));
 }
 
 void Add(const ks_run* handle, const char* name, const char* interfaceValue, EnumKSDataType type,

@@ -36,8 +36,12 @@ RunHandle::AlertTexts ReadAlert(const KSAlertData& alert) {
 
 }  // namespace
 
-RunHandle::RunHandle(ParsedRun run, bool enrols)
-    : run_(std::move(run)), enrols_(enrols), reader_(run_.domain) {}
+RunHandle::RunHandle(ParsedRun run, const DomainHandle& domain)
+    : run_(std::move(run)),
+      enrols_(domain.enrols.load()),
+      stages_(domain.Stages()),
+      judged_(domain.judged),
+      reader_(run_.domain) {}
 
 void RunHandle::RequireNotEvaluated() const {
   if (isEvaluated_) throw Failure(KS_ERROR_STATE, "the run has been evaluated");
@@ -50,7 +54,7 @@ void RunHandle::Add(VarInfo variable) {
 
 void RunHandle::AddJson(std::string_view json) {
   RequireNotEvaluated();
-  if (!reader_.ReadVariables(json, run_.variables)) {
+  if (!reader_.ReadVariables(json, run_)) {
     throw Failure(KS_ERROR_INPUT, reader_.fault());
   }
 }
@@ -82,7 +86,12 @@ void RunHandle::Evaluate() {
   if (domain.engineOn && cache.HasPendingRows(run_.domain, run_.device)) {
     cache.WriteDomain(run_.domain);
   }
-  outcome_ = EvaluateRun(run_, domain, run_.onDemand, nullptr, explains_);
+  RunRequest request;
+  request.onDemand = run_.onDemand;
+  request.explain = explains_;
+  request.stages = stages_;
+  request.judged = judged_->Of(run_);
+  outcome_ = EvaluateRun(run_, domain, request);
   isEvaluated_ = true;
   isEngineOn_ = domain.engineOn;
   if (outcome_.results) return;
@@ -93,6 +102,17 @@ void RunHandle::Evaluate() {
 const RunOutcome& RunHandle::Outcome() const {
   if (!isEvaluated_) throw Failure(KS_ERROR_STATE, "the run has not been evaluated");
   return outcome_;
+}
+
+ks_refusal RunHandle::Refusal(std::size_t index) const {
+  const auto& refused = Outcome().refused;
+  if (index >= refused.size()) {
+    throw Failure(KS_ERROR_ARGUMENT, "index " + std::to_string(index) + " is beyond the " +
+                                         std::to_string(refused.size()) + " items that there are");
+  }
+  const VarInfo& variable = run_.variables[refused[index].variable];
+  return {run_.device.c_str(), run_.source.c_str(), variable.interfaceValue.c_str(),
+          variable.variableName.c_str(), refused[index].reason.c_str()};
 }
 
 void RunHandle::Store() {

@@ -23,7 +23,7 @@ class RunHandle {
   static constexpr const char* kHandleName = "the run";
 
   /// `run` without variables, or with some.
-  RunHandle(ParsedRun run, bool enrols);
+  RunHandle(ParsedRun run, const DomainHandle& domain);
 
   // Each is a Failure when the run has been evaluated.
   void Add(VarInfo variable);
@@ -35,6 +35,8 @@ class RunHandle {
   void Store();
   const RunOutcome& Outcome() const;
   bool IsEngineOn() const noexcept { return isEngineOn_; }
+  /// The refused value; a Failure beyond their number.
+  ks_refusal Refusal(std::size_t index) const;
   const std::string& ResultJson();
   /// A Failure when explanations were not asked for.
   const std::string& ExplanationsJson();
@@ -57,6 +59,8 @@ class RunHandle {
   std::atomic<bool> busy_{false};
   ParsedRun run_;
   const bool enrols_;
+  const IntakeStages stages_;
+  const std::shared_ptr<JudgedValues> judged_;
   RunLineReader reader_;
   bool explains_ = false;
   bool isEvaluated_ = false;

@@ -20,7 +20,7 @@ set(KEELSTONE_PUBLIC_HEADERS
   storage/ksdatacachequeue.h storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
   storage/domain_files.h storage/gone_sources.h
-  runs/domain.h runs/raw_json.h runs/run_evaluation.h runs/run_line.h runs/table_value.h
+  runs/domain.h runs/intake_stages.h runs/judged_values.h runs/raw_json.h runs/run_evaluation.h runs/run_line.h runs/table_value.h
   results/expectation.h results/explanation.h results/table_changes.h
   results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h
   diag/testksrulesqlit.h)

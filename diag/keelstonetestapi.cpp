@@ -15,7 +15,7 @@ class TestRun : public KSRuleInstance {
   TestRun(const std::string& domain, const std::string& deviceName, std::int64_t time,
           bool onDemand, const std::string& variableSource)
       : KSRuleInstance(variableSource, {}, deviceName, {}, {}, {}, domain, {},
-                       static_cast<std::int32_t>(time), onDemand) {}
+                       EvaluationTime{time}, onDemand) {}
 };
 
 EnumKSDataType DataTypeOf(std::int32_t typeCode) {

@@ -158,11 +158,23 @@ bool KSRuleInstance::Evaluation::IsVarDefineRule(const std::string& variableName
 
 bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
   if (explainer_) explainer_->Begin();
+  refusal_ = kRefusalFailure;  // should it throw
+  const bool isTaken = TakeValue(variable);
+  if (isTaken) refusal_ = kRefusalNone;
+  return isTaken;
+}
+
+bool KSRuleInstance::Evaluation::Refuse(EnumRefusal why) {
+  refusal_ = why;
+  return false;
+}
+
+bool KSRuleInstance::Evaluation::TakeValue(const VarInfo& variable) {
   if (isUnreadable_) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
            "Variable:%s is not evaluated, what is stored of device:%s could not be read.",
            variable.variableName.c_str(), subject_.deviceName.c_str());
-    return false;
+    return Refuse(kRefusalUnreadable);
   }
   const Found found = Find(variable);
   if (TryCheckOnly(variable, found)) return true;
@@ -170,21 +182,23 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
   if (!TakeDefinition(variable, found, definition)) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogInformation,
            "Variable:%s is not define rule.", variable.variableName.c_str());
-    return false;
+    return Refuse(kRefusalUndefined);
   }
   if (definition.own->ruleGenerateType == kRuleLearned && IsFiltered(variable.interfaceValue)) {
     return true;
   }
   if (!TakeVariableType(variable, definition)) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
-           "Variable type is changed. the variable type is mismatch to variable value type.Var:%s",
-           variable.variableName.c_str());
-    return false;
+           "Variable type is changed. the variable type is mismatch to variable value type.Var:%s, "
+           "device:%s, source:%s, interface:%s.",
+           variable.variableName.c_str(), subject_.deviceName.c_str(),
+           subject_.variableSource.c_str(), variable.interfaceValue.c_str());
+    return Refuse(kRefusalType);
   }
   const std::shared_ptr<KSDataBase> point = CreateDataPoint(variable, subject_.time);
   if (!point) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError, "nullptr == pData");
-    return false;
+    return Refuse(kRefusalNoValue);
   }
 
   Judgement judgement = MeetRule(variable, definition);
@@ -207,6 +221,7 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
 }
 
 void KSRuleInstance::Evaluation::SerializeLocalDB() {
+  CollectReplacedHistories();
   DBWriteWrapper* const cache = DBWriteWrapper::Instance();
   std::shared_ptr<HandedRows> handed;
   if (!pendingRules_.empty() || !pendingHistories_.empty()) {
@@ -220,6 +235,22 @@ void KSRuleInstance::Evaluation::SerializeLocalDB() {
     cache->HandOverAgain(subject_.domainId, subject_.deviceName, *earlier);
   }
   if (handed != nullptr) handedRows_.push_back(std::move(handed));
+}
+
+const std::string* KSRuleInstance::Evaluation::LoadedHistory(
+    const std::string& interfaceValue, const std::string& variableName) const {
+  const auto interface = histories_.find(interfaceValue);
+  if (interface == histories_.end()) return nullptr;
+  const auto history = interface->second.find(variableName);
+  return history != interface->second.end() ? &history->second : nullptr;
+}
+
+void KSRuleInstance::Evaluation::ReplaceHistory(const std::string& interfaceValue,
+                                                const std::string& variableName,
+                                                std::string history) {
+  histories_[interfaceValue][variableName] = std::move(history);
+  historiesOfInterface_ = histories_.end();
+  replacedHistories_.emplace(interfaceValue, variableName);
 }
 
 // Pending definitions come first, then what was loaded, then the variable rules.

@@ -35,7 +35,7 @@ class KSRuleInstance::Evaluation {
     std::string variableParam;
     std::string domainId;
     std::string reserved;
-    std::int32_t time;  // seconds since the epoch
+    std::int64_t time;  // seconds since the epoch
   };
 
   Evaluation(Subject subject, bool onDemandTask);
@@ -49,6 +49,11 @@ class KSRuleInstance::Evaluation {
   bool IsVarDefineRule(const std::string& variableName);
   bool ProcessVariable(const VarInfo& variable);
   void SerializeLocalDB();
+  const std::string* LoadedHistory(const std::string& interfaceValue,
+                                   const std::string& variableName) const;
+  void ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
+                      std::string history);
+  EnumRefusal refusal() const { return refusal_; }
 
   std::shared_ptr<KSRuleUpdateResultData> results() const { return results_; }
   void SetExplain(bool on) { explainer_ = on ? std::make_unique<Explainer>() : nullptr; }
@@ -119,6 +124,9 @@ class KSRuleInstance::Evaluation {
   void GenerateHistoryData(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
                            HistoryDataBase& history);
   void LogRefusedHistory(const VarInfo& variable);
+  bool TakeValue(const VarInfo& variable);
+  bool Refuse(EnumRefusal why);
+  void CollectReplacedHistories();
 
   ObjectDefine MakeObject(const std::string& interfaceValue) const;
   void CollectAlertRueslt(const VarInfo& variable, std::int32_t ruleType,
@@ -155,6 +163,9 @@ class KSRuleInstance::Evaluation {
   std::vector<ObjectRuleData> pendingRules_;
   std::vector<ObjectRuleHistoryData> pendingHistories_;
   std::vector<std::shared_ptr<HandedRows>> handedRows_;  // one of each SerializeLocalDB
+  // Interface and variable of histories that were replaced and not collected since.
+  std::set<std::pair<std::string, std::string>> replacedHistories_;
+  EnumRefusal refusal_ = kRefusalNone;  // of the last value
   std::optional<std::set<std::string>> definedVariables_;
   std::set<std::pair<std::string, std::string>> refusedHistories_;  // interface, variable
 

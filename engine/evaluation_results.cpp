@@ -39,6 +39,8 @@ void KSRuleInstance::Evaluation::CollectAlertRueslt(const VarInfo& variable, std
 
 void KSRuleInstance::Evaluation::CollectRuleUpdateRueslt(const VarInfo& variable,
                                                          const Definition& definition) {
+  if (!replacedHistories_.empty())
+    replacedHistories_.erase({variable.interfaceValue, variable.variableName});
   ObjectRuleData& row = pendingRules_.emplace_back();
   row.definitions.emplace(variable.variableName, definition.record());
   row.object = MakeObject(variable.interfaceValue);
@@ -47,12 +49,25 @@ void KSRuleInstance::Evaluation::CollectRuleUpdateRueslt(const VarInfo& variable
 }
 
 void KSRuleInstance::Evaluation::CollectHistory(const VarInfo& variable, std::string historyText) {
+  if (!replacedHistories_.empty())
+    replacedHistories_.erase({variable.interfaceValue, variable.variableName});
   ObjectRuleHistoryData& row = pendingHistories_.emplace_back();
   row.history = std::move(historyText);
   row.object = MakeObject(variable.interfaceValue);
   row.variableSource = subject_.variableSource;
   row.variableName = variable.variableName;
   row.variableParam = subject_.variableParam;
+}
+
+// What the evaluation has not written anew since: a later row of one key takes the place of
+// an earlier one.
+void KSRuleInstance::Evaluation::CollectReplacedHistories() {
+  for (const auto& [interfaceValue, variableName] : std::exchange(replacedHistories_, {})) {
+    VarInfo variable;
+    variable.interfaceValue = interfaceValue;
+    variable.variableName = variableName;
+    CollectHistory(variable, histories_[interfaceValue][variableName]);
+  }
 }
 
 // Both result items leave the interface path empty: receivers find the interface by its

@@ -29,9 +29,17 @@ KSRuleInstance::KSRuleInstance(const std::string& variableSource, const std::str
                                const std::string& structureId, const std::string& variableParam,
                                const std::string& domainId, const std::string& reserved,
                                std::int32_t evaluationTime, bool onDemandTask)
+    : KSRuleInstance(variableSource, nodeId, deviceName, nodePathSchema, structureId, variableParam,
+                     domainId, reserved, EvaluationTime{evaluationTime}, onDemandTask) {}
+
+KSRuleInstance::KSRuleInstance(const std::string& variableSource, const std::string& nodeId,
+                               const std::string& deviceName, const std::string& nodePathSchema,
+                               const std::string& structureId, const std::string& variableParam,
+                               const std::string& domainId, const std::string& reserved,
+                               EvaluationTime evaluationTime, bool onDemandTask)
     : evaluation_(std::make_unique<Evaluation>(
           Evaluation::Subject{variableSource, nodeId, deviceName, nodePathSchema, structureId,
-                              variableParam, domainId, reserved, evaluationTime},
+                              variableParam, domainId, reserved, evaluationTime.seconds},
           onDemandTask)) {}
 
 KSRuleInstance::~KSRuleInstance() = default;
@@ -92,6 +100,21 @@ const std::vector<KSAlertExplanation>& KSRuleInstance::GetExplanations() const {
 EnumVerdict KSRuleInstance::GetLastVerdict() const {
   const Explainer* const explainer = evaluation_->explainer();
   return explainer == nullptr ? kVerdictNone : explainer->verdict();
+}
+
+EnumRefusal KSRuleInstance::GetLastRefusal() const { return evaluation_->refusal(); }
+
+const std::string* KSRuleInstance::GetLoadedHistory(const std::string& interfaceValue,
+                                                    const std::string& variableName) const {
+  return evaluation_->LoadedHistory(interfaceValue, variableName);
+}
+
+void KSRuleInstance::ReplaceHistory(const std::string& interfaceValue,
+                                    const std::string& variableName, std::string history) {
+  Guarded("KSRuleInstance::ReplaceHistory", [&] {
+    evaluation_->ReplaceHistory(interfaceValue, variableName, std::move(history));
+    return true;
+  });
 }
 
 }  // namespace keelstone

@@ -14,6 +14,21 @@
 
 namespace keelstone {
 
+/// The time of a run in seconds since the epoch, beyond 32 bits too.
+struct EvaluationTime {
+  std::int64_t seconds = 0;
+};
+
+/// Why ProcessVariable refused a value.
+enum EnumRefusal : std::int32_t {
+  kRefusalNone = 0,        // it was not refused
+  kRefusalUnreadable = 1,  // what is stored of the device could not be read
+  kRefusalUndefined = 2,   // the variable has no enabled definition
+  kRefusalType = 3,        // its type code is not that of the definition
+  kRefusalNoValue = 4,     // its text gives no value of its type
+  kRefusalFailure = 5,     // the evaluation itself failed; the log says why
+};
+
 /// The evaluation of one parser run on one device. A host makes one, asks IsInBlockTime
 /// (and then calls SetOnlyUpdateKSValue), loads rules and histories, hands every variable
 /// to ProcessVariable, takes the results and calls SerializeLocalDB. Used by one thread;
@@ -27,6 +42,12 @@ class KEELSTONE_EXPORT KSRuleInstance {
                  const std::string& structureId, const std::string& variableParam,
                  const std::string& domainId, const std::string& reserved,
                  std::int32_t evaluationTime, bool onDemandTask);
+  /// The same for times that 32 bits do not hold.
+  KSRuleInstance(const std::string& variableSource, const std::string& nodeId,
+                 const std::string& deviceName, const std::string& nodePathSchema,
+                 const std::string& structureId, const std::string& variableParam,
+                 const std::string& domainId, const std::string& reserved,
+                 EvaluationTime evaluationTime, bool onDemandTask);
   ~KSRuleInstance();
   KSRuleInstance(const KSRuleInstance&) = delete;
   KSRuleInstance& operator=(const KSRuleInstance&) = delete;
@@ -78,6 +99,17 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// What became of the value that was handed over last; kVerdictNone while nothing is
   /// explained.
   EnumVerdict GetLastVerdict() const;
+  /// Why the value that was handed over last was refused.
+  EnumRefusal GetLastRefusal() const;
+
+  /// The history text that was loaded of a variable, or nullptr; as long as nothing is
+  /// loaded or replaced.
+  const std::string* GetLoadedHistory(const std::string& interfaceValue,
+                                      const std::string& variableName) const;
+  /// Puts a history text in the place of the loaded one, for the evaluation and for the
+  /// database. Before the variable is processed.
+  void ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
+                      std::string history);
 
  private:
   class Evaluation;

@@ -12,6 +12,12 @@ ObjectKey KeyOf(const ParsedRun& run, std::string_view interface, std::string_vi
   return {run.domain, run.device, run.source, run.param, interface, variable};
 }
 
+/// Of the words: the numbers in a reason differ from run to run.
+std::size_t ReasonHash(std::string words) {
+  std::erase_if(words, [](char c) { return c >= '0' && c <= '9'; });
+  return std::hash<std::string>{}(words);
+}
+
 std::size_t ParameterHash(int type, const std::string& parameter) {
   return std::hash<std::string>{}(parameter)*31U + static_cast<std::size_t>(type);
 }
@@ -58,6 +64,18 @@ void AlertBook::NoteLearned(const ParsedRun& run, const RunOutcome& outcome) {
     if (place == learned_.end()) place = learned_.try_emplace(OwnObjectKey(key)).first;
     place->second = {ParameterHash(item->nRuleId, item->strRuleAlgParam), run.time};
   }
+}
+
+void AlertBook::TakeNews(const ParsedRun& run, std::vector<RefusedValue>& refused) {
+  const MutexLock lock(mutex_);
+  std::erase_if(refused, [&](const RefusedValue& value) KS_REQUIRES(mutex_) {
+    const VarInfo& variable = run.variables[value.variable];
+    const ObjectKey key = KeyOf(run, variable.interfaceValue, variable.variableName);
+    auto place = refused_.find(key);
+    if (place == refused_.end()) place = refused_.try_emplace(OwnObjectKey(key)).first;
+    const std::size_t reason = ReasonHash(value.reason);
+    return std::exchange(place->second, reason) == reason;
+  });
 }
 
 std::vector<std::pair<ObjectKey, Episode>> AlertBook::Open() const {

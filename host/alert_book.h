@@ -30,6 +30,9 @@ class AlertBook {
   /// the run, and tells what became of the episodes, in the order of the values.
   std::vector<EpisodeChange> Take(const ParsedRun& run, RunOutcome& outcome);
 
+  /// Leaves only those refusals that this variable has not had before.
+  void TakeNews(const ParsedRun& run, std::vector<RefusedValue>& refused);
+
   /// The episodes that are open, in order. While nothing is handed in.
   std::vector<std::pair<ObjectKey, Episode>> Open() const;
 
@@ -45,6 +48,7 @@ class AlertBook {
   mutable Mutex mutex_;  // guards what follows; innermost
   Episodes episodes_ KS_GUARDED_BY(mutex_);
   ObjectMap<LearnedRule> learned_ KS_GUARDED_BY(mutex_);
+  ObjectMap<std::size_t> refused_ KS_GUARDED_BY(mutex_);  // a hash of the latest reason
 };
 
 }  // namespace keelstone::host

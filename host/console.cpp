@@ -72,12 +72,14 @@ void Console::EndProgress() {
 std::string SummaryText(const EvaluationProgress& progress, std::uint64_t skippedLines,
                         double seconds) {
   const RunTally& tally = progress.tally;
-  std::string text = Count(progress.runs, "run", "runs") + ", " +
-                     Count(tally.variables, "value", "values") + ", " +
-                     Count(tally.rejected, "value rejected", "values rejected") + "; " +
-                     Count(tally.alerts, "alert", "alerts") + ", " +
-                     Count(tally.goldenValues, "golden-value change", "golden-value changes") +
-                     ", " + Count(tally.rules, "rule learned", "rules learned");
+  std::string text =
+      Count(progress.runs, "run", "runs") + ", " + Count(tally.variables, "value", "values") +
+      ", " + Count(tally.rejected, "value rejected", "values rejected") +
+      (tally.repeated > 0 ? ", " + Count(tally.repeated, "value", "values") + " repeated; "
+                          : "; ") +
+      Count(tally.alerts, "alert", "alerts") + ", " +
+      Count(tally.goldenValues, "golden-value change", "golden-value changes") + ", " +
+      Count(tally.rules, "rule learned", "rules learned");
   if (skippedLines > 0) text += "; " + Count(skippedLines, "line skipped", "lines skipped");
   const auto tenths = static_cast<std::uint64_t>(std::llround(seconds * 10));
   return text + "; " + std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s, " +

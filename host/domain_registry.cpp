@@ -40,11 +40,12 @@ std::vector<std::string> DomainRegistry::Ids() const {
   return ids;
 }
 
-bool DomainRegistry::PrepareFiles(const std::string& id) {
+bool DomainRegistry::PrepareFiles(const std::string& id, bool& isComplete) {
   using Condition = DomainCheck::Condition;
   const DomainCheck check = CheckDomain(id, writes_);
   if (check.condition == Condition::kUnusable) return NoteFault(id, check.detail);
-  if (check.condition == Condition::kComplete) return true;
+  isComplete = check.condition == Condition::kComplete;
+  if (isComplete) return true;
   if (enroll_) {
     const std::string failure = MakeDomain(id, DefaultGeneralSettings());
     return failure.empty() || NoteFault(id, failure);
@@ -66,7 +67,8 @@ const Domain* DomainRegistry::Find(const std::string& id) {
   }
   auto entry = std::make_unique<Entry>();
   Domain& domain = entry->domain;
-  if (!PrepareFiles(id)) {
+  bool isComplete = false;
+  if (!PrepareFiles(id, isComplete)) {
     domain.id = id;
     Refuse(*entry);
     return entries_.emplace(id, std::move(entry)).first->second->refused.get();
@@ -76,6 +78,10 @@ const Domain* DomainRegistry::Find(const std::string& id) {
     console_.Say(Named(id) +
                  " has its engine switched off (EnableKSFunction): nothing of it is "
                  "evaluated");
+  } else if (domain.definesNothing && isComplete && !enroll_) {
+    console_.Say(Named(id) +
+                 " defines no variables: values without a rule of their own are rejected; "
+                 "`--enroll` defines variables as they come");
   }
   return &entries_.emplace(id, std::move(entry)).first->second->domain;
 }

@@ -61,7 +61,7 @@ class DomainRegistry {
     std::vector<RuleDefinitionData> noted;  // to be defined, in input order
   };
 
-  bool PrepareFiles(const std::string& id);
+  bool PrepareFiles(const std::string& id, bool& isComplete);
   bool NoteFault(const std::string& id, const std::string& why);
   static void Refuse(Entry& entry);
 

@@ -6,8 +6,10 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <system_error>
 
 #include "host/console.h"
@@ -122,6 +124,16 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
   command.add_flag("--on-demand", options.onDemand, "Check without learning");
   command.add_flag("--fail-on-alert", options.failOnAlert, "Exit code 4 when there was an alert");
   command.add_flag("--strict", options.strict, "Stop at the first line that is no run");
+  command.add_flag("--judge-repeated", options.stages.judgeRepeated,
+                   "Judge values again that were judged before");
+  command.add_flag("--allow-duplicates", options.stages.allowDuplicates,
+                   "Evaluate a second value of one variable and interface in a run, too");
+  command
+      .add_option("--max-ahead", options.stages.maxAhead,
+                  "How far the time of a run may lie ahead of the clock (default: 86400, a day); "
+                  "0: times are taken as they come")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(std::int64_t{0}, std::numeric_limits<std::int64_t>::max()));
   command.add_flag("--quiet", options.quiet, "No progress and no summary on standard error");
   command.footer(kHelpEnd);
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/command_options.h"
+#include "runs/intake_stages.h"
 
 namespace keelstone::host {
 
@@ -20,6 +21,7 @@ struct EvaluateOptions {
   bool failOnAlert = false;
   bool strict = false;
   bool quiet = false;
+  IntakeStages stages;
 };
 
 void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options);

@@ -36,9 +36,15 @@ bool IsBlank(std::string_view line) {
 void Add(RunTally& sum, const RunTally& tally) {
   sum.variables += tally.variables;
   sum.rejected += tally.rejected;
+  sum.repeated += tally.repeated;
   sum.alerts += tally.alerts;
   sum.goldenValues += tally.goldenValues;
   sum.rules += tally.rules;
+}
+
+/// Where a domain defines nothing, one line has said so.
+void DropUndefined(std::vector<RefusedValue>& refused) {
+  std::erase_if(refused, [](const RefusedValue& value) { return value.isUndefined; });
 }
 
 }  // namespace
@@ -89,18 +95,25 @@ void EvaluateJob::OnSignal(int signal) {
 }
 
 bool EvaluateJob::Evaluate(host::Run& run) noexcept {
-  const bool onDemand = options_.onDemand || run.parsed.onDemand;
-  const bool explain = options_.explain || format_ == OutputFormat::kText;
-  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data), explain);
+  RunRequest request;
+  request.onDemand = options_.onDemand || run.parsed.onDemand;
+  request.explain = options_.explain || format_ == OutputFormat::kText;
+  request.stages = options_.stages;
+  request.judged = std::move(run.judged);
+  RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, request, std::move(run.data));
   outcome.Store();
   run.tally = TallyOf(outcome);
   try {
     std::vector<EpisodeChange> episodes;
-    if (explain) episodes = book_.Take(run.parsed, outcome);
+    if (request.explain) episodes = book_.Take(run.parsed, outcome);
+    if (!options_.stages.IsAnyOn()) outcome.refused.clear();
     if (format_ == OutputFormat::kText) {
+      if (run.domain->definesNothing) DropUndefined(outcome.refused);
+      book_.TakeNews(run.parsed, outcome.refused);
       run.output = TextOutput(run.parsed, outcome, episodes);
     } else {
-      run.output = JsonOutput(run.parsed, outcome, options_.all, explain ? &episodes : nullptr);
+      run.output =
+          JsonOutput(run.parsed, outcome, options_.all, request.explain ? &episodes : nullptr);
     }
   } catch (const std::exception&) {  // only for want of memory
     outputLost_.store(true);
@@ -197,6 +210,8 @@ EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineRead
   run->domain = domains_.Find(run->parsed.domain);
   SayDomainFaults(input.name + ":" + std::to_string(reader.lineNumber()) + ": ");
   domains_.NoteVariables(run->parsed);
+  const bool isEvaluated = run->domain->usable && run->domain->engineOn;
+  if (isEvaluated && options_.stages.LooksBack()) run->judged = judged_.Of(run->parsed);
   run->bytes = line.size();
   run->inputPosition = inputBase_ + reader.position();
   batchBytes_ += line.size();

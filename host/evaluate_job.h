@@ -61,6 +61,7 @@ class EvaluateJob final : private RunWork {
   StopRequest stop_;
   OutputWriter output_;  // the delivery thread's
   AlertBook book_;
+  JudgedValues judged_;
   DomainRegistry domains_;
   RunLineReader lines_;
   std::vector<std::unique_ptr<host::Run>> batch_;

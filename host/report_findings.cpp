@@ -19,6 +19,7 @@ constexpr std::size_t kNewestAlerts = 40;
 constexpr std::size_t kEpisodes = 100;  // of a variable
 constexpr std::size_t kChanges = 200;   // of its rule, of its golden value
 constexpr std::size_t kSpans = 240;
+constexpr std::int64_t kTimes = std::int64_t{1} << 40U;  // s before and after 1970 that are told
 
 std::string TextMember(const JsonValue& object, std::string_view name) {
   const JsonValue* const member = object.find(name);
@@ -92,6 +93,7 @@ struct ReportFindings::Line {
   UnitKey unit;
   bool blocked = false;
   std::int64_t variables = 0;
+  std::int64_t repeated = 0;  // values that say nothing
 
   ReportKey Key(std::string interface, std::string variable) const {
     return {unit[0], unit[1], std::move(interface), unit[2], unit[3], std::move(variable)};
@@ -120,17 +122,18 @@ bool ReportFindings::ReadLine(std::string_view text, Line& line) {
     return false;
   }
   const JsonValue* const time = line.document.find("time");
-  if (time == nullptr || !time->isInt() || !line.document["device"].isString() ||
+  if (time == nullptr || !time->isInt64() || !line.document["device"].isString() ||
       !line.document["source"].isString()) {
     fault_ = "no result of `keelstone evaluate`: time, device and source are needed";
     return false;
   }
-  line.time = time->asInt();
+  line.time = std::clamp(time->asInt64(), -kTimes, kTimes);
   line.unit = {TextMember(line.document, "domain"), TextMember(line.document, "device"),
                TextMember(line.document, "source"), TextMember(line.document, "param")};
   const JsonValue* const blocked = line.document.find("blocked");
   line.blocked = blocked != nullptr && blocked->isBool() && blocked->asBool();
   line.variables = IntMember(line.document, "variables", 1);
+  line.repeated = IntMember(line.document, "repeated", 0);
   return true;
 }
 
@@ -152,7 +155,8 @@ bool ReportFindings::Take(std::string_view text, const std::vector<std::string>&
   const JsonValue& goldenValues = line.Items("valueItems");
   const JsonValue* const rejected = line.document.find("rejected");
   const bool isRejectedEmpty = rejected == nullptr || rejected->empty();
-  if (alerts.empty() && rules.empty() && goldenValues.empty() && isRejectedEmpty) {
+  if (alerts.empty() && rules.empty() && goldenValues.empty() && isRejectedEmpty &&
+      line.repeated == 0) {
     hasQuietRuns_ = true;
   }
   const JsonValue* explanations = line.document.find("explanations");
@@ -175,6 +179,11 @@ bool ReportFindings::Take(std::string_view text, const std::vector<std::string>&
   }
   for (const JsonValue& item : goldenValues) {
     if (item.isObject()) TakeGoldenValue(line, item);
+  }
+  const JsonValue* const refused = line.document.find("refused");
+  if (refused == nullptr || !refused->isArray()) return true;
+  for (const JsonValue& item : *refused) {
+    if (item.isObject()) TakeRefused(line, item);
   }
   return true;
 }
@@ -250,6 +259,7 @@ void ReportFindings::ClearTold(const Line& line, const JsonValue& cleared, Unit&
 
 void ReportFindings::ClearOthers(const Line& line, Unit& unit) const {
   if (line.variables == 0) return;  // nothing was read
+  if (line.repeated > 0) return;    // which values were judged is not told
   const JsonValue* const rejected = line.document.find("rejected");
   const auto isRejected = [&](const std::string& name) {
     if (rejected == nullptr || !rejected->isArray()) return false;
@@ -278,6 +288,14 @@ void ReportFindings::TakeRule(const Line& line, const JsonValue& item) {
   rule.parameter = variable.Text(parameter);
   rule.expectation = variable.Text(Words(rule.type, parameter));
   AppendBounded(variable.rules, rule, kChanges);
+}
+
+void ReportFindings::TakeRefused(const Line& line, const JsonValue& item) {
+  VariableFindings& variable =
+      variables_[line.Key(TextMember(item, "interface"), TextMember(item, "variable"))];
+  ++variable.refused;
+  variable.refusedTime = line.time;
+  variable.refusedReason = variable.Text(TextMember(item, "reason"));
 }
 
 void ReportFindings::TakeGoldenValue(const Line& line, const JsonValue& item) {

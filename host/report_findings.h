@@ -66,6 +66,9 @@ struct VariableFindings {
   std::uint64_t alerts = 0;
   std::deque<FoundRule> rules;
   std::deque<FoundGoldenValue> goldenValues;
+  std::uint64_t refused = 0;     // values
+  std::int64_t refusedTime = 0;  // of the latest run that refused one
+  std::size_t refusedReason = 0;
 
   /// The place of a text; a long one may be cut when the variable holds many already.
   std::size_t Text(std::string_view text);
@@ -124,6 +127,7 @@ class ReportFindings {
   bool ReadLine(std::string_view text, Line& line);
   void TakeAlert(const Line& line, const JsonValue& item, const JsonValue& explanation, Unit& unit);
   void TakeRule(const Line& line, const JsonValue& item);
+  void TakeRefused(const Line& line, const JsonValue& item);
   void TakeGoldenValue(const Line& line, const JsonValue& item);
   void ClearTold(const Line& line, const JsonValue& cleared, Unit& unit);
   void ClearOthers(const Line& line, Unit& unit) const;

@@ -62,7 +62,7 @@ void AppendTimes(std::string& out, const std::vector<HistoryPoint>& points) {
   Listed times(out);
   std::int64_t before = 0;
   for (const HistoryPoint& point : points) {
-    // Times are those of runs, 32 bits wide; what a foreign hand wrote may not be.
+    // What a foreign hand wrote may be further away than the page can show.
     const std::int64_t time = std::clamp<std::int64_t>(point.time, -(1LL << 40), 1LL << 40);
     AppendNumber(times.Next(), time - before);
     before = time;
@@ -223,6 +223,13 @@ void AppendFindings(std::string& out, const VariableFindings& findings) {
   for (const FoundEpisode& episode : findings.episodes) AppendEpisode(episodes.Next(), episode);
   out.append("],\"dropped\":");
   AppendCount(out, findings.episodesDropped);
+  if (findings.refused == 0) return;
+  out.append(",\"f\":[");
+  Listed refused(out);
+  AppendCount(refused.Next(), findings.refused);
+  AppendNumber(refused.Next(), findings.refusedTime);
+  AppendCount(refused.Next(), findings.refusedReason);
+  out.push_back(']');
 }
 
 /// What a row tells of a history.

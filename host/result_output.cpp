@@ -92,6 +92,29 @@ void AppendRule(std::string& out, const ParsedRun& run, const KSRuleUpdateResult
 
 bool IsCleared(const EpisodeChange& change) { return change.step == EpisodeStep::kCleared; }
 
+/// Why values were refused, and how many were judged before: only what there is.
+void AppendIntake(std::string& out, const ParsedRun& run, const RunOutcome& outcome) {
+  for (std::size_t i = 0; i < outcome.refused.size(); ++i) {
+    const VarInfo& variable = run.variables[outcome.refused[i].variable];
+    out.append(i == 0 ? ",\"refused\":[{\"device\":" : ",{\"device\":");
+    AppendJsonString(out, run.device);
+    AppendMember(out, "source", run.source);
+    AppendMember(out, "interface", variable.interfaceValue);
+    AppendMember(out, "variable", variable.variableName);
+    AppendMember(out, "reason", outcome.refused[i].reason);
+    out.push_back('}');
+  }
+  if (!outcome.refused.empty()) out.push_back(']');
+  if (outcome.repeated > 0) out.append(",\"repeated\":").append(std::to_string(outcome.repeated));
+}
+
+void AppendRefused(std::string& out, const ParsedRun& run, const RefusedValue& refused) {
+  const VarInfo& variable = run.variables[refused.variable];
+  out +=
+      LineStart(run.time, "REFUSE", ObjectOf(run, variable.interfaceValue, variable.variableName));
+  out.append(": ").append(refused.reason).push_back('\n');
+}
+
 void AppendExplanations(std::string& out, const ParsedRun& run, const RunOutcome& outcome,
                         const std::vector<EpisodeChange>& episodes) {
   out.append(",\"explanations\":[");
@@ -119,6 +142,7 @@ RunTally TallyOf(const RunOutcome& outcome) {
   RunTally tally;
   tally.variables = outcome.variables;
   tally.rejected = outcome.rejected.size();
+  tally.repeated = outcome.repeated;
   if (outcome.results) {
     tally.alerts = outcome.results->GetKSAlertResults().size();
     tally.goldenValues = outcome.results->GetKSValueUpdateResults().size();
@@ -130,7 +154,8 @@ RunTally TallyOf(const RunOutcome& outcome) {
 std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all,
                        const std::vector<EpisodeChange>* episodes) {
   const RunTally tally = TallyOf(outcome);
-  const bool isEmpty = tally.alerts + tally.goldenValues + tally.rules + tally.rejected == 0;
+  const bool isEmpty =
+      tally.alerts + tally.goldenValues + tally.rules + tally.rejected + tally.repeated == 0;
   const bool isCleared =
       episodes != nullptr && std::any_of(episodes->begin(), episodes->end(), IsCleared);
   if (isEmpty && !isCleared && !all) return {};
@@ -149,12 +174,14 @@ std::string JsonOutput(const ParsedRun& run, const RunOutcome& outcome, bool all
   out.append("],\"result\":");
   out.append(outcome.results ? outcome.results->ToJsonString() : std::string(kEmptyResult));
   if (episodes != nullptr) AppendExplanations(out, run, outcome, *episodes);
+  AppendIntake(out, run, outcome);
   return out.append("}\n");
 }
 
 std::string TextOutput(const ParsedRun& run, const RunOutcome& outcome,
                        const std::vector<EpisodeChange>& episodes) {
   std::string out;
+  for (const RefusedValue& refused : outcome.refused) AppendRefused(out, run, refused);
   if (!outcome.results) return out;
   for (const EpisodeChange& change : episodes) AppendEpisode(out, run, outcome, change);
   for (const auto& item : outcome.results->GetKSValueUpdateResults()) {

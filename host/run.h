@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/unit_data.h"
+#include "runs/judged_values.h"
 #include "runs/run_line.h"
 
 namespace keelstone::host {
@@ -15,6 +16,7 @@ namespace keelstone::host {
 struct RunTally {
   std::uint64_t variables = 0;  // handed to the engine
   std::uint64_t rejected = 0;
+  std::uint64_t repeated = 0;  // judged before, and not again
   std::uint64_t alerts = 0;
   std::uint64_t goldenValues = 0;
   std::uint64_t rules = 0;
@@ -27,6 +29,7 @@ struct Run {
   std::size_t bytes = 0;            // length of its line
   std::uint64_t inputPosition = 0;  // bytes of all inputs up to its end
 
+  JudgedValues::Place judged;
   std::unique_ptr<UnitData> data;  // of its unit, when it was loaded ahead
   std::string output;              // what is to be written for it
   RunTally tally;

@@ -9,14 +9,6 @@ namespace keelstone::host {
 
 namespace {
 
-/// A text that no two units share, whatever their names hold.
-void AssignUnitKey(std::string& key, const ParsedRun& run) {
-  key.clear();
-  for (const std::string* part : {&run.domain, &run.device, &run.source, &run.param}) {
-    key.append(std::to_string(part->size())).append(":").append(*part);
-  }
-}
-
 UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.param}; }
 
 }  // namespace

@@ -107,7 +107,7 @@ class Run {
     ks_summary summary = {};
     Released([&] { return ks_run_summary(handle_, &summary, sizeof summary); });
     return py::make_tuple(summary.variables, summary.blocked != 0, summary.engine_on != 0,
-                          Rejected(summary.rejected));
+                          Rejected(summary.rejected), Refused(summary.rejected), summary.repeated);
   }
 
  private:
@@ -125,6 +125,18 @@ class Run {
       names.append(py::str(name));
     }
     return names;
+  }
+
+  /// [(device, source, interface, variable, reason)]
+  py::list Refused(std::uint64_t count) {
+    py::list values;
+    for (std::uint64_t index = 0; index < count; ++index) {
+      ks_refusal refusal = {};
+      Check(ks_run_refusal(handle_, index, &refusal, sizeof refusal));
+      values.append(py::make_tuple(refusal.device, refusal.source, refusal.interface_value,
+                                   refusal.variable, refusal.reason));
+    }
+    return values;
   }
 
   ks_run* handle_;
@@ -149,6 +161,13 @@ class Domain {
   // The handle itself refuses every call once it is closed.
   void Close() { Check(ks_domain_close(handle_)); }
   void Enrol(bool on) { Check(ks_domain_enrol(handle_, on ? 1 : 0)); }
+  void Configure(bool judgeRepeated, bool allowDuplicates, std::int64_t maxAhead) {
+    ks_domain_config config = {};
+    config.judge_repeated = judgeRepeated ? 1 : 0;
+    config.allow_duplicates = allowDuplicates ? 1 : 0;
+    config.max_ahead = maxAhead > 0 ? maxAhead : -1;
+    Check(ks_domain_configure(handle_, &config, sizeof config));
+  }
   void Flush() {
     Released([&] { return ks_domain_flush(handle_); });
   }
@@ -255,6 +274,7 @@ PYBIND11_MODULE(_native, module) {
                   py::arg("settings").none(true))
       .def("close", &Domain::Close)
       .def("enrol", &Domain::Enrol)
+      .def("configure", &Domain::Configure)
       .def("define", &Domain::Define)
       .def("flush", &Domain::Flush)
       .def("reload", &Domain::Reload)

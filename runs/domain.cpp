@@ -12,6 +12,7 @@ Domain Domain::Of(const std::string& id) {
   domain.id = id;
   domain.data = KSDomainDataManager::Instance()->GetKSDataManager(id);
   domain.engineOn = domain.data->IsEnableKSFunction();
+  domain.definesNothing = !domain.data->HasVariableRules();
   domain.tableRowLimit = domain.data->GetTableLimitcount();
   domain.stringLineLimit = domain.data->GetStrRowLimitcount();
   return domain;

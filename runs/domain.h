@@ -19,6 +19,7 @@ struct KEELSTONE_EXPORT Domain {
   std::shared_ptr<KSDataManagerSql> data;  // empty when the domain is not usable
   bool usable = true;                      // else all values of its runs are rejected
   bool engineOn = true;
+  bool definesNothing = false;       // there are no variable rules
   std::int64_t tableRowLimit = 0;    // a table with more rows is rejected
   std::int64_t stringLineLimit = 0;  // a string with more lines is rejected
 

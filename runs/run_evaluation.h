@@ -13,6 +13,8 @@
 #include "results/explanation.h"
 #include "results/keelstoneupdateruledata.h"
 #include "runs/domain.h"
+#include "runs/intake_stages.h"
+#include "runs/judged_values.h"
 #include "runs/run_line.h"
 
 namespace keelstone {
@@ -29,33 +31,53 @@ struct KEELSTONE_EXPORT JudgedValue {
   bool isAlert = false;
 };
 
+/// A value that was refused, by the engine or before it.
+struct KEELSTONE_EXPORT RefusedValue {
+  std::size_t variable = 0;  // its place among the run's variables
+  bool isUndefined = false;  // for want of a definition
+  std::string reason;        // a clause in printable characters
+};
+
+/// How a run is to be evaluated.
+struct KEELSTONE_EXPORT RunRequest {
+  bool onDemand = false;  // check, and learn nothing
+  bool explain = false;   // alerts are explained
+  IntakeStages stages = IntakeStages::Off();
+  JudgedValues::Place judged;  // what was judged before; without it the histories alone count
+};
+
 /// What the engine made of one run.
 struct KEELSTONE_EXPORT RunOutcome {
   bool blocked = false;
   std::uint64_t variables = 0;                      // values handed to the engine
+  std::uint64_t repeated = 0;                       // values that were judged before
   std::vector<std::string> rejected;                // names, in input order
+  std::vector<RefusedValue> refused;                // the same values with their reasons
   bool mayHavePending = false;                      // there may be rows for the write-behind cache
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
   // Where explanations were asked for: one an alert, and what was judged, both in order.
   std::vector<KSAlertExplanation> explanations;
   std::vector<JudgedValue> judged;
   std::unique_ptr<KSRuleInstance> instance;  // what Store hands over; empty afterwards
+  JudgedValues::Place place;                 // where Store notes what was judged
+  std::vector<UnitMemory::Judged> noted;
 
-  /// Hands what was learned to the write-behind cache. Without it the run leaves no trace.
+  /// Hands what was learned to the write-behind cache, and what was judged to the memory of
+  /// the unit. Without it the run leaves no trace.
   void Store() noexcept;
+  void Refuse(const ParsedRun& run, std::size_t variable, std::string reason);
 };
 
 /// Lines of a text: a line feed ends a line and does not open one.
 KEELSTONE_EXPORT std::int64_t CountLines(std::string_view text) noexcept;
 
 /// Hands one run to the engine; what it learns is handed on by the outcome's Store. A value
-/// over the domain's limits is rejected here; what the engine cannot take is rejected,
-/// whatever goes wrong. Any thread, but one run of a unit at a time. `data` is what was
-/// loaded of the unit ahead; without it the run loads for itself. `explain`: whether alerts
-/// are to be explained.
-KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
-                                        std::unique_ptr<UnitData> data = nullptr,
-                                        bool explain = false) noexcept;
+/// over the domain's limits or refused by a stage is rejected here; what the engine cannot
+/// take is rejected, whatever goes wrong. Any thread, but one run of a unit at a time. `data`
+/// is what was loaded of the unit ahead; without it the run loads for itself.
+KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain,
+                                        const RunRequest& request,
+                                        std::unique_ptr<UnitData> data = nullptr) noexcept;
 
 }  // namespace keelstone
 

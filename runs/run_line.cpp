@@ -71,6 +71,22 @@ const std::array<RunLineReader::TypeName, 5> RunLineReader::TypeName::kAll = {{
     {"table", KSDataTable, 11},
 }};
 
+void AssignUnitKey(std::string& key, const ParsedRun& run) {
+  key.clear();
+  for (const std::string* part : {&run.domain, &run.device, &run.source, &run.param}) {
+    key.append(std::to_string(part->size())).append(":").append(*part);
+  }
+}
+
+std::size_t ParsedRun::PlaceOf(std::size_t variable) const noexcept {
+  std::size_t place = variable;
+  for (const std::size_t passed : unread) {
+    if (passed > place) break;
+    ++place;
+  }
+  return place;
+}
+
 std::int32_t RunLineReader::DefaultTypeCode(EnumKSDataType dataType) noexcept {
   const TypeName* const type = TypeName::Of(dataType);
   return type != TypeName::kAll.end() ? type->typeCode : 0;
@@ -107,14 +123,16 @@ bool RunLineReader::TakeBool(std::string_view field, const Value& value, bool& o
   return true;
 }
 
-bool RunLineReader::TakeInt32(std::string_view field, const Value& value, std::int32_t& out) {
+template <class T>
+bool RunLineReader::TakeInteger(std::string_view field, const Value& value, T& out) {
   if (!value) return true;
   if (!value.Is(Kind::kNumber) || !IsIntegerText(value.text())) {
     return Fail(field, "must be an integer");
   }
   const std::string_view text = value.text();
   const auto read = std::from_chars(text.data(), text.data() + text.size(), out);
-  return read.ec == std::errc() || Fail(field, "is out of range (32 bits)");
+  return read.ec == std::errc() ||
+         Fail(field, "is out of range (" + std::to_string(8 * sizeof(T)) + " bits)");
 }
 
 bool RunLineReader::ParseJson(std::string_view text) {
@@ -149,7 +167,7 @@ bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
 
 bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
   run.domain = defaultDomain_;
-  return Require("time", fields.time) && TakeInt32("time", fields.time, run.time) &&
+  return Require("time", fields.time) && TakeInteger("time", fields.time, run.time) &&
          TakeString("domain", fields.domain, run.domain) && Require("device", fields.device) &&
          TakeString("device", fields.device, run.device) && Require("source", fields.source) &&
          TakeString("source", fields.source, run.source) &&
@@ -158,33 +176,35 @@ bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
          TakeString("nodePathSchema", fields.nodePathSchema, run.nodePathSchema) &&
          TakeString("structureId", fields.structureId, run.structureId) &&
          TakeBool("onDemand", fields.onDemand, run.onDemand) &&
-         Require("variables", fields.variables) && ReadVariables(fields.variables, run.variables);
+         Require("variables", fields.variables) && ReadVariables(fields.variables, run);
 }
 
-bool RunLineReader::ReadVariables(std::string_view json, std::vector<VarInfo>& variables) {
+bool RunLineReader::ReadVariables(std::string_view json, ParsedRun& run) {
   if (!ParseJson(json)) return false;
-  std::vector<VarInfo> read;
+  ParsedRun read;
   const bool isRead = json_.root().Is(Kind::kObject) ? ReadVariable(json_.root(), read)
                                                      : ReadVariables(json_.root(), read);
   if (!isRead) return false;
-  variables.insert(variables.end(), std::make_move_iterator(read.begin()),
-                   std::make_move_iterator(read.end()));
+  const std::size_t before = run.variables.size() + run.unread.size();
+  for (const std::size_t place : read.unread) run.unread.push_back(before + place);
+  run.variables.insert(run.variables.end(), std::make_move_iterator(read.variables.begin()),
+                       std::make_move_iterator(read.variables.end()));
   return true;
 }
 
-bool RunLineReader::ReadVariables(const Value& list, std::vector<VarInfo>& variables) {
+bool RunLineReader::ReadVariables(const Value& list, ParsedRun& run) {
   if (!list.Is(Kind::kArray)) return Fail("variables", "must be an array");
-  variables.reserve(list.size());
+  run.variables.reserve(list.size());
   std::size_t index = 0;
   for (const Value variable : list) {
     variable_ = index++;
     if (!variable.Is(Kind::kObject)) return Fail("", "must be an object");
-    if (!ReadVariable(variable, variables)) return false;
+    if (!ReadVariable(variable, run)) return false;
   }
   return true;
 }
 
-bool RunLineReader::ReadVariable(const Value& object, std::vector<VarInfo>& variables) {
+bool RunLineReader::ReadVariable(const Value& object, ParsedRun& run) {
   static constexpr std::array<std::pair<std::string_view, Value VariableFields::*>, 9> kNames = {{
       {"name", &VariableFields::name},
       {"interface", &VariableFields::interface},
@@ -206,12 +226,15 @@ bool RunLineReader::ReadVariable(const Value& object, std::vector<VarInfo>& vari
     return false;
   }
   if (type != nullptr) variable.variableType = type->typeCode;
-  if (!TakeInt32("typeCode", fields.typeCode, variable.variableType)) return false;
-  if (fields.value.Is(Kind::kNull)) return true;  // not read: it is no part of the run
+  if (!TakeInteger("typeCode", fields.typeCode, variable.variableType)) return false;
+  if (fields.value.Is(Kind::kNull)) {  // not read: it is no part of the run
+    run.unread.push_back(run.variables.size() + run.unread.size());
+    return true;
+  }
   variable.dataType = type->dataType;
   const bool done = type->dataType == KSDataTable ? ReadTableValue(fields, variable)
                                                   : ReadScalar(fields.value, *type, variable);
-  if (done) variables.push_back(std::move(variable));
+  if (done) run.variables.push_back(std::move(variable));
   return done;
 }
 

@@ -16,7 +16,7 @@ namespace keelstone {
 
 /// One parser run on one device, as a line of the input gives it.
 struct KEELSTONE_EXPORT ParsedRun {
-  std::int32_t time = 0;  // seconds since the epoch
+  std::int64_t time = 0;  // seconds since the epoch
   std::string domain;
   std::string device;
   std::string source;
@@ -26,7 +26,16 @@ struct KEELSTONE_EXPORT ParsedRun {
   std::string structureId;
   bool onDemand = false;
   std::vector<VarInfo> variables;  // without those that were not read
+  // The places of those that were not read, in the order of the input.
+  std::vector<std::size_t> unread;
+
+  /// Where in the input's "variables" the value stands, counted from 0.
+  std::size_t PlaceOf(std::size_t variable) const noexcept;
 };
+
+/// Makes `key` a text that no two units (domain, device, source, param) share, whatever
+/// their names hold.
+KEELSTONE_EXPORT void AssignUnitKey(std::string& key, const ParsedRun& run);
 
 /// Reads lines of the input. Unknown members are passed over; of two with one name the
 /// last counts. One thread.
@@ -39,9 +48,9 @@ class KEELSTONE_EXPORT RunLineReader {
   /// Reads one line; false when it is no run, and fault() then says in which field of
   /// which variable (counted from 0) what is wrong, in printable characters.
   [[nodiscard]] bool Read(std::string_view line, ParsedRun& run);
-  /// Reads variables alone, an array of them or a single one, and appends them. On failure
-  /// `variables` is as it was.
-  [[nodiscard]] bool ReadVariables(std::string_view json, std::vector<VarInfo>& variables);
+  /// Reads variables alone, an array of them or a single one, and appends them to the run.
+  /// On failure the run is as it was.
+  [[nodiscard]] bool ReadVariables(std::string_view json, ParsedRun& run);
   /// The type code of a variable for which none is given; 0 for what is no type of a value.
   static std::int32_t DefaultTypeCode(EnumKSDataType dataType) noexcept;
   const std::string& fault() const noexcept { return fault_; }
@@ -55,8 +64,8 @@ class KEELSTONE_EXPORT RunLineReader {
   bool Fail(std::string_view field, std::string_view what);
   bool ReadRun(const RunFields& fields, ParsedRun& run);
   bool ParseJson(std::string_view text);
-  bool ReadVariables(const Value& list, std::vector<VarInfo>& variables);
-  bool ReadVariable(const Value& object, std::vector<VarInfo>& variables);
+  bool ReadVariables(const Value& list, ParsedRun& run);
+  bool ReadVariable(const Value& object, ParsedRun& run);
   bool ReadValue(const VariableFields& fields, VarInfo& variable);
   bool ReadScalar(const Value& value, const TypeName& type, VarInfo& variable);
   bool ReadNumber(std::string_view text, const TypeName& type, VarInfo& variable);
@@ -67,7 +76,8 @@ class KEELSTONE_EXPORT RunLineReader {
   bool Require(std::string_view field, const Value& value);
   bool TakeString(std::string_view field, const Value& value, std::string& out);
   bool TakeBool(std::string_view field, const Value& value, bool& out);
-  bool TakeInt32(std::string_view field, const Value& value, std::int32_t& out);
+  template <class T>
+  bool TakeInteger(std::string_view field, const Value& value, T& out);
 
   std::string defaultDomain_;
   RawJson json_;

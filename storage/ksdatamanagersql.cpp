@@ -150,6 +150,10 @@ bool KSDataManagerSql::IsExistRuleDefinition(const std::string& variableName,
                            type);
 }
 
+bool KSDataManagerSql::HasVariableRules() const {
+  return variableRule_.Ask(&KSVariableRuleSql::HasDefinitions);
+}
+
 bool KSDataManagerSql::AddRuleDefinitions(const std::vector<RuleDefinitionData>& definitions) {
   return variableRule_.Get()->AddRuleDefinitions(definitions);
 }

@@ -68,6 +68,7 @@ class KEELSTONE_EXPORT KSDataManagerSql {
                             Enum_VariableSourceType type) const;
   bool IsExistRuleDefinition(const std::string& variableName, const std::string& variableSource,
                              Enum_VariableSourceType type) const;
+  bool HasVariableRules() const;
   [[nodiscard]] bool AddRuleDefinitions(const std::vector<RuleDefinitionData>& definitions);
 
   // Block periods: see KSBlockSettingSql.

@@ -131,6 +131,11 @@ int KSVariableRuleSql::GetRuleDefinitionData(RuleDefinitionData& out,
   return kFound;
 }
 
+bool KSVariableRuleSql::HasDefinitions() const {
+  const ReaderLock lock(mutex_);
+  return !definitions_.empty();
+}
+
 bool KSVariableRuleSql::IsExistRuleDefinition(const std::string& variableSource,
                                               const std::string& variableName,
                                               Enum_VariableSourceType /*type*/) const {

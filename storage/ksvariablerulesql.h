@@ -44,6 +44,9 @@ class KEELSTONE_EXPORT KSVariableRuleSql final : public CKSDBOperateBase {
   bool IsExistRuleDefinition(const std::string& variableSource, const std::string& variableName,
                              Enum_VariableSourceType type) const;
 
+  /// Whether there is any definition.
+  bool HasDefinitions() const;
+
   /// Adds definitions to the table on disk (made when it is missing) and in memory; one
   /// whose key is there already is left out. False, and memory as it was, when the write
   /// failed or the last LoadDBData did (logged and counted): what is not known to be missing

@@ -155,6 +155,7 @@ function readDetail(raw) {
     kind: raw.k, damaged: raw.damaged === true, points, tables,
     drawn: allPoints(points, explainedPoints(episodes)), golden, episodes,
     dropped: raw.dropped || 0, parameterText: raw.p,
+    refused: raw.f ? {count: raw.f[0], time: raw.f[1], reason: texts[raw.f[2]]} : null,
     rules: (raw.r || []).map(([time, type, parameter, words]) =>
       ({time, ...rule(type, parameter, words)})),
   };

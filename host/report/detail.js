@@ -35,7 +35,10 @@ function facts(variable, detail) {
                        : variable.origin === PRESCRIBED ? 'none: prescribed rules keep none' : 'none'),
     newest ? fact('Newest in history', valueNode(newest.value, isTable)) : null,
     golden ? fact('Golden value', valueNode(golden.value, isTable),
-                  make('span', {class: 'muted'}, ' of ' + timeText(golden.time))) : null);
+                  make('span', {class: 'muted'}, ' of ' + timeText(golden.time))) : null,
+    detail.refused ? fact('Refused', counted(detail.refused.count, 'value', 'values'),
+                          make('span', {class: 'muted'}, ` up to ${timeText(detail.refused.time)}: `),
+                          shown(detail.refused.reason, 400)) : null);
   return list;
 }
 

@@ -22,7 +22,7 @@ from ._errors import (
     WriteError,
     of_status,
 )
-from ._results import Alert, GoldenValue, Result, RuleUpdate
+from ._results import Alert, GoldenValue, Refusal, Result, RuleUpdate
 
 __all__ = [
     "Alert",
@@ -32,6 +32,7 @@ __all__ = [
     "GoldenValue",
     "InputError",
     "InternalError",
+    "Refusal",
     "Result",
     "RuleUpdate",
     "Run",

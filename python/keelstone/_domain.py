@@ -258,12 +258,22 @@ def open(
     create: bool = True,
     settings: Optional[Mapping[str, Any]] = None,
     enrol: bool = True,
+    judge_repeated: bool = False,
+    allow_duplicates: bool = False,
+    max_ahead: int = 86400,
 ) -> Domain:
     """Opens a domain below the folder `root`, made if it is missing.
 
     `settings` are general settings laid over the defaults of a domain that is made.
     `enrol=False` rejects variables that nobody has defined. All domains that are open at
     one time share one root.
+
+    A value that is earlier than the newest one of its variable, or of the same time and equal
+    to it, is counted in `Result.repeated` and not judged again; `judge_repeated` judges it. A
+    second value of one variable and interface in a run is refused; `allow_duplicates` takes
+    it. A time that is ahead of the clock by more than `max_ahead` seconds, or not later than
+    the interval time after 1970, is refused; with 0, times are taken as they come.
+    `Result.refused` names what was refused, and why.
     """
     folder = os.path.abspath(os.fspath(root))
     if folder != _Root.folder:
@@ -272,6 +282,7 @@ def open(
     text = None if settings is None else json.dumps(settings)
     native = _native.Domain.open(domain, create, text)
     native.enrol(enrol)
+    native.configure(judge_repeated, allow_duplicates, max_ahead)
     return Domain(native, domain, folder)
 
 

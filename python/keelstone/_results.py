@@ -134,6 +134,22 @@ def _text(value: Any) -> str:
 
 
 @dataclass(frozen=True)
+class Refusal:
+    """A value that was refused."""
+
+    device: str
+    source: str
+    interface: str
+    variable: str
+    reason: str
+    """In words: "it has no enabled definition"."""
+
+    def __str__(self) -> str:
+        interface = f" {self.interface}" if self.interface else ""
+        return f"{self.device} {self.source}{interface} {self.variable}: {self.reason}"
+
+
+@dataclass(frozen=True)
 class Result:
     """The outcome of one run. True when there are alerts."""
 
@@ -149,6 +165,10 @@ class Result:
     engine_on: bool
     document: dict[str, Any] = field(repr=False)
     """The engine's own result document, as a host would upload it."""
+    refused: list[Refusal] = field(default_factory=list)
+    """The values of `rejected` with where they stand and why."""
+    repeated: int = 0
+    """Values that were judged before, and not again."""
 
     def to_dict(self) -> dict[str, Any]:
         return {**asdict(self), "document": self.document}
@@ -165,11 +185,16 @@ class Result:
 
     @classmethod
     def _of(
-        cls, document: str, explanations: str, summary: tuple[int, bool, bool, list[str]]
+        cls,
+        document: str,
+        explanations: str,
+        summary: tuple[
+            int, bool, bool, list[str], list[tuple[str, str, str, str, str]], int
+        ],
     ) -> Result:
         items = json.loads(document)
         alerts = zip_longest(items["alertItems"], json.loads(explanations))
-        variables, blocked, engine_on, rejected = summary
+        variables, blocked, engine_on, rejected, refused, repeated = summary
         return cls(
             alerts=[Alert._of(item, explanation) for item, explanation in alerts],
             rules=[RuleUpdate._of(item) for item in items["ruleItems"]],
@@ -179,4 +204,6 @@ class Result:
             blocked=blocked,
             engine_on=engine_on,
             document=items,
+            refused=[Refusal(*value) for value in refused],
+            repeated=repeated,
         )

@@ -43,7 +43,7 @@ static ks_run* new_run(ks_domain* domain, const char* device, int poll) {
   info.node_id = "node";
   info.node_path_schema = "schema";
   info.structure_id = "structure";
-  info.time = 1700000000 + 60 * poll;
+  info.time = 1700000000 + 60 * (int64_t)poll;
   OK(ks_run_start(domain, &info, sizeof info, &run));
   return run;
 }
@@ -284,6 +284,7 @@ static void merges_and_cleans(const char* root) {
 static void rejects_what_is_not_defined(void) {
   const char* name = NULL;
   ks_domain* domain = NULL;
+  ks_refusal refusal;
   ks_run* run;
   OK(ks_domain_create("defines", "{\"intRange\":{\"stdCoefficient\":4}}", &domain));
   OK(ks_domain_define(domain, "bgp", "state", KS_STRING, 0));
@@ -297,7 +298,54 @@ static void rejects_what_is_not_defined(void) {
   OK(ks_run_rejected(run, 0, &name));
   SAME(name, "unknown");
   IS(KS_ERROR_ARGUMENT, ks_run_rejected(run, 1, &name));
+  OK(ks_run_refusal(run, 0, &refusal, sizeof refusal));
+  SAME(refusal.device, "r1");
+  SAME(refusal.source, "bgp");
+  SAME(refusal.interface_value, "");
+  SAME(refusal.variable, "unknown");
+  SAME(refusal.reason, "it has no enabled definition");
+  IS(KS_ERROR_ARGUMENT, ks_run_refusal(run, 1, &refusal, sizeof refusal));
+  OK(ks_run_store(run));
   OK(ks_run_close(run));
+  OK(ks_domain_close(domain));
+}
+
+/* What comes of one value that is added twice, at a poll that may have been before. */
+static ks_summary summary_of_two(ks_domain* domain, int poll, int store) {
+  ks_run* run = new_run(domain, "r1", poll);
+  ks_summary summary;
+  OK(ks_run_add_int64(run, "peers", NULL, 12));
+  OK(ks_run_add_int64(run, "peers", NULL, 12));
+  OK(ks_run_evaluate(run));
+  summary = summary_of(run);
+  if (store) OK(ks_run_store(run));
+  OK(ks_run_close(run));
+  return summary;
+}
+
+static void turns_away_what_it_is_told_to(void) {
+  ks_domain_config config = {0};
+  ks_domain* domain = NULL;
+  ks_summary first, unstored, again, earlier, off;
+  OK(ks_domain_create("configured", NULL, &domain));
+  OK(ks_domain_enrol(domain, 1));
+  unstored = summary_of_two(domain, 1, 0);
+  first = summary_of_two(domain, 1, 1);
+  again = summary_of_two(domain, 1, 1);
+  earlier = summary_of_two(domain, 0, 1);
+  CHECK(unstored.variables == 1 && unstored.rejected == 1 && unstored.repeated == 0);
+  CHECK(first.variables == 1 && first.rejected == 1 && first.repeated == 0);
+  CHECK(again.variables == 0 && again.rejected == 1 && again.repeated == 1);
+  CHECK(earlier.variables == 0 && earlier.repeated == 1);
+  CHECK(summary_of_two(domain, 100000000, 1).rejected == 2); /* ahead of the clock */
+  config.judge_repeated = 1;
+  config.allow_duplicates = 1;
+  config.max_ahead = -1;
+  OK(ks_domain_configure(domain, &config, sizeof config));
+  off = summary_of_two(domain, 0, 1);
+  CHECK(off.variables == 2 && off.rejected == 0 && off.repeated == 0);
+  CHECK(summary_of_two(domain, 100000000, 0).variables == 2); /* beyond 32 bits */
+  IS(KS_ERROR_ARGUMENT, ks_domain_configure(domain, &config, sizeof config - 1));
   OK(ks_domain_close(domain));
 }
 
@@ -578,6 +626,7 @@ int main(void) {
   only_stored_runs_leave_a_trace();
   merges_and_cleans(root);
   rejects_what_is_not_defined();
+  turns_away_what_it_is_told_to();
   answers_bad_input();
   answers_wrong_order_and_dead_handles();
   one_call_at_a_time_is_inside_a_run();

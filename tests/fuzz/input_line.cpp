@@ -43,8 +43,12 @@ void ReadLine(std::string_view line) {
   }
   ExpectSafeFolder(run.domain);
   run.domain = home.domainId();
-  const bool onDemand = run.onDemand;
-  RunOutcome outcome = EvaluateRun(run, domain, onDemand, DefinitionsOf(run));
+  static JudgedValues judged;
+  RunRequest request;
+  request.onDemand = run.onDemand;
+  request.stages = IntakeStages();
+  request.judged = judged.Of(run);
+  RunOutcome outcome = EvaluateRun(run, domain, request, DefinitionsOf(run));
   KS_PROMISE(outcome.variables <= run.variables.size());
   KS_PROMISE(outcome.rejected.size() <= run.variables.size());
   const std::string output = host::JsonOutput(run, outcome, true);

@@ -162,7 +162,8 @@ class BadInputsTest(unittest.TestCase):
                                                               spelled_out(value).decode())
                 done = self.run_in(self.folder, "evaluate", run)
                 self.assertEqual(done.returncode, 0, done.stderr)
-                self.assertEqual(len(json.loads(done.stdout)["rejected"]), 1)
+                [refused] = json.loads(done.stdout)["refused"]
+                self.assertEqual(refused["reason"], because)
                 self.assertEqual(self.stored(), before)
 
     def test_commands(self):

@@ -12,10 +12,15 @@ import sqlite3
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 PROGRAM = sys.argv.pop(1)
 EMPTY_RESULT = {"ruleItems": [], "valueItems": [], "alertItems": []}
+
+
+# The program as the engine alone makes it.
+STAGES_OFF = ("--judge-repeated", "--allow-duplicates", "--max-ahead", "0")
 
 
 def recording(rounds, devices):
@@ -32,8 +37,11 @@ def recording(rounds, devices):
                           "variables": variables}) + "\n"
 
 
+START = 1700000000
+
+
 def run_line(value, **fields):
-    return json.dumps({"time": 1, "device": "d", "source": "s",
+    return json.dumps({"time": START, "device": "d", "source": "s",
                        "variables": [{"name": "v", "value": value}], **fields}) + "\n"
 
 
@@ -165,15 +173,139 @@ class ProgramTest(unittest.TestCase):
     def test_result_lines_have_the_documented_fields(self):
         self.call("init")
         out, _ = self.evaluate(input=run_line(1, param="p\u00e9"))
-        self.assertEqual(out.decode(), '{"time":1,"domain":"default","device":"d","source":"s",'
-                         '"param":"p\u00e9","blocked":false,"variables":1,"rejected":["v"],"result":'
-                         '{"ruleItems":[],"valueItems":[],"alertItems":[]}}\n')
+        line = ('{"time":1700000000,"domain":"default","device":"d","source":"s","param":"p\u00e9",'
+                '"blocked":false,"variables":1,"rejected":["v"],"result":{"ruleItems":[],'
+                '"valueItems":[],"alertItems":[]}')
+        refused = (',"refused":[{"device":"d","source":"s","interface":"","variable":"v",'
+                   '"reason":"it has no enabled definition"}]')
+        self.assertEqual(out.decode(), line + refused + "}\n")
+        out, _ = self.evaluate(*STAGES_OFF, input=run_line(1, param="p\u00e9"))
+        self.assertEqual(out.decode(), line + "}\n")
 
     def test_text_is_one_line_a_finding(self):
         out, _ = self.evaluate("--enroll", "--format", "text", input="".join(recording(12, 2)))
         for line in out.decode().splitlines():
             self.assertRegex(line, r"^2023-11-1\d \d\d:\d\d:\d\dZ "
                              r"(ALERT |CLEAR |OPEN  |GOLDEN|RULE  ) r[01] eth")
+
+    def stored(self, table, domain="default"):
+        name = "KSObjectHistory" if table == "history" else "KSObjectRule"
+        return sorted(self.query(name, "select * from " + name, domain))
+
+    def histories(self):
+        """The times of the history of each variable that has one."""
+        rows = self.query("KSObjectHistory", "select variableName, HistoryData from KSObjectHistory")
+        return {name: [point["liveTime"] for point in json.loads(text)["dataList"]]
+                for name, text in rows}
+
+    def test_what_was_judged_is_not_judged_again(self):
+        lines = "".join(recording(40, 4)).replace('"d1"', '"d0"')
+        once = self.write("once.jsonl", lines)
+        out, _ = self.evaluate("--enroll", once)
+        first = [json.loads(line) for line in out.splitlines()]
+        self.assertGreater(sum(len(run["result"]["alertItems"]) for run in first), 0)
+        state = [self.stored(table, "d0") for table in ("rule", "history")]
+        # After a start the newest value of the history counts, within one start every one.
+        out, said = self.evaluate("--all", once)
+        again = [json.loads(line) for line in out.splitlines()]
+        self.assertEqual(state, [self.stored(table, "d0") for table in ("rule", "history")])
+        for before, run in zip(recording(40, 4), again):
+            self.assertEqual(run["variables"] + run.get("repeated", 0),
+                             len(json.loads(before)["variables"]))
+        self.assertGreater(sum(run.get("repeated", 0) for run in again), 600)
+        self.assertRegex(said, r"values rejected, \d+ values repeated; ")
+        outputs = set()
+        for threads in ("1", "7"):
+            self.root = self.path("root" + threads)
+            out, _ = self.evaluate("--enroll", "--all", "--threads", threads, once, once)
+            outputs.add(out)
+        [out] = outputs
+        runs = [json.loads(line) for line in out.splitlines()]
+        self.assertEqual([run for run in runs[:160] if run["result"] != EMPTY_RESULT], first)
+        for run in runs[160:]:
+            self.assertEqual((run["variables"], run["repeated"], run["result"]),
+                             (0, 5, EMPTY_RESULT))
+        self.assertEqual(state, [self.stored(table, "d0") for table in ("rule", "history")])
+        out, _ = self.evaluate("--all", "--judge-repeated", once)
+        self.assertNotIn(b"repeated", out)
+
+    def test_values_of_one_second_are_judged_when_they_differ(self):
+        values = [5, 5, 6, 6, 5]
+        lines = "".join(map(run_line, values)) + run_line(7, time=START - 1)
+        found = [run.get("repeated", 0) for run in self.results("--enroll", "--all", input=lines)]
+        self.assertEqual(found, [0, 1, 0, 1, 0, 1])
+        # On demand a value is judged whatever was judged before, and leaves no trace.
+        on_demand = self.results("--on-demand", "--all", input=run_line(5) * 2)
+        self.assertEqual([run.get("repeated", 0) for run in on_demand], [0, 0])
+
+    def test_a_second_value_of_a_variable_is_refused(self):
+        variables = [{"name": "a", "value": 1}, {"name": "b", "value": None},
+                     {"name": "a", "value": 2}, {"name": "a", "interface": "e", "value": 3}]
+        line = run_line(1, variables=variables)
+        [run] = self.results("--enroll", "--all", input=line)
+        self.assertEqual((run["variables"], run["rejected"]), (2, ["a"]))
+        self.assertEqual(run["refused"], [
+            {"device": "d", "source": "s", "interface": "", "variable": "a", "reason":
+             "variables[2] has the name and the interface of variables[0]"}])
+        self.root = self.path("off")
+        [run] = self.results("--enroll", "--all", "--allow-duplicates", input=line)
+        self.assertEqual((run["variables"], run["rejected"]), (3, []))
+        text, _ = self.evaluate("--format", "text", input=line + run_line(
+            1, time=START + 60, variables=variables))
+        self.assertEqual(text.decode(), "2023-11-14 22:13:20Z REFUSE d s a: variables[2] has the "
+                         "name and the interface of variables[0]\n")
+
+    def test_times_that_no_device_has_are_refused(self):
+        now = int(time.time())
+        ahead, early = "is ahead of the clock by more than", "is no device's time"
+        for second, options, because in [
+                (-5, [], early), (0, [], early), (1800, [], early), (1801, [], None),
+                (now, [], None), (now + 80000, [], None), (now + 90000, [], ahead),
+                (now + 90000, ["--max-ahead", "100000"], None), (2 ** 62, [], ahead),
+                (2200000000, ["--max-ahead", "0"], None), (-5, ["--max-ahead", "0"], None)]:
+            with self.subTest(time=second, options=options):
+                self.root = self.path("%d%d" % (second, len(options)))
+                [run] = self.results("--enroll", "--all", *options, input=run_line(1, time=second))
+                self.assertEqual((run["time"], run["rejected"]),
+                                 (second, ["v"] if because else []))
+                self.assertEqual(run["variables"], 0 if because else 1)
+                if because:
+                    self.assertIn(because, run["refused"][0]["reason"])
+                joins = not because and second > 0
+                self.assertEqual(self.histories(), {"v": [second]} if joins else {})
+
+    def test_a_history_ahead_of_the_clock_is_repaired(self):
+        self.call("init")
+        far = 2200000000
+        steady = [run_line(5, time=START + 3600 * i) for i in range(6)]
+        bogus = run_line(5, time=far)
+        for before, after, expected in [
+                # What the history holds counts among the values in order.
+                (steady[:2] + [bogus], steady[2:], 6),
+                ([bogus], steady[:4], 2), ([bogus], steady[:2], None)]:
+            for cut in (False, True):
+                with self.subTest(before=len(before), after=len(after), cut=cut):
+                    self.root = self.path("%d%d%d" % (len(before), len(after), cut))
+                    self.evaluate("--enroll", *STAGES_OFF, input="".join(before))
+                    self.assertEqual(self.histories()["v"][-1], far)
+                    kept = len(before) > 1 or not cut  # memory ends with the program
+                    for lines in after if cut else ["".join(after)]:
+                        self.evaluate(input=lines)
+                    times = self.histories()["v"]
+                    self.assertEqual(times[-1], START + 3600 * (len(after) + len(before) - 2)
+                                     if expected and kept else far)
+                    if not expected or not kept:
+                        continue
+                    self.assertEqual(len(times), expected)
+                    with open(os.path.join(self.root, "log", "keelstone.log")) as log:
+                        self.assertEqual(log.read().count("is repaired"), 1)
+
+    def test_a_domain_that_defines_nothing_is_told_once(self):
+        self.call("init")
+        out, said = self.evaluate("--format", "text", input=run_line(1) * 3)
+        self.assertEqual((out, said.count("--enroll")), (b"", 1))
+        _, said = self.evaluate("--enroll", input=run_line(1))
+        self.assertNotIn("defines no", said)
 
     def test_faulty_lines_are_told_and_skipped(self):
         lines = self.write("in.jsonl", b"\xef\xbb\xbf\r\n" + run_line(1).encode() + b"{\n  \t\n" +

@@ -156,6 +156,10 @@ class Program(ReportCase):
                 [line(0), line(10, [a]), line(20, variables=0), line(30, rejected=["a"]), line(40, [a]),
                  line(50, source="other")],
                 [(10, 40, 2, open_, 0)]),
+            "values that were judged before clear nothing and are no quiet run": (
+                [line(0, repeated=1), line(10, [a]), line(15, repeated=2), line(20, [a]),
+                 line(3000000000, [a])],
+                [(10, 20, 2, unseen, 0), (3000000000, 3000000000, 1, open_, 0)]),
             "told clearings are the only ones": (
                 [line(10, [a], cleared=[]), line(20, [b], cleared=[]), line(900, [a], cleared=[]),
                  line(930, cleared=[{"variable": "a", "interface": ""}, {"variable": "?"}, 7])],
@@ -171,6 +175,11 @@ class Program(ReportCase):
                 self.report("--results", self.write("results.jsonl", *lines))
                 found = details(self.page)["a"]["e"]
                 self.assertEqual([tuple(episode[:5]) for episode in found], expected)
+        refused = [[{"interface": "", "variable": "a", "reason": text}] for text in "xyy"]
+        self.report("--results", self.write(
+            "results.jsonl", *(line(i, refused=values) for i, values in enumerate(refused))))
+        found = details(self.page)["a"]
+        self.assertEqual((found["f"][:2], found["s"][found["f"][2]]), ([3, 2], "y"))
 
     def test_keeps_a_long_episode_within_bounds(self):
         self.init()

@@ -150,6 +150,20 @@ class TestRunsAndDomains:
             bare = domain.evaluate("r1", "s", {"a": 2}, time=START + 12 * STEP, explain=False)
             assert not bare.alerts
 
+    def test_values_that_are_turned_away_are_told(self, place):
+        with keelstone.open(*place) as domain:
+            runs = learn(domain, "s", {"a": 1})
+            again = domain.evaluate("r1", "s", {"a": 2}, time=START)
+            assert (again.variables, again.repeated, again.alerts) == (0, 1, [])
+            twice = domain.run("r1", "s", time=START + runs * STEP).add("a", 1).add("a", 1)
+            assert [str(value) for value in twice.evaluate().refused] == [
+                "r1 s a: variables[1] has the name and the interface of variables[0]"
+            ]
+            assert domain.evaluate("r1", "s", {"a": 1}, time=2**40).rejected == ["a"]
+        with keelstone.open(*place, judge_repeated=True, max_ahead=0) as domain:
+            assert domain.evaluate("r1", "s", {"a": 2}, time=START).alerts
+            assert domain.evaluate("r1", "s", {"a": 1}, time=2**40).variables == 1
+
     def test_leaving_the_block_writes_and_closes(self, place):
         with keelstone.open(*place) as domain:
             learn(domain, "s", {"a": 1})
