@@ -83,6 +83,7 @@ void RunHandle::Evaluate() {
     cache.WriteDomain(run_.domain);
   }
   outcome_ = EvaluateRun(run_, domain, run_.onDemand, nullptr, explains_);
+  if (outcome_.lacksMemory) throw std::bad_alloc();
   isEvaluated_ = true;
   isEngineOn_ = domain.engineOn;
   if (outcome_.results) return;

@@ -26,7 +26,7 @@ constexpr std::time_t kLeftoverAge = 3600;  // s
 std::string Resolved(const std::string& path) {
   std::error_code failure;
   const std::filesystem::path resolved =
-      std::filesystem::weakly_canonical(std::filesystem::absolute(path), failure);
+      std::filesystem::weakly_canonical(std::filesystem::absolute(path, failure), failure);
   return failure ? path : resolved.string();
 }
 

@@ -185,7 +185,7 @@ void AddReportCommand(CLI::App& program, ReportOptions& options) {
 int RunReport(const ReportOptions& options) {
   std::signal(SIGPIPE, SIG_IGN);
   StopRequest stop;
-  const SignalWatch watch([&stop](int) { stop.Request(); });
+  const SignalWatch watch(stop, [](int) {});
   std::vector<std::string> domains = {options.common.domain};
   if (options.allDomains) domains = DomainsOfRoot();
   if (domains.empty()) {

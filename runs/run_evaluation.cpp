@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 
 #include "platform/logger.h"
+#include "platform/memory_faults.h"
 
 namespace keelstone {
 
@@ -38,6 +40,8 @@ bool Process(KSRuleInstance& instance, const VarInfo& variable, RunOutcome& outc
     if (!instance.ProcessVariable(variable)) return false;
     outcome.mayHavePending = true;
     return true;
+  } catch (const std::bad_alloc&) {
+    throw;  // not of this value alone
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Variable:%s was not evaluated: %s.",
            variable.variableName.c_str(), error.what());
@@ -76,6 +80,30 @@ void Evaluate(const ParsedRun& run, const Domain& domain, bool onDemand,
   outcome.explanations = instance.GetExplanations();
 }
 
+void RejectAll(const ParsedRun& run, RunOutcome& outcome) {
+  outcome.rejected.clear();
+  for (const VarInfo& variable : run.variables) outcome.rejected.push_back(variable.variableName);
+}
+
+/// Half a run is neither stored nor told.
+void Forget(const ParsedRun& run, RunOutcome& outcome) noexcept {
+  outcome.explanations.clear();
+  outcome.judged.clear();
+  outcome.instance.reset();
+  outcome.mayHavePending = true;
+  if (!outcome.lacksMemory) return;
+  outcome.results.reset();
+  outcome.variables = 0;
+  KS_LOG(kModule, kFunction, kSourceFile, kLogError,
+         "Device:%s, source:%s: memory ran short, the run is rejected.", run.device.c_str(),
+         run.source.c_str());
+  try {
+    RejectAll(run, outcome);
+  } catch (const std::bad_alloc&) {
+    outcome.rejected.clear();
+  }
+}
+
 }  // namespace
 
 void RunOutcome::Store() noexcept {
@@ -90,23 +118,25 @@ std::int64_t CountLines(std::string_view text) noexcept {
 
 RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
                        std::unique_ptr<UnitData> data, bool explain) noexcept {
+  const std::uint64_t faults = MemoryFaultsHere();
   RunOutcome outcome;
   if (domain.usable && !domain.engineOn) return outcome;
   try {
     if (!domain.usable) {
-      for (const VarInfo& variable : run.variables) {
-        outcome.rejected.push_back(variable.variableName);
-      }
+      RejectAll(run, outcome);
       return outcome;
     }
     Evaluate(run, domain, onDemand, std::move(data), explain, outcome);
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Device:%s, source:%s: %s.",
            run.device.c_str(), run.source.c_str(), error.what());
-    outcome.explanations.clear();
-    outcome.judged.clear();
-    outcome.instance.reset();  // half a run is not stored
-    outcome.mayHavePending = true;
+    outcome.lacksMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    Forget(run, outcome);
+  }
+  // What was caught on the way may have left a value half judged.
+  if (MemoryFaultsHere() != faults && !outcome.lacksMemory) {
+    outcome.lacksMemory = true;
+    Forget(run, outcome);
   }
   return outcome;
 }

@@ -32,9 +32,10 @@ struct KEELSTONE_EXPORT JudgedValue {
 /// What the engine made of one run.
 struct KEELSTONE_EXPORT RunOutcome {
   bool blocked = false;
-  std::uint64_t variables = 0;                      // values handed to the engine
-  std::vector<std::string> rejected;                // names, in input order
-  bool mayHavePending = false;                      // there may be rows for the write-behind cache
+  std::uint64_t variables = 0;        // values handed to the engine
+  std::vector<std::string> rejected;  // names, in input order
+  bool lacksMemory = false;           // nothing was evaluated to its end: all values are rejected
+  bool mayHavePending = false;        // there may be rows for the write-behind cache
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
   // Where explanations were asked for: one an alert, and what was judged, both in order.
   std::vector<KSAlertExplanation> explanations;
@@ -50,9 +51,9 @@ KEELSTONE_EXPORT std::int64_t CountLines(std::string_view text) noexcept;
 
 /// Hands one run to the engine; what it learns is handed on by the outcome's Store. A value
 /// over the domain's limits is rejected here; what the engine cannot take is rejected,
-/// whatever goes wrong. Any thread, but one run of a unit at a time. `data` is what was
-/// loaded of the unit ahead; without it the run loads for itself. `explain`: whether alerts
-/// are to be explained.
+/// whatever goes wrong. When memory runs short the run as a whole is rejected. Any thread, but one
+/// run of a unit at a time. `data` is what was loaded of the unit ahead; without it the run loads
+/// for itself. `explain`: whether alerts are to be explained.
 KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, bool onDemand,
                                         std::unique_ptr<UnitData> data = nullptr,
                                         bool explain = false) noexcept;
