@@ -34,6 +34,11 @@ bool ThreadWrapper::Start() {
   }
 }
 
+bool ThreadWrapper::IsStarted() {
+  const MutexLock control(controlMutex_);
+  return thread_.joinable();
+}
+
 void ThreadWrapper::Stop() {
   const auto tell = [this] {
     const MutexLock lock(mutex_);

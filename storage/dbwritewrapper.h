@@ -83,6 +83,8 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   struct State;
   DBWriteWrapper();
   ~DBWriteWrapper() = delete;
+  void StartWorker();
+  void FlushWithoutWorker();
   void Work();
 
   State* state_;
