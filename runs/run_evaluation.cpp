@@ -107,7 +107,9 @@ void Forget(const ParsedRun& run, RunOutcome& outcome) noexcept {
 }  // namespace
 
 void RunOutcome::Store() noexcept {
+  const std::uint64_t faults = MemoryFaultsHere();
   if (instance) instance->SerializeLocalDB();
+  lacksMemory = lacksMemory || MemoryFaultsHere() != faults;
   instance.reset();
 }
 

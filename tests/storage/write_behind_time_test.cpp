@@ -16,7 +16,7 @@ namespace {
 
 void AddRowsWithoutAWorker() {
   const TempRoot root;
-  IniReader::SetInt("Keelstone", "CacheSize", 3, "frontserver.ini");
+  if (!IniReader::SetInt("Keelstone", "CacheSize", 3, "frontserver.ini")) std::exit(3);
   const NoThreads noThreads;
   DBWriteWrapper* const cache = DBWriteWrapper::Instance();
   for (const char* device : {"a", "b"}) {
