@@ -1,5 +1,6 @@
 #include "c/run_handle.h"
 
+#include <new>
 #include <utility>
 
 #include "platform/json_reader.h"
@@ -101,6 +102,7 @@ void RunHandle::Store() {
   if (isStored_) throw Failure(KS_ERROR_STATE, "the run has been stored");
   isStored_ = true;
   outcome_.Store();
+  if (outcome_.lacksMemory) throw std::bad_alloc();
 }
 
 const std::string& RunHandle::ResultJson() {

@@ -105,9 +105,8 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   const bool onDemand = options_.onDemand || run.parsed.onDemand;
   const bool explain = options_.explain || format_ == OutputFormat::kText;
   RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, onDemand, std::move(run.data), explain);
-  const std::uint64_t faults = MemoryFaultsHere();
   outcome.Store();
-  run.lacksMemory = outcome.lacksMemory || MemoryFaultsHere() != faults;
+  run.lacksMemory = outcome.lacksMemory;
   run.tally = TallyOf(outcome);
   try {
     std::vector<EpisodeChange> episodes;

@@ -95,7 +95,11 @@ void SignalWatch::Watch() {
   const sigset_t set = WatchedSignals();
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
   stop_.Request();
-  onSignal_(static_cast<int>(info.ssi_signo));
+  try {
+    onSignal_(static_cast<int>(info.ssi_signo));
+  } catch (const std::exception&) {
+    // Without memory the stop is not announced.
+  }
   pollfd end = {end_.fd(), POLLIN, 0};
   while (::poll(&end, 1, -1) < 0 && errno == EINTR) {
   }

@@ -34,8 +34,9 @@ struct KEELSTONE_EXPORT RunOutcome {
   bool blocked = false;
   std::uint64_t variables = 0;        // values handed to the engine
   std::vector<std::string> rejected;  // names, in input order
-  bool lacksMemory = false;           // nothing was evaluated to its end: all values are rejected
-  bool mayHavePending = false;        // there may be rows for the write-behind cache
+  // All values are rejected, and nothing is stored; after Store: not all of it is.
+  bool lacksMemory = false;
+  bool mayHavePending = false;                      // there may be rows for the write-behind cache
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
   // Where explanations were asked for: one an alert, and what was judged, both in order.
   std::vector<KSAlertExplanation> explanations;
