@@ -1,5 +1,6 @@
 #include "c/run_handle.h"
 
+#include <new>
 #include <utility>
 
 #include "platform/json_reader.h"
@@ -92,6 +93,7 @@ void RunHandle::Evaluate() {
   request.stages = stages_;
   request.judged = judged_->Of(run_);
   outcome_ = EvaluateRun(run_, domain, request);
+  if (outcome_.lacksMemory) throw std::bad_alloc();
   isEvaluated_ = true;
   isEngineOn_ = domain.engineOn;
   if (outcome_.results) return;
@@ -120,6 +122,7 @@ void RunHandle::Store() {
   if (isStored_) throw Failure(KS_ERROR_STATE, "the run has been stored");
   isStored_ = true;
   outcome_.Store();
+  if (outcome_.lacksMemory) throw std::bad_alloc();
 }
 
 const std::string& RunHandle::ResultJson() {

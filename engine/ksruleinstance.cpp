@@ -1,10 +1,12 @@
 #include "engine/ksruleinstance.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "engine/evaluation.h"
 #include "platform/logger.h"
+#include "platform/memory_faults.h"
 
 namespace keelstone {
 
@@ -16,6 +18,7 @@ bool Guarded(const char* function, Step step) {
   try {
     return step();
   } catch (const std::exception& error) {
+    if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) CountMemoryFault();
     KS_LOG("FS_Keelstone", function, "ksruleinstance", kLogError, "c++ exception in rw:%s.",
            error.what());
   }

@@ -26,6 +26,16 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options) {
       ->capture_default_str();
 }
 
+void AddMaxLineOption(CLI::App& command, std::size_t& maxLine) {
+  command
+      .add_option("--max-line", maxLine,
+                  "Skip lines of the input that are longer: bytes, or as in 512kb, 64mb, 1gb")
+      ->type_name("SIZE")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(std::size_t{1}, std::size_t{0xFFFFFFFF}))
+      ->default_str("256mb");
+}
+
 void Apply(const CommonOptions& options) {
   if (!options.root.empty()) VXFileSystem::SetSystemRootFolder(options.root);
   Logger::Instance().SetLevel(options.logLevel);

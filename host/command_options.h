@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_HOST_COMMAND_OPTIONS_H
 #define KEELSTONE_HOST_COMMAND_OPTIONS_H
 
+#include <cstddef>
 #include <string>
 
 #include "platform/logger.h"
@@ -17,6 +18,9 @@ struct CommonOptions {
   std::string domain = "default";
   int logLevel = kLogNotice;
 };
+
+/// --max-line: the bytes that a line of the input may have.
+void AddMaxLineOption(CLI::App& command, std::size_t& maxLine);
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
 

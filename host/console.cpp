@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <new>
 
 namespace keelstone::host {
 
@@ -30,7 +31,7 @@ double Console::Elapsed() const {
   return std::chrono::duration<double>(Clock::now() - start_).count();
 }
 
-void Console::Write(std::string_view text) {
+void Console::Write(std::string_view text) noexcept {
   while (!text.empty()) {
     const ssize_t count = ::write(STDERR_FILENO, text.data(), text.size());
     if (count < 0 && errno == EINTR) continue;
@@ -39,27 +40,43 @@ void Console::Write(std::string_view text) {
   }
 }
 
-void Console::Say(std::string_view message) {
+void Console::Say(std::string_view message) noexcept {
   const MutexLock lock(mutex_);
-  std::string text(progressLine_.empty() ? std::string_view() : kClearLine);
-  text.append(message).append("\n").append(progressLine_);
-  Write(text);
+  try {
+    // At once, so that what other processes say does not come between.
+    std::string text(progressLine_.empty() ? std::string_view() : kClearLine);
+    text.append(message).append("\n").append(progressLine_);
+    Write(text);
+  } catch (const std::bad_alloc&) {
+    Write(message);
+    Write("\n");
+  }
 }
 
-void Console::Show(const EvaluationProgress& progress) {
+std::string Console::ProgressText(const EvaluationProgress& progress) const {
+  std::string text = Count(progress.runs, "run", "runs") + ", " +
+                     std::to_string(PerSecond(progress.tally.variables, Elapsed())) +
+                     " values/s, " + Count(progress.tally.alerts, "alert", "alerts");
+  if (progress.inputTotal > 0) {
+    const double share =
+        100.0 * static_cast<double>(progress.inputBytes) / static_cast<double>(progress.inputTotal);
+    text += ", " + std::to_string(std::lround(share)) + " % of the input";
+  }
+  return text;
+}
+
+void Console::Show(const EvaluationProgress& progress) noexcept {
   const MutexLock lock(mutex_);
   const Clock::time_point now = Clock::now();
   if (!showProgress_ || now - shown_ < kProgressInterval) return;
   shown_ = now;
-  progressLine_ = Count(progress.runs, "run", "runs") + ", " +
-                  std::to_string(PerSecond(progress.tally.variables, Elapsed())) + " values/s, " +
-                  Count(progress.tally.alerts, "alert", "alerts");
-  if (progress.inputTotal > 0) {
-    const double share =
-        100.0 * static_cast<double>(progress.inputBytes) / static_cast<double>(progress.inputTotal);
-    progressLine_ += ", " + std::to_string(std::lround(share)) + " % of the input";
+  try {
+    progressLine_ = ProgressText(progress);
+  } catch (const std::bad_alloc&) {
+    return;
   }
-  Write(std::string(kClearLine) + progressLine_);
+  Write(kClearLine);
+  Write(progressLine_);
 }
 
 void Console::EndProgress() {

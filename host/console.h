@@ -26,9 +26,9 @@ class Console {
   explicit Console(bool showProgress);
 
   /// One message, on a line of its own. The text must be printable.
-  void Say(std::string_view message);
+  void Say(std::string_view message) noexcept;
   /// Shows how far the work is; a few times a second at most.
-  void Show(const EvaluationProgress& progress);
+  void Show(const EvaluationProgress& progress) noexcept;
   /// Takes the line of progress away for good.
   void EndProgress();
 
@@ -37,7 +37,8 @@ class Console {
 
  private:
   using Clock = std::chrono::steady_clock;
-  void Write(std::string_view text) KS_REQUIRES(mutex_);
+  static void Write(std::string_view text) noexcept;
+  std::string ProgressText(const EvaluationProgress& progress) const;
 
   const Clock::time_point start_ = Clock::now();
   Mutex mutex_;  // guards what follows and the order of what is written; innermost

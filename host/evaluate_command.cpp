@@ -116,6 +116,7 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
   command.add_option("--threads", options.threads, "Evaluating threads (default: the cores)")
       ->type_name("N")
       ->check(CLI::Range(1U, kMaxThreads));
+  AddMaxLineOption(command, options.maxLine);
   command.add_flag("--explain", options.explain,
                    "With json, explain every alert: what was expected, why, since when");
   command.add_flag("--all", options.all, "With json, also print runs without results");

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/command_options.h"
+#include "host/line_reader.h"
 #include "runs/intake_stages.h"
 
 namespace keelstone::host {
@@ -14,6 +15,7 @@ struct EvaluateOptions {
   std::vector<std::string> files;  // "-" is standard input; none: standard input
   std::string format;              // "json" or "text"; empty: by what standard output is
   unsigned threads = 0;            // 0: the cores
+  std::size_t maxLine = LineReader::kMaxLine;
   bool explain = false;
   bool all = false;
   bool enroll = false;

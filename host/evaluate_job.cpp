@@ -8,11 +8,13 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <thread>
 
 #include "host/exit_codes.h"
 #include "platform/filesystem.h"
 #include "platform/logger.h"
+#include "platform/memory_faults.h"
 #include "platform/text_escape.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/dbwritewrapper.h"
@@ -56,20 +58,19 @@ EvaluateJob::EvaluateJob(const EvaluateOptions& options, OutputFormat format,
       console_(!options.quiet && ::isatty(STDERR_FILENO) == 1),
       output_(STDOUT_FILENO),
       domains_(console_, options.enroll, !options.onDemand),
-      lines_(options.common.domain) {
+      lines_(options.common.domain),
+      faults_(console_, "keelstone: further lines that are skipped are only counted"),
+      unread_(console_, "keelstone: further lines without memory for them are only counted"),
+      notEvaluated_(console_, "keelstone: further runs without memory for them are only counted") {
   progress_.inputTotal = inputTotal;
 }
 
 int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   std::signal(SIGPIPE, SIG_IGN);
   // Before any other thread, so that all of them leave the signals to the watch.
-  watch_ = std::make_unique<SignalWatch>([this](int signal) { OnSignal(signal); });
-  ownedScheduler_ = std::make_unique<RunScheduler>(
-      static_cast<RunWork&>(*this), RunScheduler::Limits{.threads = ThreadCount(options_.threads)});
+  watch_ = std::make_unique<SignalWatch>(stop_, [this](int signal) { OnSignal(signal); });
+  StartScheduler();
   RunScheduler& scheduler = *ownedScheduler_;
-  scheduler_.store(&scheduler);
-  if (stop_.Requested()) scheduler.Stop();
-
   Broken broken = Broken::kNo;
   try {
     broken = ReadInputs(inputs);
@@ -87,8 +88,20 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   return Conclude(broken);
 }
 
+void EvaluateJob::StartScheduler() {
+  const unsigned wanted = ThreadCount(options_.threads);
+  ownedScheduler_ = std::make_unique<RunScheduler>(static_cast<RunWork&>(*this),
+                                                   RunScheduler::Limits{.threads = wanted});
+  scheduler_.store(ownedScheduler_.get());
+  if (stop_.Requested()) ownedScheduler_->Stop();
+  const unsigned started = ownedScheduler_->workers();
+  if (started == wanted) return;
+  console_.Say("keelstone: of " + std::to_string(wanted) + " evaluating threads " +
+               std::to_string(started) + " could be started (" + ownedScheduler_->startFault() +
+               "); " + (started == 0 ? "the reading thread evaluates" : "these evaluate"));
+}
+
 void EvaluateJob::OnSignal(int signal) {
-  stop_.Request();
   if (RunScheduler* scheduler = scheduler_.load()) scheduler->Stop();
   console_.Say(std::string("keelstone: stopping at ") + ::strsignal(signal) +
                "; what has begun is finished");
@@ -102,6 +115,7 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   request.judged = std::move(run.judged);
   RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, request, std::move(run.data));
   outcome.Store();
+  run.lacksMemory = outcome.lacksMemory;
   run.tally = TallyOf(outcome);
   try {
     std::vector<EpisodeChange> episodes;
@@ -118,11 +132,17 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   } catch (const std::exception&) {  // only for want of memory
     outputLost_.store(true);
   }
+  // Where no thread waits for signals, nobody else tells the scheduler.
+  if (stop_.Requested()) scheduler_.load()->Stop();
   return outcome.mayHavePending;
 }
 
 void EvaluateJob::Flush(const std::string& domain) noexcept {
-  DBWriteWrapper::Instance()->WriteDomain(domain);
+  try {
+    DBWriteWrapper::Instance()->WriteDomain(domain);
+  } catch (const std::exception&) {
+    // For want of memory the rows wait on, where look-ups find them, for the last flush.
+  }
 }
 
 RunWork::Units EvaluateJob::Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept {
@@ -138,6 +158,7 @@ void EvaluateJob::Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) n
   for (const auto& run : runs) {
     Add(progress_.tally, run->tally);
     output_.Write(run->output);
+    if (run->lacksMemory) SayLackOfMemory(run->parsed);
   }
   progress_.runs += runs.size();
   progress_.inputBytes = runs.back()->inputPosition;
@@ -171,7 +192,7 @@ EvaluateJob::Broken EvaluateJob::ReadInput(const InputFile& input) {
     file = FileDescriptor(::open(input.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.valid()) return Fail(input.name + ": " + std::strerror(errno));
   }
-  LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_);
+  LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_, options_.maxLine);
   const Broken broken = ReadLines(input, reader);
   inputBase_ += reader.position();
   return broken;
@@ -184,39 +205,63 @@ EvaluateJob::Broken EvaluateJob::ReadLines(const InputFile& input, LineReader& r
       if (const Broken broken = SubmitBatch(); broken != Broken::kNo) return broken;
     }
     std::string_view line;
-    switch (reader.Next(line)) {
+    const LineReader::Got got = reader.Next(line);
+    switch (got) {
       case LineReader::Got::kEnd:
         return Broken::kNo;
       case LineReader::Got::kStopped:
         return Broken::kStopped;
       case LineReader::Got::kFailed:
         return Fail(input.name + ": " + std::strerror(errno));
+      case LineReader::Got::kTooLong:
+      case LineReader::Got::kNoMemory:
       case LineReader::Got::kLine:
         break;
     }
-    if (const Broken broken = TakeLine(input, reader, line); broken != Broken::kNo) return broken;
+    if (const Broken broken = TakeLine(input, reader, got, line); broken != Broken::kNo) {
+      return broken;
+    }
   }
 }
 
 EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineReader& reader,
-                                          std::string_view line) {
-  if (IsBlank(line)) return Broken::kNo;
-  auto run = std::make_unique<host::Run>();
-  if (!lines_.Read(line, run->parsed)) {
-    console_.Say(input.name + ":" + std::to_string(reader.lineNumber()) + ": " + lines_.fault());
-    ++skipped_;
-    return options_.strict ? Broken::kStrict : Broken::kNo;
+                                          LineReader::Got got, std::string_view line) {
+  const std::string place = input.name + ":" + std::to_string(reader.lineNumber()) + ": ";
+  try {
+    if (got == LineReader::Got::kTooLong) return Skip(place + TooLongText(options_.maxLine));
+    if (got == LineReader::Got::kNoMemory) throw std::bad_alloc();
+    if (IsBlank(line)) return Broken::kNo;
+    auto run = std::make_unique<host::Run>();
+    if (!lines_.Read(line, run->parsed)) return Skip(place + lines_.fault());
+    run->domain = domains_.Find(run->parsed.domain);
+    SayDomainFaults(place);
+    domains_.NoteVariables(run->parsed);
+    const bool isEvaluated = run->domain->usable && run->domain->engineOn;
+    if (isEvaluated && options_.stages.LooksBack()) run->judged = judged_.Of(run->parsed);
+    run->bytes = line.size();
+    run->inputPosition = inputBase_ + reader.position();
+    batch_.push_back(std::move(run));
+    batchBytes_ += line.size();
+  } catch (const std::bad_alloc&) {
+    unread_.Add(place + "memory is too short for the run, it is skipped");
   }
-  run->domain = domains_.Find(run->parsed.domain);
-  SayDomainFaults(input.name + ":" + std::to_string(reader.lineNumber()) + ": ");
-  domains_.NoteVariables(run->parsed);
-  const bool isEvaluated = run->domain->usable && run->domain->engineOn;
-  if (isEvaluated && options_.stages.LooksBack()) run->judged = judged_.Of(run->parsed);
-  run->bytes = line.size();
-  run->inputPosition = inputBase_ + reader.position();
-  batchBytes_ += line.size();
-  batch_.push_back(std::move(run));
   return Broken::kNo;
+}
+
+EvaluateJob::Broken EvaluateJob::Skip(const std::string& fault) {
+  faults_.Add(fault);
+  return options_.strict ? Broken::kStrict : Broken::kNo;
+}
+
+/// The delivery thread's.
+void EvaluateJob::SayLackOfMemory(const ParsedRun& run) noexcept {
+  try {
+    notEvaluated_.Add("keelstone: memory was too short for the run of " + Printable(run.device) +
+                      " " + Printable(run.source) + " at " + std::to_string(run.time) +
+                      ", it is not stored");
+  } catch (const std::bad_alloc&) {
+    notEvaluated_.Add("keelstone: memory was too short for a run, it is not stored");
+  }
 }
 
 EvaluateJob::Broken EvaluateJob::SubmitBatch() {
@@ -266,17 +311,24 @@ int EvaluateJob::Conclude(Broken broken) {
                  " reads of the databases have failed, what they concern was not evaluated; " +
                  Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why");
   }
+  const std::uint64_t lacking = unread_.count() + notEvaluated_.count();
+  if (lacking > 0) {
+    console_.Say("keelstone: memory was too short for " + std::to_string(lacking) +
+                 (lacking == 1 ? " run" : " runs"));
+  } else if (MemoryFaults() > 0) {
+    console_.Say("keelstone: memory ran short; not all may have been evaluated or stored");
+  }
   if (!options_.quiet) {
-    console_.Say("keelstone: " + SummaryText(progress_, skipped_, console_.Elapsed()));
+    console_.Say("keelstone: " + SummaryText(progress_, faults_.count(), console_.Elapsed()));
   }
   Logger::Instance().Flush();
   if (domainRefused_ && submitted_ == 0) return kExitUnusable;
   const bool isRead = broken == Broken::kNo || broken == Broken::kStrict;
   const bool isWritten = output_.failure() == 0 && !outputLost_.load() && failedWrites == 0;
-  const bool isEvaluated = !domainRefused_ && failedReads == 0;
+  const bool isEvaluated = !domainRefused_ && failedReads == 0 && lacking + MemoryFaults() == 0;
   if (!isRead || !isEvaluated || !isWritten) return kExitBrokenOff;
   if (options_.failOnAlert && progress_.tally.alerts > 0) return kExitAlert;
-  return skipped_ > 0 ? kExitLinesSkipped : kExitDone;
+  return faults_.count() > 0 ? kExitLinesSkipped : kExitDone;
 }
 
 }  // namespace keelstone::host

@@ -12,6 +12,7 @@
 #include "host/console.h"
 #include "host/domain_registry.h"
 #include "host/evaluate_command.h"
+#include "host/line_faults.h"
 #include "host/line_reader.h"
 #include "host/output_writer.h"
 #include "host/result_output.h"
@@ -48,7 +49,11 @@ class EvaluateJob final : private RunWork {
   Broken ReadInputs(const std::vector<InputFile>& inputs);
   Broken ReadInput(const InputFile& input);
   Broken ReadLines(const InputFile& input, LineReader& reader);
-  Broken TakeLine(const InputFile& input, const LineReader& reader, std::string_view line);
+  Broken TakeLine(const InputFile& input, const LineReader& reader, LineReader::Got got,
+                  std::string_view line);
+  Broken Skip(const std::string& fault);
+  void SayLackOfMemory(const ParsedRun& run) noexcept;
+  void StartScheduler();
   Broken SubmitBatch();
   void SayDomainFaults(const std::string& place);
   Broken Fail(const std::string& why);
@@ -68,7 +73,9 @@ class EvaluateJob final : private RunWork {
   std::size_t batchBytes_ = 0;
   std::uint64_t inputBase_ = 0;  // bytes of the inputs before the present one
   std::uint64_t submitted_ = 0;  // runs of usable domains
-  std::uint64_t skipped_ = 0;
+  LineFaults faults_;
+  LineFaults unread_;        // lines for which there was no memory
+  LineFaults notEvaluated_;  // runs likewise; the delivery thread's
   bool domainRefused_ = false;
   std::atomic<bool> outputLost_{false};
   EvaluationProgress progress_;  // the delivery thread's until the scheduler has finished

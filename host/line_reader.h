@@ -11,21 +11,29 @@
 namespace keelstone::host {
 
 /// Cuts one input into lines without copying them. A byte-order mark at the start is
-/// passed over; the last line needs no line feed. One thread.
+/// passed over; the last line needs no line feed. A line that is longer than a bound, or
+/// than memory can hold, is passed over without being kept. One thread.
 class LineReader {
  public:
-  enum class Got { kLine, kEnd, kStopped, kFailed };
+  enum class Got { kLine, kTooLong, kNoMemory, kEnd, kStopped, kFailed };
+
+  static constexpr std::size_t kMaxLine = 256U << 20U;  // bytes, when nothing else is wanted
 
   /// Reads from `fd`, which must stay open, until `stop` is requested.
-  LineReader(int fd, const StopRequest& stop);
+  LineReader(int fd, const StopRequest& stop, std::size_t maxLine = kMaxLine);
 
-  /// The next line without its line feed, valid until the next call. kFailed: errno says
-  /// why.
+  /// From here on what is read is also written to a file, until that fails.
+  void CopyTo(int fd) noexcept { copy_ = fd; }
+  /// errno of the failure; 0 when there was none.
+  int copyFailure() const noexcept { return copyFailure_; }
+
+  /// The next line without its line feed, valid until the next call. kTooLong, kNoMemory:
+  /// the line was passed over. kFailed: errno says why.
   Got Next(std::string_view& line);
   /// Whether the next line lies here whole, so that Next will not wait for input.
   bool HasLine();
 
-  /// Number of the line that Next gave last, from 1.
+  /// Number of the line that Next gave or passed over last, from 1.
   std::uint64_t lineNumber() const noexcept { return lineNumber_; }
   /// Bytes of the input up to the end of that line.
   std::uint64_t position() const noexcept { return position_; }
@@ -34,9 +42,14 @@ class LineReader {
   bool FindLineFeed();
   void MakeRoom();
   Got Fill();
+  void Drop(std::size_t end);
+  void Copy(std::string_view bytes) noexcept;
 
   int fd_;
   const StopRequest& stop_;
+  const std::size_t maxLine_;
+  int copy_ = -1;
+  int copyFailure_ = 0;
   std::unique_ptr<char[]> buffer_;
   std::size_t capacity_;
   std::size_t begin_ = 0;    // of what is not yet given out

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <new>
 
 #include "host/block_command.h"
 #include "host/clean_command.h"
@@ -14,6 +15,7 @@
 #include "host/rules_command.h"
 #include "host/settings_command.h"
 #include "host/show_command.h"
+#include "platform/memory_faults.h"
 
 namespace keelstone::host {
 namespace {
@@ -104,6 +106,11 @@ int RunProgram(int argc, char** argv) {
 }  // namespace keelstone::host
 
 int main(int argc, char** argv) {
+  // However well it is dealt with where it happens: no exit code hides a want of memory.
+  std::set_new_handler([] {
+    keelstone::CountMemoryFault();
+    throw std::bad_alloc();
+  });
   keelstone::host::GuardStandardDescriptors();
   try {
     return keelstone::host::RunProgram(argc, argv);

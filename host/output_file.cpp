@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 
@@ -17,10 +18,15 @@ namespace keelstone::host {
 
 namespace {
 
+constexpr const char* kUnfinished = ".unfinished";
+constexpr std::size_t kRandomCharacters = 6;
+constexpr std::time_t kLeftoverAge = 3600;  // s
+
 /// Where a path leads, also when nothing is there yet.
 std::string Resolved(const std::string& path) {
   std::error_code failure;
-  const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
+  const std::filesystem::path resolved =
+      std::filesystem::weakly_canonical(std::filesystem::absolute(path, failure), failure);
   return failure ? path : resolved.string();
 }
 
@@ -30,6 +36,25 @@ mode_t RightsOf(const struct stat* old) {
   const mode_t mask = ::umask(0);
   ::umask(mask);
   return 0666U & ~mask;
+}
+
+/// Removes what killed processes have left of this file. One that is being written now is
+/// younger: every write renews its time.
+void RemoveLeftovers(const std::filesystem::path& path) {
+  const std::string start = path.filename().string() + ".";
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(path.parent_path(), failure), end;
+       !failure && entry != end; entry.increment(failure)) {
+    const std::string name = entry->path().filename().string();
+    struct stat status {};
+    const bool isLeftover =
+        name.size() == start.size() + kRandomCharacters + std::strlen(kUnfinished) &&
+        name.starts_with(start) && name.ends_with(kUnfinished) &&
+        ::lstat(entry->path().c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    if (isLeftover && std::time(nullptr) - status.st_mtime > kLeftoverAge) {
+      ::unlink(entry->path().c_str());
+    }
+  }
 }
 
 }  // namespace
@@ -49,8 +74,10 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
   if (isThere && !S_ISREG(status.st_mode)) {
     file_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
   } else {
-    temporary_ = path_ + ".XXXXXX";
-    file_ = FileDescriptor(::mkostemp(temporary_.data(), O_CLOEXEC));
+    RemoveLeftovers(path_);
+    temporary_ = path_ + ".XXXXXX" + kUnfinished;
+    file_ = FileDescriptor(
+        ::mkostemps(temporary_.data(), static_cast<int>(std::strlen(kUnfinished)), O_CLOEXEC));
     if (!file_.valid()) temporary_.clear();
   }
   if (!file_.valid()) {

@@ -11,8 +11,9 @@
 namespace keelstone::host {
 
 /// A file that appears whole or not at all: what is written gathers in a temporary file
-/// beside it, which takes its place in the end. What is no regular file (a pipe, a
-/// terminal) is written as it comes. One thread.
+/// beside it, which takes its place in the end; those that killed processes have left are
+/// removed when they are an hour old. What is no regular file (a pipe, a terminal) is
+/// written as it comes. One thread.
 class OutputFile {
  public:
   /// `path`, or "-" for standard output. fault() tells whether it can be written.

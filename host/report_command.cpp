@@ -1,12 +1,8 @@
 #include "host/report_command.h"
 
-#include <fcntl.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <set>
@@ -15,14 +11,14 @@
 #include "host/command_output.h"
 #include "host/console.h"
 #include "host/exit_codes.h"
-#include "host/line_reader.h"
 #include "host/output_file.h"
 #include "host/report_findings.h"
 #include "host/report_listing.h"
 #include "host/report_page.h"
+#include "host/report_results.h"
+#include "host/report_selection.h"
 #include "host/stop_request.h"
 #include "platform/filesystem.h"
-#include "platform/text_escape.h"
 #include "storage/domain_files.h"
 
 namespace keelstone::host {
@@ -30,7 +26,7 @@ namespace keelstone::host {
 namespace {
 
 constexpr const char* kName = "report";
-constexpr std::uint64_t kFaultsShown = 20;
+constexpr std::size_t kMostVariables = 10000000;
 
 constexpr const char* kHelpEnd =
     R"(The page needs nothing but itself: one HTML file that loads nothing, to be opened in a
@@ -85,71 +81,77 @@ std::vector<std::string> DomainsOfRoot() {
   return domains;
 }
 
-/// Reads result files, and counts the lines that are none.
-class ResultReading {
- public:
-  ResultReading(const std::vector<std::string>& domains, const StopRequest& stop,
-                ReportFindings& findings)
-      : domains_(domains), stop_(stop), findings_(findings) {}
-
-  /// Why a file cannot be read; empty when all of it was.
-  std::string Read(const std::string& path) {
-    const std::string name = path == "-" ? "<stdin>" : Printable(path);
-    FileDescriptor file;
-    if (path != "-") {
-      file = FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-      if (!file.valid()) return name + ": " + std::strerror(errno);
-    }
-    LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_);
-    std::string_view line;
-    while (true) {
-      const LineReader::Got got = reader.Next(line);
-      if (got == LineReader::Got::kFailed) return name + ": " + std::strerror(errno);
-      if (got != LineReader::Got::kLine) return {};
-      if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
-      if (!findings_.Take(line, domains_)) Skip(name, reader.lineNumber());
-    }
-  }
-  std::uint64_t skipped() const noexcept { return skipped_; }
-
- private:
-  void Skip(const std::string& name, std::uint64_t number) {
-    ++skipped_;
-    if (skipped_ <= kFaultsShown) {
-      Console(false).Say(name + ":" + std::to_string(number) + ": " + findings_.fault());
-    } else if (skipped_ == kFaultsShown + 1) {
-      Console(false).Say("keelstone report: further lines that are skipped are only counted");
-    }
-  }
-
-  const std::vector<std::string>& domains_;
-  const StopRequest& stop_;
-  ReportFindings& findings_;
-  std::uint64_t skipped_ = 0;
-};
-
-/// Adds the variables of all domains, and then those that only the results know; ends early
-/// when a stop is requested.
+/// Adds the chosen variables of all domains, and then those that only the results know; ends
+/// early when a stop is requested.
 void AddVariables(const std::vector<std::string>& domains, const ReportFindings& findings,
-                  const StopRequest& stop, ReportPage& page) {
+                  const ReportSelection& selection, const StopRequest& stop, ReportPage& page) {
   std::set<const VariableFindings*> shown;
   for (const std::string& domain : domains) {
     ReportListing listing(domain);
     for (auto stored = listing.NextPage(); !stored.empty(); stored = listing.NextPage()) {
       if (stop.Requested()) return;
-      for (const StoredVariable& variable : stored) {
-        const auto& [device, interface, source, param, name] = variable.key;
-        const ReportKey key = {domain, device, interface, source, param, name};
+      for (StoredVariable& variable : stored) {
+        const ReportKey key = KeyOf(domain, variable);
+        if (!selection.chosen().contains(FingerprintOf(key))) continue;
         const auto found = findings.variables().find(key);
         const bool isFound = found != findings.variables().end();
+        listing.ReadHistory(variable);
         page.Add(key, variable, isFound ? &found->second : nullptr);
         if (isFound) shown.insert(&found->second);
       }
     }
   }
   for (const auto& [key, variable] : findings.variables()) {
-    if (!shown.contains(&variable)) page.Add(key, {}, &variable);
+    const bool isChosen = selection.chosen().contains(FingerprintOf(key));
+    if (isChosen && !shown.contains(&variable)) page.Add(key, {}, &variable);
   }
+}
+
+void SayWhatIsLeftOut(const ReportTotals& totals, std::uint64_t shown) {
+  if (totals.variables <= shown) return;
+  Console(false).Say("keelstone report: the page shows the " + std::to_string(shown) +
+                     " most important of " + std::to_string(totals.variables) +
+                     " variables; --max-variables shows more");
+}
+
+/// Writes the page; the exit code.
+int WritePage(const ReportOptions& options, const std::vector<std::string>& domains,
+              const StopRequest& stop) {
+  ReportFindings findings(options.maxVariables);
+  ReportResults results(domains, options.maxLine, stop, findings);
+  for (const std::string& file : options.results) {
+    const std::string fault = results.Read(file);
+    if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
+  }
+  ReportSelection selection(options.maxVariables);
+  try {
+    selection.Choose(domains, findings, stop);
+  } catch (const CppSQLite3Exception& error) {
+    return Fail(kName, error.what(), kExitUnusable);
+  }
+  if (findings.isCrowded()) {
+    findings.Restart(selection.chosen());
+    const std::string fault = results.ReadAgain();
+    if (!fault.empty()) return Fail(kName, fault, kExitBrokenOff);
+  }
+  OutputFile output(options.output);
+  if (!output.fault().empty()) return Fail(kName, output.fault(), kExitBrokenOff);
+  const ReportHead head = {.created = std::time(nullptr),
+                           .domains = domains,
+                           .hasResults = !options.results.empty(),
+                           .skippedLines = results.skipped(),
+                           .totals = selection.totals()};
+  ReportPage page(output, head, findings);
+  try {
+    AddVariables(domains, findings, selection, stop, page);
+  } catch (const CppSQLite3Exception& error) {
+    return Fail(kName, error.what(), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
+  }
+  if (stop.Requested()) return Fail(kName, "stopped; no page is written", kExitBrokenOff);
+  page.End();
+  if (!output.Finish()) return Fail(kName, output.fault(), kExitBrokenOff);
+  SayWhatIsLeftOut(head.totals, page.variables());
+  return results.skipped() > 0 ? kExitLinesSkipped : kExitDone;
 }
 
 }  // namespace
@@ -169,13 +171,21 @@ void AddReportCommand(CLI::App& program, ReportOptions& options) {
                   "Results of `keelstone evaluate --format json`, in the order in which they were "
                   "made; - is standard input")
       ->type_name("FILE");
+  command
+      .add_option("--max-variables", options.maxVariables,
+                  "The most variables that the page shows: those that alert, the latest first, "
+                  "then those that have alerted, then the others")
+      ->type_name("N")
+      ->check(CLI::Range(std::size_t{1}, kMostVariables))
+      ->capture_default_str();
+  AddMaxLineOption(command, options.maxLine);
   command.footer(kHelpEnd);
 }
 
 int RunReport(const ReportOptions& options) {
   std::signal(SIGPIPE, SIG_IGN);
   StopRequest stop;
-  const SignalWatch watch([&stop](int) { stop.Request(); });
+  const SignalWatch watch(stop, [](int) {});
   std::vector<std::string> domains = {options.common.domain};
   if (options.allDomains) domains = DomainsOfRoot();
   if (domains.empty()) {
@@ -188,28 +198,7 @@ int RunReport(const ReportOptions& options) {
     const std::string fault = DomainFault(domain, false);
     if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   }
-  ReportFindings findings;
-  ResultReading reading(domains, stop, findings);
-  for (const std::string& file : options.results) {
-    const std::string fault = reading.Read(file);
-    if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
-  }
-  OutputFile output(options.output);
-  if (!output.fault().empty()) return Fail(kName, output.fault(), kExitBrokenOff);
-  const ReportHead head = {.created = std::time(nullptr),
-                           .domains = domains,
-                           .hasResults = !options.results.empty(),
-                           .skippedLines = reading.skipped()};
-  ReportPage page(output, head, findings);
-  try {
-    AddVariables(domains, findings, stop, page);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, error.what(), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
-  }
-  if (stop.Requested()) return Fail(kName, "stopped; no page is written", kExitBrokenOff);
-  page.End();
-  if (!output.Finish()) return Fail(kName, output.fault(), kExitBrokenOff);
-  return reading.skipped() > 0 ? kExitLinesSkipped : kExitDone;
+  return WritePage(options, domains, stop);
 }
 
 }  // namespace keelstone::host

@@ -1,10 +1,12 @@
 #ifndef KEELSTONE_HOST_REPORT_COMMAND_H
 #define KEELSTONE_HOST_REPORT_COMMAND_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "host/command_options.h"
+#include "host/line_reader.h"
 
 namespace keelstone::host {
 
@@ -13,6 +15,8 @@ struct ReportOptions {
   bool allDomains = true;  // unless --domain is given
   std::string output;
   std::vector<std::string> results;
+  std::size_t maxVariables = 10000;
+  std::size_t maxLine = LineReader::kMaxLine;
 };
 
 void AddReportCommand(CLI::App& program, ReportOptions& options);

@@ -1,6 +1,7 @@
 #include "host/report_findings.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 #include "host/script_json.h"
@@ -11,14 +12,6 @@ namespace keelstone::host {
 
 namespace {
 
-constexpr std::size_t kTextsSearched = 64;
-constexpr std::size_t kTextBytes = 256U << 10U;  // of one variable, before long texts are cut
-constexpr std::size_t kShortText = 1000;
-constexpr std::size_t kFirstAlerts = 40;  // of an episode
-constexpr std::size_t kNewestAlerts = 40;
-constexpr std::size_t kEpisodes = 100;  // of a variable
-constexpr std::size_t kChanges = 200;   // of its rule, of its golden value
-constexpr std::size_t kSpans = 240;
 constexpr std::int64_t kTimes = std::int64_t{1} << 40U;  // s before and after 1970 that are told
 
 std::string TextMember(const JsonValue& object, std::string_view name) {
@@ -42,55 +35,32 @@ std::string Words(int type, const std::string& parameter) {
   return KSExpectation::Of(static_cast<EnumRuleType>(type), parameter).words;
 }
 
-template <class Item>
-void AppendBounded(std::deque<Item>& items, Item item, std::size_t limit) {
-  items.push_back(std::move(item));
-  if (items.size() > limit) items.pop_front();
-}
-
-std::int64_t SpanStart(std::int64_t time, std::int64_t width) {
-  const std::int64_t over = time % width;
-  return time - (over < 0 ? over + width : over);
-}
+std::uint64_t HashOf(std::string_view text) { return std::hash<std::string_view>()(text); }
 
 /// Whether an array of the line can be walked as such; absent counts as empty.
 bool IsArrayOrAbsent(const JsonValue* value) {
   return value == nullptr || value->isNull() || value->isArray();
 }
 
-}  // namespace
-
-std::size_t VariableFindings::Text(std::string_view text) {
-  std::string shortened;
-  if (textBytes > kTextBytes && text.size() > kShortText) {
-    shortened.assign(text.substr(0, kShortText)).append("…");
-    text = shortened;
-  }
-  const std::size_t oldest = texts.size() > kTextsSearched ? texts.size() - kTextsSearched : 0;
-  for (std::size_t i = texts.size(); i > oldest; --i) {
-    if (texts[i - 1] == text) return i - 1;
-  }
-  textBytes += text.size();
-  texts.emplace_back(text);
-  return texts.size() - 1;
+void Clear(FoundVariable& variable, std::int64_t time) {
+  variable.isOpen = false;
+  if (variable.details == nullptr) return;
+  FoundEpisode& episode = variable.details->episodes.back();
+  episode.end = FoundEpisode::End::kCleared;
+  episode.cleared = time;
 }
 
-void AlertHistogram::Add(std::int64_t time) {
-  ++counts_[SpanStart(time, width_)];
-  while (counts_.size() > kSpans || (counts_.rbegin()->first - counts_.begin()->first) / width_ >=
-                                        static_cast<std::int64_t>(kSpans)) {
-    width_ *= 2;
-    std::map<std::int64_t, std::uint64_t> wider;
-    for (const auto& [start, count] : counts_) wider[SpanStart(start, width_)] += count;
-    counts_.swap(wider);
-  }
+}  // namespace
+
+std::uint64_t DeviceHash(std::string_view domain, std::string_view device) {
+  return HashOf(domain) * 31U + HashOf(device);
 }
 
 /// What a line says of its run.
 struct ReportFindings::Line {
   JsonValue document;
   std::int64_t time = 0;
-  UnitKey unit;
+  std::array<std::string, 4> unit;  // domain, device, source, param
   bool blocked = false;
   std::int64_t variables = 0;
   std::int64_t repeated = 0;  // values that say nothing
@@ -104,6 +74,23 @@ struct ReportFindings::Line {
     return items != nullptr && items->isArray() ? *items : kNone;
   }
 };
+
+ReportFindings::ReportFindings(std::size_t limit) : limit_(limit), budget_(limit) {}
+
+void ReportFindings::Restart(const Chosen& chosen) {
+  budget_ = DetailBudget(limit_);
+  chosen_ = &chosen;
+  isCrowded_ = false;
+  found_.clear();
+  variables_.clear();
+  units_.clear();
+  histogram_ = {};
+  lines_ = runs_ = alerts_ = 0;
+  from_ = std::numeric_limits<std::int64_t>::max();
+  to_ = std::numeric_limits<std::int64_t>::min();
+  hasQuietRuns_ = false;
+  isEveryLineTold_ = true;
+}
 
 bool ReportFindings::ReadLine(std::string_view text, Line& line) {
   JsonParseError error;
@@ -145,7 +132,7 @@ bool ReportFindings::Take(std::string_view text, const std::vector<std::string>&
   ++runs_;
   from_ = std::min(from_, line.time);
   to_ = std::max(to_, line.time);
-  Unit& unit = units_[line.unit];
+  Unit& unit = units_[FingerprintOf(line.unit)];
   if (unit.lastTime && line.time > *unit.lastTime) {
     unit.spacing = std::min(unit.spacing, line.time - *unit.lastTime);
   }
@@ -188,11 +175,54 @@ bool ReportFindings::Take(std::string_view text, const std::vector<std::string>&
   return true;
 }
 
+FoundVariable* ReportFindings::Touch(ReportKey key) {
+  const Fingerprint print = FingerprintOf(key);
+  if (chosen_ != nullptr && !chosen_->contains(print)) return nullptr;
+  const auto [entry, isNew] = found_.try_emplace(print);
+  FoundVariable& variable = entry->second;
+  if (!isNew) return &variable;
+  variable.order = static_cast<std::uint32_t>(found_.size());
+  variable.device = DeviceHash(key[0], key[1]);
+  variable.name = HashOf(key.back());
+  if (!isCrowded_ && found_.size() > limit_) {
+    isCrowded_ = true;
+    variables_.clear();
+    for (auto& [other, found] : found_) found.details = nullptr;
+  }
+  if (!isCrowded_) variable.details = &variables_[std::move(key)];
+  return &variable;
+}
+
 void ReportFindings::TakeAlert(const Line& line, const JsonValue& item,
                                const JsonValue& explanation, Unit& unit) {
-  const auto [entry, isNew] = variables_.try_emplace(
-      line.Key(TextMember(item, "InterfaceValue"), TextMember(item, "VaraibleName")));
-  VariableFindings& variable = entry->second;
+  ++alerts_;
+  histogram_.Add(line.time);
+  FoundVariable* const variable =
+      Touch(line.Key(TextMember(item, "InterfaceValue"), TextMember(item, "VaraibleName")));
+  if (variable == nullptr) return;
+  bool opens = !variable->isOpen;
+  if (variable->isOpen) {
+    // A run that is missing between two alerts had no findings: this variable was fine in it.
+    const std::int64_t pause = line.time - variable->lastAlert;
+    const bool isTold = line.document.find("cleared") != nullptr;
+    opens = !hasQuietRuns_ && !isTold && unit.spacing < (pause * 2) / 5;
+    if (opens && variable->details != nullptr) {
+      variable->details->episodes.back().end = FoundEpisode::End::kUnseen;
+    }
+  } else {
+    unit.open.push_back(variable);
+  }
+  variable->isOpen = true;
+  variable->lastAlert = line.time;
+  variable->lastLine = lines_;
+  ++variable->alerts;
+  variable->episodes += opens ? 1U : 0U;
+  if (variable->details != nullptr) AddDetails(line, item, explanation, opens, *variable->details);
+}
+
+void ReportFindings::AddDetails(const Line& line, const JsonValue& item,
+                                const JsonValue& explanation, bool opens,
+                                VariableFindings& variable) {
   FoundAlert alert;
   alert.time = line.time;
   alert.blocked = line.blocked;
@@ -202,58 +232,26 @@ void ReportFindings::TakeAlert(const Line& line, const JsonValue& item,
   }
   alert.type = TypeMember(info, "_t");
   const std::string parameter = TextMember(info, "_p");
-  alert.parameter = variable.Text(parameter);
-  alert.expectation = variable.Text(Words(alert.type, parameter));
+  alert.parameter = variable.Text(parameter, budget_);
+  alert.expectation = variable.Text(Words(alert.type, parameter), budget_);
   const JsonValue* const value = info.find("_v");
-  if (value != nullptr && value->isString()) alert.value = variable.Text(value->stringRef());
+  if (value != nullptr && value->isString()) {
+    alert.value = variable.Text(value->stringRef(), budget_);
+  }
   if (explanation.isObject()) alert.explanation = ScriptText(explanation);
-
-  const bool isOpen =
-      !variable.episodes.empty() && variable.episodes.back().end == FoundEpisode::End::kOpen;
-  if (isOpen) {
-    // A run that is missing between two alerts had no findings: this variable was fine in it.
-    FoundEpisode& episode = variable.episodes.back();
-    const std::int64_t pause = line.time - episode.last;
-    const bool isTold = line.document.find("cleared") != nullptr;
-    const bool isMissingRun = !hasQuietRuns_ && !isTold && unit.spacing < (pause * 2) / 5;
-    if (isMissingRun) episode.end = FoundEpisode::End::kUnseen;
-  } else {
-    unit.open.emplace_back(&entry->first, &variable);
-  }
-  if (variable.episodes.empty() || variable.episodes.back().end != FoundEpisode::End::kOpen) {
-    FoundEpisode episode;
-    episode.opened = line.time;
-    if (variable.episodes.size() == kEpisodes) ++variable.episodesDropped;
-    AppendBounded(variable.episodes, std::move(episode), kEpisodes);
-  }
-  FoundEpisode& episode = variable.episodes.back();
-  episode.last = line.time;
-  ++episode.count;
-  ++variable.alerts;
-  ++alerts_;
-  histogram_.Add(line.time);
-  variable.lastLine = lines_;
-  // An explanation is long: the first and the newest of an episode keep theirs.
-  if (!episode.newest.empty()) episode.newest.back().explanation.clear();
-  if (episode.first.size() > 1) episode.first.back().explanation.clear();
-  if (episode.first.size() < kFirstAlerts) {
-    episode.first.push_back(std::move(alert));
-  } else {
-    AppendBounded(episode.newest, std::move(alert), kNewestAlerts);
-  }
+  variable.AddAlert(std::move(alert), opens, budget_);
 }
 
 void ReportFindings::ClearTold(const Line& line, const JsonValue& cleared, Unit& unit) {
   for (const JsonValue& item : cleared) {
     if (!item.isObject()) continue;
-    const auto found =
-        variables_.find(line.Key(TextMember(item, "interface"), TextMember(item, "variable")));
-    if (found == variables_.end() || found->second.episodes.empty()) continue;
-    FoundEpisode& episode = found->second.episodes.back();
-    if (episode.end != FoundEpisode::End::kOpen || found->second.lastLine == lines_) continue;
-    episode.end = FoundEpisode::End::kCleared;
-    episode.cleared = line.time;
-    std::erase_if(unit.open, [&](const auto& open) { return open.second == &found->second; });
+    const auto found = found_.find(
+        FingerprintOf(line.Key(TextMember(item, "interface"), TextMember(item, "variable"))));
+    if (found == found_.end()) continue;
+    FoundVariable& variable = found->second;
+    if (!variable.isOpen || variable.lastLine == lines_) continue;
+    Clear(variable, line.time);
+    std::erase(unit.open, &variable);
   }
 }
 
@@ -261,50 +259,50 @@ void ReportFindings::ClearOthers(const Line& line, Unit& unit) const {
   if (line.variables == 0) return;  // nothing was read
   if (line.repeated > 0) return;    // which values were judged is not told
   const JsonValue* const rejected = line.document.find("rejected");
-  const auto isRejected = [&](const std::string& name) {
+  const auto isRejected = [&](std::uint64_t name) {
     if (rejected == nullptr || !rejected->isArray()) return false;
     for (const JsonValue& other : *rejected) {
-      if (other.isString() && other.stringRef() == name) return true;
+      if (other.isString() && HashOf(other.stringRef()) == name) return true;
     }
     return false;
   };
-  std::erase_if(unit.open, [&](const auto& open) {
-    const auto& [key, variable] = open;
-    if (variable->lastLine == lines_ || isRejected(key->back())) return false;
-    FoundEpisode& episode = variable->episodes.back();
-    episode.end = FoundEpisode::End::kCleared;
-    episode.cleared = line.time;
+  std::erase_if(unit.open, [&](FoundVariable* variable) {
+    if (variable->lastLine == lines_ || isRejected(variable->name)) return false;
+    Clear(*variable, line.time);
     return true;
   });
 }
 
 void ReportFindings::TakeRule(const Line& line, const JsonValue& item) {
-  VariableFindings& variable = variables_[line.Key(TextMember(item, "strInterfaceName"),
-                                                   TextMember(item, "strVariableName"))];
+  const FoundVariable* const found =
+      Touch(line.Key(TextMember(item, "strInterfaceName"), TextMember(item, "strVariableName")));
+  if (found == nullptr || found->details == nullptr) return;
   FoundRule rule;
   rule.time = line.time;
   rule.type = TypeMember(item, "nRuleId");
   const std::string parameter = TextMember(item, "strRuleAlgParam");
-  rule.parameter = variable.Text(parameter);
-  rule.expectation = variable.Text(Words(rule.type, parameter));
-  AppendBounded(variable.rules, rule, kChanges);
+  rule.parameter = found->details->Text(parameter, budget_);
+  rule.expectation = found->details->Text(Words(rule.type, parameter), budget_);
+  found->details->AddRule(rule, budget_);
 }
 
 void ReportFindings::TakeRefused(const Line& line, const JsonValue& item) {
-  VariableFindings& variable =
-      variables_[line.Key(TextMember(item, "interface"), TextMember(item, "variable"))];
-  ++variable.refused;
-  variable.refusedTime = line.time;
-  variable.refusedReason = variable.Text(TextMember(item, "reason"));
+  const FoundVariable* const found =
+      Touch(line.Key(TextMember(item, "interface"), TextMember(item, "variable")));
+  if (found == nullptr || found->details == nullptr) return;
+  ++found->details->refused;
+  found->details->refusedTime = line.time;
+  found->details->refusedReason = found->details->Text(TextMember(item, "reason"), budget_);
 }
 
 void ReportFindings::TakeGoldenValue(const Line& line, const JsonValue& item) {
-  VariableFindings& variable = variables_[line.Key(TextMember(item, "strInterfaceName"),
-                                                   TextMember(item, "strVariableName"))];
+  const FoundVariable* const found =
+      Touch(line.Key(TextMember(item, "strInterfaceName"), TextMember(item, "strVariableName")));
+  if (found == nullptr || found->details == nullptr) return;
   FoundGoldenValue golden;
   golden.time = IntMember(item, "nValueTime", line.time);
-  golden.value = variable.Text(TextMember(item, "strJsonValue"));
-  AppendBounded(variable.goldenValues, golden, kChanges);
+  golden.value = found->details->Text(TextMember(item, "strJsonValue"), budget_);
+  found->details->AddGoldenValue(golden, budget_);
 }
 
 }  // namespace keelstone::host

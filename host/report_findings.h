@@ -4,14 +4,18 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <limits>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
+#include "host/alert_histogram.h"
+#include "host/fingerprint.h"
+#include "host/report_details.h"
 #include "platform/json_value.h"
 
 namespace keelstone::host {
@@ -19,87 +23,44 @@ namespace keelstone::host {
 /// What a variable of a report is found by: domain, device, interface, source, param, name.
 using ReportKey = std::array<std::string, 6>;
 
-/// One alert as its result line gives it. Texts are places in VariableFindings::texts.
-struct FoundAlert {
-  std::int64_t time = 0;
-  int type = -1;  // EnumRuleType of the broken rule; -1: learned by the run itself
-  std::size_t parameter = 0;
-  std::size_t expectation = 0;       // the rule in words
-  std::optional<std::size_t> value;  // the value's text, of a table its digest
-  bool blocked = false;              // the device was in a block period
-  std::string explanation;           // JSON that is safe in a page; empty when there is none
-};
+/// Tells devices of a report apart.
+std::uint64_t DeviceHash(std::string_view domain, std::string_view device);
 
-/// Alerts of one variable that follow each other.
-struct FoundEpisode {
-  enum class End {
-    kOpen,     // nothing follows in the results
-    kCleared,  // the results say so, or a later run of the variable's unit did not alert
-    kUnseen,   // other alerts follow after a pause, in which a run without findings lay
-  };
-  std::int64_t opened = 0;
-  std::int64_t last = 0;
-  std::uint64_t count = 0;
-  End end = End::kOpen;
-  std::int64_t cleared = 0;  // time of the run that cleared it
-  std::vector<FoundAlert> first;
-  std::deque<FoundAlert> newest;  // those that follow, but for what lies between
-};
-
-struct FoundRule {
-  std::int64_t time = 0;  // of the run that learned it
-  int type = -1;
-  std::size_t parameter = 0;
-  std::size_t expectation = 0;
-};
-
-struct FoundGoldenValue {
-  std::int64_t time = 0;  // at which the value was read
-  std::size_t value = 0;
-};
-
-/// What the results say of one variable. What is kept of it is bounded; counts are not.
-struct VariableFindings {
-  std::vector<std::string> texts;
-  std::deque<FoundEpisode> episodes;
-  std::uint64_t episodesDropped = 0;  // the oldest, beyond the bound
+/// How much a variable of the results matters. Of each there is one, so it is kept small.
+struct FoundVariable {
+  std::int64_t lastAlert = 0;  // time of its newest alert
+  std::uint64_t lastLine = 0;  // the line that gave it
   std::uint64_t alerts = 0;
-  std::deque<FoundRule> rules;
-  std::deque<FoundGoldenValue> goldenValues;
-  std::uint64_t refused = 0;     // values
-  std::int64_t refusedTime = 0;  // of the latest run that refused one
-  std::size_t refusedReason = 0;
-
-  /// The place of a text; a long one may be cut when the variable holds many already.
-  std::size_t Text(std::string_view text);
-
-  std::size_t textBytes = 0;
-  std::uint64_t lastLine = 0;  // the line that gave the last alert
-};
-
-/// How many alerts fell into each of a bounded number of equal spans of time.
-class AlertHistogram {
- public:
-  void Add(std::int64_t time);
-  /// Seconds of a span; a power of two.
-  std::int64_t width() const noexcept { return width_; }
-  /// Alerts by the start of their span.
-  const std::map<std::int64_t, std::uint64_t>& counts() const noexcept { return counts_; }
-
- private:
-  std::int64_t width_ = 1;
-  std::map<std::int64_t, std::uint64_t> counts_;
+  std::uint64_t device = 0;  // hash of domain and device
+  std::uint64_t name = 0;    // hash of its name
+  std::uint32_t episodes = 0;
+  std::uint32_t order = 0;              // of appearance in the results, from 1
+  bool isOpen = false;                  // alerts up to the last line of its unit
+  VariableFindings* details = nullptr;  // where they are kept
 };
 
 /// Gathers what result lines of `evaluate` say, in the order of the lines, variable by
-/// variable. One thread.
+/// variable. Of every variable it keeps how much it matters; the rest only as long as there
+/// are no more variables than a bound. Where there are more, the lines are read once more
+/// for the ones that were chosen. One thread.
 class ReportFindings {
  public:
+  using FoundVariables = std::unordered_map<Fingerprint, FoundVariable, FingerprintHash>;
+  using Chosen = std::unordered_set<Fingerprint, FingerprintHash>;
+
+  explicit ReportFindings(std::size_t limit);
+
   /// Takes one line; false when it is no result line, and fault() says what is wrong in
   /// printable characters. Lines of other domains than `domains` count for nothing.
   [[nodiscard]] bool Take(std::string_view line, const std::vector<std::string>& domains);
   const std::string& fault() const noexcept { return fault_; }
 
+  /// Whether the results name more variables than the bound: no details are kept then.
+  bool isCrowded() const noexcept { return isCrowded_; }
+  /// Forgets all lines; from here on the chosen variables count alone, with their details.
+  void Restart(const Chosen& chosen);
+
+  const FoundVariables& found() const noexcept { return found_; }
   const std::map<ReportKey, VariableFindings>& variables() const noexcept { return variables_; }
   const AlertHistogram& histogram() const noexcept { return histogram_; }
   std::uint64_t runs() const noexcept { return runs_; }
@@ -115,17 +76,18 @@ class ReportFindings {
   bool hasExactEnds() const noexcept { return hasQuietRuns_ || isEveryLineTold_; }
 
  private:
-  /// Device, source and param of a domain.
-  using UnitKey = std::array<std::string, 4>;
   struct Unit {
-    std::vector<std::pair<const ReportKey*, VariableFindings*>> open;
+    std::vector<FoundVariable*> open;
     std::optional<std::int64_t> lastTime;
     std::int64_t spacing = std::numeric_limits<std::int64_t>::max();  // smallest of its runs
   };
   struct Line;
 
   bool ReadLine(std::string_view text, Line& line);
+  FoundVariable* Touch(ReportKey key);
   void TakeAlert(const Line& line, const JsonValue& item, const JsonValue& explanation, Unit& unit);
+  void AddDetails(const Line& line, const JsonValue& item, const JsonValue& explanation, bool opens,
+                  VariableFindings& variable);
   void TakeRule(const Line& line, const JsonValue& item);
   void TakeRefused(const Line& line, const JsonValue& item);
   void TakeGoldenValue(const Line& line, const JsonValue& item);
@@ -135,8 +97,13 @@ class ReportFindings {
     return runs_ > 0 ? std::optional(time) : std::nullopt;
   }
 
+  const std::size_t limit_;
+  DetailBudget budget_;
+  const Chosen* chosen_ = nullptr;  // all, while there is none
+  bool isCrowded_ = false;
+  FoundVariables found_;
   std::map<ReportKey, VariableFindings> variables_;
-  std::map<UnitKey, Unit> units_;
+  std::unordered_map<Fingerprint, Unit, FingerprintHash> units_;
   AlertHistogram histogram_;
   std::uint64_t lines_ = 0;
   std::uint64_t runs_ = 0;

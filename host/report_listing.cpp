@@ -1,5 +1,6 @@
 #include "host/report_listing.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "engine/ksrulerecords.h"
@@ -10,7 +11,7 @@ namespace keelstone::host {
 
 namespace {
 
-constexpr const char* kPageRows = "100";
+constexpr const char* kPageRows = "1000";
 constexpr const char* kKey = "deviceName, interfaceValue, variableSource, param, variableName";
 
 /// The first keys of a table beyond the bound one, if any.
@@ -25,15 +26,20 @@ std::string PageOf(bool isAfterLast) {
   const std::string keys = KeysOf("main.KSObjectRule", isAfterLast) + " union " +
                            KeysOf("history.KSObjectHistory", isAfterLast) + " order by " + kKey +
                            " limit " + kPageRows;
-  const std::string using_ = std::string(" using (") + kKey + ", variableSourceType)";
-  return "select k.*, r.ruleGenerateType, r.ruleTypeId, r.ruleAlgParameter, h.HistoryData from "
+  return "select k.*, r.ruleGenerateType, r.ruleTypeId, r.ruleAlgParameter from "
          "(select *, 2 as variableSourceType from (" +
-         keys + ")) k left join main.KSObjectRule r" + using_ +
-         " left join history.KSObjectHistory h" + using_ + " order by " +
+         keys + ")) k left join main.KSObjectRule r using (" + kKey +
+         ", variableSourceType) order by " +
          "k.deviceName, k.interfaceValue, k.variableSource, k.param, k.variableName";
 }
 
 }  // namespace
+
+ReportKey KeyOf(const std::string& domain, const StoredVariable& variable) {
+  ReportKey key = {domain};
+  std::copy(variable.key.begin(), variable.key.end(), key.begin() + 1);
+  return key;
+}
 
 ReportListing::ReportListing(const std::string& domainId) {
   db_.open(DomainDatabase(kDbObjectRule, domainId), CppSQLite3DB::Mode::kReadWrite);
@@ -57,11 +63,24 @@ std::vector<StoredVariable> ReportListing::NextPage() {
     variable.hasRule = !rows.fieldIsNull(field);
     variable.isLearned = rows.getIntField(field++) == kRuleLearned;
     variable.type = rows.getIntField(field++, -1);
-    variable.parameter = rows.getStringField(field++);
-    variable.history = rows.getStringField(field);
+    variable.parameter = rows.getStringField(field);
   }
   if (!page.empty()) last_ = page.back().key;
   return page;
+}
+
+void ReportListing::ReadHistory(StoredVariable& variable) {
+  if (!history_) {
+    history_.emplace(db_.compileStatement(
+        "select HistoryData from history.KSObjectHistory where deviceName = ? and interfaceValue "
+        "= ? and variableSource = ? and param = ? and variableName = ? and variableSourceType = "
+        "2"));
+  }
+  int parameter = 1;
+  for (const std::string& part : variable.key) history_->bind(parameter++, std::string_view(part));
+  CppSQLite3Query rows = history_->execQuery();
+  if (!rows.eof()) variable.history = rows.getStringField(0);
+  history_->reset();  // it would hold a lock
 }
 
 }  // namespace keelstone::host

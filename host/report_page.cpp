@@ -95,6 +95,19 @@ void AppendListed(std::string& out, const ListedEpisode& listed, bool isExact) {
   out.append("</tr>\n");
 }
 
+void AppendTotals(std::string& out, const ReportTotals& totals) {
+  out.append(",\"totals\":{\"devices\":").append(std::to_string(totals.devices));
+  out.append(",\"variables\":").append(std::to_string(totals.variables));
+  out.append(",\"withRule\":").append(std::to_string(totals.withRule));
+  out.append(",\"prescribed\":").append(std::to_string(totals.prescribed));
+  out.append(",\"episodes\":").append(std::to_string(totals.episodes));
+  out.append(",\"states\":[");
+  for (const std::uint64_t count : totals.states) {
+    out.append(out.back() == '[' ? "" : ",").append(std::to_string(count));
+  }
+  out.append("]}");
+}
+
 }  // namespace
 
 ReportPage::ReportPage(OutputFile& output, const ReportHead& head, const ReportFindings& findings)
@@ -127,9 +140,9 @@ void ReportPage::WriteAlertList() {
   }
   out.append("<p>").append(std::to_string(findings_.alerts())).append(" alerts; those of one ");
   out.append("variable that follow each other are one line, the newest first.");
-  if (episodes.size() > kListedEpisodes) {
-    out.append(" Of ").append(std::to_string(episodes.size())).append(" lines the first ");
-    out.append(std::to_string(kListedEpisodes)).append(" are shown.");
+  if (head_.totals.episodes > std::min(episodes.size(), kListedEpisodes)) {
+    out.append(" Of ").append(std::to_string(head_.totals.episodes)).append(" lines ");
+    out.append(std::to_string(std::min(episodes.size(), kListedEpisodes))).append(" are shown.");
   }
   out.append("</p>\n<table class=\"plain\">\n<tr>");
   for (const char* name : {"First alert", "Last alert", "Alerts", "End", "Device", "Interface",
@@ -173,6 +186,7 @@ std::string ReportPage::Summary() const {
     AppendScriptString(out, head_.domains[i]);
   }
   out.append("],\"chunks\":[").append(chunkStarts_).append("]");
+  AppendTotals(out, head_.totals);
   if (head_.hasResults) {
     out.append(",\"results\":{\"runs\":").append(std::to_string(findings_.runs()));
     out.append(",\"alerts\":").append(std::to_string(findings_.alerts()));

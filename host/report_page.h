@@ -7,6 +7,7 @@
 
 #include "host/output_file.h"
 #include "host/report_findings.h"
+#include "host/report_selection.h"
 #include "host/report_variable.h"
 
 namespace keelstone::host {
@@ -17,6 +18,7 @@ struct ReportHead {
   std::vector<std::string> domains;
   bool hasResults = false;
   std::uint64_t skippedLines = 0;
+  ReportTotals totals;
 };
 
 /// Writes the page from its beginning to its end: only what the page's table needs of each

@@ -33,6 +33,7 @@ struct Run {
   std::unique_ptr<UnitData> data;  // of its unit, when it was loaded ahead
   std::string output;              // what is to be written for it
   RunTally tally;
+  bool lacksMemory = false;  // it was not evaluated, or not all of it is stored
 
   // The scheduler's own: place in the input, whether it is evaluated, next of its unit.
   std::uint64_t sequence = 0;

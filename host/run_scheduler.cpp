@@ -1,13 +1,18 @@
 #include "host/run_scheduler.h"
 
 #include <algorithm>
+#include <exception>
+#include <functional>
 #include <map>
+#include <new>
 #include <unordered_set>
 #include <utility>
 
 namespace keelstone::host {
 
 namespace {
+
+constexpr std::size_t kDeliveredAtOnce = 4096;
 
 UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.param}; }
 
@@ -16,10 +21,22 @@ UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.pa
 RunWork::Units RunWork::Load(const Domain&, const std::vector<UnitKey>&) noexcept { return {}; }
 
 RunScheduler::RunScheduler(RunWork& work, const Limits& limits) : work_(work), limits_(limits) {
-  const unsigned threads = std::max(1U, limits_.threads);
-  workers_.reserve(threads);
-  for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this] { Work(); });
-  deliverer_ = std::thread([this] { DeliverAll(); });
+  delivering_.reserve(std::min(limits_.runs, kDeliveredAtOnce));
+  workers_.reserve(limits_.threads);
+  if (limits_.threads > 0) StartThreads();
+}
+
+/// What is found depends on none of them. The one that delivers comes first: without it the
+/// thread that submits has to, and may as well evaluate.
+void RunScheduler::StartThreads() {
+  try {
+    deliverer_ = std::thread([this] { DeliverAll(); });
+    while (workers_.size() < limits_.threads) workers_.emplace_back([this] { Work(); });
+  } catch (const std::exception& error) {
+    startFault_ = error.what();
+  }
+  const MutexLock lock(mutex_);
+  isShared_ = workers_.size() > 1;
 }
 
 RunScheduler::~RunScheduler() {
@@ -64,14 +81,30 @@ void RunScheduler::LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) 
 }
 
 bool RunScheduler::Submit(std::vector<std::unique_ptr<Run>> runs) {
-  LoadIdleUnits(runs);
+  try {
+    LoadIdleUnits(runs);
+  } catch (const std::bad_alloc&) {
+    // They load for themselves.
+  }
   const MutexLock lock(mutex_);
   for (std::unique_ptr<Run>& run : runs) {
-    while (!stopped_ && IsFull()) roomComes_.Wait(mutex_);
+    while (!stopped_ && IsFull()) {
+      if (!HelpOut()) roomComes_.Wait(mutex_);
+    }
     if (stopped_) return false;
     Enqueue(std::move(run));
   }
+  HelpOut();
   return true;
+}
+
+/// Does what there is no thread for; whether anything was done.
+bool RunScheduler::HelpOut() {
+  if (!workers_.empty()) return false;
+  bool isDone = false;
+  while (PerformNext()) isDone = true;
+  while (!deliverer_.joinable() && DeliverReady()) isDone = true;
+  return isDone;
 }
 
 RunScheduler::Unit& RunScheduler::UnitOf(const ParsedRun& run) {
@@ -89,12 +122,14 @@ RunScheduler::Unit& RunScheduler::UnitOf(const ParsedRun& run) {
 
 void RunScheduler::Enqueue(std::unique_ptr<Run> owned) {
   Run& run = *owned;
+  Unit& unit = UnitOf(run.parsed);
+  if (ready_.capacity() < units_.size()) ready_.reserve(2 * units_.size());
+  undelivered_.push_back(std::move(owned));
+  // From here on no memory is needed.
   run.sequence = nextSequence_++;
   ++queued_;
   ++heldRuns_;
   heldBytes_ += run.bytes;
-  undelivered_.push_back(std::move(owned));
-  Unit& unit = UnitOf(run.parsed);
   if (unit.head != nullptr) {
     unit.tail->next = &run;
     unit.tail = &run;
@@ -110,7 +145,8 @@ void RunScheduler::Enqueue(std::unique_ptr<Run> owned) {
 void RunScheduler::MakeReadyOrForget(Unit& unit) {
   unit.state = Unit::State::kClean;
   if (unit.head != nullptr) {
-    ready_.emplace(unit.head->sequence, &unit);
+    ready_.emplace_back(unit.head->sequence, &unit);
+    std::push_heap(ready_.begin(), ready_.end(), std::greater<>());
     workComes_.NotifyOne();
   } else {
     units_.erase(units_.find(*unit.key));
@@ -120,9 +156,14 @@ void RunScheduler::MakeReadyOrForget(Unit& unit) {
 /// One more unit of the domain has pending rows and a run to go.
 void RunScheduler::AwaitFlush(DomainQueue& domain) {
   ++domain.waiting;
-  if (domain.flushing || domain.listed) return;
+  if (!domain.flushing && !domain.listed) ListFlushable(domain);
+}
+
+void RunScheduler::ListFlushable(DomainQueue& domain) {
   domain.listed = true;
-  flushable_.push_back(&domain);
+  domain.next = nullptr;
+  (firstFlushable_ == nullptr ? firstFlushable_ : lastFlushable_->next) = &domain;
+  lastFlushable_ = &domain;
   workComes_.NotifyOne();
 }
 
@@ -138,25 +179,23 @@ void RunScheduler::Work() {
 }
 
 bool RunScheduler::IsFlushDue() const {
-  return limits_.threads > 1 && !flushable_.empty() &&
-         flushable_.front()->values >= limits_.valuesWorthAFlush;
+  return isShared_ && firstFlushable_ != nullptr &&
+         firstFlushable_->values >= limits_.valuesWorthAFlush;
 }
 
 bool RunScheduler::PerformNext() {
   if (!ready_.empty() && !IsFlushDue()) {
-    Unit& unit = *ready_.top().second;
-    ready_.pop();
+    std::pop_heap(ready_.begin(), ready_.end(), std::greater<>());
+    Unit& unit = *ready_.back().second;
+    ready_.pop_back();
     PerformRun(unit);
     return true;
   }
-  if (!flushable_.empty()) {
-    DomainQueue& domain = *flushable_.front();
-    flushable_.pop_front();
-    domain.listed = false;
-    PerformFlush(domain);
-    return true;
-  }
-  return false;
+  if (firstFlushable_ == nullptr) return false;
+  DomainQueue& domain = *std::exchange(firstFlushable_, firstFlushable_->next);
+  domain.listed = false;
+  PerformFlush(domain);
+  return true;
 }
 
 void RunScheduler::PerformRun(Unit& unit) {
@@ -181,7 +220,7 @@ void RunScheduler::PerformRun(Unit& unit) {
     return;
   }
   unit.state = Unit::State::kPending;
-  unit.domain->pending.push_back(&unit);
+  unit.nextPending = std::exchange(unit.domain->pending, &unit);
   unit.domain->values += values;
   if (unit.head != nullptr) AwaitFlush(*unit.domain);
 }
@@ -189,31 +228,40 @@ void RunScheduler::PerformRun(Unit& unit) {
 void RunScheduler::PerformFlush(DomainQueue& domain) {
   domain.flushing = true;
   domain.values = domain.waiting = 0;
-  const std::vector<Unit*> units = std::exchange(domain.pending, {});
+  Unit* const units = std::exchange(domain.pending, nullptr);
+  for (Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
+    unit->state = Unit::State::kFlushing;
+  }
+  FlushAndLoad(*domain.name, units);
+  domain.flushing = false;
+  for (Unit* unit = units; unit != nullptr;) {
+    // A unit that is forgotten is gone.
+    MakeReadyOrForget(*std::exchange(unit, unit->nextPending));
+  }
+  if (domain.waiting > 0 && !domain.listed) ListFlushable(domain);
+}
+
+/// Puts the units' rows on disk, and loads those that have a run to go.
+void RunScheduler::FlushAndLoad(const std::string& domain, Unit* units) {
   std::vector<Unit*> next;
   std::vector<UnitKey> keys;
   const Domain* source = nullptr;
-  for (Unit* unit : units) {
-    unit->state = Unit::State::kFlushing;
-    if (unit->head == nullptr || unit->head->domain == nullptr) continue;
-    source = unit->head->domain;
-    next.push_back(unit);
-    keys.push_back(UnitKeyOf(unit->head->parsed));
+  try {
+    for (Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
+      if (unit->head == nullptr || unit->head->domain == nullptr) continue;
+      next.push_back(unit);
+      keys.push_back(UnitKeyOf(unit->head->parsed));
+      source = unit->head->domain;
+    }
+  } catch (const std::bad_alloc&) {
+    source = nullptr;  // they load for themselves
   }
-  const std::string& name = *domain.name;
   mutex_.Unlock();
-  work_.Flush(name);
+  work_.Flush(domain);
   RunWork::Units loaded;
   if (source != nullptr) loaded = work_.Load(*source, keys);
   mutex_.Lock();
   for (std::size_t i = 0; i < loaded.size(); ++i) next[i]->data = std::move(loaded[i]);
-  domain.flushing = false;
-  for (Unit* unit : units) MakeReadyOrForget(*unit);
-  if (domain.waiting > 0 && !domain.listed) {
-    domain.listed = true;
-    flushable_.push_back(&domain);
-    workComes_.NotifyOne();
-  }
 }
 
 void RunScheduler::Stop() {
@@ -252,6 +300,7 @@ void RunScheduler::Drain() {
     closed_ = true;
     workComes_.NotifyAll();
     deliveryComes_.NotifyAll();
+    HelpOut();
   }
   for (std::thread& worker : workers_) {
     if (worker.joinable()) worker.join();
@@ -264,30 +313,34 @@ void RunScheduler::Finish() {
 }
 
 void RunScheduler::DeliverAll() {
-  std::vector<std::unique_ptr<Run>> runs;
   mutex_.Lock();
   while (true) {
-    while (!undelivered_.empty() && undelivered_.front()->done) {
-      runs.push_back(std::move(undelivered_.front()));
-      undelivered_.pop_front();
-    }
-    if (runs.empty()) {
-      if (closed_ && undelivered_.empty()) break;
-      deliveryComes_.Wait(mutex_);
-      continue;
-    }
-    mutex_.Unlock();
-    work_.Deliver(runs);
-    std::size_t bytes = 0;
-    for (const auto& run : runs) bytes += run->bytes;
-    const std::size_t count = runs.size();
-    runs.clear();
-    mutex_.Lock();
-    heldRuns_ -= count;
-    heldBytes_ -= bytes;
-    roomComes_.NotifyAll();
+    if (DeliverReady()) continue;
+    if (closed_ && undelivered_.empty()) break;
+    deliveryComes_.Wait(mutex_);
   }
   mutex_.Unlock();
+}
+
+/// Delivers what is ready; false when nothing is.
+bool RunScheduler::DeliverReady() {
+  while (!undelivered_.empty() && undelivered_.front()->done &&
+         delivering_.size() < delivering_.capacity()) {
+    delivering_.push_back(std::move(undelivered_.front()));
+    undelivered_.pop_front();
+  }
+  if (delivering_.empty()) return false;
+  mutex_.Unlock();
+  work_.Deliver(delivering_);
+  std::size_t bytes = 0;
+  for (const auto& run : delivering_) bytes += run->bytes;
+  const std::size_t count = delivering_.size();
+  delivering_.clear();
+  mutex_.Lock();
+  heldRuns_ -= count;
+  heldBytes_ -= bytes;
+  roomComes_.NotifyAll();
+  return true;
 }
 
 }  // namespace keelstone::host

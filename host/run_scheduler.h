@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <queue>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -58,11 +57,17 @@ class RunWork {
 /// reached the disk earlier, when the cache's own thread woke up, makes no difference
 /// then. Rows of other units are never an answer to its questions.
 ///
+/// What no thread could be started for, the thread that submits does: it evaluates within
+/// Submit and Drain, and delivers there and within Finish.
+///
+/// Only Submit, which says so by an exception, and loading ahead, which is then left out,
+/// need memory that may be lacking; the threads themselves take none.
+///
 /// Any thread may call Stop; Submit, Drain and Finish belong to one thread.
 class RunScheduler {
  public:
   struct Limits {
-    unsigned threads = 1;
+    unsigned threads = 1;             // that evaluate; 0: none is started
     std::size_t runs = 4096;          // submitted and not yet delivered
     std::size_t bytes = 256U << 20U;  // of their lines; one run is always let in
     // So many pending values are flushed while others evaluate: about ten transactions, of
@@ -75,6 +80,11 @@ class RunScheduler {
   ~RunScheduler();
   RunScheduler(const RunScheduler&) = delete;
   RunScheduler& operator=(const RunScheduler&) = delete;
+
+  /// How many evaluating threads could be started, of as many as were wanted; 0: none.
+  unsigned workers() const noexcept { return static_cast<unsigned>(workers_.size()); }
+  /// Why there are not all of them; empty when there are.
+  const std::string& startFault() const noexcept { return startFault_; }
 
   /// Takes runs over; waits while the limits are reached. False when it has been stopped:
   /// what was not taken yet is dropped.
@@ -100,29 +110,36 @@ class RunScheduler {
     State state = State::kClean;
     Run* head = nullptr;
     Run* tail = nullptr;
+    Unit* nextPending = nullptr;     // in its domain's list
     std::unique_ptr<UnitData> data;  // loaded for the next run
   };
   struct DomainQueue {
     const std::string* name = nullptr;
-    std::vector<Unit*> pending;  // units with rows that no flush has begun to write
-    std::size_t values = 0;      // evaluated in their runs: about as many rows
-    std::size_t waiting = 0;     // how many of them have a run to go
+    Unit* pending = nullptr;  // units with rows that no flush has begun to write, newest first
+    std::size_t values = 0;   // evaluated in their runs: about as many rows
+    std::size_t waiting = 0;  // how many of them have a run to go
     bool flushing = false;
-    bool listed = false;  // stands in flushable_
+    bool listed = false;          // stands among the flushable ones
+    DomainQueue* next = nullptr;  // of these
   };
   using Ready = std::pair<std::uint64_t, Unit*>;
 
+  void StartThreads();
   void Work();
   void DeliverAll();
+  bool DeliverReady() KS_REQUIRES(mutex_);
+  bool HelpOut() KS_REQUIRES(mutex_);
   bool PerformNext() KS_REQUIRES(mutex_);
   bool IsFlushDue() const KS_REQUIRES(mutex_);
   void PerformRun(Unit& unit) KS_REQUIRES(mutex_);
   void PerformFlush(DomainQueue& domain) KS_REQUIRES(mutex_);
+  void FlushAndLoad(const std::string& domain, Unit* units) KS_REQUIRES(mutex_);
   void LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) KS_EXCLUDES(mutex_);
   void Enqueue(std::unique_ptr<Run> run) KS_REQUIRES(mutex_);
   Unit& UnitOf(const ParsedRun& run) KS_REQUIRES(mutex_);
   void MakeReadyOrForget(Unit& unit) KS_REQUIRES(mutex_);
   void AwaitFlush(DomainQueue& domain) KS_REQUIRES(mutex_);
+  void ListFlushable(DomainQueue& domain) KS_REQUIRES(mutex_);
   void CutAfter(std::uint64_t sequence, Unit& unit) KS_REQUIRES(mutex_);
   bool IsFull() const KS_REQUIRES(mutex_);
 
@@ -135,8 +152,9 @@ class RunScheduler {
   Condition roomComes_;      // a run was delivered, or a stop
   std::unordered_map<std::string, Unit> units_ KS_GUARDED_BY(mutex_);
   std::unordered_map<std::string, DomainQueue> domains_ KS_GUARDED_BY(mutex_);
-  std::priority_queue<Ready, std::vector<Ready>, std::greater<>> ready_ KS_GUARDED_BY(mutex_);
-  std::deque<DomainQueue*> flushable_ KS_GUARDED_BY(mutex_);
+  std::vector<Ready> ready_ KS_GUARDED_BY(mutex_);  // a heap, with room for all units
+  DomainQueue* firstFlushable_ KS_GUARDED_BY(mutex_) = nullptr;
+  DomainQueue* lastFlushable_ KS_GUARDED_BY(mutex_) = nullptr;
   std::deque<std::unique_ptr<Run>> undelivered_ KS_GUARDED_BY(mutex_);  // in input order
   std::string keyBuffer_ KS_GUARDED_BY(mutex_);
   std::size_t queued_ KS_GUARDED_BY(mutex_) = 0;  // runs not begun
@@ -147,9 +165,12 @@ class RunScheduler {
   std::uint64_t dropped_ KS_GUARDED_BY(mutex_) = 0;
   bool stopped_ KS_GUARDED_BY(mutex_) = false;
   bool closed_ KS_GUARDED_BY(mutex_) = false;
+  bool isShared_ KS_GUARDED_BY(mutex_) = false;  // there is more than one worker
 
+  std::vector<std::unique_ptr<Run>> delivering_;  // of whoever delivers
   std::vector<std::thread> workers_;
   std::thread deliverer_;
+  std::string startFault_;
 };
 
 }  // namespace keelstone::host

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +17,9 @@ namespace keelstone::host {
 namespace {
 
 constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+// What a signal handler requests to stop, where there is no thread for it.
+std::atomic<StopRequest*> handled{nullptr};
 
 FileDescriptor Require(int fd, const char* what) {
   if (fd < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -38,24 +42,46 @@ sigset_t WatchedSignals() {
 
 StopRequest::StopRequest() : event_(Require(::eventfd(0, EFD_CLOEXEC), "eventfd")) {}
 
-void StopRequest::Request() {
+void StopRequest::Request() noexcept {
   requested_.store(true, std::memory_order_release);
   const std::uint64_t one = 1;
   // It can fail only when the counter is full, and then it is readable already.
   [[maybe_unused]] const auto written = ::write(event_.get(), &one, sizeof one);
 }
 
-SignalWatch::SignalWatch(std::function<void(int signal)> onSignal)
-    : onSignal_(std::move(onSignal)) {
+SignalWatch::SignalWatch(StopRequest& stop, std::function<void(int signal)> onSignal)
+    : stop_(stop), onSignal_(std::move(onSignal)) {
   const sigset_t set = WatchedSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signals_ = Require(::signalfd(-1, &set, SFD_CLOEXEC), "signalfd");
-  thread_ = std::thread([this] { Watch(); });
+  try {
+    thread_ = std::thread([this] { Watch(); });
+  } catch (const std::exception&) {
+    TakeByHandler();
+  }
 }
 
 SignalWatch::~SignalWatch() {
+  handled.store(nullptr);
   end_.Request();
-  thread_.join();
+  if (thread_.joinable()) thread_.join();
+}
+
+/// A second signal of the same kind ends the process.
+void SignalWatch::TakeByHandler() {
+  handled.store(&stop_);
+  const sigset_t set = WatchedSignals();
+  struct sigaction action {};
+  action.sa_handler = [](int) {
+    const int error = errno;
+    if (StopRequest* stop = handled.load()) stop->Request();
+    errno = error;
+  };
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  for (const int signal : kSignals) {
+    if (sigismember(&set, signal) == 1) sigaction(signal, &action, nullptr);
+  }
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 void SignalWatch::Watch() {
@@ -68,7 +94,12 @@ void SignalWatch::Watch() {
   // ends a program that cannot come to its end.
   const sigset_t set = WatchedSignals();
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-  onSignal_(static_cast<int>(info.ssi_signo));
+  stop_.Request();
+  try {
+    onSignal_(static_cast<int>(info.ssi_signo));
+  } catch (const std::exception&) {
+    // Without memory the stop is not announced.
+  }
   pollfd end = {end_.fd(), POLLIN, 0};
   while (::poll(&end, 1, -1) < 0 && errno == EINTR) {
   }

@@ -14,7 +14,8 @@ class StopRequest {
  public:
   StopRequest();
 
-  void Request();
+  /// Also in a signal handler.
+  void Request() noexcept;
   bool Requested() const noexcept { return requested_.load(std::memory_order_acquire); }
   /// Readable from the request on.
   int fd() const noexcept { return event_.get(); }
@@ -27,17 +28,21 @@ class StopRequest {
 /// Takes SIGINT, SIGTERM and SIGHUP for the life of the object: the first calls `onSignal`
 /// on a thread of its own, a second one ends the process as ever. A signal that was
 /// ignored when the program began stays ignored. Make it before any other thread, which
-/// would otherwise take the signals.
+/// would otherwise take the signals. One at a time.
 class SignalWatch {
  public:
-  explicit SignalWatch(std::function<void(int signal)> onSignal);
+  /// The first signal is a request to stop, before `onSignal` is told. When no thread can
+  /// be started for it, the request is all that comes of a signal.
+  SignalWatch(StopRequest& stop, std::function<void(int signal)> onSignal);
   ~SignalWatch();
   SignalWatch(const SignalWatch&) = delete;
   SignalWatch& operator=(const SignalWatch&) = delete;
 
  private:
   void Watch();
+  void TakeByHandler();
 
+  StopRequest& stop_;
   std::function<void(int)> onSignal_;
   FileDescriptor signals_;
   StopRequest end_;

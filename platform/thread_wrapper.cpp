@@ -1,6 +1,8 @@
 #include "platform/thread_wrapper.h"
 
 #include <exception>
+#include <new>
+#include <optional>
 
 #include "platform/logger.h"
 
@@ -34,6 +36,11 @@ bool ThreadWrapper::Start() {
   }
 }
 
+bool ThreadWrapper::IsStarted() {
+  const MutexLock control(controlMutex_);
+  return thread_.joinable();
+}
+
 void ThreadWrapper::Stop() {
   const auto tell = [this] {
     const MutexLock lock(mutex_);
@@ -44,7 +51,12 @@ void ThreadWrapper::Stop() {
   const MutexLock control(controlMutex_);
   if (!thread_.joinable()) return;
   tell();
-  const boost::this_thread::disable_interruption uninterrupted;  // the thread must not outlive us
+  std::optional<boost::this_thread::disable_interruption> uninterrupted;
+  try {
+    uninterrupted.emplace();  // the thread must not outlive us
+  } catch (const std::bad_alloc&) {
+    // What is unknown to the thread library is interrupted by nobody.
+  }
   thread_.join();
 }
 

@@ -24,6 +24,8 @@ class KEELSTONE_EXPORT ThreadWrapper {
 
   /// False when the thread runs already, or cannot be made (logged).
   bool Start();
+  /// Whether there is a thread: started, and not joined by Stop.
+  bool IsStarted();
   /// Ends the thread and returns when it has ended; called by the thread itself, it ends
   /// when its present step does.
   void Stop();

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <optional>
 #include <utility>
 
 #include "platform/logger.h"
+#include "platform/memory_faults.h"
 #include "runs/run_screen.h"
 
 namespace keelstone {
@@ -61,6 +63,8 @@ bool Process(KSRuleInstance& instance, const VarInfo& variable, RunOutcome& outc
     if (!instance.ProcessVariable(variable)) return false;
     outcome.mayHavePending = true;
     return true;
+  } catch (const std::bad_alloc&) {
+    throw;  // not of this value alone
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Variable:%s was not evaluated: %s.",
            variable.variableName.c_str(), error.what());
@@ -134,10 +138,35 @@ void RefuseAll(const ParsedRun& run, const std::string& reason, RunOutcome& outc
   for (std::size_t i = 0; i < run.variables.size(); ++i) outcome.Refuse(run, i, reason);
 }
 
+/// Half a run is neither stored nor told.
+void Forget(const ParsedRun& run, RunOutcome& outcome) noexcept {
+  outcome.explanations.clear();
+  outcome.judged.clear();
+  outcome.noted.clear();
+  outcome.instance.reset();
+  outcome.mayHavePending = true;
+  if (!outcome.lacksMemory) return;
+  outcome.variables = 0;
+  KS_LOG(kModule, kFunction, kSourceFile, kLogError,
+         "Device:%s, source:%s: memory ran short, the run is rejected.", run.device.c_str(),
+         run.source.c_str());
+  try {
+    outcome.rejected.clear();
+    outcome.refused.clear();
+    RefuseAll(run, "memory ran short", outcome);
+  } catch (const std::bad_alloc&) {
+    outcome.rejected.clear();
+    outcome.refused.clear();
+  }
+  outcome.results.reset();
+}
+
 }  // namespace
 
 void RunOutcome::Store() noexcept {
+  const std::uint64_t faults = MemoryFaultsHere();
   if (instance) instance->SerializeLocalDB();
+  lacksMemory = lacksMemory || MemoryFaultsHere() != faults;
   instance.reset();
   try {
     if (place.unit) place.unit->Note(noted, place.position);
@@ -159,6 +188,7 @@ std::int64_t CountLines(std::string_view text) noexcept {
 
 RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, const RunRequest& request,
                        std::unique_ptr<UnitData> data) noexcept {
+  const std::uint64_t faults = MemoryFaultsHere();
   RunOutcome outcome;
   if (domain.usable && !domain.engineOn) return outcome;
   try {
@@ -173,11 +203,13 @@ RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, const RunRequ
   } catch (const std::exception& error) {
     KS_LOG(kModule, kFunction, kSourceFile, kLogError, "Device:%s, source:%s: %s.",
            run.device.c_str(), run.source.c_str(), error.what());
-    outcome.explanations.clear();
-    outcome.judged.clear();
-    outcome.instance.reset();  // half a run is not stored
-    outcome.noted.clear();
-    outcome.mayHavePending = true;
+    outcome.lacksMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    Forget(run, outcome);
+  }
+  // What was caught on the way may have left a value half judged.
+  if (MemoryFaultsHere() != faults && !outcome.lacksMemory) {
+    outcome.lacksMemory = true;
+    Forget(run, outcome);
   }
   return outcome;
 }

@@ -49,10 +49,12 @@ struct KEELSTONE_EXPORT RunRequest {
 /// What the engine made of one run.
 struct KEELSTONE_EXPORT RunOutcome {
   bool blocked = false;
-  std::uint64_t variables = 0;                      // values handed to the engine
-  std::uint64_t repeated = 0;                       // values that were judged before
-  std::vector<std::string> rejected;                // names, in input order
-  std::vector<RefusedValue> refused;                // the same values with their reasons
+  std::uint64_t variables = 0;        // values handed to the engine
+  std::uint64_t repeated = 0;         // values that were judged before
+  std::vector<std::string> rejected;  // names, in input order
+  std::vector<RefusedValue> refused;  // the same values with their reasons
+  // All values are rejected, and nothing is stored; after Store: not all of it is.
+  bool lacksMemory = false;
   bool mayHavePending = false;                      // there may be rows for the write-behind cache
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
   // Where explanations were asked for: one an alert, and what was judged, both in order.
@@ -73,8 +75,9 @@ KEELSTONE_EXPORT std::int64_t CountLines(std::string_view text) noexcept;
 
 /// Hands one run to the engine; what it learns is handed on by the outcome's Store. A value
 /// over the domain's limits or refused by a stage is rejected here; what the engine cannot
-/// take is rejected, whatever goes wrong. Any thread, but one run of a unit at a time. `data`
-/// is what was loaded of the unit ahead; without it the run loads for itself.
+/// take is rejected, whatever goes wrong. When memory runs short the run as a whole is rejected.
+/// Any thread, but one run of a unit at a time. `data` is what was loaded of the unit ahead;
+/// without it the run loads for itself.
 KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain,
                                         const RunRequest& request,
                                         std::unique_ptr<UnitData> data = nullptr) noexcept;

@@ -22,6 +22,14 @@ constexpr const char* kModule = "FS_Keelstone";
 constexpr const char* kFlushFunction = "DBWriteWrapper::ForceWriteDisk";
 constexpr const char* kSource = "dbwritewrapper";
 
+constexpr std::int64_t kStartInterval = 60;  // s, between two attempts to start the worker
+
+std::int64_t SteadySeconds() {
+  using Seconds = boost::chrono::seconds;
+  const auto sinceStart = boost::chrono::steady_clock::now().time_since_epoch();
+  return boost::chrono::duration_cast<Seconds>(sinceStart).count();
+}
+
 int ReadSetting(const char* key, int otherwise) {
   return IniReader::GetInt("Keelstone", key, otherwise, "fix_frontserver.ini", "frontserver.ini");
 }
@@ -99,7 +107,10 @@ struct DBWriteWrapper::State {
   Condition wake;              // notifications, so that none is lost; innermost
   bool started KS_GUARDED_BY(wakeMutex) = false;
   // Never joined nor destroyed: the worker does not end.
-  boost::thread* worker = nullptr;
+  std::atomic<boost::thread*> worker{nullptr};
+  // While there is none, those who add rows write what is due.
+  std::atomic<std::int64_t> nextFlush{0};  // s of the steady clock
+  std::atomic<std::int64_t> nextStart{0};  // likewise: when a worker is tried again
 
   void WaitForRows();
 };
@@ -125,15 +136,32 @@ DBWriteWrapper::DBWriteWrapper() : state_(new State) {
   state_->cacheTime = std::max(ReadSetting("CacheTime", 60), 0);
   state_->cacheSize = std::max(ReadSetting("CacheSize", 10000), 1);
   state_->wakeAt = state_->cacheTime == 0 ? 1 : state_->cacheSize;
+  state_->nextFlush = SteadySeconds() + state_->cacheTime;
+  StartWorker();
+}
+
+void DBWriteWrapper::StartWorker() {
+  const std::int64_t now = SteadySeconds();
+  std::int64_t due = state_->nextStart.load();
+  if (now < due || !state_->nextStart.compare_exchange_strong(due, now + kStartInterval)) return;
   try {
     state_->worker = new boost::thread([this] { Work(); });
   } catch (const std::exception& error) {
-    KS_LOG(kModule, "DBWriteWrapper::DBWriteWrapper", kSource, kLogError,
-           "The worker cannot be started, rows wait for a flush by the host: %s", error.what());
+    KS_LOG(kModule, "DBWriteWrapper::StartWorker", kSource, kLogError,
+           "The worker cannot be started, whoever adds rows writes them when they are due: %s",
+           error.what());
     return;
   }
   const MutexLock lock(state_->wakeMutex);
   while (!state_->started) state_->wake.Wait(state_->wakeMutex);
+}
+
+void DBWriteWrapper::FlushWithoutWorker() {
+  const std::int64_t now = SteadySeconds();
+  if (state_->pending.OpenRows() < state_->wakeAt && now < state_->nextFlush.load()) return;
+  state_->nextFlush.store(now + state_->cacheTime);
+  StartWorker();
+  if (state_->worker.load() == nullptr) ForceWriteDisk();
 }
 
 void DBWriteWrapper::Work() {
@@ -179,6 +207,7 @@ void DBWriteWrapper::HandOverAgain(const std::string& domainId, const std::strin
 }
 
 void DBWriteWrapper::WakeWhenDue() {
+  if (state_->worker.load() == nullptr) return FlushWithoutWorker();
   if (state_->pending.OpenRows() < state_->wakeAt) return;
   const MutexLock lock(state_->wakeMutex);
   state_->wake.NotifyAll();

@@ -94,6 +94,8 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   DBWriteWrapper();
   ~DBWriteWrapper() = delete;
   void WakeWhenDue();
+  void StartWorker();
+  void FlushWithoutWorker();
   void Work();
 
   State* state_;

@@ -49,6 +49,9 @@ void UnitLoader<Data>::SetTable(std::shared_ptr<KSObjectRuleSql> table) {
     cache_.clear();
   }
   Start();
+  const bool isStarted = IsStarted();
+  const MutexLock lock(mutex_);
+  lacksThread_ = !isStarted;
 }
 
 // ---- The queue
@@ -57,6 +60,7 @@ template <class Data>
 std::uint64_t UnitLoader<Data>::Put(std::shared_ptr<UnitKey> key, bool ahead) {
   if (key == nullptr || !HasOwnText(*key, key->GetKeyString())) return 0;
   const MutexLock lock(mutex_);
+  if (lacksThread_) return 0;
   queue_.push_back({std::move(key), ++lastNumber_, ahead});
   wake_.NotifyAll();
   return lastNumber_;
@@ -276,7 +280,8 @@ std::shared_ptr<Data> UnitLoader<Data>::Get(const std::shared_ptr<UnitKey>& key)
       const MutexLock lock(cacheMutex_);
       data = AwaitLoad(*key, text, 0);
     }
-    if (data == nullptr) data = Await(*key, text, Put(key, false));
+    const std::uint64_t request = data == nullptr ? Put(key, false) : 0;
+    if (request != 0) data = Await(*key, text, request);
   }
   if (data != nullptr) {
     KS_LOG(kModule, kind_.getFunction, kSource, kLogInformation, "Succeed to get the %s data. : %s",

@@ -39,8 +39,8 @@ class UnitLoader final : private ThreadWrapper {
 
   void SetTable(std::shared_ptr<KSObjectRuleSql> table);
   /// Puts a key at the end of the queue and answers its number, counted from 1; `ahead`
-  /// when nobody waits for it. 0, and not taken: an empty key, and one whose text may stand
-  /// for another unit too.
+  /// when nobody waits for it. 0, and not taken: an empty key, one whose text may stand for
+  /// another unit too, and every one while no thread can be started that would load it.
   std::uint64_t Put(std::shared_ptr<UnitKey> key, bool ahead);
   int TakeKeys(Keys& out);
   std::shared_ptr<UnitKey> TakeOne();
@@ -97,6 +97,7 @@ class UnitLoader final : private ThreadWrapper {
   // The queue, under mutex_ of the base; wake_ tells of new keys.
   std::deque<Request> queue_ KS_GUARDED_BY(mutex_);
   std::uint64_t lastNumber_ KS_GUARDED_BY(mutex_) = 0;
+  bool lacksThread_ KS_GUARDED_BY(mutex_) = false;
 
   // What the thread has taken to load; its own.
   std::vector<Request> taken_;

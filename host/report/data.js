@@ -49,9 +49,15 @@ class Report {
     this.created = document_.created;
     this.domains = document_.domains;
     this.results = document_.results || null;
+    this.totals = document_.totals;
     this.chunks = document_.chunks;
     this.variables = document_.variables.map(readVariable);
     this.details = new Map();
+  }
+
+  /** Variables that the page has no room for. */
+  get leftOut() {
+    return this.totals.variables - this.variables.length;
   }
 
   /** History, tables, rules, golden values and episodes of a variable. */
@@ -84,17 +90,18 @@ function readPoints(raw) {
 function readParameter(text) {
   try {
     const parameter = JSON.parse(text);
-    return parameter !== null && typeof parameter === 'object' ? parameter : {};
+    return isRecord(parameter) ? parameter : {};
   } catch (error) {
     return {};
   }
 }
 
+const isRecord = (value) => value !== null && typeof value === 'object';
+
 /** Whether a content has the shape that rows can be compared in. */
 function isTable(table) {
-  return table !== null && typeof table === 'object' && Array.isArray(table.columns) &&
-         Array.isArray(table.rows) &&
-         table.rows.every((row) => row !== null && typeof row === 'object');
+  return isRecord(table) && Array.isArray(table.columns) && Array.isArray(table.rows) &&
+         table.rows.every(isRecord);
 }
 
 /** A golden table as results write it: its content with the digest added. */
@@ -112,8 +119,9 @@ function goldenTable(text) {
 function explainedPoints(episodes) {
   return episodes.flatMap((episode) => episode.alerts)
     .flatMap((alert) => (alert.explanation && alert.explanation.history || {}).last || [])
-    .filter(({time, value}) => typeof time === 'number' &&
-            (typeof value === 'number' || (typeof value === 'string' && !value.endsWith('…'))));
+    .filter((point) => isRecord(point) && typeof point.time === 'number')
+    .filter(({value}) => typeof value === 'number' ||
+            (typeof value === 'string' && !value.endsWith('…')));
 }
 
 /** What is stored and what explanations add, each time once, in order. */

@@ -147,14 +147,15 @@ function reasonNode(alert) {
 
 /** The explanation's own account of a table's rows. */
 function explainedDifference(table) {
-  const rowsOf = (part) => (part && Array.isArray(part.rows) ? part.rows : []);
+  const rowsOf = (part) => (part && Array.isArray(part.rows) ? part.rows.filter(isRecord) : []);
   const side = (part) => ({count: part && typeof part.count === 'number' ? part.count
                                                                          : rowsOf(part).length,
                            rows: rowsOf(part)});
   const changed = side(table.changed);
   changed.rows = changed.rows.map((row) => ({before: {...row.key, ...row.before},
                                              after: {...row.key, ...row.after}}));
-  const difference = {keys: Array.isArray(table.keys) ? table.keys : [], added: side(table.added),
+  const keys = Array.isArray(table.keys) ? table.keys.filter((key) => typeof key === 'string') : [];
+  const difference = {keys, added: side(table.added),
                       removed: side(table.removed), changed, reordered: table.reordered === true};
   const columns = new Set(difference.keys);
   for (const row of [...difference.added.rows, ...difference.removed.rows,

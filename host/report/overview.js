@@ -6,15 +6,11 @@ function tile(value, words, hint, name) {
 }
 
 function renderTiles(report, filter) {
-  const count = (test) => report.variables.filter(test).length;
-  const devices = new Set(report.variables.map((variable) => variable.domain + '\n' + variable.device));
-  const withRule = count((variable) => variable.origin === LEARNED || variable.origin === PRESCRIBED);
-  const prescribed = count((variable) => variable.origin === PRESCRIBED);
-  const open = count((variable) => variable.state === OPEN);
-  const total = report.variables.length;
-  const episodes = report.variables.reduce((sum, variable) => sum + variable.episodes, 0);
+  const {totals} = report;
+  const open = totals.states[OPEN];
+  const {variables: total, withRule, prescribed, episodes} = totals;
   const nodes = [
-    tile(countText(devices.size), devices.size === 1 ? 'device' : 'devices', report.domains.length > 1
+    tile(countText(totals.devices), totals.devices === 1 ? 'device' : 'devices', report.domains.length > 1
       ? `in ${countText(report.domains.length)} domains` : null),
     tile(countText(total), total === 1 ? 'variable' : 'variables',
          `${countText(withRule)} with a rule` + (prescribed ? `, ${countText(prescribed)} prescribed` : '')),
@@ -134,7 +130,8 @@ function renderKinds(report, filter) {
                                       make('code', {class: 'muted'}, KIND_NAMES[type])],
   }));
   const box = document.getElementById('kinds');
-  box.replaceChildren(...(entries.length > 0 ? barList('Variables by rule', entries, 'variables')
+  const title = report.leftOut > 0 ? 'Variables shown, by rule' : 'Variables by rule';
+  box.replaceChildren(...(entries.length > 0 ? barList(title, entries, 'variables')
     : [make('h3', {}, 'Variables by rule'), make('p', {class: 'empty'}, 'Nothing is stored yet.')]));
 }
 
@@ -155,8 +152,9 @@ function renderDevices(report, filter) {
     choose: () => filter({device: entry.device}),
   }));
   const left = devices.size - entries.length;
+  const title = (byAlerts ? 'Alerts' : 'Variables') + (report.leftOut > 0 ? ' shown, by device' : ' by device');
   document.getElementById('devices').replaceChildren(...barList(
-    byAlerts ? 'Alerts by device' : 'Variables by device', entries, byAlerts ? 'alerts' : 'variables',
+    title, entries, byAlerts ? 'alerts' : 'variables',
     left > 0 ? `and ${counted(left, 'more device', 'more devices')}` : null));
 }
 
@@ -164,6 +162,15 @@ function renderDevices(report, filter) {
 function renderNotes(report) {
   const notes = [];
   const {results} = report;
+  if (report.leftOut > 0) {
+    const left = STATES.map(({words}, state) => ({words, number: report.totals.states[state] -
+        report.variables.filter((variable) => variable.state === state).length}))
+      .filter(({number}) => number > 0).map(({words, number}) => `${countText(number)} ${words}`);
+    notes.push(`The page shows the ${countText(report.variables.length)} most important of ` +
+               `${countText(report.totals.variables)} variables: those that alert, the latest first, then ` +
+               `those that have alerted, then the others. Left out: ${left.join(', ')}. ` +
+               '`keelstone report --max-variables N` shows more.');
+  }
   if (results && results.runs === 0) {
     notes.push('The results hold no run of the domains shown here.');
   } else if (results && !results.exact && results.alerts > 0) {

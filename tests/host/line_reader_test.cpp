@@ -24,7 +24,8 @@ struct Pipe {
 };
 
 /// The lines of a text that comes in pieces of `piece` bytes.
-std::vector<std::string> LinesOf(const std::string& text, std::size_t piece) {
+std::vector<std::string> LinesOf(const std::string& text, std::size_t piece,
+                                 std::size_t maxLine = LineReader::kMaxLine) {
   Pipe pipe;
   std::thread writer([&] {
     for (std::size_t i = 0; i < text.size(); i += piece) {
@@ -35,10 +36,12 @@ std::vector<std::string> LinesOf(const std::string& text, std::size_t piece) {
     pipe.in = FileDescriptor();
   });
   const StopRequest stop;
-  LineReader reader(pipe.out.get(), stop);
+  LineReader reader(pipe.out.get(), stop, maxLine);
   std::vector<std::string> lines;
   std::string_view line;
-  while (reader.Next(line) == LineReader::Got::kLine) lines.emplace_back(line);
+  for (auto got = reader.Next(line); got != LineReader::Got::kEnd; got = reader.Next(line)) {
+    lines.emplace_back(got == LineReader::Got::kLine ? line : "(too long)");
+  }
   EXPECT_EQ(reader.lineNumber(), lines.size());
   EXPECT_EQ(reader.position(), text.size());
   writer.join();
@@ -63,6 +66,16 @@ TEST(LineReader, TakesLinesOfAnyLength) {
   EXPECT_EQ(lines[1], giant);
   EXPECT_EQ(lines[2], "b");
   EXPECT_EQ(lines[3], giant);
+}
+
+TEST(LineReader, PassesOverLinesBeyondTheBound) {
+  const std::string giant(3U << 20U, 'x');
+  for (const std::size_t piece : {1U << 10U, 1U << 16U}) {
+    EXPECT_THAT(LinesOf("12345\n123456\n\n" + giant + "\n12345\n" + giant, piece, 5),
+                ElementsAre("12345", "(too long)", "", "(too long)", "12345", "(too long)"));
+    EXPECT_THAT(LinesOf(giant + "\n" + giant + "x\na", piece, giant.size()),
+                ElementsAre(giant, "(too long)", "a"));
+  }
 }
 
 TEST(LineReader, AStopWakesItFromWaiting) {

@@ -194,6 +194,43 @@ class Program(ReportCase):
         self.assertLess(os.path.getsize(self.page), 700_000)
 
 
+    def test_shows_the_most_important_variables(self):
+        many_variables.make(PROGRAM, self.root, self.path("stored.jsonl"), 30, 0)
+        numbers = {"cleared": (line(100, [alert("cleared", "7")]), line(110)),
+                   "early": (line(120, [alert("early", "7")], source="t"),),
+                   "often": (line(150, [alert("often", "7")], source="u"), line(160, [alert("often", "7")], source="u")),
+                   "once": (line(160, [alert("once", "7")], source="v"),),
+                   "golden": (line(170, source="w", result={"valueItems": [
+                       {"strInterfaceName": "", "strVariableName": "golden", "strJsonValue": "1"}]}),)}
+        lines = [text for texts in numbers.values() for text in texts]
+        alerting = ["often", "once", "early", "cleared"]
+        for limit in (1, 2, 3, 4, 10, 34, 35):
+            done = self.report("--max-variables", str(limit), "--results", self.write("results.jsonl", *lines))
+            report = blocks(self.page)["report"]
+            shown = [row[5] for row in report["variables"]]
+            self.assertEqual(set(shown) & {*numbers}, {*alerting[:limit], *(["golden"] if limit == 35 else [])})
+            self.assertEqual(len(shown), min(limit, 35))
+            self.assertEqual(report["totals"]["states"], [3, 1, 30, 0, 1])
+            self.assertEqual([report["totals"][name] for name in ("variables", "devices", "episodes", "withRule")],
+                             [35, 2, 4, 30])
+            self.assertEqual(f"{limit} most important of 35 variables" in done.stderr, limit < 35)
+            found = details(self.page)
+            self.assertEqual([alert[0] for alert in found["often"]["e"][0][5]], [150, 160])
+            if limit > 3:
+                self.assertEqual(found["cleared"]["e"][0][:5], [100, 100, 1, 1, 110])
+
+    def test_removes_what_killed_reports_have_left(self):
+        self.init()
+        names = [self.write(name) for name in (
+            "report.html.aB3xYz.unfinished", "report.html.backup", "report.html.toolong.unfinished",
+            "other.html.aB3xYz.unfinished")]
+        young = self.write("report.html.Young1.unfinished")
+        for name in names:
+            os.utime(name, (0, 0))
+        self.report()
+        self.assertEqual([os.path.exists(name) for name in [*names, young]], [False, True, True, True, True])
+
+
 class Page(ReportCase):
     """The page in the browser; every test ends with an empty console and no request."""
 
@@ -382,6 +419,38 @@ class Page(ReportCase):
         self.assertEqual(len(self.search(browser, "edge-042 load")), 33)
         self.unfold(browser)
         self.assertEqual(len(browser.texts(".unfolded circle.point")), 31)
+
+    def test_odd_results_break_no_row(self):
+        """Whatever stands where an explanation is due."""
+        self.init()
+        odd = [None, 7, "x", True, [], [None], {}, {"a": None}, [[None]]]
+        explanations = [{"sentence": value} for value in odd]
+        explanations += [{"history": value} for value in odd] + [{"history": {"last": value}} for value in odd]
+        explanations += [{"history": {"last": [{"time": value, "value": value}]}} for value in odd]
+        explanations += [{"table": value} for value in odd]
+        for part in ("keys", "added", "removed", "changed"):
+            explanations += [{"table": {part: value}} for value in odd]
+            explanations += [{"table": {part: {"count": value, "rows": value}}} for value in odd]
+        explanations += [{"table": {"changed": {"rows": [{"key": value, "before": value, "after": value}]}}}
+                         for value in odd]
+        lines = [line(i, [alert(f"v{i}", "7", kind=(4, 12)[i % 2])], explanations=[explanation], source=f"s{i}")
+                 for i, explanation in enumerate(explanations * 2)]
+        self.report("--results", self.write("results.jsonl", *lines))
+        browser = self.browse()
+        shown = len(lines)
+        browser.wait(f"(document.getElementById('more').scrollIntoView(), "
+                     f"document.querySelectorAll('.unfold').length === {shown})")
+        browser.run("document.querySelectorAll('.unfold').forEach((button) => button.click())")
+        self.assertEqual(len(browser.texts(".unfolded")), shown)
+        self.assertEqual(browser.texts(".unfolded [role=alert]"), [])
+
+    def test_says_what_is_left_out(self):
+        many_variables.make(PROGRAM, self.root, self.path("results.jsonl"), 300, 40)
+        self.report("--results", self.path("results.jsonl"), "--max-variables", "12")
+        browser = self.browse()
+        self.assertEqual(browser.texts("#count"), ["12 variables"])
+        self.assertEqual(browser.texts(".tile strong")[:3], ["3", "300", "10"])
+        self.assertRegex(browser.texts("#notes .notice")[0], "12 most important of 300 variables.*Left out: 288 no alert")
 
     def test_nothing_yet(self):
         self.init()

@@ -139,7 +139,7 @@ Runs RandomRuns(std::mt19937& random, std::int32_t count) {
 }
 
 TEST(RunScheduler, KeepsUnitsInOrderAndFlushedForAnyNumberOfThreads) {
-  for (const unsigned threads : {1U, 2U, 8U}) {
+  for (const unsigned threads : {0U, 1U, 2U, 8U}) {
     for (const std::size_t window : {1U, 7U, 4096U}) {
       std::mt19937 random(threads * 100 + static_cast<unsigned>(window));
       CheckingWork work;

@@ -16,6 +16,7 @@
 #include "storage/ksdomaindatamanager.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/no_threads.h"
 #include "tests/support/temp_root.h"
 
 namespace keelstone::testing {
@@ -106,6 +107,23 @@ TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
   queue.SetKSObjectRuleSql(table);
   EXPECT_EQ(History("nobody"), "none");
   EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
+}
+
+TEST_F(CacheQueue, WithoutAThreadNothingIsWaitedFor) {
+  Write("d", "p");
+  const LogCapture log(kLogInformation);
+  {
+    const NoThreads noThreads;
+    queue.SetKSObjectRuleSql(table);
+    queue.PutRuleKey(Key("d"));
+    EXPECT_EQ(Param("d"), "none");
+    EXPECT_TRUE(log.Has("Failed to get the rule data for d$$$source$$$param"));
+    EXPECT_FALSE(log.Has("Wait too long to get the rule data. : d$$$source$$$param"));
+    std::vector<std::shared_ptr<UnitKey>> keys;
+    EXPECT_EQ(queue.GetRuleKeys(keys), 0);  // nobody would take them out
+  }
+  queue.SetKSObjectRuleSql(table);
+  EXPECT_EQ(Param("d"), "p");
 }
 
 TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAhead) {

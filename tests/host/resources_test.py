@@ -1,0 +1,198 @@
+"""The program where threads, memory or room in a line are short: it goes on with what it got, or
+says that something is missing; it never dies, and an exit code of 0 means that all was done.
+
+Usage: resources_test.py PROGRAM LIBRARY  (of allocations that fail)
+"""
+import json
+import os
+import resource
+import shutil
+import signal
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import unittest
+
+LIBRARY = os.path.abspath(sys.argv.pop())
+PROGRAM = os.path.abspath(sys.argv.pop())
+ADDRESSES = 1 << 47  # bytes; no thread can have a stack as large
+START = 1_790_000_000
+
+
+def recording(rounds, devices):
+    """Numbers, texts and tables that are learned, and break what was learned in the end."""
+    for number in range(rounds):
+        isBroken = number == rounds - 1
+        for device in range(devices):
+            yield json.dumps({"time": START + 1900 * number, "device": f"r{device}", "source": "s", "variables": [
+                {"name": "same", "value": 7 + isBroken}, {"name": "text", "value": "x\n" * (40 + isBroken)},
+                {"name": "wave", "interface": "eth0", "type": "double", "value": 900 if isBroken else number % 5},
+                {"name": "rows", "value": [{"a": i, "b": isBroken} for i in range(30)]}]})
+
+
+def report_line(number, *, time=START):
+    item = {"DeviceName": f"edge-{number:06}.example", "InterfaceValue": f"eth{number % 48}/0",
+            "SourcePath": "interfaces", "VaraibleName": "load", "LiveTime": time,
+            "RuleParam": json.dumps({"_t": 4, "_p": '{"ruleParam":5}', "_v": "99"})}
+    explanation = {"sentence": f"load is 99, expected always 5 (learned from {number % 90} values)",
+                   "history": {"last": [{"time": time - i, "value": "5"} for i in range(10)]}}
+    return json.dumps({"time": time, "domain": "default", "device": item["DeviceName"], "source": "interfaces",
+                       "param": "", "blocked": False, "variables": 20, "rejected": [],
+                       "result": {"ruleItems": [], "valueItems": [], "alertItems": [item]},
+                       "explanations": [explanation], "cleared": []})
+
+
+class ResourcesTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.root = self.path("root")
+        self.fresh = self.path("fresh")
+        subprocess.run([PROGRAM, "init", "--root", self.fresh, "--interval-time", "60"], check=True,
+                       stdout=subprocess.DEVNULL)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, lines):
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            file.writelines(line + "\n" for line in lines)
+        return self.path(name)
+
+    def run_in(self, limits, *arguments, **more):
+        """Exit code, output and messages of the program on a fresh root within limits."""
+        shutil.rmtree(self.root, ignore_errors=True)
+        shutil.copytree(self.fresh, self.root)
+
+        def restrict():
+            for kind, limit in limits.items():
+                resource.setrlimit(kind, (limit, limit))
+
+        done = subprocess.run([PROGRAM, arguments[0], "--root", self.root, *arguments[1:]],
+                              capture_output=True, preexec_fn=restrict, timeout=300, **more)
+        return done.returncode, done.stdout, done.stderr.decode(errors="replace")
+
+    def stored(self):
+        rows = []
+        for name in ("KSObjectRule", "KSObjectHistory"):
+            db = sqlite3.connect(os.path.join(self.root, "data/FSParserData/default", name + ".db"))
+            self.assertEqual(db.execute("pragma integrity_check").fetchone(), ("ok",))
+            rows += db.execute(f"select * from {name} order by 1, 2, 3, 4, 5").fetchall()
+            db.close()
+        return rows
+
+    # threads
+
+    def test_threads_that_cannot_be_started(self):
+        lines = self.write("in.jsonl", recording(14, 8))
+        work = ("evaluate", "--enroll", "--all", "--threads", "8", lines)
+        expected = self.run_in({}, *work), self.stored()
+        self.assertEqual(expected[0][0], 0, expected)
+        # None, and some.
+        for stack in (ADDRESSES, ADDRESSES >> 2, ADDRESSES >> 3):
+            code, out, said = self.run_in({resource.RLIMIT_STACK: stack}, *work)
+            self.assertEqual((code, out, self.stored()), (0, *expected[0][1:2], expected[1]), said)
+            self.assertRegex(said, r"of 8 evaluating threads \d could be started")
+        code, _, said = self.run_in({resource.RLIMIT_STACK: ADDRESSES}, "report", "--output", self.path("page"))
+        self.assertEqual((code, said), (0, ""))
+
+    def test_a_signal_without_a_thread_for_it(self):
+        shutil.copytree(self.fresh, self.root)
+        begun = subprocess.Popen(
+            [PROGRAM, "evaluate", "--root", self.root, "--enroll", "--all"], stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (ADDRESSES, ADDRESSES)))
+        begun.stdin.write("\n".join(recording(2, 3)).encode() + b"\n")
+        begun.stdin.flush()
+        for _ in range(6):
+            begun.stdout.readline()  # what is there is evaluated at once
+        begun.send_signal(signal.SIGTERM)
+        self.assertEqual(begun.wait(60), 3)  # its input stays open until then
+        begun.communicate()
+        self.assertGreater(len(self.stored()), 0)
+
+    # memory
+
+    def test_allocations_that_fail(self):
+        lines = self.write("in.jsonl", recording(12, 3))
+        work = ("evaluate", "--enroll", "--all", "--explain", "--threads", "2", "--quiet", lines)
+        environment = {**os.environ, "LD_PRELOAD": LIBRARY, "FAIL_AT": "0"}
+        code, expected, said = self.run_in({}, *work, env=environment)
+        self.assertEqual(code, 0, said)
+        count = int(said.split("allocations: ")[1])
+        stored = self.stored()
+        codes = set()
+        for i in range(300):
+            for failing in (1, 1000):
+                environment.update(FAIL_AT=str(1 + count * i // 300), FAIL_COUNT=str(failing))
+                code, out, said = self.run_in({}, *work, env=environment)
+                self.assertIn(code, (0, 2, 3), (environment["FAIL_AT"], failing, said))
+                codes.add(code)
+                if code == 0:
+                    self.assertEqual((out, self.stored()), (expected, stored), environment["FAIL_AT"])
+                else:
+                    self.assertTrue(said, environment["FAIL_AT"])
+        self.assertIn(3, codes)
+
+    def test_memory_that_is_limited(self):
+        lines = self.write("in.jsonl", recording(12, 30))
+        work = ("evaluate", "--enroll", "--all", "--threads", "8", lines)
+        expected = self.run_in({}, *work)
+        least = next(mb for mb in range(10, 200) if self.run_in({resource.RLIMIT_AS: mb << 20}, "init")[0] == 0)
+        codes = set()
+        for limit in range(least, least + 120, 3):
+            code, out, said = self.run_in({resource.RLIMIT_AS: limit << 20}, *work)
+            self.assertIn(code, (0, 2, 3), (limit, said))
+            codes.add(code)
+            if code == 0:
+                self.assertEqual(out, expected[1], limit)
+        self.assertTrue(codes >= {0}, codes)
+
+    def test_a_report_of_many_alerting_devices(self):
+        folder = tempfile.mkdtemp(dir=self.folder)
+        results = os.path.join(folder, "results.jsonl")
+        with open(results, "w", encoding="utf-8") as file:
+            for number in range(300_000):
+                file.write(report_line(number, time=START + number % 3000) + "\n")
+        for source in (results, "-"):
+            page = os.path.join(folder, "page.html")
+            with open(results, "rb") as piped:
+                feed = subprocess.Popen(["cat"], stdin=piped, stdout=subprocess.PIPE)
+                report = subprocess.Popen([PROGRAM, "report", "--root", self.fresh, "--output", page,
+                                           "--results", source], stdin=feed.stdout, stderr=subprocess.PIPE)
+                feed.stdout.close()
+                said = report.stderr.read().decode()
+                _, status, usage = os.wait4(report.pid, 0)
+                report.returncode = status
+                report.stderr.close()
+                feed.kill(), feed.wait()
+            self.assertEqual(status, 0, said)
+            self.assertIn("10000 most important of 300000 variables", said)
+            print(f"report of 300,000 alerting devices: {usage.ru_maxrss >> 10} MB of memory, "
+                  f"a page of {os.path.getsize(page) >> 20} MB")
+            self.assertLess(usage.ru_maxrss, 256 << 10)
+            self.assertLess(os.path.getsize(page), 32 << 20)
+
+    # lines
+
+    def test_long_and_many_bad_lines(self):
+        good = next(recording(1, 1))
+        padded = good[:-1] + " " * (5000 - len(good)) + "}"
+        lines = self.write("in.jsonl", [good, padded, padded + " ", "x" * 900_000, good] + ["bad"] * 200 + [good])
+        code, out, said = self.run_in({}, "evaluate", "--enroll", "--all", "--max-line", "5000", lines)
+        self.assertEqual((code, out.count(b"\n")), (1, 4), said)
+        places = [line.rsplit("in.jsonl:", 1)[1].split(":")[0] for line in said.splitlines() if "in.jsonl:" in line]
+        self.assertEqual(places, ["3", "4"] + [str(number) for number in range(6, 104)])
+        self.assertIn("longer than 5000 bytes", said)
+        self.assertIn("further lines that are skipped are only counted", said)
+        self.assertIn("202 lines skipped", said)
+        self.assertEqual(self.run_in({}, "evaluate", "--max-line", "1kb", "--strict", lines)[0], 1)
+        code, _, said = self.run_in({}, "report", "--output", self.path("page"), "--max-line", "100kb",
+                                    "--results", lines)
+        self.assertEqual((code, said.count("in.jsonl:")), (1, 100))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
