@@ -5,6 +5,7 @@
 #include "calc/ksruleglobalsetting.h"
 #include "platform/text_escape.h"
 #include "storage/domain_files.h"
+#include "storage/first_failure.h"
 
 namespace keelstone::host {
 
@@ -103,7 +104,7 @@ bool DomainRegistry::DefineNoted() {
   for (Entry* entry : std::exchange(withNoted_, {})) {
     const auto noted = std::exchange(entry->noted, {});
     if (entry->domain.data->AddRuleDefinitions(noted)) continue;
-    defined = NoteFault(entry->domain.id, "its variable rules cannot be written");
+    defined = NoteFault(entry->domain.id, "its variable rules cannot be written: " + FirstFailure());
     Refuse(*entry);
   }
   return defined;

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "calc/ksrulealgmgr.h"
-#include "host/setting_paths.h"
+#include "calc/setting_paths.h"
 #include "host/time_text.h"
 #include "platform/clock.h"
 #include "platform/ini_reader.h"

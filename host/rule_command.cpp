@@ -21,6 +21,14 @@ namespace {
 constexpr const char* kSetName = "rule set";
 constexpr const char* kUnsetName = "rule unset";
 
+constexpr const char* kGroupHelpEnd = R"(Examples:
+  keelstone rule set --device r1 --source system --variable cpu --type intLEQ \
+      --parameter '{"ruleParam":80}'
+  keelstone rule unset --device r1 --source system --variable cpu
+
+`keelstone rule COMMAND --help` says more about a command.
+)";
+
 constexpr const char* kSetHelpEnd =
     R"(The rule is fixed: it is judged from the next run on and never learned again. A history
 that is stored stays. What kind of number or text the variable holds is taken over from
@@ -115,8 +123,7 @@ std::string TryChange(const RuleOptions& options, const Change& change) {
   const std::uint64_t failedBefore = GetFailedWriteCount();
   change(manager);
   if (GetFailedWriteCount() == failedBefore) return {};
-  return "the database refused it; " + VXFileSystem::GetSystemRootFolder() +
-         "log/keelstone.log says why";
+  return FirstFailure();
 }
 
 /// Reads type and parameter; why they are no rule, or nothing.
@@ -155,6 +162,7 @@ CLI::App& AddCommand(CLI::App& group, const char* name, const char* what, RuleOp
 void AddRuleCommand(CLI::App& program, RuleOptions& options) {
   CLI::App& group = *program.add_subcommand("rule", "Prescribe or drop the rule of one variable");
   group.require_subcommand(1);
+  group.footer(kGroupHelpEnd);
   CLI::App& set = AddCommand(group, "set", "Prescribe a fixed rule", options);
   set.add_option("--type", options.type, "Kind of the rule, such as intLEQ")
       ->type_name("TYPE")
