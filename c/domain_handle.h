@@ -33,7 +33,7 @@ struct DomainHandle {
   explicit DomainHandle(std::string domainId) : id(std::move(domainId)) {}
 
   const std::string id;
-  std::atomic<bool> enrols{false};
+  std::atomic<bool> enrolls{false};
   RootUse use;
 };
 

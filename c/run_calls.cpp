@@ -39,7 +39,7 @@ ParsedRun RunOf(const ks_run_info& info, const std::string& domainId) {
 
 void Start(const DomainHandle& domain, ParsedRun run, ks_run*& handle) {
   handle =
-      RunTable::Instance().Open(std::make_shared<RunHandle>(std::move(run), domain.enrols.load()));
+      RunTable::Instance().Open(std::make_shared<RunHandle>(std::move(run), domain.enrolls.load()));
 }
 
 void Add(const ks_run* handle, const char* name, const char* interfaceValue, EnumKSDataType type,

@@ -36,8 +36,8 @@ RunHandle::AlertTexts ReadAlert(const KSAlertData& alert) {
 
 }  // namespace
 
-RunHandle::RunHandle(ParsedRun run, bool enrols)
-    : run_(std::move(run)), enrols_(enrols), reader_(run_.domain) {}
+RunHandle::RunHandle(ParsedRun run, bool enrolls)
+    : run_(std::move(run)), enrolls_(enrolls), reader_(run_.domain) {}
 
 void RunHandle::RequireNotEvaluated() const {
   if (isEvaluated_) throw Failure(KS_ERROR_STATE, "the run has been evaluated");
@@ -60,7 +60,7 @@ void RunHandle::Explain() {
   explains_ = true;
 }
 
-void RunHandle::Enrol(const Domain& domain) const {
+void RunHandle::Enroll(const Domain& domain) const {
   const auto missing = MissingDefinitions(run_, *domain.data);
   if (!missing.empty() && !domain.data->AddRuleDefinitions(missing)) {
     throw Failure(KS_ERROR_WRITE, "the variable rules of domain \"" + run_.domain +
@@ -75,7 +75,7 @@ void RunHandle::Evaluate() {
     throw Failure(KS_ERROR_DATABASE, "a database of domain \"" + run_.domain +
                                          "\" cannot be used; the log says which and why");
   }
-  if (enrols_) Enrol(domain);
+  if (enrolls_) Enroll(domain);
   // A look-up finds the oldest pending row of a variable: the values of the run before
   // would be missing in the history.
   DBWriteWrapper& cache = *DBWriteWrapper::Instance();

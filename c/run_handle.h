@@ -23,7 +23,7 @@ class RunHandle {
   static constexpr const char* kHandleName = "the run";
 
   /// `run` without variables, or with some.
-  RunHandle(ParsedRun run, bool enrols);
+  RunHandle(ParsedRun run, bool enrolls);
 
   // Each is a Failure when the run has been evaluated.
   void Add(VarInfo variable);
@@ -52,11 +52,11 @@ class RunHandle {
  private:
   friend class RunEntry;
   void RequireNotEvaluated() const;
-  void Enrol(const Domain& domain) const;
+  void Enroll(const Domain& domain) const;
 
   std::atomic<bool> busy_{false};
   ParsedRun run_;
-  const bool enrols_;
+  const bool enrolls_;
   RunLineReader reader_;
   bool explains_ = false;
   bool isEvaluated_ = false;

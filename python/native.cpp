@@ -148,7 +148,7 @@ class Domain {
 
   // The handle itself refuses every call once it is closed.
   void Close() { Check(ks_domain_close(handle_)); }
-  void Enrol(bool on) { Check(ks_domain_enrol(handle_, on ? 1 : 0)); }
+  void Enroll(bool on) { Check(ks_domain_enroll(handle_, on ? 1 : 0)); }
   void Flush() {
     Released([&] { return ks_domain_flush(handle_); });
   }
@@ -254,7 +254,7 @@ PYBIND11_MODULE(_native, module) {
       .def_static("open", &Domain::Open, py::arg("id"), py::arg("create"),
                   py::arg("settings").none(true))
       .def("close", &Domain::Close)
-      .def("enrol", &Domain::Enrol)
+      .def("enroll", &Domain::Enroll)
       .def("define", &Domain::Define)
       .def("flush", &Domain::Flush)
       .def("reload", &Domain::Reload)

@@ -202,7 +202,7 @@ class Domain:
         return Run(native, device, source, seconds)
 
     def define(self, source: str, name: str, type: str) -> None:
-        """Defines a variable ahead; needed only when the domain does not enrol."""
+        """Defines a variable ahead; needed only when the domain does not enroll."""
         if type not in _TYPES:
             raise InputError(f"{type!r} is no type; one of {', '.join(_TYPES)}")
         self._native.define(source, name, _TYPES[type])
@@ -257,12 +257,12 @@ def open(
     *,
     create: bool = True,
     settings: Optional[Mapping[str, Any]] = None,
-    enrol: bool = True,
+    enroll: bool = True,
 ) -> Domain:
     """Opens a domain below the folder `root`, made if it is missing.
 
     `settings` are general settings laid over the defaults of a domain that is made.
-    `enrol=False` rejects variables that nobody has defined. All domains that are open at
+    `enroll=False` rejects variables that nobody has defined. All domains that are open at
     one time share one root.
     """
     folder = os.path.abspath(os.fspath(root))
@@ -271,7 +271,7 @@ def open(
         _Root.folder = folder
     text = None if settings is None else json.dumps(settings)
     native = _native.Domain.open(domain, create, text)
-    native.enrol(enrol)
+    native.enroll(enroll)
     return Domain(native, domain, folder)
 
 

@@ -189,7 +189,7 @@ class ProgramTest(unittest.TestCase):
         _, said = self.evaluate(input="x", code=1)
         self.assertIn("<stdin>:1: not JSON", said)
 
-    def test_enrolment_defines_variables_once(self):
+    def test_enrollment_defines_variables_once(self):
         lines = run_line(1) + run_line(2.5) + run_line(3, device="e") + run_line(4, param="q")
         found = self.results("--enroll", input=lines, code=0)
         self.assertEqual([r["rejected"] for r in found], [[], ["v"], [], []])
@@ -213,7 +213,7 @@ class ProgramTest(unittest.TestCase):
         found = self.results(input=run_line(1, domain="x" * 300) + run_line(1, domain="."))
         self.assertEqual([r["rejected"] for r in found], [["v"], []])
 
-    def test_strict_enrols_nothing_beyond_the_fault(self):
+    def test_strict_enrolls_nothing_beyond_the_fault(self):
         later = run_line(1, source="later")
         self.evaluate("--enroll", "--strict", input=run_line(1) + "x\n" + later, code=1)
         self.assertEqual(self.query("KSVariableRule", "select count(*) from KSVariableRule"), [(1,)])
