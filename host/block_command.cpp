@@ -234,7 +234,7 @@ int RunBlockList(const BlockOptions& options) {
     db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
     periods = ReadPeriods(db);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kListName, error.what(), kExitUnusable);
+    return Fail(kListName, FaultOf(error), kExitUnusable);
   }
   CommandOutput output(options.format);
   Print(periods, output);
@@ -253,7 +253,7 @@ int RunBlockAdd(const BlockOptions& options) {
     period.id = Insert(db, RowText(period));
     db.execDML("commit transaction;");
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kAddName, error.what(), kExitBrokenOff);
+    return Fail(kAddName, FaultOf(error), kExitBrokenOff);
   }
   CommandOutput output(options.format);
   Print({period}, output);
@@ -276,7 +276,7 @@ int RunBlockRemove(const BlockOptions& options) {
       db.execDML("commit transaction;");
     }
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kRemoveName, error.what(), kExitBrokenOff);
+    return Fail(kRemoveName, FaultOf(error), kExitBrokenOff);
   }
   CommandOutput output(options.format);
   if (output.isText()) output.Line(options.dryRun ? "would remove:" : "removed:");

@@ -245,7 +245,7 @@ int RunClean(const CleanOptions& options) {
   try {
     plan = MakePlan(options.common.domain, lists);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, DomainFolder(options.common.domain) + ": " + error.errorMessage(),
+    return Fail(kName, FaultOf(error),
                 kExitUnusable);
   }
   if (plan.gone.empty()) return Print(options, plan);

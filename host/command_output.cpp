@@ -75,6 +75,10 @@ int CommandOutput::End(const std::string& command) {
               kExitBrokenOff);
 }
 
+std::string FaultOf(const CppSQLite3Exception& error) {
+  return (error.file().empty() ? "" : error.file() + ": ") + error.errorMessage();
+}
+
 int Fail(const std::string& command, const std::string& why, int code) {
   Console(false).Say("keelstone " + command + ": " + Printable(why));
   return code;

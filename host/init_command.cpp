@@ -78,7 +78,7 @@ int RunInit(const InitOptions& options) {
   try {
     WarnOfKeptSettings(options, StoredGeneralSettings(options.common.domain), settings);
   } catch (const CppSQLite3Exception& error) {
-    return Refuse(error.file() + ": " + error.errorMessage());
+    return Refuse(FaultOf(error));
   }
   std::vector<DomainFileReport> reports;
   const std::string failure = MakeDomain(options.common.domain, settings, &reports);

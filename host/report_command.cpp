@@ -211,7 +211,7 @@ int RunReport(const ReportOptions& options) {
   try {
     AddVariables(domains, findings, stop, page);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, error.what(), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
+    return Fail(kName, FaultOf(error), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
   }
   if (stop.Requested()) return Fail(kName, "stopped; no page is written", kExitBrokenOff);
   page.End();

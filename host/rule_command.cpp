@@ -128,7 +128,7 @@ std::string TryChange(const RuleOptions& options, const Change& change) {
     RequireWritable(kDbObjectRule, options.common.domain);
     RequireWritable(kDbObjectHistory, options.common.domain);
   } catch (const CppSQLite3Exception& error) {
-    return error.file() + ": " + error.what();
+    return FaultOf(error);
   }
   KSDataManagerSql manager;
   manager.Init(options.common.domain);
@@ -224,7 +224,7 @@ int RunRuleSet(const RuleOptions& options) {
     const std::string fault = MakeDefinition(options, type, parameter, *definition, isDefined);
     if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kSetName, error.file() + ": " + error.what(), kExitUnusable);
+    return Fail(kSetName, FaultOf(error), kExitUnusable);
   }
   const ObjectDefine object = ObjectOf(options);
   const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
@@ -261,7 +261,7 @@ int RunRuleUnset(const RuleOptions& options) {
     hasRule = Stored(kDbObjectRule, "KSObjectRule", "ruleTypeId", options).has_value();
     hasHistory = StoredHistory(options).has_value();
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kUnsetName, error.what(), kExitUnusable);
+    return Fail(kUnsetName, FaultOf(error), kExitUnusable);
   }
   if (!options.dryRun && (hasRule || hasHistory)) {
     const ObjectDefine object = ObjectOf(options);

@@ -206,7 +206,7 @@ int RunSettingsGet(const SettingsOptions& options) {
       }
     }
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kGetName, error.what(), kExitUnusable);
+    return Fail(kGetName, FaultOf(error), kExitUnusable);
   }
   return output.End(kGetName);
 }
@@ -223,7 +223,7 @@ int RunSettingsSet(const SettingsOptions& options) {
             CppSQLite3DB::Mode::kReadWrite);
     fault = Change(db, setting, value);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kSetName, error.what(), kExitBrokenOff);
+    return Fail(kSetName, FaultOf(error), kExitBrokenOff);
   }
   if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
   CommandOutput output(options.format);
