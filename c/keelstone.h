@@ -286,8 +286,8 @@ typedef struct ks_cell {
 typedef struct ks_table {
   const char* const* columns; /* distinct names */
   size_t column_count;
-  const ks_cell* cells; /* row after row, column_count cells each */
-  size_t row_count; /* 0 where there are no columns */
+  const ks_cell* cells;    /* row after row, column_count cells each */
+  size_t row_count;        /* 0 where there are no columns */
   const char* const* keys; /* the columns by which two tables are compared; null: all */
   size_t key_count;
   int32_t keep_order; /* 1: rows in another order make another table */

@@ -61,8 +61,7 @@ std::string Demand(SettingKind kind, const SettingRange& range) {
 }
 
 bool IsWithin(const SettingRange& range, double number) {
-  return number >= range.least && number <= range.most &&
-         !(range.isAbove && number == range.least);
+  return number >= range.least && number <= range.most && !(range.isAbove && number == range.least);
 }
 
 bool AcceptNumber(SettingKind kind, const SettingRange& range, JsonValue& value) {
@@ -166,9 +165,8 @@ std::string AcceptMember(JsonValue& value, const std::string& path,
     // What an unknown object holds tells better what was meant.
     return AcceptMembers(value, path, members, all);
   }
-  const bool isWritten = std::any_of(all.begin(), all.end(), [&](const SettingPath& setting) {
-    return setting.path == path;
-  });
+  const bool isWritten = std::any_of(
+      all.begin(), all.end(), [&](const SettingPath& setting) { return setting.path == path; });
   if (!isWritten) return NoSuchSetting(path);
   return path + (members.size() == 1 && path.find('.') == std::string::npos
                      ? " is no general setting; `keelstone settings set` changes it"
@@ -218,10 +216,8 @@ std::vector<SettingPath> SettingPaths() {
   addRow("KSRuleType", SettingKind::kAnything);
   AddMembers(DefaultGeneralSettings(), {"", kGeneralSettingRow, {}, {}}, all);
   // The live interval of tables is read from the member whose name is empty.
-  all.push_back({".timeIntervalLimit",
-                 kGeneralSettingRow,
-                 {"", "timeIntervalLimit"},
-                 SettingKind::kWhole});
+  all.push_back(
+      {".timeIntervalLimit", kGeneralSettingRow, {"", "timeIntervalLimit"}, SettingKind::kWhole});
   return all;
 }
 

@@ -266,8 +266,7 @@ int RunBlockRemove(const BlockOptions& options) {
   std::vector<BlockPeriod> periods;
   try {
     CppSQLite3DB db;
-    db.open(DomainDatabase(kDbBlockSetting, options.common.domain),
-            CppSQLite3DB::Mode::kReadWrite);
+    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
     if (!options.dryRun) db.execDML("begin immediate transaction;");
     periods = Choose(db, {options.ids.begin(), options.ids.end()}, fault);
     if (!fault.empty()) return Fail(kRemoveName, fault, kExitUnusable);

@@ -162,8 +162,8 @@ bool IsMeant(const CleanOptions& options, const Plan& plan) {
       std::to_string(plan.gone.size() + plan.kept.size());
   std::vector<std::string> names;
   for (const auto& [source, rows] : plan.gone) names.push_back(source);
-  const bool canAsk = options.keepFile != "-" && ::isatty(STDIN_FILENO) == 1 &&
-                      ::isatty(STDERR_FILENO) == 1;
+  const bool canAsk =
+      options.keepFile != "-" && ::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1;
   if (!canAsk || options.dryRun) {
     Fail(kName,
          options.dryRun ? "note: without --yes a terminal is asked: " + share + " would go"
@@ -245,8 +245,7 @@ int RunClean(const CleanOptions& options) {
   try {
     plan = MakePlan(options.common.domain, lists);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, FaultOf(error),
-                kExitUnusable);
+    return Fail(kName, FaultOf(error), kExitUnusable);
   }
   if (plan.gone.empty()) return Print(options, plan);
   if (fault = CheckNames(lists, plan); !fault.empty()) return Fail(kName, fault, kExitUnusable);
@@ -255,8 +254,7 @@ int RunClean(const CleanOptions& options) {
     std::set<std::string> gone;
     for (const auto& [source, rows] : plan.gone) gone.insert(source);
     if (!RemoveSources(options.common.domain, gone)) {
-      return Fail(kName,
-                  "not all of the sources that are gone could be removed: " + FirstFailure(),
+      return Fail(kName, "not all of the sources that are gone could be removed: " + FirstFailure(),
                   kExitBrokenOff);
     }
   }

@@ -104,7 +104,8 @@ bool DomainRegistry::DefineNoted() {
   for (Entry* entry : std::exchange(withNoted_, {})) {
     const auto noted = std::exchange(entry->noted, {});
     if (entry->domain.data->AddRuleDefinitions(noted)) continue;
-    defined = NoteFault(entry->domain.id, "its variable rules cannot be written: " + FirstFailure());
+    defined =
+        NoteFault(entry->domain.id, "its variable rules cannot be written: " + FirstFailure());
     Refuse(*entry);
   }
   return defined;

@@ -248,7 +248,8 @@ int EvaluateJob::Conclude(Broken broken) {
   if (failedReads > 0) {
     console_.Say("keelstone: " + std::to_string(failedReads) +
                  " reads of the databases have failed, what they concern was not evaluated; "
-                 "first " + Printable(FirstFailure()));
+                 "first " +
+                 Printable(FirstFailure()));
   }
   if (!options_.quiet) {
     console_.Say("keelstone: " + SummaryText(progress_, skipped_, console_.Elapsed()));

@@ -90,9 +90,9 @@ int RunInit(const InitOptions& options) {
     output.End(kName);
     return Refuse(failure);
   }
-  if (std::string why; options.intervalTime &&
-                       !IniReader::SetInt("Keelstone", "IntervalTime", *options.intervalTime,
-                                          "fix_frontserver.ini", &why)) {
+  if (std::string why;
+      options.intervalTime && !IniReader::SetInt("Keelstone", "IntervalTime", *options.intervalTime,
+                                                 "fix_frontserver.ini", &why)) {
     output.End(kName);
     return Refuse("IntervalTime cannot be written: " + why);
   }

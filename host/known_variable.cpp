@@ -35,8 +35,8 @@ const char* WordsOf(EnumKSDataType type) {
 /// Whether a rule of the kind can judge values of the type.
 bool Judges(EnumRuleType type, EnumKSDataType values) {
   if (type == kTableMd5) return values == KSDataTable;
-  const bool isText = type == kStrEqual || type == kStrNoEqual || type == kStrEnum ||
-                      type == kStrRegex;
+  const bool isText =
+      type == kStrEqual || type == kStrNoEqual || type == kStrEnum || type == kStrRegex;
   return isText ? values == KSDataString : IsNumber(values);
 }
 

@@ -135,8 +135,7 @@ int RunMerge(const MergeOptions& options) {
   }
   // Nothing of the domain is loaded in this process, so there is nothing to read anew.
   if (!(FSKSDataSyncManager::Instance()->*type.merge)(options.from, to, domainId, false)) {
-    return Fail(kName,
-                "taking " + options.from + " over into " + to + " failed: " + FirstFailure(),
+    return Fail(kName, "taking " + options.from + " over into " + to + " failed: " + FirstFailure(),
                 kExitBrokenOff);
   }
   return Print(options, to, rows);

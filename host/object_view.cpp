@@ -76,9 +76,9 @@ std::vector<ShownSetting> SettingsOf(EnumRuleType type, const JsonValue& stored)
 EnumKSDataType TypeWithoutHistory(const DomainView& domain, const StoredObject& stored,
                                   const JsonValue& parameter) {
   RuleDefinitionData definition;
-  const bool isDefined = domain.data->GetRuleDefinitionData(definition, stored.key[4],
-                                                            stored.key[2], "",
-                                                            kVariableSourceParser) < 0;
+  const bool isDefined =
+      domain.data->GetRuleDefinitionData(definition, stored.key[4], stored.key[2], "",
+                                         kVariableSourceParser) < 0;
   for (const int code : {stored.variableType, isDefined ? definition.variableType : 0}) {
     if (const EnumKSDataType type = TypeOfCode(code); type != KSDataUnknown) return type;
   }

@@ -168,9 +168,9 @@ std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonVa
   bool isConverted = false;
   std::string fault = variable.Fit(type, parameter, isConverted);
   if (!fault.empty()) return fault;
-  definition = RuleDefinitionData(static_cast<int>(type), kVariableSourceParser,
-                                  parameter.toString(), options.source, options.variable, 0,
-                                  options.param);
+  definition =
+      RuleDefinitionData(static_cast<int>(type), kVariableSourceParser, parameter.toString(),
+                         options.source, options.variable, 0, options.param);
   definition.ruleGenerateType = kRulePrescribed;
   if (isConverted) definition.history = std::move(variable.history);
   return {};

@@ -45,7 +45,8 @@ std::optional<std::int64_t> ReadDay(Scanner& scanner, std::string& fault) {
   int day = 0;
   if (!scanner.Read(4, year) || !scanner.Skip('-') || !scanner.Read(2, month) ||
       !scanner.Skip('-') || !scanner.Read(2, day)) {
-    fault = "is neither now nor seconds since the epoch nor a time such as \"2026-11-21 08:00 +01:00\"";
+    fault =
+        "is neither now nor seconds since the epoch nor a time such as \"2026-11-21 08:00 +01:00\"";
     return std::nullopt;
   }
   const std::chrono::year_month_day date{std::chrono::year(year),

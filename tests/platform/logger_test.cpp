@@ -77,8 +77,9 @@ TEST_F(LoggerTest, MessageOfAnyLengthIsOneLine) {
     EXPECT_EQ(log.Lines().back().message, text + "\\n");
   }
   Say(kLogError, "a\r\n\tb\x01\x1B\x7F\\ \xC3\xA4\xFF \xC2\x85\xE2\x80\xA8\xE2\x80\xAE");
-  EXPECT_EQ(log.Lines().back().message, "a\\r\\n\\tb\\x01\\x1B\\x7F\\ \xC3\xA4\xFF "
-                                       "\\xC2\\x85\\xE2\\x80\\xA8\\xE2\\x80\\xAE");
+  EXPECT_EQ(log.Lines().back().message,
+            "a\\r\\n\\tb\\x01\\x1B\\x7F\\ \xC3\xA4\xFF "
+            "\\xC2\\x85\\xE2\\x80\\xA8\\xE2\\x80\\xAE");
 }
 
 TEST_F(LoggerTest, LoggingLeavesErrnoAlone) {
