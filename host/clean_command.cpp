@@ -17,7 +17,6 @@
 #include "platform/cppsqlite3.h"
 #include "platform/text_escape.h"
 #include "storage/domain_files.h"
-#include "storage/first_failure.h"
 #include "storage/gone_sources.h"
 
 namespace keelstone::host {
@@ -254,7 +253,8 @@ int RunClean(const CleanOptions& options) {
     std::set<std::string> gone;
     for (const auto& [source, rows] : plan.gone) gone.insert(source);
     if (!RemoveSources(options.common.domain, gone)) {
-      return Fail(kName, "not all of the sources that are gone could be removed: " + FirstFailure(),
+      return Fail(kName,
+                  "not all of the sources that are gone could be removed: " + FirstFailureText(),
                   kExitBrokenOff);
     }
   }

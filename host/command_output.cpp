@@ -8,7 +8,9 @@
 
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "platform/filesystem.h"
 #include "platform/text_escape.h"
+#include "storage/first_failure.h"
 
 namespace keelstone::host {
 
@@ -77,6 +79,12 @@ int CommandOutput::End(const std::string& command) {
 
 std::string FaultOf(const CppSQLite3Exception& error) {
   return (error.file().empty() ? "" : error.file() + ": ") + error.errorMessage();
+}
+
+std::string FirstFailureText() {
+  std::string first = FirstFailure();
+  if (!first.empty()) return first;
+  return VXFileSystem::GetSystemRootFolder() + "log/keelstone.log says why";
 }
 
 int Fail(const std::string& command, const std::string& why, int code) {

@@ -46,6 +46,9 @@ class CommandOutput {
 /// "FILE: what was done: why it failed", of a failed call of SQLite.
 std::string FaultOf(const CppSQLite3Exception& error);
 
+/// What failed first in the databases; where that is not known, that the log says it.
+std::string FirstFailureText();
+
 /// Says why a command did not do its work, in printable text, and answers `code`.
 int Fail(const std::string& command, const std::string& why, int code);
 

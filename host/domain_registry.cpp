@@ -3,9 +3,9 @@
 #include <utility>
 
 #include "calc/ksruleglobalsetting.h"
+#include "host/command_output.h"
 #include "platform/text_escape.h"
 #include "storage/domain_files.h"
-#include "storage/first_failure.h"
 
 namespace keelstone::host {
 
@@ -105,7 +105,7 @@ bool DomainRegistry::DefineNoted() {
     const auto noted = std::exchange(entry->noted, {});
     if (entry->domain.data->AddRuleDefinitions(noted)) continue;
     defined =
-        NoteFault(entry->domain.id, "its variable rules cannot be written: " + FirstFailure());
+        NoteFault(entry->domain.id, "its variable rules cannot be written: " + FirstFailureText());
     Refuse(*entry);
   }
   return defined;

@@ -10,12 +10,12 @@
 #include <exception>
 #include <thread>
 
+#include "host/command_output.h"
 #include "host/exit_codes.h"
 #include "platform/logger.h"
 #include "platform/text_escape.h"
 #include "storage/cksdboperatebase.h"
 #include "storage/dbwritewrapper.h"
-#include "storage/first_failure.h"
 
 namespace keelstone::host {
 
@@ -242,14 +242,14 @@ int EvaluateJob::Conclude(Broken broken) {
   const std::uint64_t failedWrites = GetFailedWriteCount();
   if (failedWrites > 0) {
     console_.Say("keelstone: " + std::to_string(failedWrites) +
-                 " writes to the databases have failed, first " + Printable(FirstFailure()));
+                 " writes to the databases have failed, first " + Printable(FirstFailureText()));
   }
   const std::uint64_t failedReads = GetFailedReadCount();
   if (failedReads > 0) {
     console_.Say("keelstone: " + std::to_string(failedReads) +
                  " reads of the databases have failed, what they concern was not evaluated; "
                  "first " +
-                 Printable(FirstFailure()));
+                 Printable(FirstFailureText()));
   }
   if (!options_.quiet) {
     console_.Say("keelstone: " + SummaryText(progress_, skipped_, console_.Elapsed()));

@@ -12,7 +12,6 @@
 #include "host/exit_codes.h"
 #include "platform/filesystem.h"
 #include "storage/domain_files.h"
-#include "storage/first_failure.h"
 #include "storage/fs_ksdatasyncmanager.h"
 
 namespace keelstone::host {
@@ -135,7 +134,8 @@ int RunMerge(const MergeOptions& options) {
   }
   // Nothing of the domain is loaded in this process, so there is nothing to read anew.
   if (!(FSKSDataSyncManager::Instance()->*type.merge)(options.from, to, domainId, false)) {
-    return Fail(kName, "taking " + options.from + " over into " + to + " failed: " + FirstFailure(),
+    return Fail(kName,
+                "taking " + options.from + " over into " + to + " failed: " + FirstFailureText(),
                 kExitBrokenOff);
   }
   return Print(options, to, rows);

@@ -14,7 +14,6 @@
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
 #include "storage/domain_files.h"
-#include "storage/first_failure.h"
 #include "storage/ksdatamanagersql.h"
 
 namespace keelstone::host {
@@ -135,7 +134,7 @@ std::string TryChange(const RuleOptions& options, const Change& change) {
   const std::uint64_t failedBefore = GetFailedWriteCount();
   change(manager);
   if (GetFailedWriteCount() == failedBefore) return {};
-  return FirstFailure();
+  return FirstFailureText();
 }
 
 /// Reads type and parameter; why they are no rule, or nothing.

@@ -272,7 +272,7 @@ bool FSKSDataSyncManager::OverWriteDBFile(const std::string& from, const std::st
     } catch (const DeliveryError& error) {
       failure = error.what();
     }
-    NoteFailure(to, kFunction, failure);
+    NoteFailure({}, kFunction, failure);
     KS_LOG(kModule, kFunction, kSource, kLogError,
            "Failed to copy database from %s to %s, error: %s", from.c_str(), to.c_str(),
            failure.c_str());

@@ -74,6 +74,7 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
     db.close();
   } else {
     LogFailure(operation, log);
+    NoteFailure({}, operation.function, "the lock record was refused");
   }
   if (IsFailure(outcome)) {
     ++failedHere;
