@@ -9,6 +9,7 @@
 
 #include "c/domain_handle.h"
 #include "calc/ksruleglobalsetting.h"
+#include "calc/setting_paths.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
 #include "platform/text_escape.h"
@@ -60,7 +61,8 @@ JsonValue SettingsOver(const char* settings) {
     throw Failure(KS_ERROR_INPUT, "settings: not JSON: " + Printable(error.message) + " at byte " +
                                       std::to_string(error.offset + 1));
   }
-  if (!top.isObject()) throw Failure(KS_ERROR_INPUT, "settings: must be a JSON object");
+  const std::string fault = AcceptGeneralSettings(top);
+  if (!fault.empty()) throw Failure(KS_ERROR_INPUT, "settings: " + Printable(fault));
   LayOver(merged, top);
   return merged;
 }
@@ -121,10 +123,10 @@ ks_status ks_domain_close(ks_domain* domain) {
   return Call([&] { DomainTable::Instance().Close(domain); });
 }
 
-ks_status ks_domain_enrol(ks_domain* domain, int32_t on) {
+ks_status ks_domain_enroll(ks_domain* domain, int32_t on) {
   return Call([&] {
     if (on != 0 && on != 1) throw Failure(KS_ERROR_ARGUMENT, "on is neither 0 nor 1");
-    DomainTable::Instance().Find(domain)->enrols.store(on == 1);
+    DomainTable::Instance().Find(domain)->enrolls.store(on == 1);
   });
 }
 
@@ -139,6 +141,8 @@ ks_status ks_domain_configure(ks_domain* domain, const ks_domain_config* config,
     opened->SetStages(stages);
   });
 }
+
+ks_status ks_domain_enrol(ks_domain* domain, int32_t on) { return ks_domain_enroll(domain, on); }
 
 ks_status ks_domain_define(ks_domain* domain, const char* source, const char* name, int32_t type,
                            int32_t type_code) {

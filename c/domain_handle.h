@@ -40,7 +40,7 @@ struct DomainHandle {
   IntakeStages Stages() const;
 
   const std::string id;
-  std::atomic<bool> enrols{false};
+  std::atomic<bool> enrolls{false};
   // Runs outlive the handle.
   const std::shared_ptr<JudgedValues> judged = std::make_shared<JudgedValues>();
   RootUse use;

@@ -3,7 +3,7 @@
  *
  *   ks_set_root("/var/lib/keelstone");
  *   ks_domain_create("default", NULL, &domain);       the domain's databases, made if missing
- *   ks_domain_enrol(domain, 1);                       define variables as they come
+ *   ks_domain_enroll(domain, 1);                      define variables as they come
  *   ks_run_start(domain, &info, sizeof info, &run);   one parser run on one device
  *   ks_run_add_int64(run, "prefixes", "10.0.12.2", 12);
  *   ks_run_evaluate(run);
@@ -165,6 +165,9 @@ KS_API ks_status ks_domain_close(ks_domain* domain);
  * Whether runs started from here on define the variables that are not defined yet (1) or
  * reject them (0, at first). [any thread]
  */
+KS_API ks_status ks_domain_enroll(ks_domain* domain, int32_t on);
+
+/* ks_domain_enroll under its former spelling. [any thread] */
 KS_API ks_status ks_domain_enrol(ks_domain* domain, int32_t on);
 
 /* What is done to values before they are judged; zero is what a domain does at first. */
@@ -305,8 +308,8 @@ typedef struct ks_cell {
 typedef struct ks_table {
   const char* const* columns; /* distinct names */
   size_t column_count;
-  const ks_cell* cells; /* row after row, column_count cells each */
-  size_t row_count;
+  const ks_cell* cells;    /* row after row, column_count cells each */
+  size_t row_count;        /* 0 where there are no columns */
   const char* const* keys; /* the columns by which two tables are compared; null: all */
   size_t key_count;
   int32_t keep_order; /* 1: rows in another order make another table */

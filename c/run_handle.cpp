@@ -39,7 +39,7 @@ RunHandle::AlertTexts ReadAlert(const KSAlertData& alert) {
 
 RunHandle::RunHandle(ParsedRun run, const DomainHandle& domain)
     : run_(std::move(run)),
-      enrols_(domain.enrols.load()),
+      enrolls_(domain.enrolls.load()),
       stages_(domain.Stages()),
       judged_(domain.judged),
       reader_(run_.domain) {}
@@ -65,7 +65,7 @@ void RunHandle::Explain() {
   explains_ = true;
 }
 
-void RunHandle::Enrol(const Domain& domain) const {
+void RunHandle::Enroll(const Domain& domain) const {
   const auto missing = MissingDefinitions(run_, *domain.data);
   if (!missing.empty() && !domain.data->AddRuleDefinitions(missing)) {
     throw Failure(KS_ERROR_WRITE, "the variable rules of domain \"" + run_.domain +
@@ -80,7 +80,7 @@ void RunHandle::Evaluate() {
     throw Failure(KS_ERROR_DATABASE, "a database of domain \"" + run_.domain +
                                          "\" cannot be used; the log says which and why");
   }
-  if (enrols_) Enrol(domain);
+  if (enrolls_) Enroll(domain);
   // A look-up finds the oldest pending row of a variable: the values of the run before
   // would be missing in the history.
   DBWriteWrapper& cache = *DBWriteWrapper::Instance();

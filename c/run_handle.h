@@ -54,11 +54,11 @@ class RunHandle {
  private:
   friend class RunEntry;
   void RequireNotEvaluated() const;
-  void Enrol(const Domain& domain) const;
+  void Enroll(const Domain& domain) const;
 
   std::atomic<bool> busy_{false};
   ParsedRun run_;
-  const bool enrols_;
+  const bool enrolls_;
   const IntakeStages stages_;
   const std::shared_ptr<JudgedValues> judged_;
   RunLineReader reader_;

@@ -46,6 +46,10 @@ void AppendCell(std::string& json, const ks_cell& cell) {
 
 std::string TableVariableJson(std::string_view name, std::string_view interfaceValue,
                               const ks_table& table) {
+  // Rows without columns hold nothing to bound their number by.
+  if (table.column_count == 0 && table.row_count > 0) {
+    throw Failure(KS_ERROR_ARGUMENT, "rows without columns");
+  }
   if (table.column_count > 0) Required(table.columns, "columns");
   if (table.column_count > 0 && table.row_count > 0) Required(table.cells, "cells");
   std::string json = "{\"name\":";

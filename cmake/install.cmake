@@ -15,11 +15,12 @@ set(KEELSTONE_PUBLIC_HEADERS
   model/ksruledata.h model/ksruleenums.h model/kstabledatapoint.h
   model/textfeature.h model/textruledata.h model/value_counts.h
   calc/ksrulealgmgr.h calc/ksruleglobalsetting.h calc/rulecalculatealg.h calc/rulesettings.h
+  calc/setting_paths.h
   storage/ckscleaner.h storage/cksdboperatebase.h storage/dbwritewrapper.h storage/fs_ksdatasyncmanager.h
   storage/ksblocksettingsql.h
   storage/ksdatacachequeue.h storage/ksdatamanagersql.h storage/ksdomaindatamanager.h storage/ksglobalsettingsql.h
   storage/ksobjectrulesql.h storage/ksvariablerulesql.h
-  storage/domain_files.h storage/gone_sources.h
+  storage/domain_files.h storage/first_failure.h storage/gone_sources.h
   runs/domain.h runs/intake_stages.h runs/judged_values.h runs/raw_json.h runs/run_evaluation.h runs/run_line.h runs/table_value.h
   results/expectation.h results/explanation.h results/table_changes.h
   results/keelstoneupdateruledata.h diag/fsperformance.h diag/keelstonetestapi.h

@@ -21,6 +21,14 @@ constexpr const char* kListName = "block list";
 constexpr const char* kAddName = "block add";
 constexpr const char* kRemoveName = "block remove";
 
+constexpr const char* kGroupHelpEnd = R"(Examples:
+  keelstone block add --device r1 --from now --to "2026-11-21 10:30 +01:00"
+  keelstone block list
+  keelstone block remove 3
+
+`keelstone block COMMAND --help` says more about a command.
+)";
+
 constexpr const char* kListHelpEnd = R"(Examples:
   keelstone block list
   keelstone block list --format json | jq 'select(.active) | .devices[]'
@@ -31,13 +39,14 @@ not be written
 
 constexpr const char* kAddHelpEnd =
     R"(Nothing is learned of a device while one of its periods lasts; both ends belong to it.
-Times are seconds since the epoch, or local times with their zone. A running evaluation
-sees the period when it is started next.
+Times are seconds since the epoch, local times with their zone, or now. A running
+evaluation sees the period when it is started next.
 
 Examples:
   keelstone block add --device r1 r2 --from "2026-11-21 08:00 +01:00" --to "2026-11-21 10:30 +01:00"
   keelstone block add --device r3 --from 2026-11-21T08:00:00Z --to 2026-11-21T09:00:00Z
-  keelstone block add --device r4 --from 1700000000 --to 1700003600
+  keelstone block add --device r4 --from now --to "2026-11-21 10:30 +01:00"
+  keelstone block add --device r5 --from 1700000000 --to 1700003600
 
 Exit codes: 0 done; 2 usage, or the root or a database cannot be used; 3 not written
 )";
@@ -203,6 +212,7 @@ void AddBlockCommand(CLI::App& program, BlockOptions& options) {
   CLI::App& group =
       *program.add_subcommand("block", "Periods in which nothing is learned of devices");
   group.require_subcommand(1);
+  group.footer(kGroupHelpEnd);
   AddCommand(group, "list", "List the periods", options).footer(kListHelpEnd);
   CLI::App& add = AddCommand(group, "add", "Add a period", options);
   add.add_option("--device", options.devices, "Devices")->type_name("NAME…")->required();
@@ -224,7 +234,7 @@ int RunBlockList(const BlockOptions& options) {
     db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
     periods = ReadPeriods(db);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kListName, error.what(), kExitUnusable);
+    return Fail(kListName, FaultOf(error), kExitUnusable);
   }
   CommandOutput output(options.format);
   Print(periods, output);
@@ -243,7 +253,7 @@ int RunBlockAdd(const BlockOptions& options) {
     period.id = Insert(db, RowText(period));
     db.execDML("commit transaction;");
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kAddName, error.what(), kExitBrokenOff);
+    return Fail(kAddName, FaultOf(error), kExitBrokenOff);
   }
   CommandOutput output(options.format);
   Print({period}, output);
@@ -256,8 +266,7 @@ int RunBlockRemove(const BlockOptions& options) {
   std::vector<BlockPeriod> periods;
   try {
     CppSQLite3DB db;
-    db.open(DomainDatabase(kDbBlockSetting, options.common.domain),
-            options.dryRun ? CppSQLite3DB::Mode::kReadWrite : CppSQLite3DB::Mode::kReadWrite);
+    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
     if (!options.dryRun) db.execDML("begin immediate transaction;");
     periods = Choose(db, {options.ids.begin(), options.ids.end()}, fault);
     if (!fault.empty()) return Fail(kRemoveName, fault, kExitUnusable);
@@ -266,7 +275,7 @@ int RunBlockRemove(const BlockOptions& options) {
       db.execDML("commit transaction;");
     }
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kRemoveName, error.what(), kExitBrokenOff);
+    return Fail(kRemoveName, FaultOf(error), kExitBrokenOff);
   }
   CommandOutput output(options.format);
   if (output.isText()) output.Line(options.dryRun ? "would remove:" : "removed:");

@@ -13,6 +13,7 @@ struct CleanOptions {
   std::vector<std::string> keep;  // sources
   std::string keepFile;           // one source a line; "-" is standard input, empty: none
   bool dryRun = false;
+  bool yes = false;    // do not ask, however much goes
   std::string format;  // "json" or "text"; empty: by what standard output is
 };
 

@@ -8,7 +8,9 @@
 
 #include "host/console.h"
 #include "host/exit_codes.h"
+#include "platform/filesystem.h"
 #include "platform/text_escape.h"
+#include "storage/first_failure.h"
 
 namespace keelstone::host {
 
@@ -73,6 +75,16 @@ int CommandOutput::End(const std::string& command) {
   if (writer_.Flush()) return kExitDone;
   return Fail(command, std::string("standard output: ") + std::strerror(writer_.failure()),
               kExitBrokenOff);
+}
+
+std::string FaultOf(const CppSQLite3Exception& error) {
+  return (error.file().empty() ? "" : error.file() + ": ") + error.errorMessage();
+}
+
+std::string FirstFailureText() {
+  std::string first = FirstFailure();
+  if (!first.empty()) return first;
+  return VXFileSystem::GetSystemRootFolder() + "log/keelstone.log says why";
 }
 
 int Fail(const std::string& command, const std::string& why, int code) {

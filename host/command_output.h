@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/output_writer.h"
+#include "platform/cppsqlite3.h"
 #include "platform/json_value.h"
 
 namespace CLI {
@@ -41,6 +42,12 @@ class CommandOutput {
   OutputWriter writer_;
   std::vector<std::size_t> widths_;
 };
+
+/// "FILE: what was done: why it failed", of a failed call of SQLite.
+std::string FaultOf(const CppSQLite3Exception& error);
+
+/// What failed first in the databases; where that is not known, that the log says it.
+std::string FirstFailureText();
 
 /// Says why a command did not do its work, in printable text, and answers `code`.
 int Fail(const std::string& command, const std::string& why, int code);

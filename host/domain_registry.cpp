@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "calc/ksruleglobalsetting.h"
+#include "host/command_output.h"
 #include "platform/text_escape.h"
 #include "storage/domain_files.h"
 
@@ -109,7 +110,8 @@ bool DomainRegistry::DefineNoted() {
   for (Entry* entry : std::exchange(withNoted_, {})) {
     const auto noted = std::exchange(entry->noted, {});
     if (entry->domain.data->AddRuleDefinitions(noted)) continue;
-    defined = NoteFault(entry->domain.id, "its variable rules cannot be written");
+    defined =
+        NoteFault(entry->domain.id, "its variable rules cannot be written: " + FirstFailureText());
     Refuse(*entry);
   }
   return defined;

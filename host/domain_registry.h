@@ -17,7 +17,7 @@
 
 namespace keelstone::host {
 
-/// The domains that the input names, and the enrolment of what they do not define yet.
+/// The domains that the input names, and the enrollment of what they do not define yet.
 /// Used by the thread that reads the input; the domains live as long as the registry and
 /// are read by every thread.
 class DomainRegistry {

@@ -11,8 +11,8 @@
 #include <new>
 #include <thread>
 
+#include "host/command_output.h"
 #include "host/exit_codes.h"
-#include "platform/filesystem.h"
 #include "platform/logger.h"
 #include "platform/memory_faults.h"
 #include "platform/text_escape.h"
@@ -302,14 +302,14 @@ int EvaluateJob::Conclude(Broken broken) {
   const std::uint64_t failedWrites = GetFailedWriteCount();
   if (failedWrites > 0) {
     console_.Say("keelstone: " + std::to_string(failedWrites) +
-                 " writes to the databases have failed; " +
-                 Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why");
+                 " writes to the databases have failed, first " + Printable(FirstFailureText()));
   }
   const std::uint64_t failedReads = GetFailedReadCount();
   if (failedReads > 0) {
     console_.Say("keelstone: " + std::to_string(failedReads) +
-                 " reads of the databases have failed, what they concern was not evaluated; " +
-                 Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why");
+                 " reads of the databases have failed, what they concern was not evaluated; "
+                 "first " +
+                 Printable(FirstFailureText()));
   }
   const std::uint64_t lacking = unread_.count() + notEvaluated_.count();
   if (lacking > 0) {

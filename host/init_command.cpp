@@ -1,19 +1,16 @@
 #include "host/init_command.h"
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <limits>
-#include <system_error>
 #include <vector>
 
 #include "calc/ksruleglobalsetting.h"
-#include "host/console.h"
+#include "calc/setting_paths.h"
+#include "host/command_output.h"
 #include "host/exit_codes.h"
 #include "host/general_settings.h"
 #include "platform/cppsqlite3.h"
-#include "platform/filesystem.h"
 #include "platform/ini_reader.h"
-#include "platform/text_escape.h"
 #include "storage/domain_files.h"
 
 namespace keelstone::host {
@@ -28,19 +25,29 @@ tuning.json holds only what is to differ from the defaults, e.g.
   {"intRange": {"stdCoefficient": 4}}  // comments are allowed
 )";
 
-int Refuse(Console& console, const std::string& why) {
-  console.Say("keelstone init: " + Printable(why));
-  return kExitUnusable;
-}
+constexpr const char* kName = "init";
+
+int Refuse(const std::string& why) { return Fail(kName, why, kExitUnusable); }
 
 /// Says so when settings were asked for and others are there already.
-void WarnOfKeptSettings(Console& console, const InitOptions& options, const JsonValue& stored,
+void WarnOfKeptSettings(const InitOptions& options, const JsonValue& stored,
                         const JsonValue& wanted) {
   if (options.settingsFile.empty() || stored.isNull() || stored == wanted) return;
-  console.Say(
-      "keelstone init: the domain has general settings already; they are left as they "
-      "are and " +
-      Printable(options.settingsFile) + " is not applied");
+  Fail(kName,
+       "the domain has general settings already; they are left as they are and " +
+           options.settingsFile + " is not applied",
+       kExitDone);
+}
+
+/// Lays the file over the settings; what is wrong with it, or nothing.
+std::string LayFileOver(const std::string& file, JsonValue& settings) {
+  JsonValue overlay;
+  std::string fault = ReadJsonObjectFile(file, overlay);
+  if (!fault.empty()) return fault;
+  fault = AcceptGeneralSettings(overlay);
+  if (!fault.empty()) return file + ": " + fault;
+  LayOver(settings, overlay);
+  return {};
 }
 
 }  // namespace
@@ -63,31 +70,33 @@ void AddInitCommand(CLI::App& program, InitOptions& options) {
 }
 
 int RunInit(const InitOptions& options) {
-  Console console(false);
   JsonValue settings = DefaultGeneralSettings();
   if (!options.settingsFile.empty()) {
-    JsonValue overlay;
-    const std::string fault = ReadJsonObjectFile(options.settingsFile, overlay);
-    if (!fault.empty()) return Refuse(console, fault);
-    LayOver(settings, overlay);
+    const std::string fault = LayFileOver(options.settingsFile, settings);
+    if (!fault.empty()) return Refuse(fault);
   }
   try {
-    WarnOfKeptSettings(console, options, StoredGeneralSettings(options.common.domain), settings);
+    WarnOfKeptSettings(options, StoredGeneralSettings(options.common.domain), settings);
   } catch (const CppSQLite3Exception& error) {
-    return Refuse(console, error.file() + ": " + error.errorMessage());
+    return Refuse(FaultOf(error));
   }
   std::vector<DomainFileReport> reports;
   const std::string failure = MakeDomain(options.common.domain, settings, &reports);
+  CommandOutput output("text");
   for (const DomainFileReport& report : reports) {
-    std::cout << (report.changed ? "made " : "kept ") << Printable(report.file) << '\n';
+    output.Line((report.changed ? "made " : "kept ") + report.file);
   }
-  if (!failure.empty()) return Refuse(console, failure);
-  if (options.intervalTime && !IniReader::SetInt("Keelstone", "IntervalTime", *options.intervalTime,
-                                                 "fix_frontserver.ini")) {
-    return Refuse(console, "IntervalTime cannot be written to " +
-                               VXFileSystem::GetSystemRootFolder() + "conf/fix_frontserver.ini");
+  if (!failure.empty()) {
+    output.End(kName);
+    return Refuse(failure);
   }
-  return std::cout.flush() ? kExitDone : kExitBrokenOff;
+  if (std::string why;
+      options.intervalTime && !IniReader::SetInt("Keelstone", "IntervalTime", *options.intervalTime,
+                                                 "fix_frontserver.ini", &why)) {
+    output.End(kName);
+    return Refuse("IntervalTime cannot be written: " + why);
+  }
+  return output.End(kName);
 }
 
 }  // namespace keelstone::host

@@ -1,21 +1,16 @@
 #include "host/merge_command.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <array>
 #include <cstdint>
 #include <filesystem>
-#include <iostream>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
-#include "host/console.h"
+#include "host/command_output.h"
 #include "host/exit_codes.h"
-#include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
-#include "platform/text_escape.h"
 #include "storage/domain_files.h"
 #include "storage/fs_ksdatasyncmanager.h"
 
@@ -23,24 +18,23 @@ namespace keelstone::host {
 
 namespace {
 
+constexpr const char* kName = "merge";
+
 using Merge = bool (FSKSDataSyncManager::*)(const std::string&, const std::string&,
                                             const std::string&, bool);
 
 struct MergeType {
   const char* name;  // on the command line
-  const char* table;
   int dbType;
   Merge merge;
 };
 
 constexpr std::array<MergeType, 5> kTypes = {{
-    {"global-setting", "KSGlobalSetting", kDbGlobalSetting,
-     &FSKSDataSyncManager::MergeGlobalSetting},
-    {"variable-rule", "KSVariableRule", kDbVariableRule, &FSKSDataSyncManager::MergeVariableRule},
-    {"object-rule", "KSObjectRule", kDbObjectRule, &FSKSDataSyncManager::MergeObjectRule},
-    {"block-setting", "KSBlockSetting", kDbBlockSetting, &FSKSDataSyncManager::MergeBlockSetting},
-    {"interface-type", "KSInterfaceType", kDbInterfaceType,
-     &FSKSDataSyncManager::MergeInterfaceType},
+    {"global-setting", kDbGlobalSetting, &FSKSDataSyncManager::MergeGlobalSetting},
+    {"variable-rule", kDbVariableRule, &FSKSDataSyncManager::MergeVariableRule},
+    {"object-rule", kDbObjectRule, &FSKSDataSyncManager::MergeObjectRule},
+    {"block-setting", kDbBlockSetting, &FSKSDataSyncManager::MergeBlockSetting},
+    {"interface-type", kDbInterfaceType, &FSKSDataSyncManager::MergeInterfaceType},
 }};
 
 constexpr const char* kHelpEnd =
@@ -55,7 +49,7 @@ Examples:
   keelstone merge --type block-setting --format json ./KSBlockSetting.db
 
 Exit codes: 0 done; 2 usage, or the domain or the delivered file cannot be used, nothing
-changed; 3 the domain's database could not be written
+changed; 3 the domain's database or the output could not be written
 )";
 
 const MergeType& TypeNamed(std::string_view name) {
@@ -65,23 +59,18 @@ const MergeType& TypeNamed(std::string_view name) {
   return kTypes.front();  // the command line admits no other names
 }
 
-int Fail(const std::string& why, ExitCode code) {
-  Console(false).Say("keelstone merge: " + why);
-  return code;
-}
-
 /// Why the domain cannot take the database; empty when it can. A settings database that is
 /// damaged can be replaced.
-std::string DomainFault(const std::string& domainId, const MergeType& type) {
+std::string Fault(const std::string& domainId, const MergeType& type) {
   using Condition = DomainCheck::Condition;
   const DomainCheck check = CheckDomain(domainId, true);
-  const std::string name = "domain \"" + Printable(domainId) + "\"";
+  const std::string name = "domain \"" + domainId + "\"";
   if (check.condition == Condition::kAbsent) {
-    return name + " has no databases: " + Printable(check.detail) +
+    return name + " has no databases: " + check.detail +
            "; `keelstone init` with this domain makes them";
   }
   if (check.condition == Condition::kUnusable && type.dbType == kDbObjectRule) {
-    return name + " cannot be used: " + Printable(check.detail);
+    return name + " cannot be used: " + check.detail;
   }
   return {};
 }
@@ -95,40 +84,32 @@ std::string SourceFault(const std::string& from, const std::string& to, const Me
     return failure ? failure.message() : std::string("is no file");
   }
   if (std::filesystem::equivalent(from, to, failure)) return "is the domain's own database";
-  std::string fault = FSKSDataSyncManager::DeliveryFault(from, to, type.dbType);
-  if (!fault.empty()) return fault;
-  try {
-    CppSQLite3DB db;
-    db.open(from, CppSQLite3DB::Mode::kReadOnly);
-    CppSQLite3Statement count =
-        db.compileStatement(std::string("select count(*) from ") + type.table);
-    rows = count.execQuery().getInt64Field(0);
-  } catch (const CppSQLite3Exception& error) {
-    return error.errorMessage();
+  return FSKSDataSyncManager::DeliveryFault(from, to, type.dbType, &rows);
+}
+
+int Print(const MergeOptions& options, const std::string& to, std::int64_t rows) {
+  CommandOutput output(options.format);
+  if (output.isText()) {
+    output.Line("merged " + std::to_string(rows) + (rows == 1 ? " row of " : " rows of ") +
+                options.from + " into " + to);
+  } else {
+    JsonValue answer(JsonType::Object);
+    answer["domain"] = options.common.domain;
+    answer["type"] = options.type;
+    answer["from"] = options.from;
+    answer["to"] = to;
+    answer["rows"] = rows;
+    output.Json(answer);
   }
-  return {};
-}
-
-std::string ResultText(const MergeOptions& options, const std::string& to, std::int64_t rows) {
-  return "merged " + std::to_string(rows) + (rows == 1 ? " row of " : " rows of ") +
-         Printable(options.from) + " into " + Printable(to) + "\n";
-}
-
-std::string ResultJson(const MergeOptions& options, const std::string& to, std::int64_t rows) {
-  std::string out = "{\"domain\":";
-  AppendJsonString(out, options.common.domain);
-  out += ",\"type\":\"" + options.type + "\",\"from\":";
-  AppendJsonString(out, options.from);
-  out += ",\"to\":";
-  AppendJsonString(out, to);
-  return out + ",\"rows\":" + std::to_string(rows) + "}\n";
+  const int code = output.End(kName);
+  return code == kExitDone ? code : Fail(kName, "the rows were merged all the same", code);
 }
 
 }  // namespace
 
 void AddMergeCommand(CLI::App& program, MergeOptions& options) {
   CLI::App& command = *program.add_subcommand(
-      "merge", "Take a delivered database over into the domain's own of the same type");
+      kName, "Take a delivered database over into the domain's own of the same type");
   AddCommonOptions(command, options.common);
   std::vector<std::string> names;
   for (const MergeType& type : kTypes) names.emplace_back(type.name);
@@ -136,34 +117,28 @@ void AddMergeCommand(CLI::App& program, MergeOptions& options) {
       ->required()
       ->check(CLI::IsMember(names));
   command.add_option("FROM", options.from, "The delivered database")->required();
-  command
-      .add_option("--format", options.format,
-                  "How to say what was done (default: text on a terminal, else json)")
-      ->check(CLI::IsMember({"json", "text"}));
+  AddFormatOption(command, options.format);
   command.footer(kHelpEnd);
 }
 
 int RunMerge(const MergeOptions& options) {
   const MergeType& type = TypeNamed(options.type);
   const std::string& domainId = options.common.domain;
-  if (const std::string fault = DomainFault(domainId, type); !fault.empty()) {
-    return Fail(fault, kExitUnusable);
+  if (const std::string fault = Fault(domainId, type); !fault.empty()) {
+    return Fail(kName, fault, kExitUnusable);
   }
   const std::string to = DomainDatabase(type.dbType, domainId);
   std::int64_t rows = 0;
   if (const std::string fault = SourceFault(options.from, to, type, rows); !fault.empty()) {
-    return Fail(Printable(options.from) + ": " + Printable(fault), kExitUnusable);
+    return Fail(kName, options.from + ": " + fault, kExitUnusable);
   }
   // Nothing of the domain is loaded in this process, so there is nothing to read anew.
   if (!(FSKSDataSyncManager::Instance()->*type.merge)(options.from, to, domainId, false)) {
-    return Fail("taking " + Printable(options.from) + " over into " + Printable(to) + " failed; " +
-                    Printable(VXFileSystem::GetSystemRootFolder()) + "log/keelstone.log says why",
+    return Fail(kName,
+                "taking " + options.from + " over into " + to + " failed: " + FirstFailureText(),
                 kExitBrokenOff);
   }
-  const bool isText =
-      options.format.empty() ? ::isatty(STDOUT_FILENO) == 1 : options.format == "text";
-  std::cout << (isText ? ResultText(options, to, rows) : ResultJson(options, to, rows));
-  return std::cout.flush() ? kExitDone : kExitBrokenOff;
+  return Print(options, to, rows);
 }
 
 }  // namespace keelstone::host

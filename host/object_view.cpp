@@ -6,7 +6,8 @@
 #include <utility>
 
 #include "calc/ksrulealgmgr.h"
-#include "host/setting_paths.h"
+#include "calc/setting_paths.h"
+#include "host/known_variable.h"
 #include "host/time_text.h"
 #include "platform/clock.h"
 #include "platform/ini_reader.h"
@@ -71,23 +72,19 @@ std::vector<ShownSetting> SettingsOf(EnumRuleType type, const JsonValue& stored)
   return settings;
 }
 
-EnumKSDataType TypeOfHistory(const std::string& text) {
-  for (int type = KSDataInt64; type <= KSDataTable && !text.empty(); ++type) {
-    const auto dataType = static_cast<EnumKSDataType>(type);
-    if (MakeHistory(dataType)->FromString(text)) return dataType;
+/// What definition, type code and parameter say where no history does.
+EnumKSDataType TypeWithoutHistory(const DomainView& domain, const StoredObject& stored,
+                                  const JsonValue& parameter) {
+  RuleDefinitionData definition;
+  const bool isDefined =
+      domain.data->GetRuleDefinitionData(definition, stored.key[4], stored.key[2], "",
+                                         kVariableSourceParser) < 0;
+  for (const int code : {stored.variableType, isDefined ? definition.variableType : 0}) {
+    if (const EnumKSDataType type = TypeOfCode(code); type != KSDataUnknown) return type;
   }
-  return KSDataUnknown;
-}
-
-/// What the rule's kind and the parser's type code say where no history does.
-EnumKSDataType TypeOfRule(const StoredObject& stored) {
-  if (stored.ruleType == kTableMd5) return KSDataTable;
-  if (stored.ruleType >= kStrEqual && stored.ruleType <= kStrRegex) return KSDataString;
-  if (stored.ruleType < 0 || stored.ruleType >= kRuleTypeCount) return KSDataUnknown;
-  constexpr int kInt64Code = 1;
-  constexpr int kFloatCode = 25;
-  if (stored.variableType == kInt64Code) return KSDataInt64;
-  return stored.variableType == kFloatCode ? KSDataFloat : KSDataDouble;
+  const bool isRule = stored.ruleType >= 0 && stored.ruleType < kRuleTypeCount;
+  return isRule ? TypeOfParameter(static_cast<EnumRuleType>(stored.ruleType), parameter)
+                : KSDataUnknown;
 }
 
 template <class Point>
@@ -209,15 +206,21 @@ ObjectView ViewObject(const DomainView& domain, const StoredObject& stored) {
   view.parameter = stored.parameter;
   view.dataType = TypeOfHistory(stored.history);
   view.isHistoryRead = stored.history.empty() || view.dataType != KSDataUnknown;
-  if (view.dataType == KSDataUnknown) view.dataType = TypeOfRule(stored);
+  JsonValue parameter;
+  if (!JsonReader::Parse(stored.parameter, parameter)) parameter = JsonValue();
+  if (view.dataType == KSDataUnknown) {
+    view.dataType = TypeWithoutHistory(domain, stored, parameter);
+  }
 
   const std::string& history = view.isHistoryRead ? stored.history : std::string();
   std::shared_ptr<IRuleBase> rule;
   if (stored.hasRule) rule = MakeRule(domain.id, stored, view.dataType, history);
   if (rule) {
     const bool isTrend = view.ruleType == kIntConstant || view.ruleType == kIntIncrease;
+    // The rule reads whole numbers as real ones where its values are.
+    const bool isWhole = TypeOfParameter(view.ruleType, parameter) == KSDataInt64;
     view.expected = KSExpectation::Of(
-        view.ruleType, isTrend ? stored.parameter : rule->GetRuleParam(), view.dataType);
+        view.ruleType, isTrend || isWhole ? stored.parameter : rule->GetRuleParam(), view.dataType);
     TakeHistory(rule->GetHistoryData().get(), rule.get(), view);
     FindReference(view);
   } else {

@@ -65,10 +65,10 @@ std::string DomainOfFolder(std::string_view name) {
   return id;
 }
 
-/// All domains of the root that have databases, in order.
-std::vector<std::string> DomainsOfRoot() {
+/// All domains of the root that have databases, in order; the text says why they cannot be
+/// listed. A folder that is not there holds none.
+std::string DomainsOfRoot(std::vector<std::string>& domains) {
   const std::filesystem::path folder = std::filesystem::path(DomainFolder("any")).parent_path();
-  std::vector<std::string> domains;
   std::error_code failure;
   for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
        entry.increment(failure)) {
@@ -77,8 +77,11 @@ std::vector<std::string> DomainsOfRoot() {
     if (DomainFolderName(id) != name) continue;
     if (CheckDomain(id, false).condition != DomainCheck::Condition::kAbsent) domains.push_back(id);
   }
+  if (failure && failure != std::errc::no_such_file_or_directory) {
+    return folder.string() + ": " + failure.message();
+  }
   std::sort(domains.begin(), domains.end());
-  return domains;
+  return {};
 }
 
 /// Adds the chosen variables of all domains, and then those that only the results know; ends
@@ -127,7 +130,7 @@ int WritePage(const ReportOptions& options, const std::vector<std::string>& doma
   try {
     selection.Choose(domains, findings, stop);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, error.what(), kExitUnusable);
+    return Fail(kName, FaultOf(error), kExitUnusable);
   }
   if (findings.isCrowded()) {
     findings.Restart(selection.chosen());
@@ -145,7 +148,7 @@ int WritePage(const ReportOptions& options, const std::vector<std::string>& doma
   try {
     AddVariables(domains, findings, selection, stop, page);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, error.what(), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
+    return Fail(kName, FaultOf(error), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
   }
   if (stop.Requested()) return Fail(kName, "stopped; no page is written", kExitBrokenOff);
   page.End();
@@ -187,7 +190,11 @@ int RunReport(const ReportOptions& options) {
   StopRequest stop;
   const SignalWatch watch(stop, [](int) {});
   std::vector<std::string> domains = {options.common.domain};
-  if (options.allDomains) domains = DomainsOfRoot();
+  if (options.allDomains) {
+    domains.clear();
+    const std::string fault = DomainsOfRoot(domains);
+    if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
+  }
   if (domains.empty()) {
     return Fail(kName,
                 "there is no domain in the root folder " + VXFileSystem::GetSystemRootFolder() +

@@ -3,10 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "engine/ksrulerecords.h"
 #include "host/command_output.h"
 #include "host/exit_codes.h"
+#include "host/known_variable.h"
 #include "host/rule_parameter.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
@@ -21,10 +23,19 @@ namespace {
 constexpr const char* kSetName = "rule set";
 constexpr const char* kUnsetName = "rule unset";
 
+constexpr const char* kGroupHelpEnd = R"(Examples:
+  keelstone rule set --device r1 --source system --variable cpu --type intLEQ \
+      --parameter '{"ruleParam":80}'
+  keelstone rule unset --device r1 --source system --variable cpu
+
+`keelstone rule COMMAND --help` says more about a command.
+)";
+
 constexpr const char* kSetHelpEnd =
     R"(The rule is fixed: it is judged from the next run on and never learned again. A history
-that is stored stays. What kind of number or text the variable holds is taken over from
-its first value.
+that is stored stays; one of whole numbers becomes one of real numbers where the variable
+holds those now, and so does the parameter. A rule, a parameter or a history that does not
+suit the variable's values is refused.
 
 Types: strEqual and strRegex take {"ruleParam":"TEXT"}; strNoEqual and strEnum
 {"ruleParam":["TEXT",…]}; intEqual, intLEQ and intGEQ {"ruleParam":NUMBER}; intNoEqual and
@@ -86,11 +97,13 @@ void RequireWritable(int dbType, const std::string& domainId) {
   db.execDML("rollback transaction;");
 }
 
-bool IsStored(int dbType, const char* table, const RuleOptions& options) {
+/// A column of the variable's row; nothing when there is no row.
+std::optional<std::string> Stored(int dbType, const char* table, const char* column,
+                                  const RuleOptions& options) {
   CppSQLite3DB db;
   db.open(DomainDatabase(dbType, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
   CppSQLite3Statement select = db.compileStatement(
-      std::string("select 1 from ") + table +
+      std::string("select ") + column + " from " + table +
       " where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "
       "variableName = ? and variableSourceType = 2");
   int parameter = 1;
@@ -98,7 +111,13 @@ bool IsStored(int dbType, const char* table, const RuleOptions& options) {
        {&options.device, &options.interface, &options.source, &options.param, &options.variable}) {
     select.bind(parameter++, std::string_view(*part));
   }
-  return !select.execQuery().eof();
+  const CppSQLite3Query row = select.execQuery();
+  if (row.eof()) return std::nullopt;
+  return std::string(row.getStringField(0));
+}
+
+std::optional<std::string> StoredHistory(const RuleOptions& options) {
+  return Stored(kDbObjectHistory, "KSObjectHistory", "HistoryData", options);
 }
 
 /// Does `change` on the domain's rules; why it failed, or nothing.
@@ -108,15 +127,14 @@ std::string TryChange(const RuleOptions& options, const Change& change) {
     RequireWritable(kDbObjectRule, options.common.domain);
     RequireWritable(kDbObjectHistory, options.common.domain);
   } catch (const CppSQLite3Exception& error) {
-    return error.what();
+    return FaultOf(error);
   }
   KSDataManagerSql manager;
   manager.Init(options.common.domain);
   const std::uint64_t failedBefore = GetFailedWriteCount();
   change(manager);
   if (GetFailedWriteCount() == failedBefore) return {};
-  return "the database refused it; " + VXFileSystem::GetSystemRootFolder() +
-         "log/keelstone.log says why";
+  return FirstFailureText();
 }
 
 /// Reads type and parameter; why they are no rule, or nothing.
@@ -132,6 +150,29 @@ std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& 
   }
   const std::string fault = ParameterFault(type, parameter);
   return fault.empty() ? fault : "--parameter of " + options.type + ": " + fault;
+}
+
+/// The rule as it is stored, its parameter and the history made those of the variable's
+/// values; why they cannot be, or nothing.
+std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonValue& parameter,
+                           RuleDefinitionData& definition, bool& isDefined) {
+  KSDataManagerSql manager;
+  manager.Init(options.common.domain);
+  RuleDefinitionData defined;
+  isDefined = manager.GetRuleDefinitionData(defined, options.variable, options.source, "",
+                                            kVariableSourceParser) < 0;
+  KnownVariable variable;
+  if (isDefined) variable.defined = TypeOfCode(defined.variableType);
+  variable.history = StoredHistory(options).value_or("");
+  bool isConverted = false;
+  std::string fault = variable.Fit(type, parameter, isConverted);
+  if (!fault.empty()) return fault;
+  definition =
+      RuleDefinitionData(static_cast<int>(type), kVariableSourceParser, parameter.toString(),
+                         options.source, options.variable, 0, options.param);
+  definition.ruleGenerateType = kRulePrescribed;
+  if (isConverted) definition.history = std::move(variable.history);
+  return {};
 }
 
 CLI::App& AddCommand(CLI::App& group, const char* name, const char* what, RuleOptions& options) {
@@ -155,6 +196,7 @@ CLI::App& AddCommand(CLI::App& group, const char* name, const char* what, RuleOp
 void AddRuleCommand(CLI::App& program, RuleOptions& options) {
   CLI::App& group = *program.add_subcommand("rule", "Prescribe or drop the rule of one variable");
   group.require_subcommand(1);
+  group.footer(kGroupHelpEnd);
   CLI::App& set = AddCommand(group, "set", "Prescribe a fixed rule", options);
   set.add_option("--type", options.type, "Kind of the rule, such as intLEQ")
       ->type_name("TYPE")
@@ -175,20 +217,21 @@ int RunRuleSet(const RuleOptions& options) {
   if (const std::string fault = DomainFault(options.common.domain, true); !fault.empty()) {
     return Fail(kSetName, fault, kExitUnusable);
   }
-  const auto definition = std::make_shared<RuleDefinitionData>(
-      static_cast<int>(type), kVariableSourceParser, parameter.toString(), options.source,
-      options.variable, 0, options.param);
-  definition->ruleGenerateType = kRulePrescribed;
+  const auto definition = std::make_shared<RuleDefinitionData>();
+  bool isDefined = false;
+  try {
+    const std::string fault = MakeDefinition(options, type, parameter, *definition, isDefined);
+    if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
+  } catch (const CppSQLite3Exception& error) {
+    return Fail(kSetName, FaultOf(error), kExitUnusable);
+  }
   const ObjectDefine object = ObjectOf(options);
-  bool isWatched = false;
   const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
-    isWatched =
-        manager.IsExistRuleDefinition(options.variable, options.source, kVariableSourceParser);
     manager.SetRuleAlgParam({{options.variable, definition}}, &object, options.source,
                             options.param, kVariableSourceParser);
   });
   if (!failure.empty()) return Fail(kSetName, failure, kExitBrokenOff);
-  if (!isWatched) {
+  if (!isDefined) {
     Fail(kSetName,
          "note: no variable \"" + options.variable + "\" of source \"" + options.source +
              "\" is defined yet; `keelstone evaluate --enroll` does so",
@@ -214,10 +257,10 @@ int RunRuleUnset(const RuleOptions& options) {
   bool hasRule = false;
   bool hasHistory = false;
   try {
-    hasRule = IsStored(kDbObjectRule, "KSObjectRule", options);
-    hasHistory = IsStored(kDbObjectHistory, "KSObjectHistory", options);
+    hasRule = Stored(kDbObjectRule, "KSObjectRule", "ruleTypeId", options).has_value();
+    hasHistory = StoredHistory(options).has_value();
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kUnsetName, error.what(), kExitUnusable);
+    return Fail(kUnsetName, FaultOf(error), kExitUnusable);
   }
   if (!options.dryRun && (hasRule || hasHistory)) {
     const ObjectDefine object = ObjectOf(options);

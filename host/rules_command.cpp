@@ -99,7 +99,7 @@ int RunRules(const RulesOptions& options) {
     }
   } catch (const CppSQLite3Exception& error) {
     const int written = output.End(kName);
-    return Fail(kName, error.what(),
+    return Fail(kName, FaultOf(error),
                 isFirst && written == kExitDone ? kExitUnusable : kExitBrokenOff);
   }
   return output.End(kName);

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "calc/ksruleglobalsetting.h"
+#include "calc/setting_paths.h"
 #include "host/command_output.h"
 #include "host/exit_codes.h"
-#include "host/setting_paths.h"
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
 #include "platform/json_reader.h"
@@ -20,6 +20,13 @@ namespace {
 
 constexpr const char* kGetName = "settings get";
 constexpr const char* kSetName = "settings set";
+
+constexpr const char* kGroupHelpEnd = R"(Examples:
+  keelstone settings get intRange --format text
+  keelstone settings set intRange.stdCoefficient 4
+
+`keelstone settings COMMAND --help` says more about a command.
+)";
 
 constexpr const char* kGetHelpEnd =
     R"(PATH is the name of a row, a path into the general settings, or the beginning of such
@@ -101,16 +108,6 @@ bool Put(JsonValue& row, const SettingPath& setting, const JsonValue& value) {
   return true;
 }
 
-std::string NoSuch(const std::string& path, const std::vector<SettingPath>& all) {
-  std::string text = "there is no setting \"" + path + "\"";
-  bool isFirst = true;
-  for (const std::string& near : NearPaths(path, all)) {
-    text.append(isFirst ? "; there is " : ", ").append(near);
-    isFirst = false;
-  }
-  return isFirst ? text + "; `keelstone settings get` shows all" : text;
-}
-
 void Print(const std::string& path, const JsonValue& value, CommandOutput& output) {
   if (output.isText()) {
     output.Line(path + " = " + value.toString());
@@ -159,13 +156,13 @@ std::string ReadSetting(const SettingsOptions& options, SettingPath& setting, Js
     setting = known;
     isKnown = true;
   }
-  if (!isKnown) return NoSuch(options.path, all);
+  if (!isKnown) return NoSuchSetting(options.path);
   JsonParseError error;
   const JsonReadOptions reading{.allowComments = false, .requireUtf8 = true};
   if (!JsonReader::Parse(options.value, value, &error, reading)) {
     return "the value is not JSON: " + error.message + " at byte " + std::to_string(error.offset);
   }
-  const std::string demand = setting.accept(value);
+  const std::string demand = setting.Accept(value);
   return demand.empty() ? demand : options.path + " must be " + demand;
 }
 
@@ -174,6 +171,7 @@ std::string ReadSetting(const SettingsOptions& options, SettingPath& setting, Js
 void AddSettingsCommand(CLI::App& program, SettingsOptions& options) {
   CLI::App& group = *program.add_subcommand("settings", "The global settings of a domain");
   group.require_subcommand(1);
+  group.footer(kGroupHelpEnd);
   CLI::App& get = *group.add_subcommand("get", "Show settings");
   AddCommonOptions(get, options.common);
   AddFormatOption(get, options.format);
@@ -190,7 +188,7 @@ void AddSettingsCommand(CLI::App& program, SettingsOptions& options) {
 int RunSettingsGet(const SettingsOptions& options) {
   const std::vector<SettingPath> all = SettingPaths();
   const std::vector<SettingPath> chosen = Choose(options.path, all);
-  if (chosen.empty()) return Fail(kGetName, NoSuch(options.path, all), kExitUnusable);
+  if (chosen.empty()) return Fail(kGetName, NoSuchSetting(options.path), kExitUnusable);
   const std::string fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kGetName, fault, kExitUnusable);
   CommandOutput output(options.format);
@@ -208,7 +206,7 @@ int RunSettingsGet(const SettingsOptions& options) {
       }
     }
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kGetName, error.what(), kExitUnusable);
+    return Fail(kGetName, FaultOf(error), kExitUnusable);
   }
   return output.End(kGetName);
 }
@@ -225,7 +223,7 @@ int RunSettingsSet(const SettingsOptions& options) {
             CppSQLite3DB::Mode::kReadWrite);
     fault = Change(db, setting, value);
   } catch (const CppSQLite3Exception& error) {
-    return Fail(kSetName, error.what(), kExitBrokenOff);
+    return Fail(kSetName, FaultOf(error), kExitBrokenOff);
   }
   if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
   CommandOutput output(options.format);

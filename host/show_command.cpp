@@ -191,7 +191,7 @@ int RunShow(const ShowOptions& options) {
     }
   } catch (const CppSQLite3Exception& error) {
     const int written = output.End(kName);
-    return Fail(kName, error.what(),
+    return Fail(kName, FaultOf(error),
                 isFirst && written == kExitDone ? kExitUnusable : kExitBrokenOff);
   }
   if (isFirst) {

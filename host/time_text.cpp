@@ -5,6 +5,8 @@
 #include <chrono>
 #include <ctime>
 
+#include "platform/clock.h"
+
 namespace keelstone::host {
 
 namespace {
@@ -43,7 +45,8 @@ std::optional<std::int64_t> ReadDay(Scanner& scanner, std::string& fault) {
   int day = 0;
   if (!scanner.Read(4, year) || !scanner.Skip('-') || !scanner.Read(2, month) ||
       !scanner.Skip('-') || !scanner.Read(2, day)) {
-    fault = "is neither seconds since the epoch nor a time such as \"2026-11-21 08:00 +01:00\"";
+    fault =
+        "is neither now nor seconds since the epoch nor a time such as \"2026-11-21 08:00 +01:00\"";
     return std::nullopt;
   }
   const std::chrono::year_month_day date{std::chrono::year(year),
@@ -101,6 +104,7 @@ std::optional<std::int64_t> ReadZone(Scanner& scanner, std::string& fault) {
 }  // namespace
 
 std::optional<std::int64_t> ParseTime(std::string_view text, std::string& fault) {
+  if (text == "now") return Clock::NowSeconds();
   std::int64_t seconds = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, seconds);

@@ -8,9 +8,9 @@
 
 namespace keelstone::host {
 
-/// Reads a time: seconds since the epoch, or a local time with its zone
-/// ("2026-11-21 08:00 +01:00", "2026-11-21T08:00:00Z"). Nothing when it is neither;
-/// `fault` then says what is wrong.
+/// Reads a time: seconds since the epoch, a local time with its zone
+/// ("2026-11-21 08:00 +01:00", "2026-11-21T08:00:00Z"), or "now". Nothing when it is none of
+/// them; `fault` then says what is wrong.
 std::optional<std::int64_t> ParseTime(std::string_view text, std::string& fault);
 
 /// "2026-11-21T07:00:00Z"; the number itself where no calendar reaches.

@@ -194,10 +194,11 @@ int IniReader::GetInt(const std::string& section, const std::string& key, int ot
 }
 
 bool IniReader::SetInt(const std::string& section, const std::string& key, int value,
-                       const std::string& file) {
+                       const std::string& file, std::string* why) {
   const std::string path = BehindLinks(PathOf(file));
   const std::string fault = Set(path, section, key, value);
   if (fault.empty()) return true;
+  if (why != nullptr) *why = path + ": " + fault;
   KS_LOG("FS_Keelstone", "IniReader::SetInt", "ini_reader", kLogError, "%s cannot be written: %s",
          path.c_str(), fault.c_str());
   return false;

@@ -21,9 +21,9 @@ class KEELSTONE_EXPORT IniReader {
                     const std::string& file);
   /// Writes one value, keeping every other line as it is; the file and its folder are
   /// made when they are missing. The new file takes the old one's place whole. False when
-  /// it cannot be written (the log says why).
+  /// it cannot be written (the log says why, and `why`).
   [[nodiscard]] static bool SetInt(const std::string& section, const std::string& key, int value,
-                                   const std::string& file);
+                                   const std::string& file, std::string* why = nullptr);
 };
 
 }  // namespace keelstone

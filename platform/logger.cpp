@@ -11,6 +11,7 @@
 
 #include "platform/log_file.h"
 #include "platform/mutex.h"
+#include "platform/text_escape.h"
 
 namespace keelstone {
 
@@ -55,27 +56,32 @@ __attribute__((format(printf, 2, 0))) void AppendPrintf(std::string& text, const
   va_end(again);
 }
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+bool IsPlain(char c) { return c >= 0x20 && c < 0x7F; }
 
-/// `text` with its control characters escaped.
+/// `text` with what could end its line, or show it in another order, escaped.
 std::string Escaped(std::string_view text) {
-  if (std::none_of(text.begin(), text.end(), IsControl)) return std::string(text);
+  if (std::all_of(text.begin(), text.end(), IsPlain)) return std::string(text);
   constexpr char kHex[] = "0123456789ABCDEF";
   std::string escaped;
   escaped.reserve(text.size() + 16);
-  for (const char c : text) {
-    if (!IsControl(c)) {
-      escaped += c;
-    } else if (c == '\n') {
+  while (!text.empty()) {
+    const std::size_t unsafe = UnsafeLength(text);
+    const std::size_t length = std::max<std::size_t>(unsafe, 1);
+    if (unsafe == 0) {
+      escaped += text[0];
+    } else if (text[0] == '\n') {
       escaped += "\\n";
-    } else if (c == '\t') {
+    } else if (text[0] == '\t') {
       escaped += "\\t";
-    } else if (c == '\r') {
+    } else if (text[0] == '\r') {
       escaped += "\\r";
     } else {
-      const auto byte = static_cast<unsigned char>(c);
-      escaped += {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]};
+      for (const char c : text.substr(0, length)) {
+        const auto byte = static_cast<unsigned char>(c);
+        escaped += {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]};
+      }
     }
+    text.remove_prefix(length);
   }
   return escaped;
 }

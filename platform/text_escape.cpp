@@ -67,6 +67,11 @@ bool IsUnsafe(std::uint32_t code) noexcept {
 
 }  // namespace
 
+std::size_t UnsafeLength(std::string_view bytes) noexcept {
+  const Character character = bytes.empty() ? Character{} : FirstCharacter(bytes);
+  return character.length != 0 && IsUnsafe(character.code) ? character.length : 0;
+}
+
 void AppendJsonString(std::string& out, std::string_view bytes) {
   out.push_back('"');
   std::size_t plain = 0;  // start of what is not yet appended

@@ -160,7 +160,7 @@ class Domain {
 
   // The handle itself refuses every call once it is closed.
   void Close() { Check(ks_domain_close(handle_)); }
-  void Enrol(bool on) { Check(ks_domain_enrol(handle_, on ? 1 : 0)); }
+  void Enroll(bool on) { Check(ks_domain_enroll(handle_, on ? 1 : 0)); }
   void Configure(bool judgeRepeated, bool allowDuplicates, std::int64_t maxAhead) {
     ks_domain_config config = {};
     config.judge_repeated = judgeRepeated ? 1 : 0;
@@ -273,7 +273,7 @@ PYBIND11_MODULE(_native, module) {
       .def_static("open", &Domain::Open, py::arg("id"), py::arg("create"),
                   py::arg("settings").none(true))
       .def("close", &Domain::Close)
-      .def("enrol", &Domain::Enrol)
+      .def("enroll", &Domain::Enroll)
       .def("configure", &Domain::Configure)
       .def("define", &Domain::Define)
       .def("flush", &Domain::Flush)

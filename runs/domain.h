@@ -28,7 +28,7 @@ struct KEELSTONE_EXPORT Domain {
   static Domain Of(const std::string& id);
 };
 
-/// The definition that enrols a variable of a source: enabled, without a rule yet, of the
+/// The definition that enrolls a variable of a source: enabled, without a rule yet, of the
 /// type code that the variable has.
 KEELSTONE_EXPORT RuleDefinitionData NewDefinition(const std::string& source,
                                                   const VarInfo& variable);

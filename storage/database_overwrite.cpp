@@ -12,6 +12,7 @@
 #include <boost/filesystem/path.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -251,6 +252,60 @@ void RequireSound(CppSQLite3DB& source) {
   if (fault != "ok") throw DeliveryError("it is damaged: " + std::string(fault));
 }
 
+/// A folder for a copy that only its reader sees; removed with the scope.
+class PrivateFolder {
+ public:
+  PrivateFolder() : path_((fs::temp_directory_path() / "keelstone-XXXXXX").string()) {
+    if (::mkdtemp(path_.data()) == nullptr) FailWith(path_, errno);
+  }
+  ~PrivateFolder() {
+    boost::system::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  PrivateFolder(const PrivateFolder&) = delete;
+  PrivateFolder& operator=(const PrivateFolder&) = delete;
+  std::string Place(const char* name) const { return path_ + '/' + name; }
+
+ private:
+  std::string path_;
+};
+
+/// Whether the header says that the file is in write-ahead mode.
+bool IsInWalMode(const std::string& file) {
+  const Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  constexpr std::size_t kVersionsAt = 18;  // of the formats for writing and for reading
+  char header[kVersionsAt + 2] = {};
+  return opened.get() >= 0 &&
+         ::pread(opened.get(), header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) &&
+         std::string_view(header, 15) == "SQLite format 3" && header[kVersionsAt + 1] == 2;
+}
+
+void CopyFile(const std::string& from, const std::string& to) {
+  boost::system::error_code error;
+  fs::copy_file(from, to, error);
+  if (error) throw DeliveryError("its copy " + to + ": " + error.message());
+}
+
+/// Opens the file for reading. SQLite would make two files beside one in write-ahead mode,
+/// or fail where it may not: unless somebody has it open (then they are there), a copy is
+/// taken out of that mode and read, which lives as long as it is open.
+void OpenLeavingNothing(CppSQLite3DB& source, const std::string& from) {
+  boost::system::error_code ignored;
+  if (!IsInWalMode(from) || fs::exists(from + "-shm", ignored)) {
+    source.open(from, CppSQLite3DB::Mode::kReadOnly);
+    return;
+  }
+  const PrivateFolder folder;
+  const std::string copy = folder.Place("delivered.db");
+  CopyFile(from, copy);
+  if (fs::exists(from + "-wal", ignored)) CopyFile(from + "-wal", copy + "-wal");
+  fs::permissions(copy, fs::add_perms | fs::owner_read | fs::owner_write, ignored);
+  source.open(copy, CppSQLite3DB::Mode::kReadWrite);
+  source.compileStatement("pragma journal_mode=delete").execQuery();
+  source.open(copy, CppSQLite3DB::Mode::kReadOnly);
+  source.compileStatement("select 1 from sqlite_master").execQuery();
+}
+
 }  // namespace
 
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,
@@ -259,7 +314,7 @@ void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::str
   if (to.empty()) throw DeliveryError("there is no destination");
   boost::system::error_code error;
   if (fs::equivalent(from, to, error)) throw DeliveryError("both are one file");
-  source.open(from, CppSQLite3DB::Mode::kReadOnly);
+  OpenLeavingNothing(source, from);
   source.requireKnownSchema();
   const WithoutFunctions whileTheSchemaIsRead(source);
   RequireTable(source, expected);

@@ -9,6 +9,7 @@
 
 #include "platform/ini_reader.h"
 #include "platform/logger.h"
+#include "storage/first_failure.h"
 #include "storage/ksdomaindatamanager.h"
 #include "storage/pending_rows.h"
 #include "storage/table_frame.h"
@@ -54,6 +55,7 @@ void RunStep(const Step& step) noexcept {
     step();
   } catch (const std::exception& error) {
     CountFailedWrite();
+    NoteFailure({}, kFlushFunction, error.what());
     KS_LOG(kModule, kFlushFunction, kSource, kLogError, "c++ exception in rw:%s.", error.what());
   } catch (...) {
     CountFailedWrite();

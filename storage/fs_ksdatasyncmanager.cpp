@@ -17,6 +17,7 @@
 #include "storage/database_overwrite.h"
 #include "storage/dbwritewrapper.h"
 #include "storage/deferred_log.h"
+#include "storage/first_failure.h"
 #include "storage/ksdomaindatamanager.h"
 #include "storage/object_rule_tables.h"
 #include "storage/unit_changes.h"
@@ -170,6 +171,7 @@ bool Guarded(const char* module, const char* function, const Step& step) {
   try {
     if (step()) return true;
   } catch (const std::exception& error) {
+    NoteFailure({}, function, error.what());
     KS_LOG(module, function, kSource, kLogError, "c++ exception in rw:%s.", error.what());
   } catch (...) {
     KS_LOG(module, function, kSource, kLogError, "unkown error.");
@@ -231,10 +233,15 @@ bool FSKSDataSyncManager::MergeObjectRule(const std::string& from, const std::st
 }
 
 std::string FSKSDataSyncManager::DeliveryFault(const std::string& from, const std::string& to,
-                                               int dbType) {
+                                               int dbType, std::int64_t* rows) {
   try {
     CppSQLite3DB source;
-    OpenDelivered(source, from, to, ExpectedTable(dbType));
+    const DeliveredTable expected = ExpectedTable(dbType);
+    OpenDelivered(source, from, to, expected);
+    if (rows != nullptr) {
+      auto count = source.compileStatement(std::string("select count(*) from ") + expected.table);
+      *rows = count.execQuery().getInt64Field(0);
+    }
     return {};
   } catch (const CppSQLite3Exception& error) {
     return error.errorMessage();
@@ -297,6 +304,7 @@ bool FSKSDataSyncManager::OverWriteDBFile(const std::string& from, const std::st
     } catch (const DeliveryError& error) {
       failure = error.what();
     }
+    NoteFailure({}, kFunction, failure);
     KS_LOG(kModule, kFunction, kSource, kLogError,
            "Failed to copy database from %s to %s, error: %s", from.c_str(), to.c_str(),
            failure.c_str());

@@ -47,8 +47,9 @@ class KEELSTONE_EXPORT FSKSDataSyncManager {
                        bool invalidate);
 
   /// Why a merge would refuse the source as it is now; empty when it would not. `dbType`
-  /// is the EnumDbType of the merge. Reads the whole source.
-  static std::string DeliveryFault(const std::string& from, const std::string& to, int dbType);
+  /// is the EnumDbType of the merge. Reads the whole source, and counts its rows.
+  static std::string DeliveryFault(const std::string& from, const std::string& to, int dbType,
+                                   std::int64_t* rows = nullptr);
 
   // Each has the domain's data manager read its table anew.
   void InvalidateKSGlobalSettingCaches(const std::string& domainId);

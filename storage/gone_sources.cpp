@@ -1,89 +1,113 @@
 #include "storage/gone_sources.h"
 
 #include <cerrno>
-#include <memory>
-#include <utility>
-#include <vector>
 
 #include "platform/cppsqlite3.h"
 #include "platform/filesystem.h"
-#include "storage/cksdboperatebase.h"
+#include "platform/json_reader.h"
 #include "storage/domain_files.h"
 #include "storage/ksdomaindatamanager.h"
+#include "storage/object_rule_tables.h"
 
 namespace keelstone {
 
 namespace {
 
-/// Calls `visit` with every row of `columns` in a table, for parsers' rows only. Throws
+constexpr const char* kCountSources =
+    " where variableSourceType = 2 group by variableSource order by 1";
+constexpr const char* kMakeGone = "create temp table gone (name TEXT PRIMARY KEY) without rowid";
+constexpr const char* kInsertGone = "insert into temp.gone values (?)";
+constexpr const char* kDeleteGone =
+    " where variableSourceType = 2 and variableSource in (select name from temp.gone)";
+static_assert(kVariableSourceParser == 2);
+
+/// Calls `visit` with every row that `select` gives of a table. Throws
 /// CppSQLite3Exception.
 template <class Visit>
-void ForEachRow(const std::string& file, const char* table, const std::string& columns,
-                const std::string& end, Visit visit) {
+void ForEachRow(int dbType, const std::string& domainId, const char* table,
+                const std::string& select, Visit visit) {
+  const std::string file = DomainDatabase(dbType, domainId);
   if (PathError(file) == ENOENT) return;
   CppSQLite3DB db;
   db.open(file, CppSQLite3DB::Mode::kReadWrite);
   if (!db.tableExists(table)) return;
-  CppSQLite3Statement select =
-      db.compileStatement("select " + columns + " from " + table + " where variableSourceType = " +
-                          std::to_string(kVariableSourceParser) + end);
-  for (CppSQLite3Query rows = select.execQuery(); !rows.eof(); rows.nextRow()) visit(rows);
+  CppSQLite3Statement statement = db.compileStatement(select);
+  for (CppSQLite3Query rows = statement.execQuery(); !rows.eof(); rows.nextRow()) visit(rows);
 }
 
-/// Calls `visit` with every source of a table that is not to be kept and the number of its
-/// rows.
-template <class Visit>
-void ForEachGone(const std::string& file, const char* table, const std::set<std::string>& kept,
-                 Visit visit) {
-  ForEachRow(file, table, "variableSource, count(*)", " group by variableSource",
+void CountSources(int dbType, const std::string& domainId, const char* table,
+                  std::int64_t SourceRows::*number, SourceCounts& counts) {
+  ForEachRow(dbType, domainId, table,
+             std::string("select variableSource, count(*) from ") + table + kCountSources,
              [&](const CppSQLite3Query& row) {
-               const std::string source(row.getStringField(0));
-               if (!kept.contains(source)) visit(source, row.getInt64Field(1));
+               counts[std::string(row.getStringField(0))].*number = row.getInt64Field(1);
              });
 }
 
-/// Removes the histories of sources of which nothing has been learned, so that they have
-/// no rule to be found by.
-void RemoveHistoriesAlone(KSDataManagerSql& manager, const std::string& domainId,
-                          const std::set<std::string>& kept) {
-  std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>> items;
-  ForEachRow(DomainDatabase(kDbObjectHistory, domainId), "KSObjectHistory",
-             "variableSource, deviceName, interfaceValue, param, variableName", "",
-             [&](const CppSQLite3Query& row) {
-               if (kept.contains(std::string(row.getStringField(0)))) return;
-               auto object = std::make_shared<ObjectDefine>();
-               object->deviceName = row.getStringField(1);
-               object->interfaceValue = row.getStringField(2);
-               auto definition = std::make_shared<RuleDefinitionData>();
-               definition->variableSource = row.getStringField(0);
-               definition->variableParam = row.getStringField(3);
-               definition->variableName = row.getStringField(4);
-               definition->variableSourceType = kVariableSourceParser;
-               items.emplace_back(std::move(object), std::move(definition));
-             });
-  if (!items.empty()) manager.RemoveRuleHistoryDatas(items);
+/// The rows are gone with the commit; the room that they took may come back later.
+void Shrink(CppSQLite3DB& db) {
+  try {
+    db.execDML("VACUUM;");
+  } catch (const CppSQLite3Exception&) {
+    return;
+  }
+}
+
+/// One statement over all sources: a scan of the table takes the same time for one as for
+/// many, and either all of them go or none. Names are bound, never part of the text.
+bool RemoveRows(const KSObjectRuleSql& table, const TableOperation& operation,
+                const std::set<std::string>& sources) {
+  return !IsFailure(TableFrame::Run(table, operation, [&](CppSQLite3DB& db) {
+    db.execDML("pragma temp_store = memory;");
+    db.execDML(kMakeGone);
+    CppSQLite3Statement insert = db.compileStatement(kInsertGone);
+    for (const std::string& source : sources) {
+      insert.bindStatic(1, source);
+      insert.execDML();
+      insert.reset();
+    }
+    insert.finalize();
+    db.execDML(std::string("delete from main.") + operation.table + kDeleteGone);
+    Shrink(db);
+  }));
 }
 
 }  // namespace
 
-GoneSources FindGoneSources(const std::string& domainId, const std::set<std::string>& kept) {
-  GoneSources found;
-  ForEachGone(DomainDatabase(kDbObjectRule, domainId), "KSObjectRule", kept,
-              [&](const std::string& source, std::int64_t count) { found[source].rules = count; });
-  ForEachGone(
-      DomainDatabase(kDbObjectHistory, domainId), "KSObjectHistory", kept,
-      [&](const std::string& source, std::int64_t count) { found[source].histories = count; });
-  return found;
+SourceCounts StoredSources(const std::string& domainId) {
+  SourceCounts counts;
+  CountSources(kDbObjectRule, domainId, kRuleTable, &SourceRows::rules, counts);
+  CountSources(kDbObjectHistory, domainId, kHistoryTable, &SourceRows::histories, counts);
+  return counts;
+}
+
+std::set<std::string> DefinedSources(const std::string& domainId) {
+  std::set<std::string> sources;
+  ForEachRow(kDbVariableRule, domainId, "KSVariableRule", "select data from KSVariableRule",
+             [&](const CppSQLite3Query& row) {
+               JsonValue definition;
+               if (!JsonReader::Parse(row.getStringField(0), definition)) return;
+               const JsonValue* const source = definition.find("variableSource");
+               if (source != nullptr && source->isString()) sources.insert(source->stringRef());
+             });
+  return sources;
+}
+
+bool RemoveSources(const std::string& domainId, const std::set<std::string>& sources) {
+  if (sources.empty()) return true;
+  const auto table =
+      KSDomainDataManager::Instance()->GetKSDataManager(domainId)->GetObjectRuleTable();
+  constexpr const char* kFunction = "RemoveSources";
+  return RemoveRows(*table, RuleOperation(kFunction, TableAccess::kChange), sources) &&
+         RemoveRows(*table, HistoryOperation(kFunction, TableAccess::kChange), sources);
 }
 
 bool RemoveGoneSources(const std::string& domainId, const std::set<std::string>& kept) {
-  const auto failures = [] { return GetFailedWriteCount() + GetFailedReadCount(); };
-  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager(domainId);
-  const std::uint64_t before = failures();
-  manager->RemoveRuleDefinitionNoExistSource({kept.begin(), kept.end()}, kVariableSourceParser);
-  if (failures() != before) return false;
-  RemoveHistoriesAlone(*manager, domainId, kept);
-  return failures() == before;
+  std::set<std::string> gone;
+  for (const auto& [source, rows] : StoredSources(domainId)) {
+    if (!kept.contains(source)) gone.insert(source);
+  }
+  return RemoveSources(domainId, gone);
 }
 
 }  // namespace keelstone

@@ -14,6 +14,7 @@
 #include "platform/logger.h"
 #include "platform/resource_adaptor.h"
 #include "platform/strings.h"
+#include "storage/first_failure.h"
 #include "storage/unit_changes.h"
 
 namespace keelstone {
@@ -140,6 +141,7 @@ TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation
     db.close();
   } else {
     LogFailure(operation, log);
+    NoteFailure({}, operation.function, "the lock record was refused");
   }
   if (IsFailure(outcome)) {
     ++failedHere;
@@ -161,6 +163,7 @@ TableOutcome TableFrame::RunLocked(CppSQLite3DB& db, const std::string& file,
   if (error == ENOENT) return TableOutcome::kNoFile;
   if (error != 0) {
     log.Add(kLogError, __LINE__, file.c_str(), " cannot be reached: ", ::strerrordesc_np(error));
+    NoteFailure(file, operation.function, ::strerrordesc_np(error));
     LogFailure(operation, log);
     return TableOutcome::kUnreachable;
   }
@@ -242,10 +245,13 @@ bool TableFrame::Attempt(CppSQLite3DB& db, const TableOperation& operation, Defe
     log.Add(kLogError, __LINE__,
             {"sqlite exception in rw:", error.file(), error.file().empty() ? "" : ": ",
              error.errorMessage(), "."});
+    NoteFailure(error.file(), operation.function, error.errorMessage());
   } catch (const std::exception& error) {
     log.Add(kLogError, __LINE__, "c++ exception in rw:", error.what(), ".");
+    NoteFailure({}, operation.function, error.what());
   } catch (...) {
     log.Add(kLogError, __LINE__, "unkown error.", "", "");
+    NoteFailure({}, operation.function, "an unknown error");
   }
   LogFailure(operation, log);
   RollBack(db);

@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
   ks_set_log_level(KS_LOG_ERROR);
   if (ks_set_interval_time(30) != KS_OK) return failed("interval time");
   if (ks_domain_create("default", NULL, &domain) != KS_OK) return failed("domain");
-  ks_domain_enrol(domain, 1);
+  ks_domain_enroll(domain, 1);
 
   for (int poll = 0; poll < 24; ++poll) {
     if (evaluate(domain, poll) != KS_OK) return failed("run");

@@ -202,7 +202,7 @@ class Domain:
         return Run(native, device, source, seconds)
 
     def define(self, source: str, name: str, type: str) -> None:
-        """Defines a variable ahead; needed only when the domain does not enrol."""
+        """Defines a variable ahead; needed only when the domain does not enroll."""
         if type not in _TYPES:
             raise InputError(f"{type!r} is no type; one of {', '.join(_TYPES)}")
         self._native.define(source, name, _TYPES[type])
@@ -257,7 +257,7 @@ def open(
     *,
     create: bool = True,
     settings: Optional[Mapping[str, Any]] = None,
-    enrol: bool = True,
+    enroll: bool = True,
     judge_repeated: bool = False,
     allow_duplicates: bool = False,
     max_ahead: int = 86400,
@@ -265,7 +265,7 @@ def open(
     """Opens a domain below the folder `root`, made if it is missing.
 
     `settings` are general settings laid over the defaults of a domain that is made.
-    `enrol=False` rejects variables that nobody has defined. All domains that are open at
+    `enroll=False` rejects variables that nobody has defined. All domains that are open at
     one time share one root.
 
     A value that is earlier than the newest one of its variable, or of the same time and equal
@@ -281,7 +281,7 @@ def open(
         _Root.folder = folder
     text = None if settings is None else json.dumps(settings)
     native = _native.Domain.open(domain, create, text)
-    native.enrol(enrol)
+    native.enroll(enroll)
     native.configure(judge_repeated, allow_duplicates, max_ahead)
     return Domain(native, domain, folder)
 

@@ -29,7 +29,7 @@ static void fail(int line, const char* what) {
 static ks_domain* new_domain(const char* id) {
   ks_domain* domain = NULL;
   OK(ks_domain_create(id, NULL, &domain));
-  OK(ks_domain_enrol(domain, 1));
+  OK(ks_domain_enroll(domain, 1));
   return domain;
 }
 
@@ -263,7 +263,7 @@ static void merges_and_cleans(const char* root) {
   ks_domain* to = new_domain("to");
   char file[4096];
   snprintf(file, sizeof file, "%s/data/FSParserData/from/KSObjectRule.db", root);
-  /* The definition that a merged rule needs comes with enrolment; histories stay. */
+  /* The definition that a merged rule needs comes with enrollment; histories stay. */
   CHECK(alerts_of(to) == 0);
   OK(ks_domain_merge(to, KS_DATABASE_OBJECT_RULE, file));
   CHECK(alerts_of(to) == 1);
@@ -370,12 +370,16 @@ static void answers_bad_input(void) {
 
   IS(KS_ERROR_INPUT, ks_domain_create("bad2", "{", &none));
   CHECK(none == NULL && strncmp(ks_last_error(), "settings: not JSON", 18) == 0);
+  IS(KS_ERROR_INPUT,
+     ks_domain_create("ill", "{\"intRange\":{\"timeIntervalLimit\":-1}}", &none));
+  SAME(ks_last_error(),
+       "settings: intRange.timeIntervalLimit must be a whole number from 0 to 2147483647");
   IS(KS_ERROR_INPUT, ks_domain_create("bad2", "[]", &none));
   IS(KS_ERROR_DATABASE, ks_domain_open("bad2", &none));
   IS(KS_ERROR_INPUT, ks_domain_open("\xff", &none));
   IS(KS_ERROR_ARGUMENT, ks_domain_open(NULL, &none));
   IS(KS_ERROR_ARGUMENT, ks_domain_open("bad", NULL));
-  IS(KS_ERROR_ARGUMENT, ks_domain_enrol(domain, 2));
+  IS(KS_ERROR_ARGUMENT, ks_domain_enroll(domain, 2));
 
   IS(KS_ERROR_ARGUMENT, start_with(domain, NULL, "s", 0, &run));
   IS(KS_ERROR_ARGUMENT, start_with(domain, "d", NULL, 0, &run));
@@ -430,6 +434,9 @@ static void answers_bad_input(void) {
   table.column_count = 2;
   table.row_count = 0;
   IS(KS_ERROR_INPUT, ks_run_add_table(run, "t", NULL, &table, sizeof table)); /* one name twice */
+  table.column_count = 0;
+  table.row_count = SIZE_MAX;
+  IS(KS_ERROR_ARGUMENT, ks_run_add_table(run, "t", NULL, &table, sizeof table));
 
   /* None of all that was added. */
   OK(ks_run_evaluate(run));
@@ -466,6 +473,7 @@ static void answers_wrong_order_and_dead_handles(void) {
   IS(KS_ERROR_HANDLE, ks_run_evaluate((ks_run*)domain));
   IS(KS_ERROR_HANDLE, ks_domain_flush((ks_domain*)run));
   IS(KS_ERROR_HANDLE, ks_domain_close(domain));
+  IS(KS_ERROR_HANDLE, ks_domain_enroll(domain, 1));
   IS(KS_ERROR_HANDLE, ks_domain_enrol(domain, 1));
   IS(KS_ERROR_HANDLE, ks_domain_reload(NULL));
   OK(ks_run_close(run));

@@ -79,6 +79,8 @@ class BadInputsTest(unittest.TestCase):
         (at / "folder").mkdir()
         for name, text in [("garbage.db", "garbage " * 100), ("empty.db", ""),
                            ("bad.json", '{"a":'), ("array.json", "[]"),
+                           ("typo.json", '{"intRange":{"stdCoeficient":4}}'),
+                           ("utf16.txt", "s\0\n\0"),
                            ("runs.jsonl", run_line(1700000000, [{"name": "v", "value": 5}]))]:
             (at / name).write_text(text + ("\n" if text else ""))
         row = "insert into KSVariableRule (data) values ('{}')"

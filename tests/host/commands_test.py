@@ -8,6 +8,7 @@ output.
 """
 import json
 import os
+import resource
 import shlex
 import sqlite3
 import subprocess
@@ -89,6 +90,15 @@ $ settings set strEqual.countEqualValueLimit 4 --format text
 strEqual.countEqualValueLimit = 4
 $ show --device r2 --source bgp --param '' --variable peers
 {"domain":"default","device":"r2","interface":"","source":"bgp","param":"","variable":"peers","valueType":"int64","rule":null,"reference":null,"learning":{"after":1700005400,"words":"with the first value after 2023-11-14T23:43:20Z (1800 s after the newest value of the history)"},"blockedUntil":null,"history":[{"time":1700003600,"value":7,"fits":true}],"settings":[{"path":"IntervalTime","value":1800,"from":"default"}]}
+$ rule set --device r3 --source bgp --variable peers --type intRange --parameter '{"minValue":1,"maxValue":80}' --format text
+fixed: r3 bgp peers intRange {"minValue":1,"maxValue":80}
+$ show --device r3 --format text
+r3 bgp peers
+  rule       intRange: between 1 and 80 (prescribed)
+  parameter  {"minValue":1,"maxValue":80}
+  reference  none of the values that are kept
+  learns     never: the rule is prescribed
+  history    empty
 $ show --device r9 --interface e0 --source s
 ! keelstone show: nothing is known of device "r9", interface "e0", source "s" in domain "default"; `keelstone rules` lists what is
 ? 2
@@ -149,7 +159,25 @@ $ settings set intEqual.condition0 4
 ! keelstone settings set: there is no setting "intEqual.condition0"; there is intEqual.condition0.deltaEZero
 ? 2
 $ settings set intRange.stdCoefficient 4.5
-! keelstone settings set: intRange.stdCoefficient must be a whole number within 32 bits
+! keelstone settings set: intRange.stdCoefficient must be a whole number from 0 to 2147483647
+? 2
+$ settings set intRange.upperBoundMaxValue 99999999999
+! keelstone settings set: intRange.upperBoundMaxValue must be a whole number from 0 to 2147483647
+? 2
+$ settings set -- intRange.timeIntervalLimit -1
+! keelstone settings set: intRange.timeIntervalLimit must be a whole number from 0 to 2147483647
+? 2
+$ settings set strEqual.dataCountHistory 10001
+! keelstone settings set: strEqual.dataCountHistory must be a whole number from 1 to 10000
+? 2
+$ settings set strEnum.alertThreshold 0
+! keelstone settings set: strEnum.alertThreshold must be a number above 0, at most 10000
+? 2
+$ settings set intEqual.condition1.deltaEZero 1.5
+! keelstone settings set: intEqual.condition1.deltaEZero must be a number from 0 to 1
+? 2
+$ settings set -- KSStrRowCountLimit -5
+! keelstone settings set: KSStrRowCountLimit must be a whole number from 0 to 2147483647
 ? 2
 $ settings set KSInterfaceFilter '["Vlan"]'
 ! keelstone settings set: KSInterfaceFilter must be an object such as {"value":["Vlan","Loopback"]}
@@ -166,7 +194,41 @@ BAD_RULES = [("intLeq", "{}", "--type: there is no rule type"),
              ("strRegex", '{"ruleParam":"("}', "a regular expression"),
              ("intRange", '{"minValue":2,"maxValue":1}', '"minValue" is above "maxValue"')]
 
-BAD_TIMES = [("yesterday", "neither seconds"), ("2026-02-29 08:00 Z", "a day"),
+# A document for `init --settings`, and what is said of it.
+BAD_SETTINGS = [
+    ({"intRnge": {"stdCoefficient": 4}},
+     'there is no setting "intRnge.stdCoefficient"; there is intRange.stdCoefficient'),
+    ({"intRange": {"stdCoeficient": 4}}, "there is intRange.stdCoefficient"),
+    ({"intRange": {"stdCoefficient": "4"}}, "intRange.stdCoefficient must be a whole number"),
+    ({"intRange": {"stdCoefficient": {}}}, "intRange.stdCoefficient must be a whole number"),
+    ({"intRange": 4}, "intRange must be an object"),
+    ({"": 4}, '"" must be an object'),
+    ({"intEqual": {"condition0": 0.9}}, "intEqual.condition0 must be an object"),
+    ({"intEqual": {"condition0": {"deltaEZero": 1e999}}}, "must be a number from 0 to 1"),
+    ({"intRange.stdCoefficient": 4}, "each part of a path must be an object"),
+    ({"KSTableCountLimit": 9}, "KSTableCountLimit is no general setting"),
+    ({"strEqual": {"dataCountHistory": 20000}}, "a whole number from 1 to 10000")]
+
+# A rule, its parameter, the values that the variable holds, its history's and its type code's.
+FITTING = [
+    ("intLEQ", '{"ruleParam":80}', 1, 1, {"ruleParam": 80}),
+    ("intLEQ", '{"ruleParam":80.0}', 1, 1, {"ruleParam": 80}),
+    ("intLEQ", '{"ruleParam":80}', 2, 1, {"ruleParam": 80.0}),
+    ("intLEQ", '{"ruleParam":80}', 25, 1, {"ruleParam": 80.0}),
+    ("intEnum", '{"ruleParam":[1,2.5]}', 2, 3, {"ruleParam": [1.0, 2.5]}),
+    ("intEnum", '{"ruleParam":[1,2.5]}', None, 3, {"ruleParam": [1.0, 2.5]}),
+    ("intLEQ", '{"ruleParam":80}', 2, 2, {"ruleParam": 80.0}),
+    ("strEqual", '{"ruleParam":"x"}', 3, 1, {"ruleParam": "x"}),
+    ("intLEQ", '{"ruleParam":80.5}', 1, 1, "the variable holds whole numbers, and 80.5 is none"),
+    ("intEnum", '{"ruleParam":[1,2.5]}', None, 1, "whole numbers, and 2.5 is none"),
+    ("intLEQ", '{"ruleParam":1e300}', 25, 1, "single-precision numbers, and 1e+300 is none"),
+    ("intLEQ", '{"ruleParam":80}', 1, 3, "is one of real numbers, and the variable is defined"),
+    ("intLEQ", '{"ruleParam":80}', 25, 3, "is one of real numbers, and the variable is defined"),
+    ("intLEQ", '{"ruleParam":80}', 3, 1, "holds texts, and the rule judges whole numbers"),
+    ("strEqual", '{"ruleParam":"x"}', None, 1, "holds whole numbers, and the rule judges texts"),
+    ("intLEQ", '{"ruleParam":80}', 1, 9, "the stored history cannot be read")]
+
+BAD_TIMES = [("yesterday", "nor seconds"), ("2026-02-29 08:00 Z", "a day"),
              ("2026-11-21", "lacks the time of day"), ("2026-11-21 24:00 Z", "no clock shows"),
              ("2026-11-21 08:00", "lacks its zone"), ("2026-11-21 08:00 Zulu", "after its zone"),
              ("9" * 20, "beyond 64 bits")]
@@ -234,11 +296,68 @@ class CommandsTest(unittest.TestCase):
         self.play(RULES)
         self.assertEqual(self.call("block", "list")[0], "")
 
+    def test_settings_of_a_new_domain_are_checked(self):
+        for document, why in BAD_SETTINGS:
+            with open(os.path.join(self.folder, "bad.json"), "w") as file:
+                file.write(json.dumps(document).replace("Infinity", "1e999"))
+            _, errors, code = self.call("init", "--domain", "bad", "--settings", "bad.json")
+            self.assertEqual((code, why in errors, "bad.json: " in errors), (2, True, True), errors)
+        self.assertFalse(os.path.exists(os.path.join(self.root, "data/FSParserData/bad")))
+
+    def test_a_rule_suits_the_values_of_its_variable(self):
+        rules, histories = self.database("KSObjectRule"), self.database("KSObjectHistory")
+        variables = self.database("KSVariableRule")
+        for kind, parameter, code, history, answer in FITTING:
+            with self.subTest(kind=kind, parameter=parameter, code=code, history=history):
+                value = "7" if history == 1 else "7.5"
+                text = '{"dataType":%d,"dataList":[{"liveTime":1700000000,"dataValue":%s}]}' % (
+                    history, value)
+                rules.execute("delete from KSObjectRule")
+                histories.execute("update KSObjectHistory set HistoryData = ? where "
+                                  "variableName = 'peers'", (text,))
+                variables.execute("update KSVariableRule set data = json_set(data, "
+                                  "'$.variableName', ?, '$.variableDataType', ?) where id = 1",
+                                  ("peers" if code else "other", code or 1))
+                _, errors, exit_code = self.call("rule", "set", *OPTIONS.split(), "--type", kind,
+                                                 "--parameter", parameter)
+                stored = rules.execute("select ruleAlgParameter from KSObjectRule").fetchall()
+                [[kept]] = histories.execute("select HistoryData from KSObjectHistory where "
+                                             "variableName = 'peers'").fetchall()
+                if isinstance(answer, str):
+                    self.assertEqual((exit_code, stored, kept), (2, [], text), errors)
+                    self.assertIn(answer, errors)
+                    continue
+                self.assertEqual((exit_code, repr(json.loads(stored[0][0]))), (0, repr(answer)))
+                if code in (2, 25) and history == 1:
+                    self.assertEqual(json.loads(kept)["dataType"], 3 if code == 2 else 2)
+                    self.assertIn('"dataValue":7.0', kept)
+                else:
+                    self.assertEqual(kept, text)
+
+    def test_report_says_why_it_finds_no_domain(self):
+        def few_files():
+            resource.setrlimit(resource.RLIMIT_NOFILE, (6, 6))
+
+        def nobody():
+            if os.geteuid() == 0:
+                os.setuid(65534)
+
+        data = os.path.join(self.root, "data")
+        os.chmod(self.folder, 0o755)
+        os.chmod(data, 0o700 if os.geteuid() == 0 else 0)
+        self.addCleanup(os.chmod, data, 0o700)
+        for limit, why in [(few_files, "Too many open files"), (nobody, "Permission denied")]:
+            done = subprocess.run([PROGRAM, "report", "--root", self.root, "--output", "-"],
+                                  preexec_fn=limit, capture_output=True, text=True, timeout=60)
+            self.assertEqual(done.returncode, 2, done.stderr)
+            self.assertIn(why, done.stderr)
+            self.assertNotIn("there is no domain", done.stderr)
+
     def test_settings_and_blocks_reach_the_next_evaluation(self):
         self.call("settings", "set", "EnableKSFunction", "false")
         self.assertIn("0 values,", self.call("evaluate", "alert.jsonl")[1])
         self.call("settings", "set", "EnableKSFunction", "true")
-        self.call("block", "add", "--device", "r1", "--from", "0", "--to", "99999999999")
+        self.call("block", "add", "--device", "r1", "--from", "now", "--to", "99999999999")
         run = json.loads(self.call("evaluate", "--all", "alert.jsonl")[0])
         self.assertEqual((run["blocked"], run["variables"]), (True, 2))
 
@@ -269,6 +388,9 @@ class CommandsTest(unittest.TestCase):
             self.assertEqual((errors, code), ("", 0))
             self.assertIn("Examples:\n  keelstone " + command, output)
             self.assertIn("Exit codes: 0 done", output)
+            group = self.call(command.split()[0], "--help")[0]
+            self.assertIn("Examples:\n  keelstone " + command.split()[0], group)
+            self.assertNotIn("keelstone init", group)
 
 
 if __name__ == "__main__":

@@ -5,6 +5,8 @@ Usage: merge_clean_test.py PROGRAM
 import json
 import os
 import pathlib
+import pty
+import shutil
 import sqlite3
 import subprocess
 import sys
@@ -153,57 +155,134 @@ class MergeCleanTest(unittest.TestCase):
         self.query("site", RULES, sql[:-1] + ", constraint no check (variableName <> 'state'))")
         said = self.call("site", "merge", "--type", "object-rule", self.database("hub", RULES),
                          code=3)
-        self.assertIn("keelstone.log", said)
+        self.assertIn(self.database("site", RULES), said)
+        self.assertIn("CHECK constraint failed", said)
         self.assertEqual(self.query("site", RULES, "select * from KSObjectRule"), [])
         self.assertIn("no", pathlib.Path(self.path("site", "log", "keelstone.log")).read_text())
+
+    def test_a_delivered_file_is_only_read(self):
+        self.call("hub", "init")
+        self.call("site", "init")
+        source = self.path("delivered")
+        file = os.path.join(source, "rules.db")
+        for kind, left in [("variable-rule", False), ("object-rule", False), ("object-rule", True)]:
+            table = "KSVariableRule" if kind == "variable-rule" else RULES
+            shutil.rmtree(source, ignore_errors=True)
+            os.mkdir(source)
+            writer = sqlite3.connect(self.path("writer.db"))
+            writer.execute("pragma journal_mode=wal")
+            writer.execute("attach ? as hub", (self.database("hub", table),))
+            writer.execute("create table %s as select * from hub.%s" % (table, table))
+            writer.commit()
+            if left:  # as a writer leaves it that was killed
+                for suffix in ["", "-wal"]:
+                    shutil.copy(self.path("writer.db" + suffix), file + suffix)
+            writer.close()
+            if not left:
+                shutil.copy(self.path("writer.db"), file)
+            os.remove(self.path("writer.db"))
+            before = {path.name: path.read_bytes() for path in pathlib.Path(source).iterdir()}
+            self.assertEqual(len(before), 2 if left else 1)
+            mounted = subprocess.run(["mount", "--bind", "-o", "ro", source, source],
+                                     capture_output=True).returncode == 0
+            try:
+                self.call("site", "merge", "--type", kind, file)
+            finally:
+                if mounted:
+                    subprocess.run(["umount", source], check=True)
+            self.call("site", "merge", "--type", kind, file)
+            self.assertEqual({path.name: path.read_bytes()
+                              for path in pathlib.Path(source).iterdir()}, before)
 
     # clean
 
     def test_sources_that_are_gone_are_removed(self):
-        self.learn("hub", "bgp", "ospf", "lldp")
+        # Names that SQL could take for something else are names like all others.
+        odd = ["oid", "param", 'quo"te', "it's"]
+        self.learn("hub", "bgp", "ospf", "lldp", "isis", "mpls", *odd)
         self.call("hub", "evaluate", "--all", "--enroll", input=runs("young", 1, mtu=1500))
-        self.assertEqual(self.sources("hub", HISTORIES), {"bgp", "lldp", "ospf", "young"})
         self.assertNotIn("young", self.sources("hub", RULES))
+        kept = ["isis", "lldp", "mpls", "bgp"]
         before = self.contents("hub")
-        out = self.call("hub", "clean", "--keep", "bgp", "lldp", "--dry-run", "--format", "text")
-        self.assertEqual(out, "would remove ospf: 2 rules, 2 histories\n"
-                              "would remove young: 0 rules, 1 history\n")
+        out = self.call("hub", "clean", "--keep", *kept[:3], *odd, "--dry-run", "--format", "text")
+        self.assertEqual(out.splitlines()[:4], [
+            "would remove bgp: 2 rules, 2 histories", "would remove ospf: 2 rules, 2 histories",
+            "would remove young: 0 rules, 1 history", "would keep isis: 2 rules, 2 histories"])
         self.assertEqual(self.contents("hub"), before)
 
         names = self.path("names")
         pathlib.Path(names).write_bytes(b"\xef\xbb\xbfbgp\r\n\r\n")
-        gone = [{"source": "ospf", "rules": 2, "histories": 2},
-                {"source": "young", "rules": 0, "histories": 1}]
+        gone = [{"source": source, "rules": 2, "histories": 2} for source in
+                sorted([*odd, "ospf"])] + [{"source": "young", "rules": 0, "histories": 1}]
+        stays = [{"source": source, "rules": 2, "histories": 2} for source in sorted(kept)]
         for removed in [gone, []]:
-            out = self.call("hub", "clean", "--keep", "lldp", "--keep-file", names)
-            self.assertEqual(json.loads(out),
-                             {"domain": "default", "dryRun": False, "removed": removed})
+            out = self.call("hub", "clean", "--yes", "--keep", *kept[:3], "--keep-file", names)
+            self.assertEqual(json.loads(out), {"domain": "default", "dryRun": False,
+                                               "removed": removed, "kept": stays})
         for table in [RULES, HISTORIES]:
-            self.assertEqual(self.sources("hub", table), {"bgp", "lldp"})
-        out = self.call("hub", "clean", "--keep-file", "-", "--format", "text", input="bgp")
-        self.assertEqual(out, "removed lldp: 2 rules, 2 histories\n")
-        out = self.call("hub", "clean", "--keep", "bgp", "--format", "text")
-        self.assertEqual(out, "nothing to remove\n")
+            self.assertEqual(self.sources("hub", table), set(kept))
+        out = self.call("hub", "clean", "--keep-file", "-", "--format", "text",
+                        input="bgp\nlldp\nmpls")
+        self.assertEqual(out.splitlines()[0], "removed isis: 2 rules, 2 histories")
 
-    def test_lists_and_domains_that_cannot_be_used(self):
-        self.learn("hub", "bgp")
+    def test_a_slip_removes_nothing(self):
+        self.learn("hub", "bgp", "ospf", "lldp")
         for arguments in [[], ["--keep", ""], ["--keep-file", os.devnull]]:
             self.refuses("hub", "clean", *arguments, says="no source to keep")
         for file in [self.path("none"), self.folder]:
-            self.refuses("hub", "clean", "--keep", "x", "--keep-file", file, says=file)
+            self.refuses("hub", "clean", "--keep", "bgp", "--keep-file", file, says=file)
+        names = self.path("names")
+        for text, says in [("BGP\nospf_\n", '"BGP", "ospf_"; known: "bgp", "lldp", "ospf"'),
+                           ("bgp,ospf\n", "commas do not separate"), ("", "names no source"),
+                           ("bgp\nospf\n".encode("utf-16"), "UTF-16"),
+                           ("bgp\nospf\n".encode("utf-16-be"), "UTF-16")]:
+            pathlib.Path(names).write_bytes(text if isinstance(text, bytes) else text.encode())
+            self.refuses("hub", "clean", "--yes", "--keep", "bgp", "--keep-file", names, says=says)
+        self.refuses("hub", "clean", "--yes", "--keep", "bgp,ospf", says="commas")
         self.refuses("hub", "clean", "--keep", "x", "--domain", "other", says="other")
+        self.refuses("hub", "clean", "--keep", "bgp", says='2 sources of 3 would go: "lldp", "ospf"')
+        for answer, code, left in [(b"n\n", 2, 3), (b"y\n", 0, 1)]:
+            terminal, own = pty.openpty()
+            os.write(terminal, answer)
+            done = subprocess.run([PROGRAM, "clean", "--root", self.path("hub"), "--keep", "bgp"],
+                                  stdin=own, stderr=own, stdout=subprocess.DEVNULL, timeout=60)
+            os.close(own)
+            self.assertIn(b"Remove 2 sources of 3", os.read(terminal, 4096))
+            os.close(terminal)
+            self.assertEqual(done.returncode, code)
+            self.assertEqual(len(self.sources("hub", RULES)), left)
         pathlib.Path(self.database("hub", HISTORIES)).write_bytes(b"no database " * 100)
         self.refuses("hub", "clean", "--keep", "x", says="KSObjectHistory.db")
 
     def test_a_removal_that_fails_is_told(self):
-        self.learn("hub", "bgp")
+        self.learn("hub", "bgp", "ospf")
         conf = pathlib.Path(self.path("hub", "conf"))
         conf.mkdir(exist_ok=True)
         (conf / "fix_frontserver.ini").write_text("[Keelstone]\nBusyTimeout=50\n")
-        other = sqlite3.connect(self.database("hub", HISTORIES))
-        other.execute("begin immediate")
-        self.assertIn("keelstone.log", self.call("hub", "clean", "--keep", "x", code=3))
-        other.close()
+        for database, rules in [(RULES, 2), (HISTORIES, 1)]:
+            other = sqlite3.connect(self.database("hub", database))
+            other.execute("begin immediate")
+            said = self.call("hub", "clean", "--keep", "bgp", code=3)
+            self.assertIn(self.database("hub", database), said)
+            self.assertIn("database is locked", said)
+            other.close()
+            # Histories never go before the rules that are learned from them.
+            self.assertEqual(len(self.sources("hub", RULES)), rules)
+            self.assertEqual(len(self.sources("hub", HISTORIES)), 2)
+
+    def test_an_output_that_is_full_is_told(self):
+        self.learn("hub", "bgp", "ospf")
+        for command, says in [(["init"], ""), (["clean", "--keep", "bgp"], "1 source was removed"),
+                              (["merge", "--type", "variable-rule",
+                                self.database("hub", "KSVariableRule")], "merged all the same")]:
+            root = self.path("site" if command[0] == "merge" else "hub")
+            with open("/dev/full", "w") as full:
+                done = subprocess.run([PROGRAM, *command, "--root", root], stdout=full,
+                                      stderr=subprocess.PIPE, text=True, timeout=60)
+            self.assertEqual(done.returncode, 3, done.stderr)
+            self.assertIn("standard output: No space left on device", done.stderr)
+            self.assertIn(says, done.stderr)
+            self.call("site", "init")
 
     def test_help_shows_examples(self):
         for command in ["merge", "clean"]:

@@ -2,10 +2,13 @@
 
 Usage: safe_files_test.py PROGRAM
 """
+import contextlib
 import itertools
 import json
 import os
 import pathlib
+import re
+import shutil
 import sqlite3
 import stat
 import subprocess
@@ -271,7 +274,7 @@ class SafeFilesTest(unittest.TestCase):
                             ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
                             ["settings", "set", "KSTableCountLimit", "7"],
                             ["merge", "--type", "object-rule", str(delivered)],
-                            ["clean", "--keep", "t"]]:
+                            ["clean", "--keep", "s"]]:
                 self.call(*command, "--domain", name, input=runs(2, name))
         self.assertEqual({path.name for path in self.folder.iterdir()}, {"root", "delivered"})
         self.assertEqual({path.name for path in self.root.iterdir()}, {"data"})
@@ -291,9 +294,28 @@ class SafeFilesTest(unittest.TestCase):
         self.configure("CacheSize=50\nIntervalTime=60\n")
         lines = runs(60, variables=150)
         _, said = self.evaluate(lines, "--enroll", code=3)
-        self.assertIn("writes to the databases have failed", said)
-        self.assertIn("database or disk is full", said + (self.root / "log/keelstone.log")
-                      .read_text())
+        self.assertRegex(said, "writes to the databases have failed, first " +
+                         re.escape(str(self.root)) + ".*database or disk is full")
+        filler = open(self.root / "filler", "wb", buffering=0)
+        with contextlib.suppress(OSError):
+            while filler.write(b"x" * 4096):
+                pass
+        filler.close()
+        rules = str(self.folder / "KSVariableRule.db")
+        shutil.copy(self.database("KSVariableRule"), rules)
+        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
+        for database, code, command in [
+                ("KSObjectRule", 3, ["rule", "set", *variable, "--type", "strEqual", "--parameter",
+                                     json.dumps({"ruleParam": "x" * 10000})]),
+                ("KSBlockSetting", 3, ["block", "add", "--device", "d" * 9000, "--from", "now",
+                                       "--to", "4102444800"]),
+                ("KSGlobalSetting", 3, ["settings", "set", "KSRuleType", json.dumps("x" * 9000)]),
+                ("KSVariableRule", 3, ["merge", "--type", "variable-rule", rules]),
+                ("new", 2, ["init", "--domain", "new"])]:
+            domain = [] if command[0] == "init" else ["--domain", "good"]
+            _, said = self.call(*command, *domain, code=code)
+            self.assertRegex(said, "(?s)" + database + ".*(full|No space left)", command)
+        os.remove(self.root / "filler")
         for name in ["KSObjectRule", "KSObjectHistory"]:
             self.assertEqual(self.ask(self.database(name), "pragma integrity_check"), [("ok",)])
         subprocess.run(["mount", "-o", "remount,size=64m", self.root], check=True)

@@ -72,8 +72,10 @@ TEST_F(LoggerTest, MessageOfAnyLengthIsOneLine) {
     Say(kLogError, text + '\n');
     EXPECT_EQ(log.Lines().back().message, text + "\\n");
   }
-  Say(kLogError, "a\r\n\tb\x01\x1B\x7F\\ \xC3\xA4\xFF");
-  EXPECT_EQ(log.Lines().back().message, "a\\r\\n\\tb\\x01\\x1B\\x7F\\ \xC3\xA4\xFF");
+  Say(kLogError, "a\r\n\tb\x01\x1B\x7F\\ \xC3\xA4\xFF \xC2\x85\xE2\x80\xA8\xE2\x80\xAE");
+  EXPECT_EQ(log.Lines().back().message,
+            "a\\r\\n\\tb\\x01\\x1B\\x7F\\ \xC3\xA4\xFF "
+            "\\xC2\\x85\\xE2\\x80\\xA8\\xE2\\x80\\xAE");
 }
 
 TEST_F(LoggerTest, LoggingLeavesErrnoAlone) {

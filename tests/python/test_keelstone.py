@@ -189,7 +189,7 @@ class TestRunsAndDomains:
         assert "missing" in str(missing.value)
         with pytest.raises(keelstone.InputError):
             keelstone.open(place[0], "ill", settings=["intRange"])
-        with keelstone.open(*place, enrol=False) as domain:
+        with keelstone.open(*place, enroll=False) as domain:
             assert domain.evaluate("r1", "s", {"a": 1}, time=START).rejected == ["a"]
             domain.define("s", "a", "int64")
             assert not domain.evaluate("r1", "s", {"a": 1}, time=START).rejected
