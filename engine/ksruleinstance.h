@@ -82,7 +82,8 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// The results so far; shared, filled further by every ProcessVariable.
   std::shared_ptr<KSRuleUpdateResultData> GetUpdateResultData() const;
   /// Hands the changed rules and histories to the write-behind cache. Call it once, at
-  /// the end.
+  /// the end: a further call hands the same rows over again, but for those whose variables
+  /// have got newer rows since, from this instance or another.
   void SerializeLocalDB();
 
   /// Stops learning for the rest of the run. Alerts are still raised, and the golden values

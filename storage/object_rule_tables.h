@@ -21,15 +21,16 @@ inline constexpr const char* kCreateRules =
     "KEY(deviceName,interfaceValue,variableSource,param,variableName,variableSourceType))";
 
 // A unit is found by its device, source and param; the primary key would lead through all
-// rows of the device. {0}: the schema.
+// rows of the device. The interface is there for the queries of one object, which would
+// else lead through all rows of its unit. {0}: the schema.
 inline constexpr const char* kRuleIndex = "KSObjectRuleByUnit";
 inline constexpr const char* kHistoryIndex = "KSObjectHistoryByUnit";
 inline constexpr const char* kIndexRules =
     "create index if not exists {0}.KSObjectRuleByUnit on KSObjectRule "
-    "(deviceName,variableSource,param,variableSourceType)";
+    "(deviceName,variableSource,param,variableSourceType,interfaceValue)";
 inline constexpr const char* kIndexHistories =
     "create index if not exists {0}.KSObjectHistoryByUnit on KSObjectHistory "
-    "(deviceName,variableSource,param,variableSourceType)";
+    "(deviceName,variableSource,param,variableSourceType,interfaceValue)";
 
 constexpr TableOperation RuleOperation(const char* function,
                                        TableAccess access = TableAccess::kRead) {

@@ -293,6 +293,9 @@ TEST_F(RuleInstance, SeesWhatIsStillPending) {
   const std::string both = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":5},)"
                            R"({"liveTime":1700001801,"dataValue":6}]})";
   EXPECT_THAT(Histories(), Contains(both));
+  first->SerializeLocalDB();  // what it has handed over before is older by now
+  unit_.Finish(*first);
+  EXPECT_THAT(Histories(), Contains(both));
 }
 
 }  // namespace
