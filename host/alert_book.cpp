@@ -67,15 +67,17 @@ void AlertBook::NoteLearned(const ParsedRun& run, const RunOutcome& outcome) {
 }
 
 void AlertBook::TakeNews(const ParsedRun& run, std::vector<RefusedValue>& refused) {
+  std::vector<RefusedValue> news;
   const MutexLock lock(mutex_);
-  std::erase_if(refused, [&](const RefusedValue& value) KS_REQUIRES(mutex_) {
+  for (RefusedValue& value : refused) {
     const VarInfo& variable = run.variables[value.variable];
     const ObjectKey key = KeyOf(run, variable.interfaceValue, variable.variableName);
     auto place = refused_.find(key);
     if (place == refused_.end()) place = refused_.try_emplace(OwnObjectKey(key)).first;
     const std::size_t reason = ReasonHash(value.reason);
-    return std::exchange(place->second, reason) == reason;
-  });
+    if (std::exchange(place->second, reason) != reason) news.push_back(std::move(value));
+  }
+  refused.swap(news);
 }
 
 std::vector<std::pair<ObjectKey, Episode>> AlertBook::Open() const {
