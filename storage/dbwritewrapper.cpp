@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "platform/fork_gate.h"
 #include "platform/ini_reader.h"
 #include "platform/logger.h"
 #include "storage/ksdomaindatamanager.h"
@@ -130,6 +131,7 @@ struct DBWriteWrapper::State {
   Mutex wakeMutex;             // guards started; orders tests of the pending rows with
   Condition wake;              // notifications, so that none is lost; innermost
   bool started KS_GUARDED_BY(wakeMutex) = false;
+  std::atomic<bool> wanted{false};  // somebody has started the worker, or tried to
   // Never joined nor destroyed: the worker does not end.
   boost::thread* worker = nullptr;
 
@@ -149,7 +151,11 @@ void DBWriteWrapper::State::WaitForRows() {
 }
 
 DBWriteWrapper* DBWriteWrapper::Instance() {
-  static auto* const instance = new DBWriteWrapper;
+  static auto* const instance = [] {
+    auto* const made = new DBWriteWrapper;
+    ForkGate::InChild([](void* cache) { static_cast<DBWriteWrapper*>(cache)->Renew(); }, made);
+    return made;
+  }();
   return instance;
 }
 
@@ -157,6 +163,21 @@ DBWriteWrapper::DBWriteWrapper() : state_(new State) {
   state_->cacheTime = std::max(ReadSetting("CacheTime", 60), 0);
   state_->cacheSize = std::max(ReadSetting("CacheSize", 10000), 1);
   state_->wakeAt = state_->cacheTime == 0 ? 1 : state_->cacheSize;
+  StartWorker();
+}
+
+void DBWriteWrapper::Renew() {
+  // The parent writes its rows, and its worker is not here. What it waited for cannot be
+  // used again, and marks point into what was pending: all of that stays as it is.
+  auto* const renewed = new State;
+  renewed->cacheTime = state_->cacheTime;
+  renewed->cacheSize = state_->cacheSize;
+  renewed->wakeAt = state_->wakeAt;
+  state_ = renewed;
+}
+
+void DBWriteWrapper::StartWorker() {
+  if (state_->wanted.exchange(true)) return;
   try {
     state_->worker = new boost::thread([this] { Work(); });
   } catch (const std::exception& error) {
@@ -177,6 +198,7 @@ void DBWriteWrapper::Work() {
   while (true) {
     RunStep([this] {
       state_->WaitForRows();
+      const ForkGate::Inside inside;
       ForceWriteDisk();
     });
   }
@@ -185,6 +207,7 @@ void DBWriteWrapper::Work() {
 void DBWriteWrapper::CacheData(const std::string& domainId, const std::string& unitKey,
                                std::vector<ObjectRuleData> rules,
                                std::vector<ObjectRuleHistoryData> history) {
+  if (!state_->wanted.load()) StartWorker();  // not in a forked child
   const std::set<std::string> devices = DevicesOf(rules, history);
   state_->pending.Add(domainId, unitKey, std::move(rules), std::move(history));
   for (const std::string& device : devices) NoteUnitChange(domainId, device);

@@ -42,7 +42,9 @@ class PendingMark {
 /// come since. The rows of one domain reach the disk in the order in which they came.
 ///
 /// Made on first use and never destroyed; the worker never ends, and what is pending when
-/// the process ends is lost: a host calls ForceWriteDisk before it goes. Any thread.
+/// the process ends is lost: a host calls ForceWriteDisk before it goes. A child of fork()
+/// begins with nothing pending, and starts a worker when it hands the first rows over. Any
+/// thread.
 class KEELSTONE_EXPORT DBWriteWrapper {
  public:
   static DBWriteWrapper* Instance();
@@ -83,7 +85,9 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   struct State;
   DBWriteWrapper();
   ~DBWriteWrapper() = delete;
+  void StartWorker();
   void Work();
+  void Renew();
 
   State* state_;
 };
