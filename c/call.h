@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "c/keelstone.h"
+#include "platform/fork_gate.h"
 
 /// What every call of the C interface has in common: its answer, its message, its texts.
 namespace keelstone::c {
@@ -26,10 +27,14 @@ ks_status RememberFailure() noexcept;
 /// What RememberFailure noted last on this thread.
 const char* RememberedFailure() noexcept;
 
-/// Runs the body of a call; nothing leaves it.
+/// Runs the body of a call, and keeps fork() waiting meanwhile; nothing leaves it.
 template <class Body>
 ks_status Call(const Body& body) noexcept {
+  const ForkGate::Inside inside;
   try {
+    if (!ForkGate::IsUsable()) {
+      throw Failure(KS_ERROR_STATE, "this process is the child of a fork() in a log callback");
+    }
     body();
     return KS_OK;
   } catch (...) {

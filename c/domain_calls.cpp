@@ -67,6 +67,12 @@ JsonValue SettingsOver(const char* settings) {
   return merged;
 }
 
+void ReadAnew(KSDataManagerSql& data) {
+  data.InvalidateKSGlobalSettingCaches();
+  data.InvalidateKSVariableRuleCaches();
+  data.InvalidateKSBlockSettingCaches();
+}
+
 /// Loads a domain whose files `prepare` has seen to, and hands its handle out.
 template <class Prepare>
 void OpenDomain(const char* id, ks_domain** domain, const Prepare& prepare) {
@@ -80,8 +86,9 @@ void OpenDomain(const char* id, ks_domain** domain, const Prepare& prepare) {
     throw Failure(KS_ERROR_DATABASE,
                   Named(opened->id) + " cannot be used: " + Printable(check.detail));
   }
-  NoteRootOf(opened->id);
-  KSDomainDataManager::Instance()->GetKSDataManager(opened->id);
+  const bool isInherited = NoteRootOf(opened->id);
+  const auto data = KSDomainDataManager::Instance()->GetKSDataManager(opened->id);
+  if (isInherited) ReadAnew(*data);  // the parent goes on to change the domain
   handle = DomainTable::Instance().Open(std::move(opened));
 }
 
@@ -215,9 +222,6 @@ ks_status ks_domain_reload(ks_domain* domain) {
   return Call([&] {
     const auto opened = DomainTable::Instance().Find(domain);
     opened->judged->Clear();
-    const auto data = KSDomainDataManager::Instance()->GetKSDataManager(opened->id);
-    data->InvalidateKSGlobalSettingCaches();
-    data->InvalidateKSVariableRuleCaches();
-    data->InvalidateKSBlockSettingCaches();
+    ReadAnew(*KSDomainDataManager::Instance()->GetKSDataManager(opened->id));
   });
 }

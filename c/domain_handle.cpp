@@ -1,6 +1,7 @@
 #include "c/domain_handle.h"
 
 #include <map>
+#include <set>
 
 #include "platform/filesystem.h"
 #include "platform/text_escape.h"
@@ -12,12 +13,23 @@ namespace {
 /// Who uses the root folder, and which folder each loaded domain lies below.
 struct RootRegister {
   static RootRegister& Instance() {
-    static RootRegister* const instance = new RootRegister;
+    static RootRegister* const instance = [] {
+      auto* const made = new RootRegister;
+      ForkGate::InChild([](void* all) { static_cast<RootRegister*>(all)->NoteFork(); }, made);
+      return made;
+    }();
     return *instance;
   }
-  Mutex mutex;  // guards the two below; innermost
+
+  void NoteFork() {
+    const MutexLock lock(mutex);
+    for (const auto& [domain, root] : roots) inherited.insert(domain);
+  }
+
+  Mutex mutex;  // guards the three below; innermost
   std::size_t uses KS_GUARDED_BY(mutex) = 0;
   std::map<std::string, std::string> roots KS_GUARDED_BY(mutex);
+  std::set<std::string> inherited KS_GUARDED_BY(mutex);  // loaded by a parent, not opened since
 };
 
 }  // namespace
@@ -60,10 +72,11 @@ void RequireSameRoot(const std::string& domainId) {
                                     Printable(known->second) + " as long as the process lives");
 }
 
-void NoteRootOf(const std::string& domainId) {
+bool NoteRootOf(const std::string& domainId) {
   RootRegister& all = RootRegister::Instance();
   const MutexLock lock(all.mutex);
   all.roots.emplace(domainId, VXFileSystem::GetSystemRootFolder());
+  return all.inherited.erase(domainId) > 0;
 }
 
 }  // namespace keelstone::c

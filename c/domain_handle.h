@@ -26,8 +26,9 @@ class RootUse {
 void SetRoot(const std::string& folder);
 /// Failure when the domain was opened below another root; by who holds a RootUse.
 void RequireSameRoot(const std::string& domainId);
-/// Notes below which root the domain is open for the rest of the process; likewise.
-void NoteRootOf(const std::string& domainId);
+/// Notes below which root the domain is open for the rest of the process; likewise. Answers
+/// whether what the process knows of the domain was read by its parent before fork().
+bool NoteRootOf(const std::string& domainId);
 
 /// An open ks_domain. Any thread.
 struct DomainHandle {

@@ -11,18 +11,23 @@
 #include <utility>
 
 #include "c/call.h"
+#include "platform/fork_gate.h"
 #include "platform/mutex.h"
 
 namespace keelstone::c {
 
 /// Says for every handle that a host may come with whether it is open: handles are numbers
 /// that no table gives out twice, and are never followed. Never destroyed: a thread may
-/// still come while the process ends. Any thread.
+/// still come while the process ends. A forked child begins with none. Any thread.
 template <class Handle, class Object>
 class HandleTable {
  public:
   static HandleTable& Instance() {
-    static HandleTable* const instance = new HandleTable;
+    static HandleTable* const instance = [] {
+      auto* const made = new HandleTable;
+      ForkGate::InChild([](void* table) { static_cast<HandleTable*>(table)->Forget(); }, made);
+      return made;
+    }();
     return *instance;
   }
 
@@ -57,6 +62,14 @@ class HandleTable {
   }
 
  private:
+  void Forget() {
+    for (Shard& shard : shards_) {
+      const MutexLock lock(shard.mutex);
+      shard.objects.clear();
+    }
+    firstOfProcess_.store(next_.load());
+  }
+
   static constexpr std::uintptr_t kStep = 16;
 
   struct Shard {
@@ -66,12 +79,17 @@ class HandleTable {
 
   Shard& ShardOf(std::uintptr_t number) { return shards_[number / kStep % shards_.size()]; }
 
-  [[noreturn]] static void ThrowNotOpen(const Handle* handle) {
-    throw Failure(KS_ERROR_HANDLE, std::string(Object::kHandleName) +
-                                       (handle == nullptr ? " is null" : " is not open"));
+  [[noreturn]] void ThrowNotOpen(const Handle* handle) {
+    const auto number = reinterpret_cast<std::uintptr_t>(handle);
+    const char* why = handle == nullptr ? " is null" : " is not open";
+    if (number % kStep == Object::kHandleDigit && number / kStep < firstOfProcess_.load()) {
+      why = " is not open: it is from before fork()";
+    }
+    throw Failure(KS_ERROR_HANDLE, Object::kHandleName + std::string(why));
   }
 
   std::atomic<std::uintptr_t> next_{1};
+  std::atomic<std::uintptr_t> firstOfProcess_{0};  // those below it were a parent's
   std::array<Shard, 16> shards_;
 };
 

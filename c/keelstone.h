@@ -35,7 +35,12 @@
  * knows of them, and takes what it does not bring as zero. Members are only ever added at
  * the end. A structure to be handed in is set to zero first.
  *
- * After fork() the child must not use the library.
+ * Processes. fork() waits until no thread is inside a call, except in a log callback, and
+ * until nothing is being written. The child begins with no open handle: those of its parent
+ * are answered with KS_ERROR_HANDLE. It opens domains anew and works with them as any other
+ * process does. What was pending at the fork is written by the parent only. The log callback
+ * stays in place. After a fork() inside a log callback, every call in the child is answered
+ * with KS_ERROR_STATE.
  */
 #ifndef KEELSTONE_C_KEELSTONE_H
 #define KEELSTONE_C_KEELSTONE_H

@@ -1,9 +1,12 @@
 #include "c/log_sink.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "platform/fork_gate.h"
 #include "platform/logger.h"
 #include "platform/mutex.h"
 
@@ -28,12 +31,19 @@ class LogSink {
     callback_(line.level, text.c_str(), user_);
   }
 
+  /// Another with the same callback, and nobody inside.
+  std::shared_ptr<LogSink> Again() const { return std::make_shared<LogSink>(callback_, user_); }
+
   /// Lets nobody in any more, and waits for those who are inside unless this thread is
   /// inside a callback: two that wait for each other would wait for ever.
   void Close() {
-    const MutexLock lock(mutex_);
-    closed_ = true;
-    while (inside_ > 0 && callbackDepth == 0) left_.Wait(mutex_);
+    std::uint32_t seen = inside_.fetch_or(kClosed) | kClosed;
+    if (callbackDepth > 0) return;
+    const ForkGate::Outside outside;
+    while (seen != kClosed) {
+      inside_.wait(seen);
+      seen = inside_.load();
+    }
   }
 
  private:
@@ -49,30 +59,32 @@ class LogSink {
   };
 
   bool Enter() {
-    const MutexLock lock(mutex_);
-    if (closed_) return false;
-    ++inside_;
-    return true;
+    if ((inside_.fetch_add(1) & kClosed) == 0) return true;
+    Leave();
+    return false;
   }
 
   void Leave() {
-    const MutexLock lock(mutex_);
-    if (--inside_ == 0) left_.NotifyAll();
+    inside_.fetch_sub(1);
+    inside_.notify_all();
   }
+
+  static constexpr std::uint32_t kClosed = 0x80000000;
 
   const ks_log_callback callback_;
   void* const user_;
-  Mutex mutex_;  // guards the two below; innermost, not held during the callback
-  Condition left_;
-  int inside_ KS_GUARDED_BY(mutex_) = 0;
-  bool closed_ KS_GUARDED_BY(mutex_) = false;
+  std::atomic<std::uint32_t> inside_{0};  // how many; and kClosed. No lock: a fork may come
 };
 
 /// The sink that is in place.
 class CurrentSink {
  public:
   static CurrentSink& Instance() {
-    static CurrentSink* const instance = new CurrentSink;
+    static CurrentSink* const instance = [] {
+      auto* const made = new CurrentSink;
+      ForkGate::InChild([](void* current) { static_cast<CurrentSink*>(current)->Renew(); }, made);
+      return made;
+    }();
     return *instance;
   }
 
@@ -85,6 +97,17 @@ class CurrentSink {
   }
 
  private:
+  /// In a forked child: threads that were inside the callback never leave it.
+  void Renew() {
+    std::shared_ptr<LogSink> next;
+    {
+      const MutexLock lock(mutex_);
+      if (!sink_) return;
+      next = sink_->Again();
+    }
+    Exchange(std::move(next));
+  }
+
   Mutex mutex_;  // guards sink_ and its being what the logger calls; the logger's is inside
   std::shared_ptr<LogSink> sink_ KS_GUARDED_BY(mutex_);
 };

@@ -9,6 +9,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/fork_gate.h"
 #include "platform/log_file.h"
 #include "platform/mutex.h"
 #include "platform/text_escape.h"
@@ -132,7 +133,12 @@ struct Logger::State {
 Logger::Logger() : level_(kLogInformation), state_(new State) {}
 
 Logger& Logger::Instance() {
-  static Logger* const instance = new Logger;
+  static Logger* const instance = [] {
+    auto* const made = new Logger;
+    // Lines that are still in a buffer would be written by a forked child, too.
+    ForkGate::Before([](void* logger) { static_cast<Logger*>(logger)->Flush(); }, made);
+    return made;
+  }();
   return *instance;
 }
 
@@ -158,6 +164,7 @@ void Logger::Log(const char* module, const char* second, const char* function, c
     const LogLine logLine{OrEmpty(module), OrEmpty(function), OrEmpty(source), line, level,
                           escaped};
     if (const State::SharedCallback callback = state_->CurrentCallback()) {
+      const ForkGate::Outside outside;
       (*callback)(logLine);
     } else {
       state_->file.Write(FileText(logLine), level >= kLogError);

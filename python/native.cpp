@@ -50,6 +50,9 @@ class Unlocked {
   Unlocked(const Unlocked&) = delete;
   Unlocked& operator=(const Unlocked&) = delete;
 
+  /// In a forked child, which has none of the threads that were on their way back.
+  static void Forked() { returning = 0; }
+
   /// Before the interpreter ends, with its lock held: returns when no other thread can want it
   /// any more.
   static void Ending() {
@@ -80,8 +83,12 @@ void Released(Call call) {
   Check(status);
 }
 
-const char* OrNull(const std::optional<std::string>& text) {
-  return text ? text->c_str() : nullptr;
+/// The text for a call that reads it up to its end: one with a NUL inside would end there.
+const char* Terminated(const std::string& text) {
+  if (text.find('\0') != std::string::npos) {
+    throw Failure{KS_ERROR_INPUT, "a text with a NUL inside names nothing"};
+  }
+  return text.c_str();
 }
 
 class Run {
@@ -147,9 +154,11 @@ class Domain {
   static std::unique_ptr<Domain> Open(const std::string& id, bool create,
                                       const std::optional<std::string>& settings) {
     ks_domain* handle = nullptr;
+    const char* const idText = Terminated(id);
+    const char* const settingsText = settings ? Terminated(*settings) : nullptr;
     Released([&] {
-      return create ? ks_domain_create(id.c_str(), OrNull(settings), &handle)
-                    : ks_domain_open(id.c_str(), &handle);
+      return create ? ks_domain_create(idText, settingsText, &handle)
+                    : ks_domain_open(idText, &handle);
     });
     return std::make_unique<Domain>(handle);
   }
@@ -175,26 +184,28 @@ class Domain {
     Released([&] { return ks_domain_reload(handle_); });
   }
   void Merge(int database, const std::string& from) {
-    Released([&] { return ks_domain_merge(handle_, database, from.c_str()); });
+    Released([&] { return ks_domain_merge(handle_, database, Terminated(from)); });
   }
   void Clean(const std::vector<std::string>& keep) {
     std::vector<const char*> names;
-    for (const std::string& name : keep) names.push_back(name.c_str());
+    for (const std::string& name : keep) names.push_back(Terminated(name));
     Released([&] { return ks_domain_clean(handle_, names.data(), names.size()); });
   }
   void Define(const std::string& source, const std::string& name, int type) {
-    Released([&] { return ks_domain_define(handle_, source.c_str(), name.c_str(), type, 0); });
+    const char* const sourceText = Terminated(source);
+    const char* const nameText = Terminated(name);
+    Released([&] { return ks_domain_define(handle_, sourceText, nameText, type, 0); });
   }
   std::unique_ptr<Run> Start(const std::string& device, const std::string& source,
                              const std::string& param, std::int64_t time, bool onDemand,
                              const std::string& nodeId) {
     ks_run_info info = {};
-    info.device = device.c_str();
-    info.source = source.c_str();
-    info.param = param.c_str();
+    info.device = Terminated(device);
+    info.source = Terminated(source);
+    info.param = Terminated(param);
     info.time = time;
     info.on_demand = onDemand ? 1 : 0;
-    info.node_id = nodeId.c_str();
+    info.node_id = Terminated(nodeId);
     ks_run* handle = nullptr;
     Released([&] { return ks_run_start(handle_, &info, sizeof info, &handle); });
     return std::make_unique<Run>(handle);
@@ -252,7 +263,8 @@ PYBIND11_MODULE(_native, module) {
     Logger::Set(py::none());
     Unlocked::Ending();
   });
-  module.def("set_root", [](const std::string& folder) { Check(ks_set_root(folder.c_str())); });
+  module.def("_forked", &Unlocked::Forked);
+  module.def("set_root", [](const std::string& folder) { Check(ks_set_root(Terminated(folder))); });
   module.def("set_interval_time",
              [](std::int32_t seconds) { Check(ks_set_interval_time(seconds)); });
   module.def("set_logger", &Logger::Set, py::arg("callback"));

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "platform/fork_gate.h"
 #include "platform/ini_reader.h"
 #include "platform/logger.h"
 #include "storage/first_failure.h"
@@ -130,7 +131,11 @@ void DBWriteWrapper::State::WaitForRows() {
 }
 
 DBWriteWrapper* DBWriteWrapper::Instance() {
-  static auto* const instance = new DBWriteWrapper;
+  static auto* const instance = [] {
+    auto* const made = new DBWriteWrapper;
+    ForkGate::InChild([](void* cache) { static_cast<DBWriteWrapper*>(cache)->Renew(); }, made);
+    return made;
+  }();
   return instance;
 }
 
@@ -140,6 +145,17 @@ DBWriteWrapper::DBWriteWrapper() : state_(new State) {
   state_->wakeAt = state_->cacheTime == 0 ? 1 : state_->cacheSize;
   state_->nextFlush = SteadySeconds() + state_->cacheTime;
   StartWorker();
+}
+
+void DBWriteWrapper::Renew() {
+  // The parent writes its rows, and its worker is not here. What it waited for cannot be
+  // used again, and marks point into what was pending: all of that stays as it is.
+  auto* const renewed = new State;
+  renewed->cacheTime = state_->cacheTime;
+  renewed->cacheSize = state_->cacheSize;
+  renewed->wakeAt = state_->wakeAt;
+  renewed->nextFlush = SteadySeconds() + state_->cacheTime;
+  state_ = renewed;
 }
 
 void DBWriteWrapper::StartWorker() {
@@ -162,8 +178,7 @@ void DBWriteWrapper::FlushWithoutWorker() {
   const std::int64_t now = SteadySeconds();
   if (state_->pending.OpenRows() < state_->wakeAt && now < state_->nextFlush.load()) return;
   state_->nextFlush.store(now + state_->cacheTime);
-  StartWorker();
-  if (state_->worker.load() == nullptr) ForceWriteDisk();
+  ForceWriteDisk();
 }
 
 void DBWriteWrapper::Work() {
@@ -175,6 +190,7 @@ void DBWriteWrapper::Work() {
   while (true) {
     RunStep([this] {
       state_->WaitForRows();
+      const ForkGate::Inside inside;
       ForceWriteDisk();
     });
   }
@@ -209,6 +225,7 @@ void DBWriteWrapper::HandOverAgain(const std::string& domainId, const std::strin
 }
 
 void DBWriteWrapper::WakeWhenDue() {
+  if (state_->worker.load() == nullptr) StartWorker();  // as in a forked child
   if (state_->worker.load() == nullptr) return FlushWithoutWorker();
   if (state_->pending.OpenRows() < state_->wakeAt) return;
   const MutexLock lock(state_->wakeMutex);

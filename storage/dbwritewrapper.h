@@ -45,7 +45,9 @@ class HandedRows;
 /// of one flush in one commit: what a killed process leaves has all rows of a run or none.
 ///
 /// Made on first use and never destroyed; the worker never ends, and what is pending when
-/// the process ends is lost: a host calls ForceWriteDisk before it goes. Any thread.
+/// the process ends is lost: a host calls ForceWriteDisk before it goes. A child of fork()
+/// begins with nothing pending, and starts a worker when it hands the first rows over. Any
+/// thread.
 class KEELSTONE_EXPORT DBWriteWrapper {
  public:
   static DBWriteWrapper* Instance();
@@ -97,6 +99,7 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   void StartWorker();
   void FlushWithoutWorker();
   void Work();
+  void Renew();
 
   State* state_;
 };

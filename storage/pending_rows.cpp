@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+#include "platform/fork_gate.h"
+
 namespace keelstone {
 
 namespace {
@@ -287,6 +289,7 @@ void PendingRows::DropOldest(const std::string& domainId) {
 }
 
 void PendingRows::Claim(const std::string& domainId) {
+  const ForkGate::Outside outside;  // the flush that is waited for may be in a host's callback
   const MutexLock lock(flushMutex_);
   while (!flushing_.insert(domainId).second) flushEnded_.Wait(flushMutex_);
 }

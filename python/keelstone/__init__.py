@@ -9,6 +9,7 @@ from __future__ import annotations
 
 import atexit
 import logging
+import os
 from typing import Callable, Optional, Union
 
 from . import _native
@@ -52,6 +53,7 @@ _LEVELS = {0: logging.DEBUG, 1: logging.INFO, 2: logging.WARNING, 3: logging.ERR
 _native._set_raiser(of_status)
 # The library's threads go on while the interpreter ends: none may call into it by then.
 atexit.register(_native._ending)
+os.register_at_fork(after_in_child=_native._forked)
 
 
 def set_logger(
@@ -73,6 +75,8 @@ def set_logger(
 def set_interval_time(seconds: int) -> None:
     """How many seconds must lie between two values of a variable without a rule for both to
     be kept; 1800 when never set. For all domains of the root that is open."""
+    if not 0 <= seconds < 2**31:
+        raise InputError(f"seconds: {seconds} is out of range")
     _native.set_interval_time(seconds)
 
 

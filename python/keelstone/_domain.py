@@ -2,10 +2,9 @@
 
 from __future__ import annotations
 
-import json
 import os
 import time as clock
-from collections.abc import Iterable, Mapping, Sequence
+from collections.abc import Iterable, Mapping
 from datetime import datetime
 from types import TracebackType
 from typing import Any, Optional, Union
@@ -29,23 +28,30 @@ _TYPES = {"int64": 1, "float": 2, "double": 3, "string": 4, "table": 5}
 def _seconds(time: Time) -> int:
     if time is None:
         return int(clock.time())
-    if isinstance(time, datetime):
-        return int(time.timestamp())
-    return int(time)
+    try:
+        seconds = int(time.timestamp() if isinstance(time, datetime) else time)
+    except (TypeError, ValueError, OverflowError) as error:
+        raise InputError(f"time: must be seconds or a datetime, not {time!r:.100}") from error
+    if not -(2**63) <= seconds < 2**63:
+        raise InputError(f"time: {seconds} is out of range")
+    return seconds
 
 
 class Run:
     """One parser run on one device: add values, evaluate once, take the result.
 
-    Used by one thread. As a context manager it evaluates at the end of the block, unless
-    that has happened or an exception goes through:
+    Used by one thread, while its domain is open. As a context manager it evaluates at the end
+    of the block, unless that has happened or an exception goes through:
 
         with domain.run("r1", "bgp_summary") as run:
             run.add("prefixes", 12, "10.0.12.2")
         print(run.result)
     """
 
-    def __init__(self, native: _native.Run, device: str, source: str, time: int) -> None:
+    def __init__(
+        self, domain: Domain, native: _native.Run, device: str, source: str, time: int
+    ) -> None:
+        self._domain = domain
         self._native = native
         self._pending: list[_values.Variable] = []
         self._result: Optional[Result] = None
@@ -60,7 +66,7 @@ class Run:
         interface: str = "",
         *,
         type: Optional[str] = None,
-        keys: Optional[Sequence[str]] = None,
+        keys: Optional[_values.Names] = None,
         sort: bool = True,
     ) -> Run:
         """Adds one value: a number, a string, a bool, or a list of rows (a table).
@@ -73,38 +79,39 @@ class Run:
         return self._take([entry])
 
     def add_all(
-        self, values: Mapping[str, Any], *, keys: Optional[Mapping[str, Sequence[str]]] = None
+        self, values: Mapping[str, Any], *, keys: Optional[Mapping[str, _values.Names]] = None
     ) -> Run:
         """Adds nested dictionaries: the path to a value is its interface, its key the name."""
         return self._take(_values.variables(values, keys or {}))
 
-    def add_rows(self, rows: Iterable[_values.Row], interface: Union[str, Sequence[str]]) -> Run:
+    def add_rows(self, rows: Iterable[_values.Row], interface: _values.Names) -> Run:
         """Adds a list of dictionaries; the columns `interface` name the object of each row."""
         return self._take(_values.rows(rows, interface))
 
-    def _take(self, entries: Iterable[_values.Variable]) -> Run:
+    def _require_usable(self) -> None:
+        self._domain._require_open()
         if self._result is not None:
             raise UsageError("the run has been evaluated")
-        self._pending.extend(entries)
+
+    def _take(self, entries: Iterable[_values.Variable]) -> Run:
+        self._require_usable()
+        self._pending.extend(list(entries))  # all or, when one is refused, none
         return self
 
     def evaluate(self, *, store: bool = True, explain: bool = True) -> Result:
         """Evaluates, once. With `store=False` nothing of the run is kept; with
         `explain=False` alerts have no explanation and cost less."""
-        if self._result is not None:
-            raise UsageError("the run has been evaluated")
+        self._require_usable()
         if self._pending:
-            try:
-                text = json.dumps(self._pending, allow_nan=False)
-            except (TypeError, ValueError) as error:
-                raise InputError(str(error)) from error
-            self._native.add_json(text)
+            self._native.add_json(_values.json_text(self._pending))
             self._pending = []
         if explain:
             self._native.explain()
         self._native.evaluate()
         if store:
             self._native.store()
+            if self._domain._closed:  # meanwhile, by another thread
+                _native.flush()
         explanations = self._native.explanations() if explain else "[]"
         self._result = Result._of(self._native.json(), explanations, self._native.summary())
         return self._result
@@ -140,6 +147,7 @@ class Domain:
 
     def __init__(self, native: _native.Domain, id: str, root: str) -> None:
         self._native = native
+        self._process = os.getpid()
         self.id = id
         self.root = root
 
@@ -149,9 +157,9 @@ class Domain:
         source: str,
         values: Union[Mapping[str, Any], Iterable[_values.Row]],
         *,
-        interface: Union[str, Sequence[str], None] = None,
+        interface: Optional[_values.Names] = None,
         table: Optional[str] = None,
-        keys: Union[Sequence[str], Mapping[str, Sequence[str]], None] = None,
+        keys: Union[_values.Names, Mapping[str, _values.Names], None] = None,
         time: Time = None,
         param: str = "",
         on_demand: bool = False,
@@ -179,7 +187,7 @@ class Domain:
         elif table is not None and interface is None:
             if isinstance(keys, Mapping):
                 raise InputError("keys of a table: [column, …]")
-            run.add(table, list(values), keys=keys)
+            run.add(table, _values.listed(values), keys=keys)
         elif interface is not None and table is None and keys is None:
             run.add_rows(values, interface)
         else:
@@ -197,9 +205,10 @@ class Domain:
         node_id: str = "",
     ) -> Run:
         """Starts a run to which values are added one by one."""
+        self._require_open()
         seconds = _seconds(time)
         native = self._native.start(device, source, param, seconds, on_demand, node_id)
-        return Run(native, device, source, seconds)
+        return Run(self, native, device, source, seconds)
 
     def define(self, source: str, name: str, type: str) -> None:
         """Defines a variable ahead; needed only when the domain does not enroll."""
@@ -217,9 +226,9 @@ class Domain:
             raise InputError(f"{kind!r} is no database; one of {', '.join(_DATABASES)}")
         self._native.merge(_DATABASES[kind], os.fspath(path))
 
-    def clean(self, keep: Iterable[str]) -> None:
-        """Removes what was learned of all sources but these."""
-        self._native.clean(list(keep))
+    def clean(self, keep: _values.Names) -> None:
+        """Removes what was learned of all sources but these; a text is one source."""
+        self._native.clean(_values.names(keep, "keep"))
 
     def reload(self) -> None:
         """Reads settings and definitions anew that another process has changed."""
@@ -229,11 +238,22 @@ class Domain:
         """Flushes and closes; a second time it does nothing."""
         if self._closed:
             return
-        self._native.flush()
-        self._native.close()
+        # First of all: a run that is stored from here on is flushed by who stores it.
         self._closed = True
+        try:
+            self._native.flush()
+            self._native.close()
+        except BaseException:
+            self._closed = False
+            raise
 
     _closed = False
+
+    def _require_open(self) -> None:
+        if self._closed:
+            raise UsageError("the domain is closed")
+        if self._process != os.getpid():
+            raise UsageError("the domain was opened before fork(): open it anew in this process")
 
     def __enter__(self) -> Domain:
         return self
@@ -244,7 +264,11 @@ class Domain:
         error: Optional[BaseException],
         trace: Optional[TracebackType],
     ) -> None:
-        self.close()
+        try:
+            self.close()
+        except UsageError:  # a forked child leaves its parent's block, most often by sys.exit()
+            if error is None:
+                raise
 
     def __repr__(self) -> str:
         state = ", closed" if self._closed else ""
@@ -279,7 +303,7 @@ def open(
     if folder != _Root.folder:
         _native.set_root(folder)
         _Root.folder = folder
-    text = None if settings is None else json.dumps(settings)
+    text = None if settings is None else _values.json_text(settings)
     native = _native.Domain.open(domain, create, text)
     native.enroll(enroll)
     native.configure(judge_repeated, allow_duplicates, max_ahead)

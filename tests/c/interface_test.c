@@ -5,6 +5,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "c/keelstone.h"
 
@@ -558,8 +560,29 @@ static void listen_to(int32_t level, const char* text, void* user) {
   pthread_mutex_unlock(&self->mutex);
 }
 
+/* The child has nothing open, whatever the threads of its parent were doing, and works. */
+static void work_in_a_child(ks_domain* domain, ks_run* run) {
+  const pid_t child = fork();
+  int answer = -1;
+  if (child == 0) {
+    failures = 0;
+    OK(ks_set_logger(NULL, NULL)); /* a parent's thread may have the listener's mutex */
+    IS(KS_ERROR_HANDLE, ks_domain_flush(domain));
+    CHECK(strstr(ks_last_error(), "before fork()") != NULL);
+    IS(KS_ERROR_HANDLE, ks_run_add_int64(run, "a", NULL, 1));
+    IS(KS_ERROR_HANDLE, ks_run_close(run));
+    IS(KS_ERROR_HANDLE, ks_domain_close(domain));
+    domain = new_domain("forked");
+    finish(new_run(domain, "r1", 0));
+    OK(ks_domain_flush(domain));
+    OK(ks_domain_close(domain));
+    _exit(failures);
+  }
+  CHECK(waitpid(child, &answer, 0) == child && answer == 0);
+}
+
 /* Two devices at once on one domain, both also on one run, while the logger is replaced
- * again and again: nobody calls a listener that was taken back. */
+ * again and again and children are forked: nobody calls a listener that was taken back. */
 static void threads_keep_apart(void) {
   ks_domain* domain = new_domain("threads");
   ks_run* shared = new_run(domain, "shared", 0);
@@ -579,6 +602,7 @@ static void threads_keep_apart(void) {
     pthread_mutex_init(&listener->mutex, NULL);
     OK(ks_set_logger(listen_to, listener));
     nanosleep(&(struct timespec){0, 500000}, NULL);
+    if (i % 10 == 0) work_in_a_child(domain, shared);
     OK(ks_set_logger(NULL, NULL));
     listener->closed = 1;
     lines += listener->lines;

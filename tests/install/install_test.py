@@ -17,15 +17,23 @@ import unittest
 
 TREE, BUILD, CMAKE, CXX, CC = sys.argv[1:6]
 TREE = pathlib.Path(TREE)
+PYTHON = "/usr/bin/python3"
 CLANG = next(name for name in ("clang-14", "clang-19", "clang") if shutil.which(name))
-CPP_OUTPUT = [
-    r'poll 20: r1 10.0.12.2 prefixes broke {"_t":4,"_p":"{\"ruleParam\":12}","_v":"0"}',
-    r'poll 20: r1 10.0.12.2 state broke {"_t":0,"_p":"{\"ruleParam\":\"Established\"}","_v":"Idle"}',
-]
-C_OUTPUT = [
-    '1700001200 r1 10.0.12.2 prefixes is 0: expected always 12',
-    '1700001200 r1 10.0.12.2 state is Idle: expected always "Established"',
-]
+
+
+def blocks(document, language):
+    """The blocks of code of a document that are marked with the language."""
+    return re.findall(rf"^```{language}\n(.*?)^```$", (TREE / document).read_text(),
+                      flags=re.M | re.S)
+
+
+def transcripts():
+    """(commands, output) of the guide's two examples."""
+    for block in blocks("docs/embedding.md", ""):
+        lines = block.splitlines()
+        commands = [line[2:] for line in lines if line.startswith("$ ")]
+        if commands:
+            yield commands, sorted(line for line in lines if not line.startswith("$ "))
 
 
 def attempt(*command, **options):
@@ -40,6 +48,10 @@ def run(*command, **options):
     return done.stdout
 
 
+def minor():
+    return run(PYTHON, "-c", "import sys; print(sys.version_info.minor)").strip()
+
+
 class InstallTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -50,8 +62,12 @@ class InstallTest(unittest.TestCase):
         cls.prefix = (cls.folder / "first").rename(cls.folder / "moved")
         cls.library = next(cls.prefix.rglob("libkeelstone.so"))
         cls.headers = cls.prefix / "include/keelstone"
-        cls.environment = dict(os.environ, LD_LIBRARY_PATH=str(cls.library.parent),
-                               PKG_CONFIG_PATH=str(cls.library.parent / "pkgconfig"))
+        # A host finds the library as it was told to; the program and the module by themselves.
+        cls.bare = {name: value for name, value in os.environ.items()
+                    if name not in ("LD_LIBRARY_PATH", "PYTHONPATH")}
+        cls.environment = dict(cls.bare, LD_LIBRARY_PATH=str(cls.library.parent),
+                               PKG_CONFIG_PATH=str(cls.library.parent / "pkgconfig"),
+                               CMAKE_PREFIX_PATH=str(cls.prefix), CXX=CXX, CC=CC)
 
     def test_library_is_found_by_its_soname(self):
         dynamic = run("readelf", "-d", self.library)
@@ -138,30 +154,88 @@ class InstallTest(unittest.TestCase):
                           'echo "${COMPREPLY[@]}"')
             self.assertIn(expected, offered.split(), line)
 
-    def poll(self, program, expected):
-        with tempfile.TemporaryDirectory() as root:
-            printed = run(program, root, env=self.environment).splitlines()
-        self.assertEqual(sorted(printed), expected)
+    def test_the_guide_s_examples_build_with_the_cmake_package(self):
+        (self.folder / "examples").symlink_to(TREE / "examples")
+        count = 0
+        for commands, output in transcripts():
+            for command in commands:
+                printed = run("bash", "-c", command, cwd=self.folder, env=self.environment)
+            self.assertEqual(sorted(printed.splitlines()), output)
+            count += 1
+        self.assertEqual(count, 2)
 
-    def test_examples_build_with_the_cmake_package(self):
-        for example, program, output in (("embed-cpp", "poll", CPP_OUTPUT),
-                                         ("embed-c", "poll-c", C_OUTPUT)):
-            build = self.folder / f"build-{example}"
-            run(CMAKE, "-S", TREE / "examples" / example, "-B", build, "-G", "Ninja",
-                f"-DCMAKE_PREFIX_PATH={self.prefix}", f"-DCMAKE_CXX_COMPILER={CXX}",
-                f"-DCMAKE_C_COMPILER={CC}", "--no-warn-unused-cli")
-            run(CMAKE, "--build", build)
-            self.poll(build / program, output)
+    def compiled(self, compiler, source, module):
+        flags = shlex.split(run("pkg-config", "--cflags", "--libs", module, env=self.environment))
+        program = self.folder / f"{source.stem}-with-pkg-config"
+        run(*compiler, source, *flags, "-o", program)
+        return program
 
-    def test_examples_build_with_pkg_config(self):
-        for module, compiler, source, output in (
-                ("keelstone", [CXX, "-std=c++20"], "embed-cpp/poll.cpp", CPP_OUTPUT),
-                ("keelstone-c", [CC, "-std=c99"], "embed-c/poll.c", C_OUTPUT)):
-            flags = shlex.split(run("pkg-config", "--cflags", "--libs", module,
-                                    env=self.environment))
-            program = self.folder / module
-            run(*compiler, TREE / "examples" / source, *flags, "-o", program)
-            self.poll(program, output)
+    def test_the_guide_s_examples_build_with_pkg_config(self):
+        for (_, output), compiler, source, module in zip(
+                transcripts(), ([CXX, "-std=c++20"], [CC, "-std=c99"]),
+                ("embed-cpp/poll.cpp", "embed-c/poll.c"), ("keelstone", "keelstone-c")):
+            program = self.compiled(compiler, TREE / "examples" / source, module)
+            with tempfile.TemporaryDirectory() as root:
+                printed = run(program, root, env=self.environment)
+            self.assertEqual(sorted(printed.splitlines()), output)
+
+    def test_the_first_program_in_the_readme_learns(self):
+        [code] = blocks("README.md", "cpp")
+        source = self.folder / "readme.cpp"
+        source.write_text(code)
+        program = self.compiled([CXX, "-std=c++20", "-Wall", "-Wextra"], source, "keelstone")
+        printed = run(program, cwd=self.folder, env=self.environment)
+        self.assertIn(f"```cpp\n{code}```\n\nIt prints\n\n```\n{printed}```\n",
+                      (TREE / "README.md").read_text())
+        self.assertIn("expected always 12", printed)
+
+    def python_works(self, python):
+        """The module is found, and does what its documents show."""
+        prelude = ("import multiprocessing\n"
+                   "rows = [{'neighbor': '10.0.12.2', 'state': 'Established'}]\n"
+                   "devices, read = ['r1', 'r2'], lambda device: rows\n")
+        count = 0
+        for document in ("README.md", "docs/python.md"):
+            for code in blocks(document, "python"):
+                script = self.folder / "shown.py"
+                self.assertIn('"/var/lib/keelstone"', code)
+                code = code.replace("/var/lib/keelstone", str(self.folder / "python-root"))
+                script.write_text(prelude + code)
+                run(python, script, cwd=self.folder, env=self.bare)
+                count += 1
+        self.assertEqual(count, 3)
+        watched = run(python, TREE / "examples/python/watch.py", cwd=self.folder, env=self.bare)
+        self.assertIn("poll 40: r2: state", watched)
+
+    def test_python_finds_the_module_below_its_prefix(self):
+        place = self.folder / "environment"
+        run(PYTHON, "-m", "venv", "--without-pip", place)
+        run(CMAKE, "--install", BUILD, "--prefix", place, "--component", "library")
+        run(CMAKE, "--install", BUILD, "--prefix", place, "--component", "python")
+        self.python_works(place / "bin/python")
+        for prefix, folder in (("/usr/local", f"lib/python3.{minor()}/dist-packages"),
+                               ("/usr", "lib/python3/dist-packages")):
+            found = run(PYTHON, "-I", TREE / "python/site_folder.py", prefix)
+            self.assertEqual(found.strip(), folder)
+
+    def test_a_wheel_holds_module_and_library(self):
+        tree = self.folder / "tree"
+        shutil.copytree(TREE / "python", tree / "python")
+        for name in ("pyproject.toml", "setup.py", "CMakeLists.txt", "docs/python.md"):
+            (tree / name).parent.mkdir(exist_ok=True)
+            shutil.copy(TREE / name, tree / name)
+        place = self.folder / "of-wheel"
+        run(PYTHON, "-m", "venv", "--without-pip", place)
+        offline = ("--no-index", "--no-deps", "--disable-pip-version-check")
+        run(PYTHON, "-m", "pip", "wheel", *offline, "--no-build-isolation", "-w", self.folder, tree,
+            env=dict(self.bare, KEELSTONE_BUILD=BUILD))
+        [wheel] = self.folder.glob("keelstone-*.whl")
+        run(PYTHON, "-m", "pip", "--python", place / "bin/python", "install", *offline, wheel)
+        self.assertEqual(len(list(place.rglob("libkeelstone.so.1"))), 1)
+        self.python_works(place / "bin/python")
+
+    def test_the_program_finds_the_library_below_its_prefix(self):
+        self.assertIn("keelstone", run(self.prefix / "bin/keelstone", "--version", env=self.bare))
 
     def test_another_major_version_is_refused(self):
         project = self.folder / "later"
@@ -174,16 +248,13 @@ class InstallTest(unittest.TestCase):
         self.assertIn('compatible with requested version "2.0"', " ".join(done.stdout.split()))
 
     def test_guide_shows_the_code_of_the_examples(self):
-        sources = {"cpp": "", "c": ""}
-        for source in TREE.glob("examples/embed-*/*.c*"):
-            sources[source.suffix[1:]] += source.read_text()
-        shown = 0
-        for language, block in re.findall(r"^```(cpp|c)\n(.*?)^```$", (TREE / "docs/embedding.md")
-                                          .read_text(), flags=re.M | re.S):
-            shown += 1
-            for piece in block.split("…\n"):
-                self.assertIn(piece, sources[language])
-        self.assertGreater(shown, 4)
+        for language, files, least in (("cpp", "*.cpp", 4), ("c", "*.c", 2),
+                                       ("cmake", "CMakeLists.txt", 1)):
+            sources = "".join(file.read_text() for file in TREE.glob(f"examples/embed-*/{files}"))
+            shown = blocks("docs/embedding.md", language)
+            self.assertGreaterEqual(len(shown), least)
+            for piece in "…\n".join(shown).split("…\n"):
+                self.assertIn(piece, sources)
 
 
 if __name__ == "__main__":

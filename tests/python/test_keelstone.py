@@ -1,18 +1,29 @@
 """The Python module as its users call it."""
 
+import contextlib
 import gc
 import logging
 import math
+import multiprocessing
+import sqlite3
 import subprocess
 import sys
 import threading
 import time
 from datetime import datetime, timezone
+from unittest import mock
 
 import keelstone
 import pytest
 
 START, STEP = 1_700_000_000, 2000
+
+
+def nested(around, levels):
+    value = 1
+    for _ in range(levels):
+        value = around([value]) if around is list else around(value)
+    return value
 
 
 @pytest.fixture(scope="session")
@@ -26,6 +37,16 @@ def place(root, request):
     """A root and a domain that no other test has used."""
     yield root, request.node.name
     gc.collect()  # what is still open after a failure is closed
+
+
+def stored(place, device):
+    """The variables of the device that have a history on the disk."""
+    file = place[0] / "data/FSParserData" / place[1] / "KSObjectHistory.db"
+    with contextlib.closing(sqlite3.connect(file)) as database:
+        rows = database.execute(
+            "select variableName from KSObjectHistory where deviceName = ?", [device]
+        )
+        return {name for name, in rows}
 
 
 def neighbors(state="Established", prefixes=12):
@@ -116,12 +137,27 @@ class TestShapesOfData:
             ({"a": object()}, {}, "not JSON serializable"),
             ({"a": {1, 2}}, {}, "not JSON serializable"),
             ({"a": "\ud800"}, {}, "not JSON"),
+            ({"a": nested(list, 100_000)}, {}, "nested too deeply"),
+            ({"a": nested(list, 600)}, {}, "deep"),
+            (nested(lambda inner: {"a": inner}, 100_000), {}, "nested too deeply"),
+            (None, {"interface": "a"}, "must be a list of rows"),
+            (None, {"table": "t"}, "must be a list of rows"),
+            ("text", {"table": "t"}, "must be a list of rows"),
+            ([None], {"interface": "a"}, "row 0 must be a dictionary"),
+            ([{"a": 1}], {"interface": 5}, "interface: must be a name"),
+            ([{"a": 1}], {"table": "t", "keys": [None]}, "t: keys: must be a name"),
+            ([{"a": 1}], {"table": "t", "keys": "b"}, "variables[0]"),
+            ({"t": [{"a": 1}]}, {"keys": {"t": 5}}, "t: keys: must be a name"),
+            ({"a": 1}, {"time": 2**63}, "time: 9223372036854775808 is out of range"),
+            ({"a": 1}, {"time": math.inf}, "time: must be seconds"),
+            ({"a": 1}, {"time": "now"}, "time: must be seconds"),
+            ({"a": 1}, {"param": "a\0b"}, "NUL"),
         ],
     )
     def test_what_is_no_value_is_refused_whole(self, place, values, options, message):
         with keelstone.open(*place) as domain:
             with pytest.raises(keelstone.InputError) as error:
-                domain.evaluate("r1", "bad", values, time=START, **options)
+                domain.evaluate("r1", "bad", values, **{"time": START, **options})
             assert message in str(error.value)
             assert not domain.evaluate("r1", "bad", {"a": 1}, time=START).rejected
 
@@ -168,10 +204,17 @@ class TestRunsAndDomains:
         with keelstone.open(*place) as domain:
             learn(domain, "s", {"a": 1})
             assert repr(domain) == f"<Domain {place[1]!r} below {str(place[0])!r}>"
+            late, last = domain.run("r1", "s"), domain.run("r1", "s", time=START + 15 * STEP)
+            native = last.add("b", 3)._native
+            last._native = mock.Mock(wraps=native)
+            last._native.store.side_effect = lambda: (domain.close(), native.store())
+            last.evaluate()  # while another thread closes the domain
+        assert stored(place, "r1") == {"a", "b"}
         domain.close()
         assert "closed" in repr(domain)
-        with pytest.raises(keelstone.UsageError):
-            domain.evaluate("r1", "s", {"a": 1})
+        for call in (late.evaluate, lambda: late.add("c", 1), lambda: domain.run("r1", "s")):
+            with pytest.raises(keelstone.UsageError):
+                call()
         # Another process sees what was learned.
         script = (
             "import keelstone, sys\n"
@@ -204,11 +247,15 @@ class TestRunsAndDomains:
             with pytest.raises(keelstone.InputError):
                 domain.evaluate("r1", "s", {"a": 1}, time=2**40)
 
-    def test_clean_forgets_other_sources(self, place):
+    @pytest.mark.parametrize("keep", [["kept"], ("kept",), {"kept": 1}, "kept"])
+    def test_clean_forgets_other_sources(self, place, keep):
         with keelstone.open(*place) as domain:
             for source in ("kept", "gone"):
                 learn(domain, source, {"a": 1})
-            domain.clean(["kept"])
+            for bad in (None, 5, [5], ["kept", None], b"kept", "kept\0"):
+                with pytest.raises(keelstone.InputError):
+                    domain.clean(bad)
+            domain.clean(keep)
             later = START + 20 * STEP
             assert domain.evaluate("r1", "kept", {"a": 2}, time=later).alerts
             assert not domain.evaluate("r1", "gone", {"a": 2}, time=later).alerts
@@ -297,3 +344,72 @@ class TestThreads:
             "import time; time.sleep(0.3)\n"
         )
         subprocess.run([sys.executable, "-c", script, *map(str, place)], check=True, timeout=60)
+
+
+class TestForks:
+    def test_a_child_begins_with_nothing_open(self, place):
+        with keelstone.open(*place) as domain:
+            domain.evaluate("r1", "s", {"a": 1}, time=START)
+            open_run = domain.run("r1", "s", time=START + STEP).add("a", 1)
+            done_run = domain.run("r3", "s", time=START + STEP).add("a", 1)
+            done_run.evaluate()
+
+            def child():
+                calls = (open_run.evaluate, lambda: open_run.add("b", 1), domain.flush, domain.close,
+                         domain.reload, lambda: domain.evaluate("r1", "s", {"a": 1}))  # fmt: skip
+                for call in calls:
+                    with pytest.raises(keelstone.UsageError):
+                        call()
+                assert done_run.result.variables == 1
+                keelstone.flush()
+                assert not stored(place, "r1")  # its parent's to write
+                with keelstone.open(*place) as own:
+                    own.evaluate("r2", "s", {"b": 1}, time=START)
+                sys.exit(7)  # out of its parent's block, as a program's own child
+
+            assert exit_code(child) == 7
+            assert not stored(place, "r1") and stored(place, "r2") == {"b"}
+        assert stored(place, "r1") == {"a"}
+
+    def test_children_of_a_busy_process_work_on(self, place):
+        """Threads evaluate, log and flush all the while."""
+        done = threading.Event()
+
+        def work(device):
+            while not done.is_set():
+                domain.evaluate(device, "s", {"a": time.monotonic()})
+                domain.flush()
+
+        keelstone.set_logger(logging.getLogger("keelstone test"), level=0)
+        try:
+            with keelstone.open(*place) as domain:
+                threads = [threading.Thread(target=work, args=(f"p{n}",)) for n in range(4)]
+                for thread in threads:
+                    thread.start()
+                try:
+                    context = multiprocessing.get_context("fork")
+                    jobs = [(place, f"c{n}") for n in range(40)]
+                    with context.Pool(4, maxtasksperchild=2) as pool:
+                        counts = pool.starmap_async(evaluate_in_child, jobs).get(120)
+                finally:
+                    done.set()
+                    for thread in threads:
+                        thread.join()
+        finally:
+            keelstone.set_logger(None)
+        assert counts == [1] * 40
+        assert all(stored(place, device) == {"x"} for _, device in jobs)
+
+
+def exit_code(work):
+    child = multiprocessing.get_context("fork").Process(target=work)
+    child.start()
+    child.join(60)
+    if child.is_alive():
+        child.kill()
+    return child.exitcode
+
+
+def evaluate_in_child(place, device):
+    with keelstone.open(*place) as domain:
+        return domain.evaluate(device, "s", {"x": 1}, time=START).variables
