@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "platform/json_value.h"
+#include "keelstone/json_value.h"
 
 namespace keelstone::bench {
 

@@ -11,8 +11,8 @@
 #include "bench/cases.h"
 #include "bench/raw_tables.h"
 #include "bench/stored_fleet.h"
-#include "storage/cksdboperatebase.h"
-#include "storage/dbwritewrapper.h"
+#include "keelstone/table_base.h"
+#include "keelstone/write_behind.h"
 
 namespace keelstone::bench {
 

@@ -12,7 +12,7 @@
 #include "bench/cases.h"
 #include "bench/history_series.h"
 #include "bench/learned_device.h"
-#include "calc/ksrulealgmgr.h"
+#include "keelstone/algorithm_manager.h"
 
 namespace keelstone::bench {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "model/ksdatapoint.h"
-#include "model/ksruleenums.h"
+#include "keelstone/data_point.h"
+#include "keelstone/rule_enums.h"
 
 namespace keelstone::bench {
 

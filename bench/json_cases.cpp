@@ -5,9 +5,9 @@
 
 #include "bench/cases.h"
 #include "bench/json_round_trip.h"
-#include "calc/ksruleglobalsetting.h"
-#include "platform/json_reader.h"
-#include "results/keelstoneupdateruledata.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/rule_global_setting.h"
+#include "keelstone/update_result.h"
 
 namespace keelstone::bench {
 

@@ -7,10 +7,10 @@
 
 #include "bench/history_series.h"
 #include "bench/raw_tables.h"
-#include "calc/ksrulealgmgr.h"
-#include "calc/ksruleglobalsetting.h"
-#include "storage/dbwritewrapper.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/rule_global_setting.h"
+#include "keelstone/write_behind.h"
 
 namespace keelstone::bench {
 

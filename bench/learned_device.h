@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "bench/bench_case.h"
-#include "engine/ksruleinstance.h"
-#include "engine/ksrulerecords.h"
-#include "model/ksruleenums.h"
+#include "keelstone/rule_enums.h"
+#include "keelstone/rule_instance.h"
+#include "keelstone/rule_records.h"
 
 namespace keelstone::bench {
 

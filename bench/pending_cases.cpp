@@ -6,7 +6,7 @@
 
 #include "bench/cases.h"
 #include "bench/stored_fleet.h"
-#include "storage/dbwritewrapper.h"
+#include "keelstone/write_behind.h"
 
 namespace keelstone::bench {
 

@@ -12,8 +12,8 @@
 #include "bench/cases.h"
 #include "bench/program_run.h"
 #include "bench/stored_fleet.h"
-#include "platform/cppsqlite3.h"
-#include "platform/filesystem.h"
+#include "keelstone/cppsqlite3.h"
+#include "keelstone/filesystem.h"
 
 namespace keelstone::bench {
 

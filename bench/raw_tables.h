@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/ksrulerecords.h"
+#include "keelstone/rule_records.h"
 
 namespace keelstone::bench {
 

@@ -18,8 +18,8 @@
 #include <thread>
 #include <vector>
 
-#include "storage/cksdboperatebase.h"
-#include "storage/dbwritewrapper.h"
+#include "keelstone/table_base.h"
+#include "keelstone/write_behind.h"
 #include "tests/stress/engine_load.h"
 #include "tests/support/temp_root.h"
 

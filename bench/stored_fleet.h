@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "engine/ksrulerecords.h"
+#include "keelstone/rule_records.h"
 
 namespace keelstone::bench {
 

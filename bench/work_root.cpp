@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "platform/filesystem.h"
-#include "platform/ini_reader.h"
+#include "keelstone/filesystem.h"
+#include "keelstone/ini_reader.h"
 
 namespace keelstone::bench {
 

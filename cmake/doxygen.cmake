@@ -1,9 +1,7 @@
 # The target "doc": the reference of what a host may include, as HTML in the build tree.
 find_program(DOXYGEN doxygen)
-set(KEELSTONE_DOC_INPUT ${PROJECT_SOURCE_DIR}/docs/reference.md ${PROJECT_SOURCE_DIR}/c/keelstone.h)
-foreach(header ${KEELSTONE_PUBLIC_HEADERS})
-  list(APPEND KEELSTONE_DOC_INPUT ${PROJECT_SOURCE_DIR}/${header})
-endforeach()
+file(GLOB KEELSTONE_DOC_INPUT CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/keelstone/*.h)
+list(PREPEND KEELSTONE_DOC_INPUT ${PROJECT_SOURCE_DIR}/docs/reference.md)
 list(JOIN KEELSTONE_DOC_INPUT " " KEELSTONE_DOC_INPUT)
 configure_file(cmake/Doxyfile.in Doxyfile @ONLY)
 set(make_reference Python3::Interpreter ${PROJECT_SOURCE_DIR}/cmake/doxygen.py

@@ -63,7 +63,7 @@ if(TARGET keelstone_python)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
       "python3 (>= 3.${KEELSTONE_PYTHON_MINOR}), python3 (<< 3.${next})")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
-      ${PROJECT_SOURCE_DIR}/cmake/debian/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/prerm)
+      ${PROJECT_SOURCE_DIR}/packaging/debian/postinst ${PROJECT_SOURCE_DIR}/packaging/debian/prerm)
   set(CPACK_DEBIAN_PYTHON_DESCRIPTION
       "${about}the module for Python.")
 endif()
@@ -76,11 +76,11 @@ set(CPACK_COMPONENT_PYTHON_DEPENDS library)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 
 # Adds to every package what Debian wants in it.
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian/complete.cmake)
-set(CPACK_KEELSTONE_DOCUMENTS ${PROJECT_SOURCE_DIR}/cmake/debian)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/complete.cmake)
+set(CPACK_KEELSTONE_DOCUMENTS ${PROJECT_SOURCE_DIR}/packaging/debian)
 set(CPACK_KEELSTONE_PACKAGES
     library:${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} development:libkeelstone-dev program:keelstone
     python:python3-keelstone)

@@ -6,7 +6,7 @@
  * The router is made up: r1 loses a neighbour at the 20th poll.
  */
 #include <inttypes.h>
-#include <keelstone.h>
+#include <keelstone/keelstone.h>
 #include <stdio.h>
 
 static int failed(const char* what) {

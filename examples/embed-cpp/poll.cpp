@@ -12,15 +12,15 @@
 #include <thread>
 #include <vector>
 
-#include "calc/ksruleglobalsetting.h"
-#include "engine/ksruleinstance.h"
-#include "platform/filesystem.h"
-#include "platform/ini_reader.h"
-#include "platform/logger.h"
-#include "storage/cksdboperatebase.h"
-#include "storage/dbwritewrapper.h"
-#include "storage/domain_files.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/domain_files.h"
+#include "keelstone/filesystem.h"
+#include "keelstone/ini_reader.h"
+#include "keelstone/logger.h"
+#include "keelstone/rule_global_setting.h"
+#include "keelstone/rule_instance.h"
+#include "keelstone/table_base.h"
+#include "keelstone/write_behind.h"
 
 namespace {
 

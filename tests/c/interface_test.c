@@ -8,7 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "c/keelstone.h"
+#include "keelstone/keelstone.h"
 
 #define POLLS 24
 #define BROKEN_POLL 20
@@ -372,8 +372,7 @@ static void answers_bad_input(void) {
 
   IS(KS_ERROR_INPUT, ks_domain_create("bad2", "{", &none));
   CHECK(none == NULL && strncmp(ks_last_error(), "settings: not JSON", 18) == 0);
-  IS(KS_ERROR_INPUT,
-     ks_domain_create("ill", "{\"intRange\":{\"timeIntervalLimit\":-1}}", &none));
+  IS(KS_ERROR_INPUT, ks_domain_create("ill", "{\"intRange\":{\"timeIntervalLimit\":-1}}", &none));
   SAME(ks_last_error(),
        "settings: intRange.timeIntervalLimit must be a whole number from 0 to 2147483647");
   IS(KS_ERROR_INPUT, ks_domain_create("bad2", "[]", &none));

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksrulealgmgr.h"
-#include "model/ksstrregexrule.h"
-#include "model/textruledata.h"
-#include "platform/compressor.h"
-#include "platform/ini_reader.h"
-#include "platform/json_reader.h"
-#include "storage/fs_ksdatasyncmanager.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/compressor.h"
+#include "keelstone/data_sync_manager.h"
+#include "keelstone/ini_reader.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/text_rule_data.h"
+#include "model/rules/regex_rule.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/file_text.h"
 #include "tests/support/log_capture.h"

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksrulealgmgr.h"
 #include "engine/value_check.h"
 #include "engine/variable_values.h"
+#include "keelstone/algorithm_manager.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/tuned_domain.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "engine/ksruleinstance.h"
-#include "storage/dbwritewrapper.h"
+#include "keelstone/rule_instance.h"
+#include "keelstone/write_behind.h"
 
 namespace keelstone::testing {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "model/kshistorydata.h"
-#include "platform/json_reader.h"
+#include "keelstone/history_data.h"
+#include "keelstone/json_reader.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/tuned_domain.h"
 

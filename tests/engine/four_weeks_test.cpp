@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
-#include "platform/strings.h"
+#include "base/text/strings.h"
+#include "keelstone/clock.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/file_text.h"
 #include "tests/support/log_capture.h"

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "model/ksruleenums.h"
-#include "platform/filesystem.h"
-#include "storage/ksdatacachequeue.h"
+#include "keelstone/data_cache_queue.h"
+#include "keelstone/filesystem.h"
+#include "keelstone/rule_enums.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/tuned_domain.h"
 

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "model/kshistorydata.h"
-#include "platform/json_reader.h"
-#include "platform/utf8.h"
+#include "base/text/utf8.h"
+#include "keelstone/history_data.h"
+#include "keelstone/json_reader.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/odd_texts.h"

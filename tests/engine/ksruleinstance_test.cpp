@@ -1,4 +1,4 @@
-#include "engine/ksruleinstance.h"
+#include "keelstone/rule_instance.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
-#include "platform/ini_reader.h"
+#include "keelstone/clock.h"
+#include "keelstone/ini_reader.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/tuned_domain.h"

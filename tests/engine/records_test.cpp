@@ -1,4 +1,4 @@
-#include "engine/ksrulerecords.h"
+#include "keelstone/rule_records.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/json_reader.h"
-#include "storage/cksdboperatebase.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/table_base.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/tuned_domain.h"

@@ -3,8 +3,8 @@
 #include <fstream>
 #include <string>
 
-#include "calc/ksruleglobalsetting.h"
-#include "storage/cksdboperatebase.h"
+#include "keelstone/rule_global_setting.h"
+#include "keelstone/table_base.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/domain_files.h"
 #include "tests/support/temp_root.h"

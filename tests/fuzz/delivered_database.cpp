@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/cppsqlite3.h"
-#include "platform/interface_translator.h"
-#include "storage/fs_ksdatasyncmanager.h"
+#include "keelstone/cppsqlite3.h"
+#include "keelstone/data_sync_manager.h"
+#include "storage/interface_translator.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

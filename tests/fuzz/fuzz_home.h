@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
-#include "calc/ksruleglobalsetting.h"
-#include "storage/dbwritewrapper.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/rule_global_setting.h"
+#include "keelstone/write_behind.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/domain_files.h"
 #include "tests/support/temp_root.h"

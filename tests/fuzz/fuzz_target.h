@@ -9,8 +9,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/json_reader.h"
-#include "platform/logger.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/logger.h"
 
 /// Ends the process, as a finding, unless the promise is kept.
 #define KS_PROMISE(kept)                                                     \

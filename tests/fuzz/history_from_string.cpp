@@ -3,9 +3,9 @@
 #include <limits>
 #include <memory>
 
-#include "calc/ksrulealgmgr.h"
-#include "model/kshistorydata.h"
-#include "model/kstabledatapoint.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/history_data.h"
+#include "keelstone/table_data_point.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

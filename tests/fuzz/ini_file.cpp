@@ -1,10 +1,10 @@
 // An ini file: read, and one value of it set, which changes nothing else.
-#include "platform/ini_file.h"
+#include "base/files/ini_file.h"
 
 #include <filesystem>
 #include <fstream>
 
-#include "platform/ini_reader.h"
+#include "keelstone/ini_reader.h"
 #include "tests/fuzz/fuzz_target.h"
 #include "tests/support/temp_root.h"
 

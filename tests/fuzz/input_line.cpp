@@ -3,10 +3,10 @@
 #include <memory>
 #include <utility>
 
-#include "host/result_output.h"
-#include "platform/filesystem.h"
-#include "runs/run_evaluation.h"
-#include "runs/run_line.h"
+#include "keelstone/filesystem.h"
+#include "keelstone/run_evaluation.h"
+#include "keelstone/run_line.h"
+#include "program/evaluate/result_output.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

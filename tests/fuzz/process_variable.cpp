@@ -5,7 +5,7 @@
 // history, value text, interface, key columns separated by commas, structured value.
 #include <memory>
 
-#include "engine/ksruleinstance.h"
+#include "keelstone/rule_instance.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

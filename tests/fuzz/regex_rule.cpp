@@ -1,6 +1,6 @@
 // A pattern in the first line, the value behind it. Whatever they are, the search ends
 // within a bound of processor time, here that of an unoptimised build with sanitizers.
-#include "model/ksstrregexrule.h"
+#include "model/rules/regex_rule.h"
 
 #include <ctime>
 

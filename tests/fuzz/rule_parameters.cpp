@@ -2,8 +2,8 @@
 // text and judges values.
 #include <memory>
 
-#include "calc/ksrulealgmgr.h"
 #include "engine/variable_values.h"
+#include "keelstone/algorithm_manager.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

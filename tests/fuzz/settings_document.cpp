@@ -2,9 +2,9 @@
 // learned from under them.
 #include <memory>
 
-#include "calc/rulesettings.h"
-#include "engine/ksruleinstance.h"
-#include "platform/cppsqlite3.h"
+#include "keelstone/cppsqlite3.h"
+#include "keelstone/rule_instance.h"
+#include "keelstone/rule_settings.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

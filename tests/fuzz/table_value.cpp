@@ -4,11 +4,11 @@
 #include <memory>
 #include <vector>
 
-#include "model/textruledata.h"
-#include "platform/compressor.h"
-#include "platform/utf8.h"
-#include "runs/raw_json.h"
-#include "runs/table_value.h"
+#include "base/text/utf8.h"
+#include "keelstone/compressor.h"
+#include "keelstone/raw_json.h"
+#include "keelstone/table_value.h"
+#include "keelstone/text_rule_data.h"
 #include "tests/fuzz/fuzz_target.h"
 
 namespace keelstone::fuzz {

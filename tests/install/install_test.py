@@ -61,7 +61,7 @@ class InstallTest(unittest.TestCase):
         run(CMAKE, "--install", BUILD, "--prefix", cls.folder / "first")
         cls.prefix = (cls.folder / "first").rename(cls.folder / "moved")
         cls.library = next(cls.prefix.rglob("libkeelstone.so"))
-        cls.headers = cls.prefix / "include/keelstone"
+        cls.headers = cls.prefix / "include"
         # A host finds the library as it was told to; the program and the module by themselves.
         cls.bare = {name: value for name, value in os.environ.items()
                     if name not in ("LD_LIBRARY_PATH", "PYTHONPATH")}
@@ -112,9 +112,9 @@ class InstallTest(unittest.TestCase):
         headers = sorted(self.headers.rglob("*.h"))
         jobs = [(compiler, ["-std=c++20"], header)
                 for compiler in ("g++", CLANG.replace("clang", "clang++")) for header in headers]
-        jobs += [(compiler, [f"-std={standard}", "-pedantic"], self.headers / "keelstone.h")
+        jobs += [(compiler, [f"-std={standard}", "-pedantic"], self.headers / "keelstone/keelstone.h")
                  for compiler in ("gcc", CLANG) for standard in ("c99", "c11")]
-        jobs += [("g++", ["-std=c++11"], self.headers / "keelstone.h")]
+        jobs += [("g++", ["-std=c++11"], self.headers / "keelstone/keelstone.h")]
 
         def compile_alone(job):
             compiler, flags, header = job
@@ -130,9 +130,9 @@ class InstallTest(unittest.TestCase):
 
     def test_program_uses_public_headers_only(self):
         installed = {str(header.relative_to(self.headers)) for header in self.headers.rglob("*.h")}
-        private = [f"{source.name}: {name}" for source in sorted(TREE.glob("host/*.[hc]*"))
+        private = [f"{source.name}: {name}" for source in sorted(TREE.glob("program/**/*.[hc]*"))
                    for name in re.findall(r'#include "([^"]+)"', source.read_text())
-                   if not name.startswith("host/") and name not in installed]
+                   if not name.startswith("program/") and name not in installed]
         self.assertEqual(private, [])
 
     def test_manual_and_completion(self):
@@ -215,14 +215,14 @@ class InstallTest(unittest.TestCase):
         self.python_works(place / "bin/python")
         for prefix, folder in (("/usr/local", f"lib/python3.{minor()}/dist-packages"),
                                ("/usr", "lib/python3/dist-packages")):
-            found = run(PYTHON, "-I", TREE / "python/site_folder.py", prefix)
+            found = run(PYTHON, "-I", TREE / "bindings/python/site_folder.py", prefix)
             self.assertEqual(found.strip(), folder)
 
     def test_a_wheel_holds_module_and_library(self):
         tree = self.folder / "tree"
-        shutil.copytree(TREE / "python", tree / "python")
+        shutil.copytree(TREE / "bindings/python", tree / "bindings/python")
         for name in ("pyproject.toml", "setup.py", "CMakeLists.txt", "docs/python.md"):
-            (tree / name).parent.mkdir(exist_ok=True)
+            (tree / name).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(TREE / name, tree / name)
         place = self.folder / "of-wheel"
         run(PYTHON, "-m", "venv", "--without-pip", place)

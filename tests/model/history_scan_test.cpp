@@ -1,4 +1,4 @@
-#include "model/history_scan.h"
+#include "model/history/history_scan.h"
 
 #include <gtest/gtest.h>
 
@@ -9,9 +9,9 @@
 #include <random>
 #include <string>
 
-#include "calc/ksrulealgmgr.h"
-#include "model/kshistorydata.h"
-#include "platform/numbers.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/history_data.h"
+#include "keelstone/numbers.h"
 #include "tests/support/odd_texts.h"
 
 // The short ways through a history text against the way through the JSON reader, which a

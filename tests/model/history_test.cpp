@@ -1,4 +1,4 @@
-#include "model/kshistorydata.h"
+#include "keelstone/history_data.h"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/base64.h"
-#include "results/explanation.h"
+#include "base/text/base64.h"
+#include "keelstone/explanation.h"
 #include "tests/support/odd_texts.h"
 #include "tests/support/points.h"
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksrulealgmgr.h"
-#include "results/explanation.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/explanation.h"
 #include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"
 

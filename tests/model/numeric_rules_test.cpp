@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksrulealgmgr.h"
+#include "keelstone/algorithm_manager.h"
 #include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"
 

@@ -1,4 +1,4 @@
-#include "model/own_text.h"
+#include "model/history/own_text.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <random>
 #include <string>
 
-#include "platform/json_reader.h"
-#include "platform/numbers.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/numbers.h"
 
 namespace keelstone {
 namespace {

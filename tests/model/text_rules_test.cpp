@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksrulealgmgr.h"
-#include "model/ksstringrules.h"
-#include "model/ksstrregexrule.h"
-#include "model/kstablemd5equalrule.h"
-#include "platform/base64.h"
-#include "platform/json_reader.h"
+#include "base/text/base64.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/json_reader.h"
+#include "model/rules/regex_rule.h"
+#include "model/rules/string_rules.h"
+#include "model/rules/table_md5_rule.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/odd_texts.h"
 #include "tests/support/points.h"

@@ -1,4 +1,4 @@
-#include "results/expectation.h"
+#include "keelstone/expectation.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "results/explanation.h"
+#include "keelstone/explanation.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/json_reader.h"
+#include "keelstone/json_reader.h"
 
 namespace keelstone {
 namespace {

@@ -1,11 +1,11 @@
-#include "results/keelstoneupdateruledata.h"
+#include "keelstone/update_result.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
-#include "platform/json_reader.h"
+#include "keelstone/json_reader.h"
 #include "tests/support/log_capture.h"
 
 namespace keelstone::testing {

@@ -10,10 +10,10 @@
 #include <thread>
 #include <utility>
 
-#include "storage/dbwritewrapper.h"
-#include "storage/fs_ksdatasyncmanager.h"
-#include "storage/ksdatacachequeue.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/data_cache_queue.h"
+#include "keelstone/data_sync_manager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/write_behind.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/no_threads.h"

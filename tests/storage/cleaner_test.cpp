@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "platform/ini_reader.h"
-#include "storage/ckscleaner.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/cleaner.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/ini_reader.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"

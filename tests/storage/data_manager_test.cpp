@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "calc/rulesettings.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/rule_settings.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "storage/fs_ksdatasyncmanager.h"
+#include "keelstone/data_sync_manager.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/temp_root.h"
 

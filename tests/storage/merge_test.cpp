@@ -3,9 +3,9 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/interface_translator.h"
-#include "storage/dbwritewrapper.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/write_behind.h"
+#include "storage/interface_translator.h"
 #include "tests/storage/merge_fixture.h"
 #include "tests/support/file_text.h"
 #include "tests/support/log_capture.h"
@@ -84,8 +84,8 @@ TEST_F(Merge, ASourceThatCannotBeTakenOverChangesNothing) {
   for (const std::string& from :
        {std::string(), Path("missing.db"), Path("text.db"), Path("cut.db"), Path("empty.db"),
         Path("other table.db"), Path("other columns.db"), Path("bad rows.db"), Path("folder.db"),
-        own,
-        Path("own/../own/settings.db"), Path("own/hard link.db"), Path("own/symbolic link.db")}) {
+        own, Path("own/../own/settings.db"), Path("own/hard link.db"),
+        Path("own/symbolic link.db")}) {
     SCOPED_TRACE(from);
     EXPECT_FALSE(Deliver(from, own));
     EXPECT_EQ(FileText(own), before);

@@ -4,7 +4,7 @@
 #include <set>
 #include <tuple>
 
-#include "storage/ksobjectrulesql.h"
+#include "keelstone/object_rule_table.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/temp_root.h"
 

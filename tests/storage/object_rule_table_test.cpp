@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "storage/ksobjectrulesql.h"
+#include "keelstone/object_rule_table.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/faulty_io.h"
 #include "tests/support/log_capture.h"

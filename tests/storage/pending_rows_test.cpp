@@ -1,4 +1,4 @@
-#include "storage/pending_rows.h"
+#include "storage/pending/pending_rows.h"
 
 #include <gtest/gtest.h>
 

@@ -3,10 +3,10 @@
 
 #include <limits>
 
-#include "platform/json_reader.h"
-#include "storage/ksblocksettingsql.h"
-#include "storage/ksglobalsettingsql.h"
-#include "storage/ksvariablerulesql.h"
+#include "keelstone/block_setting_table.h"
+#include "keelstone/global_setting_table.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/variable_rule_table.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"
@@ -90,9 +90,9 @@ TEST_F(VariableRules, ARefusedMemberCostsItsRow) {
                   R"({"variableSource":"t","variableName":"w","ruleTypeId":"seven"})",
                   R"({"variableSource":"s","variableName":"x"})"}),
             1);
-  EXPECT_THAT(log.Messages(),
-              ElementsAre(HasSubstr("KSVariableRule.db: row 2 of KSVariableRule is passed over: its "
-                                    "member \"ruleTypeId\": ")));
+  EXPECT_THAT(log.Messages(), ElementsAre(HasSubstr(
+                                  "KSVariableRule.db: row 2 of KSVariableRule is passed over: its "
+                                  "member \"ruleTypeId\": ")));
   EXPECT_TRUE(table.IsExistRuleDefinition("s", "v", kVariableSourceParser));
   EXPECT_FALSE(table.IsExistRuleDefinition("t", "w", kVariableSourceParser));
   EXPECT_TRUE(table.IsExistRuleDefinition("s", "x", kVariableSourceParser));
@@ -207,8 +207,9 @@ TEST_F(GlobalSettings, RowsSetTheirValuesAndTheLaterOfTwoWins) {
             1);
   EXPECT_THAT(
       log.Messages(),
-      ElementsAre(HasSubstr("\"KSStrRowCountLimit\""), HasSubstr("\"KSInterfaceFilter\""),
-                  HasSubstr(": row 11 of KSGlobalSetting is passed over: it holds no JSON object")));
+      ElementsAre(
+          HasSubstr("\"KSStrRowCountLimit\""), HasSubstr("\"KSInterfaceFilter\""),
+          HasSubstr(": row 11 of KSGlobalSetting is passed over: it holds no JSON object")));
   EXPECT_EQ(table.GetRuleTypeJson(), "[1,2]");
   EXPECT_EQ(table.GetGeneralSettingJson(), R"({"intRange":{"dataCountHistory":12}})");
   EXPECT_EQ(table.GetRuleSettings()->HistoryDataCount(kIntRange), 12);

@@ -6,12 +6,12 @@
 #include <ostream>
 #include <set>
 
-#include "platform/interface_translator.h"
-#include "storage/ckscleaner.h"
-#include "storage/dbwritewrapper.h"
-#include "storage/fs_ksdatasyncmanager.h"
-#include "storage/ksdatacachequeue.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/cleaner.h"
+#include "keelstone/data_cache_queue.h"
+#include "keelstone/data_sync_manager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/write_behind.h"
+#include "storage/interface_translator.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/domain_files.h"
 #include "tests/support/faulty_io.h"

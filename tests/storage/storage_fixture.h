@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "engine/ksrulerecords.h"
-#include "platform/cppsqlite3.h"
-#include "platform/filesystem.h"
-#include "storage/cksdboperatebase.h"
+#include "keelstone/cppsqlite3.h"
+#include "keelstone/filesystem.h"
+#include "keelstone/rule_records.h"
+#include "keelstone/table_base.h"
 
 namespace keelstone::testing {
 

@@ -6,11 +6,11 @@
 #include <filesystem>
 #include <functional>
 
-#include "storage/ksblocksettingsql.h"
-#include "storage/ksglobalsettingsql.h"
-#include "storage/ksobjectrulesql.h"
-#include "storage/ksvariablerulesql.h"
-#include "storage/table_frame.h"
+#include "keelstone/block_setting_table.h"
+#include "keelstone/global_setting_table.h"
+#include "keelstone/object_rule_table.h"
+#include "keelstone/variable_rule_table.h"
+#include "storage/tables/table_frame.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/file_text.h"
 #include "tests/support/log_capture.h"

@@ -6,10 +6,10 @@
 #include <future>
 #include <thread>
 
-#include "platform/ini_reader.h"
-#include "platform/resource_adaptor.h"
-#include "storage/dbwritewrapper.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/ini_reader.h"
+#include "keelstone/write_behind.h"
+#include "storage/resource_adaptor.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"
@@ -97,9 +97,9 @@ TEST_F(WriteBehind, TheOldestRowOfAKeyIsServedAndTheNewestIsWritten) {
 }
 
 TEST_F(WriteBehind, RowsHandedOverAgainLeaveOutWhatHasGotNewerRowsSince) {
-  auto handed = cache->HandOver(domain, "unit",
-                                {RuleRow("d", "v", Definition("a")), RuleRow("d", "w", Definition("a"))},
-                                {HistoryRow("d", "v", "a"), HistoryRow("d", "w", "a")});
+  auto handed = cache->HandOver(
+      domain, "unit", {RuleRow("d", "v", Definition("a")), RuleRow("d", "w", Definition("a"))},
+      {HistoryRow("d", "v", "a"), HistoryRow("d", "w", "a")});
   EXPECT_EQ(cache->WriteDomain(domain), 4);
   cache->HandOverAgain(domain, "unit", *handed);
   EXPECT_EQ(cache->WriteDomain(domain), 4);

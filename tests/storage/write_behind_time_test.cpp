@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/ini_reader.h"
-#include "storage/dbwritewrapper.h"
+#include "keelstone/ini_reader.h"
+#include "keelstone/write_behind.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/no_threads.h"

@@ -7,10 +7,10 @@
 #include <set>
 #include <utility>
 
-#include "calc/ksruleglobalsetting.h"
-#include "platform/json_reader.h"
-#include "storage/fs_ksdatasyncmanager.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/data_sync_manager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/rule_global_setting.h"
 #include "tests/engine/evaluated_unit.h"
 
 namespace keelstone::testing {

@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "engine/ksrulerecords.h"
-#include "storage/ckscleaner.h"
-#include "storage/ksdatacachequeue.h"
+#include "keelstone/cleaner.h"
+#include "keelstone/data_cache_queue.h"
+#include "keelstone/rule_records.h"
 #include "tests/support/domain_files.h"
 
 namespace keelstone::testing {

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "platform/cppsqlite3.h"
-#include "platform/json_value.h"
+#include "keelstone/cppsqlite3.h"
+#include "keelstone/json_value.h"
 
 namespace keelstone::testing {
 

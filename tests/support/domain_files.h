@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/filesystem.h"
+#include "keelstone/filesystem.h"
 
 namespace keelstone::testing {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/logger.h"
+#include "keelstone/logger.h"
 
 namespace keelstone::testing {
 

@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "calc/ksrulealgmgr.h"
-#include "model/ksdatafeature.h"
-#include "model/kshistorydata.h"
-#include "model/kstabledatapoint.h"
-#include "platform/compressor.h"
-#include "platform/json_reader.h"
+#include "keelstone/algorithm_manager.h"
+#include "keelstone/compressor.h"
+#include "keelstone/data_feature.h"
+#include "keelstone/history_data.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/table_data_point.h"
 
 namespace keelstone::testing {
 

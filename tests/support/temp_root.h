@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/filesystem.h"
+#include "keelstone/filesystem.h"
 
 namespace keelstone::testing {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "calc/ksruleglobalsetting.h"
-#include "storage/ksdomaindatamanager.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/rule_global_setting.h"
 #include "tests/support/domain_files.h"
 #include "tests/support/temp_root.h"
 

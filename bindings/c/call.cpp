@@ -1,0 +1,99 @@
+#include "bindings/c/call.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "base/text/utf8.h"
+#include "keelstone/cppsqlite3.h"
+
+namespace keelstone::c {
+
+namespace {
+
+struct LastFailure {
+  std::string text;
+  const char* shown = "";
+};
+thread_local LastFailure lastFailure;
+
+void Remember(const char* what) noexcept {
+  try {
+    lastFailure.text = what;
+    lastFailure.shown = lastFailure.text.c_str();
+  } catch (...) {
+    lastFailure.shown = "out of memory";
+  }
+}
+
+ks_status RememberAs(ks_status status, const char* what) noexcept {
+  Remember(what);
+  return status;
+}
+
+}  // namespace
+
+ks_status RememberFailure() noexcept {
+  try {
+    throw;
+  } catch (const Failure& failure) {
+    return RememberAs(failure.status(), failure.what());
+  } catch (const std::bad_alloc&) {
+    return RememberAs(KS_ERROR_MEMORY, "out of memory");
+  } catch (const std::length_error&) {
+    return RememberAs(KS_ERROR_MEMORY, "out of memory: a text is too long");
+  } catch (const CppSQLite3Exception& error) {
+    return RememberAs(KS_ERROR_DATABASE, error.errorMessage());
+  } catch (const std::exception& error) {
+    return RememberAs(KS_ERROR_INTERNAL, error.what());
+  } catch (...) {
+    return RememberAs(KS_ERROR_INTERNAL, "an exception that says nothing");
+  }
+}
+
+const char* RememberedFailure() noexcept { return lastFailure.shown; }
+
+std::string_view Text(const char* text, const char* name, std::size_t length) {
+  if (text == nullptr) {
+    if (length == KS_TERMINATED || length == 0) return {};
+    throw Failure(KS_ERROR_ARGUMENT, std::string(name) + " is null and has a length");
+  }
+  const std::string_view bytes(text, length == KS_TERMINATED ? std::strlen(text) : length);
+  if (const std::size_t place = FirstInvalidUtf8(bytes); place < bytes.size()) {
+    throw Failure(KS_ERROR_INPUT,
+                  std::string(name) + ": not UTF-8 at byte " + std::to_string(place + 1));
+  }
+  return bytes;
+}
+
+std::string_view RequiredText(const char* text, const char* name, std::size_t length) {
+  return Text(&Required(text, name), name, length);
+}
+
+void TakeBytes(const void* from, std::size_t size, void* to, std::size_t known, std::size_t least,
+               const char* name) {
+  const auto* const bytes =
+      static_cast<const unsigned char*>(&Required(static_cast<const unsigned char*>(from), name));
+  if (size < least) {
+    throw Failure(KS_ERROR_ARGUMENT, std::string(name) + ": too small a size");
+  }
+  const std::size_t taken = std::min(size, known);
+  std::memcpy(to, bytes, taken);
+  if (std::any_of(bytes + taken, bytes + size, [](unsigned char byte) { return byte != 0; })) {
+    throw Failure(KS_ERROR_ARGUMENT,
+                  std::string(name) + ": has members that this library does not know");
+  }
+}
+
+void GiveBytes(const void* from, std::size_t known, void* to, std::size_t size, std::size_t least,
+               const char* name) {
+  auto* const bytes = &Required(static_cast<unsigned char*>(to), name);
+  if (size < least) {
+    throw Failure(KS_ERROR_ARGUMENT, std::string(name) + ": too small a size");
+  }
+  const std::size_t given = std::min(size, known);
+  std::memcpy(bytes, from, given);
+  std::fill(bytes + given, bytes + size, static_cast<unsigned char>(0));
+}
+
+}  // namespace keelstone::c

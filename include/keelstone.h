@@ -1,0 +1,2 @@
+/* The C interface, for hosts that include it by its short name. */
+#include "keelstone/keelstone.h" /* IWYU pragma: export */

@@ -1,0 +1,290 @@
+#include "program/commands/rule_command.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "keelstone/cppsqlite3.h"
+#include "keelstone/data_manager.h"
+#include "keelstone/domain_files.h"
+#include "keelstone/filesystem.h"
+#include "keelstone/json_reader.h"
+#include "keelstone/rule_records.h"
+#include "program/command_output.h"
+#include "program/commands/known_variable.h"
+#include "program/commands/rule_parameter.h"
+#include "program/exit_codes.h"
+
+namespace keelstone::host {
+
+namespace {
+
+constexpr const char* kSetName = "rule set";
+constexpr const char* kUnsetName = "rule unset";
+
+constexpr const char* kGroupHelpEnd = R"(Examples:
+  keelstone rule set --device r1 --source system --variable cpu --type intLEQ \
+      --parameter '{"ruleParam":80}'
+  keelstone rule unset --device r1 --source system --variable cpu
+
+`keelstone rule COMMAND --help` says more about a command.
+)";
+
+constexpr const char* kSetHelpEnd =
+    R"(The rule is fixed: it is judged from the next run on and never learned again. A history
+that is stored stays; one of whole numbers becomes one of real numbers where the variable
+holds those now, and so does the parameter. A rule, a parameter or a history that does not
+suit the variable's values is refused.
+
+Types: strEqual and strRegex take {"ruleParam":"TEXT"}; strNoEqual and strEnum
+{"ruleParam":["TEXT",…]}; intEqual, intLEQ and intGEQ {"ruleParam":NUMBER}; intNoEqual and
+intEnum {"ruleParam":[NUMBER,…]}; intRange {"minValue":NUMBER,"maxValue":NUMBER};
+intConstant and intIncrease {} or {"ruleParam":NUMBER}; tableMd5 {"hashCmp":"DIGEST"}.
+
+Examples:
+  keelstone rule set --device r1 --source system --variable cpu --type intLEQ \
+      --parameter '{"ruleParam":80}'
+  keelstone rule set --device r1 --interface eth0 --source links --variable state \
+      --type strEqual --parameter '{"ruleParam":"up"}'
+
+Exit codes: 0 done; 2 usage, or the root or a database cannot be used; 3 not written
+)";
+
+constexpr const char* kUnsetHelpEnd =
+    R"(Removes a rule, learned or fixed, and the history of the variable: it is learned anew.
+
+Examples:
+  keelstone rule unset --device r1 --source system --variable cpu --dry-run
+  keelstone rule unset --device r1 --source system --variable cpu
+
+Exit codes: 0 done, also when there was none; 2 usage, or the root or a database cannot be
+used; 3 not removed
+)";
+
+ObjectDefine ObjectOf(const RuleOptions& options) {
+  ObjectDefine object;
+  object.deviceName = options.device;
+  object.interfaceValue = options.interface;
+  return object;
+}
+
+JsonValue KeyOf(const RuleOptions& options) {
+  JsonValue key(JsonType::Object);
+  key["device"] = options.device;
+  key["interface"] = options.interface;
+  key["source"] = options.source;
+  key["param"] = options.param;
+  key["variable"] = options.variable;
+  return key;
+}
+
+std::string NameOf(const RuleOptions& options) {
+  std::string name;
+  for (const std::string* part :
+       {&options.device, &options.interface, &options.source, &options.param, &options.variable}) {
+    if (!part->empty()) name.append(name.empty() ? "" : " ").append(*part);
+  }
+  return name;
+}
+
+/// Waits until the file may be written, as long as any statement waits; whoever holds it
+/// longer makes this throw.
+void RequireWritable(int dbType, const std::string& domainId) {
+  CppSQLite3DB db;
+  db.open(DomainDatabase(dbType, domainId), CppSQLite3DB::Mode::kReadWrite);
+  db.execDML("begin immediate transaction;");
+  db.execDML("rollback transaction;");
+}
+
+/// A column of the variable's row; nothing when there is no row.
+std::optional<std::string> Stored(int dbType, const char* table, const char* column,
+                                  const RuleOptions& options) {
+  CppSQLite3DB db;
+  db.open(DomainDatabase(dbType, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
+  CppSQLite3Statement select = db.compileStatement(
+      std::string("select ") + column + " from " + table +
+      " where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "
+      "variableName = ? and variableSourceType = 2");
+  int parameter = 1;
+  for (const std::string* part :
+       {&options.device, &options.interface, &options.source, &options.param, &options.variable}) {
+    select.bind(parameter++, std::string_view(*part));
+  }
+  const CppSQLite3Query row = select.execQuery();
+  if (row.eof()) return std::nullopt;
+  return std::string(row.getStringField(0));
+}
+
+std::optional<std::string> StoredHistory(const RuleOptions& options) {
+  return Stored(kDbObjectHistory, "KSObjectHistory", "HistoryData", options);
+}
+
+/// Does `change` on the domain's rules; why it failed, or nothing.
+template <class Change>
+std::string TryChange(const RuleOptions& options, const Change& change) {
+  try {
+    RequireWritable(kDbObjectRule, options.common.domain);
+    RequireWritable(kDbObjectHistory, options.common.domain);
+  } catch (const CppSQLite3Exception& error) {
+    return FaultOf(error);
+  }
+  KSDataManagerSql manager;
+  manager.Init(options.common.domain);
+  const std::uint64_t failedBefore = GetFailedWriteCount();
+  change(manager);
+  if (GetFailedWriteCount() == failedBefore) return {};
+  return FirstFailureText();
+}
+
+/// Reads type and parameter; why they are no rule, or nothing.
+std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& parameter) {
+  type = RuleTypeByName(options.type);
+  if (type == kRuleTypeNone) {
+    return "--type: there is no rule type \"" + options.type + "\"; there is " + RuleTypeNames();
+  }
+  JsonParseError error;
+  const JsonReadOptions reading{.allowComments = false, .requireUtf8 = true};
+  if (!JsonReader::Parse(options.parameter, parameter, &error, reading)) {
+    return "--parameter: not JSON: " + error.message + " at byte " + std::to_string(error.offset);
+  }
+  const std::string fault = ParameterFault(type, parameter);
+  return fault.empty() ? fault : "--parameter of " + options.type + ": " + fault;
+}
+
+/// The rule as it is stored, its parameter and the history made those of the variable's
+/// values; why they cannot be, or nothing.
+std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonValue& parameter,
+                           RuleDefinitionData& definition, bool& isDefined) {
+  KSDataManagerSql manager;
+  manager.Init(options.common.domain);
+  RuleDefinitionData defined;
+  isDefined = manager.GetRuleDefinitionData(defined, options.variable, options.source, "",
+                                            kVariableSourceParser) < 0;
+  KnownVariable variable;
+  if (isDefined) variable.defined = TypeOfCode(defined.variableType);
+  variable.history = StoredHistory(options).value_or("");
+  bool isConverted = false;
+  std::string fault = variable.Fit(type, parameter, isConverted);
+  if (!fault.empty()) return fault;
+  definition =
+      RuleDefinitionData(static_cast<int>(type), kVariableSourceParser, parameter.toString(),
+                         options.source, options.variable, 0, options.param);
+  definition.ruleGenerateType = kRulePrescribed;
+  if (isConverted) definition.history = std::move(variable.history);
+  return {};
+}
+
+CLI::App& AddCommand(CLI::App& group, const char* name, const char* what, RuleOptions& options) {
+  CLI::App& command = *group.add_subcommand(name, what);
+  AddCommonOptions(command, options.common);
+  AddFormatOption(command, options.format);
+  command.add_option("--device", options.device, "Device")->type_name("NAME")->required();
+  command.add_option("--interface", options.interface, "Interface (default: none)")
+      ->type_name("VALUE");
+  command.add_option("--source", options.source, "Source: the parser")
+      ->type_name("NAME")
+      ->required();
+  command.add_option("--param", options.param, "The parser's parameter (default: none)")
+      ->type_name("TEXT");
+  command.add_option("--variable", options.variable, "Variable")->type_name("NAME")->required();
+  return command;
+}
+
+}  // namespace
+
+void AddRuleCommand(CLI::App& program, RuleOptions& options) {
+  CLI::App& group = *program.add_subcommand("rule", "Prescribe or drop the rule of one variable");
+  group.require_subcommand(1);
+  group.footer(kGroupHelpEnd);
+  CLI::App& set = AddCommand(group, "set", "Prescribe a fixed rule", options);
+  set.add_option("--type", options.type, "Kind of the rule, such as intLEQ")
+      ->type_name("TYPE")
+      ->required();
+  set.add_option("--parameter", options.parameter, "Its parameter")->type_name("JSON")->required();
+  set.footer(kSetHelpEnd);
+  CLI::App& unset = AddCommand(group, "unset", "Remove a rule and its history", options);
+  unset.add_flag("--dry-run", options.dryRun, "Only say what would be removed");
+  unset.footer(kUnsetHelpEnd);
+}
+
+int RunRuleSet(const RuleOptions& options) {
+  EnumRuleType type = kRuleTypeNone;
+  JsonValue parameter;
+  if (const std::string fault = ReadRule(options, type, parameter); !fault.empty()) {
+    return Fail(kSetName, fault, kExitUnusable);
+  }
+  if (const std::string fault = DomainFault(options.common.domain, true); !fault.empty()) {
+    return Fail(kSetName, fault, kExitUnusable);
+  }
+  const auto definition = std::make_shared<RuleDefinitionData>();
+  bool isDefined = false;
+  try {
+    const std::string fault = MakeDefinition(options, type, parameter, *definition, isDefined);
+    if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
+  } catch (const CppSQLite3Exception& error) {
+    return Fail(kSetName, FaultOf(error), kExitUnusable);
+  }
+  const ObjectDefine object = ObjectOf(options);
+  const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
+    manager.SetRuleAlgParam({{options.variable, definition}}, &object, options.source,
+                            options.param, kVariableSourceParser);
+  });
+  if (!failure.empty()) return Fail(kSetName, failure, kExitBrokenOff);
+  if (!isDefined) {
+    Fail(kSetName,
+         "note: no variable \"" + options.variable + "\" of source \"" + options.source +
+             "\" is defined yet; `keelstone evaluate --enroll` does so",
+         kExitDone);
+  }
+  CommandOutput output(options.format);
+  JsonValue answer = KeyOf(options);
+  answer["type"] = options.type;
+  answer["parameter"] = parameter;
+  if (output.isText()) {
+    output.Line("fixed: " + NameOf(options) + " " + options.type + " " + parameter.toString());
+  } else {
+    output.Json(answer);
+  }
+  return output.End(kSetName);
+}
+
+int RunRuleUnset(const RuleOptions& options) {
+  if (const std::string fault = DomainFault(options.common.domain, !options.dryRun);
+      !fault.empty()) {
+    return Fail(kUnsetName, fault, kExitUnusable);
+  }
+  bool hasRule = false;
+  bool hasHistory = false;
+  try {
+    hasRule = Stored(kDbObjectRule, "KSObjectRule", "ruleTypeId", options).has_value();
+    hasHistory = StoredHistory(options).has_value();
+  } catch (const CppSQLite3Exception& error) {
+    return Fail(kUnsetName, FaultOf(error), kExitUnusable);
+  }
+  if (!options.dryRun && (hasRule || hasHistory)) {
+    const ObjectDefine object = ObjectOf(options);
+    const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
+      manager.RemoveRuleDefinitionData(&object, options.source, options.variable, options.param,
+                                       kVariableSourceParser);
+    });
+    if (!failure.empty()) return Fail(kUnsetName, failure, kExitBrokenOff);
+  }
+  CommandOutput output(options.format);
+  if (output.isText()) {
+    const std::string what = hasRule && hasHistory ? "rule and history"
+                             : hasRule             ? "rule, without a history"
+                             : hasHistory          ? "history, without a rule"
+                                                   : "nothing was there";
+    output.Line((options.dryRun ? "would remove: " : "removed: ") + what + ": " + NameOf(options));
+  } else {
+    JsonValue answer = KeyOf(options);
+    answer["rule"] = hasRule;
+    answer["history"] = hasHistory;
+    answer["dryRun"] = options.dryRun;
+    output.Json(answer);
+  }
+  return output.End(kUnsetName);
+}
+
+}  // namespace keelstone::host

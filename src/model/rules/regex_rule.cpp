@@ -1,0 +1,94 @@
+#include "model/rules/regex_rule.h"
+
+#include <boost/exception/exception.hpp>
+#include <cstddef>
+#include <exception>
+#include <optional>
+
+#include "keelstone/logger.h"
+#include "model/rules/bounded_regex.h"
+
+namespace keelstone {
+
+namespace {
+
+using Point = KSDataPoint<std::string>;
+
+constexpr const char* kModule = "FS_Keelstone";
+constexpr const char* kFunction = "KSStrRegexRule::StrIsMatch";
+constexpr const char* kSourceFile = "ksstrregexrule";
+
+constexpr std::size_t kLongestKept = std::size_t{1} << 20U;  // bytes of a value
+
+/// The last search of a thread. Values of one rule mostly come one after the other, and each
+/// is searched twice: for the golden value and for the alert.
+struct LastSearch {
+  std::optional<BoundedRegex> expression;
+  std::string pattern;
+  std::string value;
+  std::string failure;  // why the value could not be searched
+  bool isSearched = false;
+  bool isMatch = false;
+};
+
+void Search(const std::string& value, LastSearch& last) {
+  last.isMatch = false;
+  last.failure = last.expression->fault();
+  if (!last.failure.empty()) return;
+  try {
+    last.isMatch = last.expression->IsIn(value);
+  } catch (const boost::exception&) {
+    last.failure = "regex catch boost exception";
+  } catch (const std::exception& error) {
+    last.failure = std::string("regex catch std exception: ") + error.what();
+  }
+}
+
+}  // namespace
+
+void KSStrRegexRule::LogRefusedHistory(const std::string& text) const {
+  KS_LOG(kModule, "KSStrRegexRule::Init", kSourceFile, kLogError, "Failed to load history data: %s",
+         text.c_str());
+}
+
+bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pattern) {
+  thread_local LastSearch last;
+  try {
+    if (!last.expression || last.pattern != pattern) {
+      last = LastSearch();
+      last.expression.emplace(pattern);
+      last.pattern = pattern;
+    }
+    if (!last.isSearched || last.value != value) {
+      last.isSearched = false;
+      Search(value, last);
+      if (value.size() > kLongestKept) {
+        last.value = std::string();
+      } else {
+        last.value = value;
+        last.isSearched = true;
+      }
+    }
+  } catch (const std::exception& error) {
+    // Only for want of memory.
+    last = LastSearch();
+    last.failure = std::string("regex catch std exception: ") + error.what();
+  }
+  if (last.failure.empty()) return last.isMatch;
+  KS_LOG(kModule, kFunction, kSourceFile, kLogError, "%s", last.failure.c_str());
+  return false;
+}
+
+bool KSStrRegexRule::CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) {
+  return TakeGoldenIf<Point>(point, [](const StrEqualData& data, const Point& text) {
+    return StrIsMatch(text.value, data.ruleParam);
+  });
+}
+
+bool KSStrRegexRule::CheckAlert(const std::shared_ptr<KSDataBase>& point) {
+  return AlertIf<Point>(point, [](const StrEqualData& data, const Point& text) {
+    return !StrIsMatch(text.value, data.ruleParam);
+  });
+}
+
+}  // namespace keelstone

@@ -1,0 +1,21 @@
+#ifndef KEELSTONE_STORAGE_LOAD_UNIT_CHANGES_H
+#define KEELSTONE_STORAGE_LOAD_UNIT_CHANGES_H
+
+#include <cstdint>
+#include <string_view>
+
+namespace keelstone {
+
+/// Counts the changes that this process makes to the rules and histories of devices: as
+/// long as the number of a device stays the same, what was loaded of it before is what
+/// there is. A number may go up for another device's change, never stay for its own. A
+/// change counts from when it can be seen (on disk, or among the rows that wait to be
+/// written) until at the latest the call that made it returns. Any thread, lock-free.
+std::uint64_t UnitChanges(std::string_view domainId, std::string_view deviceName) noexcept;
+void NoteUnitChange(std::string_view domainId, std::string_view deviceName) noexcept;
+/// A change to devices that are not known by name.
+void NoteChangeOfAllUnits() noexcept;
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_STORAGE_LOAD_UNIT_CHANGES_H

@@ -1,0 +1,294 @@
+#include "keelstone/write_behind.h"
+
+#include <algorithm>
+#include <atomic>
+#include <boost/thread/thread.hpp>
+#include <exception>
+#include <set>
+#include <utility>
+
+#include "base/threads/fork_gate.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/first_failure.h"
+#include "keelstone/ini_reader.h"
+#include "keelstone/logger.h"
+#include "storage/load/unit_changes.h"
+#include "storage/pending/pending_rows.h"
+#include "storage/tables/table_frame.h"
+
+namespace keelstone {
+
+namespace {
+
+constexpr const char* kModule = "FS_Keelstone";
+constexpr const char* kFlushFunction = "DBWriteWrapper::ForceWriteDisk";
+constexpr const char* kSource = "dbwritewrapper";
+
+constexpr std::int64_t kStartInterval = 60;  // s, between two attempts to start the worker
+
+std::int64_t SteadySeconds() {
+  using Seconds = boost::chrono::seconds;
+  const auto sinceStart = boost::chrono::steady_clock::now().time_since_epoch();
+  return boost::chrono::duration_cast<Seconds>(sinceStart).count();
+}
+
+int ReadSetting(const char* key, int otherwise) {
+  return IniReader::GetInt("Keelstone", key, otherwise, "fix_frontserver.ini", "frontserver.ini");
+}
+
+// True while this thread flushes: a host's log callback runs inside a flush, and a flush
+// that it asks for would wait for the one it runs in.
+thread_local bool isFlushing = false;
+
+class FlushingMark {
+ public:
+  FlushingMark() noexcept { isFlushing = true; }
+  ~FlushingMark() { isFlushing = false; }
+  FlushingMark(const FlushingMark&) = delete;
+  FlushingMark& operator=(const FlushingMark&) = delete;
+};
+
+// Runs one step of a flush. What fails here is outside the tables, which catch and count
+// their own errors; the flush goes on with the next step.
+template <class Step>
+void RunStep(const Step& step) noexcept {
+  try {
+    step();
+  } catch (const std::exception& error) {
+    CountFailedWrite();
+    NoteFailure({}, kFlushFunction, error.what());
+    KS_LOG(kModule, kFlushFunction, kSource, kLogError, "c++ exception in rw:%s.", error.what());
+  } catch (...) {
+    CountFailedWrite();
+    KS_LOG(kModule, kFlushFunction, kSource, kLogError, "unkown error.");
+  }
+}
+
+std::shared_ptr<KSObjectRuleSql> TableOf(const std::string& domainId) {
+  return KSDomainDataManager::Instance()->GetKSDataManager(domainId)->GetObjectRuleTable();
+}
+
+std::set<std::string> DevicesOf(const std::vector<ObjectRuleData>& rules,
+                                const std::vector<ObjectRuleHistoryData>& history) {
+  std::set<std::string> devices;
+  for (const ObjectRuleData& row : rules) devices.insert(row.object.deviceName);
+  for (const ObjectRuleHistoryData& row : history) devices.insert(row.object.deviceName);
+  return devices;
+}
+
+// Says how many rows of a table are written, `size` a line.
+void Announce(std::size_t rows, std::size_t size, const char* operation) {
+  for (std::size_t done = 0; done < rows;) {
+    const std::size_t count = std::min(size, rows - done);
+    KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
+           "Force write cache data to data base. %s-%s: %d", operation,
+           count == size ? "batch" : "over", static_cast<int>(count));
+    done += count;
+  }
+}
+
+// Writes a generation in one commit; the number of its rows.
+int WriteWhole(const std::string& domainId, const PendingGeneration& generation) {
+  int written = 0;
+  RunStep([&] {
+    const auto rules = generation.RuleRows();
+    const auto history = generation.HistoryRows();
+    TableOf(domainId)->WriteFlush(rules, history);
+    written += static_cast<int>(rules.size() + history.size());
+  });
+  return written;
+}
+
+}  // namespace
+
+struct DBWriteWrapper::State {
+  PendingRows pending;
+  int cacheTime = 0;           // s; set before the worker starts, like wakeAt
+  std::int64_t cacheSize = 1;  // rows; the worker flushes at once when so many are pending
+  std::int64_t wakeAt = 1;     // rows; the worker is notified from here on
+  Mutex wakeMutex;             // guards started; orders tests of the pending rows with
+  Condition wake;              // notifications, so that none is lost; innermost
+  bool started KS_GUARDED_BY(wakeMutex) = false;
+  // Never joined nor destroyed: the worker does not end.
+  std::atomic<boost::thread*> worker{nullptr};
+  // While there is none, those who add rows write what is due.
+  std::atomic<std::int64_t> nextFlush{0};  // s of the steady clock
+  std::atomic<std::int64_t> nextStart{0};  // likewise: when a worker is tried again
+
+  void WaitForRows();
+};
+
+void DBWriteWrapper::State::WaitForRows() {
+  const auto deadline = boost::chrono::steady_clock::now() + boost::chrono::seconds(cacheTime);
+  const MutexLock lock(wakeMutex);
+  if (cacheTime == 0) {
+    // Without a time to wait every row is due at once, and without rows nothing is.
+    while (pending.OpenRows() < wakeAt) wake.Wait(wakeMutex);
+    return;
+  }
+  while (pending.OpenRows() < wakeAt && wake.WaitUntil(wakeMutex, deadline)) {
+  }
+}
+
+DBWriteWrapper* DBWriteWrapper::Instance() {
+  static auto* const instance = [] {
+    auto* const made = new DBWriteWrapper;
+    ForkGate::InChild([](void* cache) { static_cast<DBWriteWrapper*>(cache)->Renew(); }, made);
+    return made;
+  }();
+  return instance;
+}
+
+DBWriteWrapper::DBWriteWrapper() : state_(new State) {
+  state_->cacheTime = std::max(ReadSetting("CacheTime", 60), 0);
+  state_->cacheSize = std::max(ReadSetting("CacheSize", 10000), 1);
+  state_->wakeAt = state_->cacheTime == 0 ? 1 : state_->cacheSize;
+  state_->nextFlush = SteadySeconds() + state_->cacheTime;
+  StartWorker();
+}
+
+void DBWriteWrapper::Renew() {
+  // The parent writes its rows, and its worker is not here. What it waited for cannot be
+  // used again, and marks point into what was pending: all of that stays as it is.
+  auto* const renewed = new State;
+  renewed->cacheTime = state_->cacheTime;
+  renewed->cacheSize = state_->cacheSize;
+  renewed->wakeAt = state_->wakeAt;
+  renewed->nextFlush = SteadySeconds() + state_->cacheTime;
+  state_ = renewed;
+}
+
+void DBWriteWrapper::StartWorker() {
+  const std::int64_t now = SteadySeconds();
+  std::int64_t due = state_->nextStart.load();
+  if (now < due || !state_->nextStart.compare_exchange_strong(due, now + kStartInterval)) return;
+  try {
+    state_->worker = new boost::thread([this] { Work(); });
+  } catch (const std::exception& error) {
+    KS_LOG(kModule, "DBWriteWrapper::StartWorker", kSource, kLogError,
+           "The worker cannot be started, whoever adds rows writes them when they are due: %s",
+           error.what());
+    return;
+  }
+  const MutexLock lock(state_->wakeMutex);
+  while (!state_->started) state_->wake.Wait(state_->wakeMutex);
+}
+
+void DBWriteWrapper::FlushWithoutWorker() {
+  const std::int64_t now = SteadySeconds();
+  if (state_->pending.OpenRows() < state_->wakeAt && now < state_->nextFlush.load()) return;
+  state_->nextFlush.store(now + state_->cacheTime);
+  ForceWriteDisk();
+}
+
+void DBWriteWrapper::Work() {
+  {
+    const MutexLock lock(state_->wakeMutex);
+    state_->started = true;
+    state_->wake.NotifyAll();
+  }
+  while (true) {
+    RunStep([this] {
+      state_->WaitForRows();
+      const ForkGate::Inside inside;
+      ForceWriteDisk();
+    });
+  }
+}
+
+void DBWriteWrapper::CacheData(const std::string& domainId, const std::string& unitKey,
+                               std::vector<ObjectRuleData> rules,
+                               std::vector<ObjectRuleHistoryData> history) {
+  const std::set<std::string> devices = DevicesOf(rules, history);
+  state_->pending.Add(domainId, unitKey, std::move(rules), std::move(history));
+  for (const std::string& device : devices) NoteUnitChange(domainId, device);
+  WakeWhenDue();
+}
+
+std::shared_ptr<HandedRows> DBWriteWrapper::HandOver(const std::string& domainId,
+                                                     const std::string& unitKey,
+                                                     std::vector<ObjectRuleData> rules,
+                                                     std::vector<ObjectRuleHistoryData> history) {
+  const std::set<std::string> devices = DevicesOf(rules, history);
+  auto handed = state_->pending.AddKept(domainId, unitKey, std::move(rules), std::move(history));
+  for (const std::string& device : devices) NoteUnitChange(domainId, device);
+  WakeWhenDue();
+  return handed;
+}
+
+void DBWriteWrapper::HandOverAgain(const std::string& domainId, const std::string& unitKey,
+                                   const HandedRows& rows) {
+  state_->pending.AddAgain(domainId, unitKey, rows);
+  NoteUnitChange(domainId, unitKey);  // a unit's key is its device
+  WakeWhenDue();
+}
+
+void DBWriteWrapper::WakeWhenDue() {
+  if (state_->worker.load() == nullptr) StartWorker();  // as in a forked child
+  if (state_->worker.load() == nullptr) return FlushWithoutWorker();
+  if (state_->pending.OpenRows() < state_->wakeAt) return;
+  const MutexLock lock(state_->wakeMutex);
+  state_->wake.NotifyAll();
+}
+
+std::shared_ptr<RuleDefinitionData> DBWriteWrapper::GetCachedRuleDefinition(
+    const std::string& domainId, const std::string& unitKey, const std::string& interfaceValue,
+    const std::string& variableSource, const std::string& param,
+    const std::string& variableName) const {
+  return state_->pending.FindDefinition(domainId, unitKey,
+                                        {interfaceValue, variableSource, param, variableName});
+}
+
+int DBWriteWrapper::GetCachedHistoryData(const std::string& domainId, const std::string& unitKey,
+                                         const std::string& interfaceValue,
+                                         const std::string& variableSource,
+                                         const std::string& param, const std::string& variableName,
+                                         std::string& historyOut) const {
+  const PendingKey key{interfaceValue, variableSource, param, variableName};
+  return state_->pending.FindHistory(domainId, unitKey, key, historyOut) ? 1 : 0;
+}
+
+PendingMark DBWriteWrapper::MarkOf(const std::string& domainId,
+                                   const std::string& unitKey) const noexcept {
+  return PendingMark(state_->pending.UnitCounter(domainId, unitKey));
+}
+
+bool DBWriteWrapper::HasPendingRows(const std::string& domainId, const std::string& unitKey) const {
+  return state_->pending.HasUnit(domainId, unitKey);
+}
+
+int DBWriteWrapper::WriteDomain(const std::string& domainId) {
+  if (isFlushing) return 0;
+  const FlushingMark mark;
+  const std::uint64_t last = state_->pending.Seal(domainId);
+  if (last == 0) return 0;
+  int written = 0;
+  PendingRows::Flush flush(state_->pending, domainId, last);
+  while (const PendingGeneration* generation = flush.Oldest()) {
+    written += WriteWhole(domainId, *generation);
+    flush.DropOldest();
+  }
+  return written;
+}
+
+void DBWriteWrapper::ForceWriteDisk() {
+  if (isFlushing) return;
+  const FlushingMark mark;
+  KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
+         "Force write cache data to data base. Begin");
+  const auto sealed = state_->pending.SealAll();
+  const auto size = static_cast<std::size_t>(std::max(ReadSetting("BachCount", 10000), 1));
+  for (const auto& [domainId, last] : sealed) {
+    PendingRows::Flush flush(state_->pending, domainId, last);
+    while (const PendingGeneration* generation = flush.Oldest()) {
+      Announce(generation->ruleRows, size, "SetRuleAlgParam");
+      Announce(generation->rows - generation->ruleRows, size, "SetRuleHistoryData");
+      WriteWhole(domainId, *generation);
+      flush.DropOldest();
+    }
+  }
+  KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
+         "Force write cache data to data base. End");
+}
+
+}  // namespace keelstone

@@ -1,0 +1,333 @@
+#include "keelstone/json_value.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "keelstone/json_reader.h"
+
+namespace keelstone {
+namespace {
+
+constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
+constexpr std::uint64_t kMaxUnsigned = std::numeric_limits<std::uint64_t>::max();
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+JsonValue Parsed(std::string_view text) {
+  JsonValue value;
+  EXPECT_TRUE(JsonReader::Parse(text, value)) << text;
+  return value;
+}
+
+std::string Key(int number) { return std::string("k").append(std::to_string(number)); }
+
+/// What a conversion gives, or nothing when it throws JsonError.
+template <class Result>
+std::optional<Result> Try(const JsonValue& value, Result (JsonValue::*convert)() const) {
+  try {
+    return (value.*convert)();
+  } catch (const JsonError&) {
+    return std::nullopt;
+  }
+}
+
+TEST(JsonValue, ObjectsKeepTheOrderOfInsertion) {
+  JsonValue object;
+  object["b"] = 1;
+  object["a"] = 2;
+  object["b"] = 3;
+  EXPECT_EQ(object.toString(), R"({"b":3,"a":2})");
+  EXPECT_TRUE(object.removeMember("b"));
+  EXPECT_FALSE(object.removeMember("b"));
+  object["b"] = 4;
+  EXPECT_EQ(object.toString(), R"({"a":2,"b":4})");
+  object.clear();
+  EXPECT_TRUE(object.isObject() && object.empty());
+}
+
+TEST(JsonValue, ConvertsOrRefusesByKindAndRange) {
+  struct Case {
+    JsonValue value;
+    std::optional<int> asInt;
+    std::optional<unsigned> asUInt;
+    std::optional<std::int64_t> asInt64;
+    std::optional<std::uint64_t> asUInt64;
+    std::optional<double> asDouble;
+    std::optional<bool> asBool;
+    std::optional<std::string> asString;
+  };
+  constexpr auto kNo = std::nullopt;
+  const Case cases[] = {
+      {JsonValue(), 0, 0, 0, 0, 0.0, false, ""},
+      {true, 1, 1, 1, 1, 1.0, true, "true"},
+      {false, 0, 0, 0, 0, 0.0, false, "false"},
+      {-5, -5, kNo, -5, kNo, -5.0, true, "-5"},
+      {2147483648LL, kNo, 2147483648U, 2147483648, 2147483648, 2147483648.0, true, "2147483648"},
+      {kMin64, kNo, kNo, kMin64, kNo, -0x1p63, true, "-9223372036854775808"},
+      {kMaxUnsigned, kNo, kNo, kNo, kMaxUnsigned, 0x1p64, true, "18446744073709551615"},
+      {JsonValue::Time(7), 7, 7, 7, 7, 7.0, true, "7"},
+      {0.0, 0, 0, 0, 0, 0.0, false, "0.0"},
+      {-2.75, -2, kNo, -2, kNo, -2.75, true, "-2.75"},
+      {2147483647.5, kNo, 2147483647U, 2147483647, 2147483647, 2147483647.5, true, "2147483647.5"},
+      {0x1p63, kNo, kNo, kNo, std::uint64_t{1} << 63U, 0x1p63, true, "9.223372036854776e+18"},
+      {-0x1p63, kNo, kNo, kMin64, kNo, -0x1p63, true, "-9.223372036854776e+18"},
+      {0x1p64, kNo, kNo, kNo, kNo, 0x1p64, true, "1.8446744073709552e+19"},
+      {1e300, kNo, kNo, kNo, kNo, 1e300, true, "1e+300"},
+      {"12", kNo, kNo, kNo, kNo, kNo, kNo, "12"},
+      {JsonValue::Binary("12"), kNo, kNo, kNo, kNo, kNo, kNo, kNo},
+      {JsonValue(JsonType::Array), kNo, kNo, kNo, kNo, kNo, kNo, kNo},
+      {JsonValue(JsonType::Object), kNo, kNo, kNo, kNo, kNo, kNo, kNo},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.value.toString());
+    EXPECT_EQ(Try(c.value, &JsonValue::asInt), c.asInt);
+    EXPECT_EQ(Try(c.value, &JsonValue::asUInt), c.asUInt);
+    EXPECT_EQ(Try(c.value, &JsonValue::asInt64), c.asInt64);
+    EXPECT_EQ(Try(c.value, &JsonValue::asTime), c.asInt64);
+    EXPECT_EQ(Try(c.value, &JsonValue::asUInt64), c.asUInt64);
+    EXPECT_EQ(Try(c.value, &JsonValue::asDouble), c.asDouble);
+    EXPECT_EQ(Try(c.value, &JsonValue::asBool), c.asBool);
+    EXPECT_EQ(Try(c.value, &JsonValue::asString), c.asString);
+  }
+  EXPECT_FALSE(Try(JsonValue(kNan), &JsonValue::asInt64));
+  EXPECT_FALSE(Try(JsonValue(kNan), &JsonValue::asUInt));
+  EXPECT_FALSE(JsonValue(kNan).asBool());
+  EXPECT_EQ(JsonValue(1e39).asFloat(), std::numeric_limits<float>::infinity());
+}
+
+TEST(JsonValue, AbsentIsNullAndTheWrongKindThrows) {
+  const JsonValue null;
+  EXPECT_TRUE(null["a"]["b"][3].isNull());
+  EXPECT_FALSE(null.isMember("a"));
+  EXPECT_TRUE(null.getMemberNames().empty());
+  EXPECT_EQ(null.begin(), null.end());
+  EXPECT_EQ(null.get("a", 5).asInt(), 5);
+
+  const JsonValue array = Parsed("[1]");
+  EXPECT_TRUE(array[1].isNull());
+  EXPECT_THROW(array["a"], JsonError);
+  EXPECT_THROW(array.isMember("a"), JsonError);
+  EXPECT_THROW(array[-1], JsonError);
+  EXPECT_EQ(array.find("a"), nullptr);
+
+  JsonValue text("x");
+  EXPECT_THROW(std::as_const(text)[std::size_t{0}], JsonError);
+  EXPECT_THROW(text["a"], JsonError);
+  EXPECT_THROW(text.append(1), JsonError);
+  EXPECT_THROW(text.clear(), JsonError);
+  EXPECT_THROW(JsonValue(1).stringRef(), JsonError);
+  EXPECT_EQ(text.stringRef(), "x");
+
+  JsonValue untouched;
+  EXPECT_THROW(untouched[-1], JsonError);
+  EXPECT_TRUE(untouched.isNull());
+}
+
+// The index takes over from linear search at some size; removal moves what it points to.
+TEST(JsonValue, ObjectsOfAnySizeFindTheirMembers) {
+  for (const int size : {15, 16, 17, 18, 33, 500}) {
+    JsonValue object;
+    for (int i = 0; i < size; ++i) object[Key(i)] = i;
+    for (int i = 0; i < size; i += 3) EXPECT_TRUE(object.removeMember(Key(i)));
+    object["k0"] = 0;
+    for (int i = 0; i < size; ++i) {
+      const JsonValue* const member = object.find(Key(i));
+      ASSERT_EQ(member != nullptr, i == 0 || i % 3 != 0) << i << " of " << size;
+      if (member != nullptr) {
+        EXPECT_EQ(member->asInt(), i);
+      }
+    }
+    EXPECT_EQ(object.getMemberNames().back(), "k0");
+  }
+}
+
+TEST(JsonValue, ACopyIsIndependent) {
+  JsonValue original = Parsed(R"({"a":{"list":[1,2]},"s":"text"})");
+  const JsonValue copy = original;
+  original["a"]["list"].append(3);
+  original["a"]["list"][0] = 9;
+  original["s"] = "other";
+  original.removeMember("nothing");
+  EXPECT_EQ(copy.toString(), R"({"a":{"list":[1,2]},"s":"text"})");
+  EXPECT_EQ(original.toString(), R"({"a":{"list":[9,2,3]},"s":"other"})");
+
+  JsonValue shorter = original;
+  shorter.removeMember("a");
+  shorter.clear();
+  EXPECT_EQ(original.toString(), R"({"a":{"list":[9,2,3]},"s":"other"})");
+}
+
+TEST(JsonValue, PartsAndWholesOfItselfMayBeAssigned) {
+  JsonValue value = Parsed(R"({"child":{"x":[1]}})");
+  value = value["child"];
+  EXPECT_EQ(value.toString(), R"({"x":[1]})");
+  value = std::move(value["x"]);
+  EXPECT_EQ(value.toString(), "[1]");
+  value.append(value[0]);
+  value.append(value);
+  EXPECT_EQ(value.toString(), "[1,1,[1,1]]");
+  value[2][0] = value;  // would hold itself if the node were shared
+  EXPECT_EQ(value.toString(), "[1,1,[[1,1,[1,1]],1]]");
+  JsonValue& same = value;
+  value = same;
+  EXPECT_EQ(value.size(), 3U);
+
+  JsonValue object;
+  object["a"]["b"] = 1;
+  JsonValue& b = object["a"]["b"];
+  b = object;
+  b["a"]["b"] = 2;
+  EXPECT_EQ(object.toString(), R"({"a":{"b":{"a":{"b":2}}}})");
+  const std::string& name = std::as_const(object).begin().name();
+  EXPECT_TRUE(object.removeMember(name));
+}
+
+TEST(JsonValue, ComparesByContent) {
+  EXPECT_EQ(Parsed(R"({"a":1,"b":[null,2.5]})"), Parsed(R"({"b":[null,2.5],"a":1})"));
+  EXPECT_NE(Parsed(R"({"a":1})"), Parsed(R"({"b":1})"));
+  EXPECT_NE(Parsed("[1,2]"), Parsed("[2,1]"));
+  EXPECT_EQ(JsonValue::Time(5), JsonValue(5));
+  EXPECT_EQ(JsonValue(JsonType::UInt), JsonValue(0));
+  EXPECT_NE(JsonValue(kMaxUnsigned), JsonValue(-1));
+  EXPECT_NE(JsonValue(1), JsonValue(1.0));
+  EXPECT_NE(JsonValue::Binary("a"), JsonValue("a"));
+}
+
+TEST(JsonValue, BytesGoThroughBase64) {
+  const std::pair<const char*, const char*> known[] = {
+      {"", ""},
+      {"f", "Zg=="},
+      {"fo", "Zm8="},
+      {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="},
+      {"fooba", "Zm9vYmE="},
+      {"foobar", "Zm9vYmFy"},
+  };
+  for (const auto& [bytes, text] : known) {
+    EXPECT_EQ(JsonValue::Binary(bytes).toString(), JsonValue(text).toString());
+    EXPECT_EQ(JsonValue(text).asBinary(), bytes);
+  }
+  std::string all;
+  for (int i = 0; i < 1000; ++i) all += static_cast<char>(i * 7);
+  EXPECT_EQ(Parsed(JsonValue::Binary(all).toString()).asBinary(), all);
+  for (const char* broken : {"Zg", "Zg=", "Zg===", "Z===", "====", "Z=g=", "Zm9v\n", " Zm9",
+                             "Zm9v====", "Zm-v", "Zh==", "Zm9="}) {
+    EXPECT_THROW(JsonValue(broken).asBinary(), JsonError) << broken;
+  }
+}
+
+TEST(JsonWriter, EscapesOnlyWhatMustBe) {
+  JsonValue value;
+  value["k\"\n"] = std::string("\"\\/\b\f\n\r\t\x01\x1f\x7f\0\xC3\xA9", 14);
+  EXPECT_EQ(value.toString(),
+            "{\"k\\\"\\n\":\"\\\"\\\\/\\b\\f\\n\\r\\t\\u0001\\u001f\x7f\\u0000\xC3\xA9\"}");
+  std::string text = "x=";
+  Parsed(R"([ 1 , {} , [ ] ])").appendTo(text);
+  EXPECT_EQ(text, "x=[1,{},[]]");
+}
+
+// The writer looks at many bytes at once, and not at all at names it knows to be plain.
+TEST(JsonWriter, EscapesWhereverTheByteStands) {
+  static constexpr char kBytes[] = {'"', '\\',   '\n',   '\x1f', ' ',
+                                    '!', '\x7f', '\x80', '\xff', '\xa2'};
+  std::mt19937 random(5);
+  for (int i = 0; i < 20000; ++i) {
+    std::string bytes(random() % 40, 'a');
+    for (auto edits = random() % 4; edits > 0 && !bytes.empty(); --edits) {
+      bytes[random() % bytes.size()] = kBytes[random() % std::size(kBytes)];
+    }
+    std::string expected = "\"";
+    for (const char c : bytes) {
+      if (c == '"' || c == '\\') expected += '\\';
+      expected += c == '\n' ? "\\n" : c == '\x1f' ? "\\u001f" : std::string(1, c);
+    }
+    expected += '"';
+    JsonValue value;
+    value["first"] = 1;
+    value[bytes] = bytes;
+    ASSERT_EQ(value.toString(), "{\"first\":1," + expected + ":" + expected + "}");
+  }
+}
+
+TEST(JsonWriter, InvalidUtf8StandsOrIsReplacedByteByByte) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"a\xFFz", "a?z"},
+      {"\xC3", "?"},
+      {"\xC3(", "?("},
+      {"\xC0\xAF", "??"},            // overlong
+      {"\xE0\x80\xAF", "???"},       // overlong
+      {"\xED\xA0\x80", "???"},       // surrogate
+      {"\xF4\x90\x80\x80", "????"},  // beyond U+10FFFF
+      {"\xE2\x82", "??"},            // cut off
+      {"\xF0\x9F\x98\x80\x80", "\xF0\x9F\x98\x80?"},
+      {"twelve chars\xE2\x82\xACthen\xFE", "twelve chars\xE2\x82\xACthen?"},
+      {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF",
+       "\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF"},
+  };
+  for (const auto& [bytes, pattern] : cases) {
+    std::string expected;
+    for (const char c : pattern) expected += c == '?' ? "\xEF\xBF\xBD" : std::string(1, c);
+    JsonValue value;
+    value[bytes] = bytes;
+    const std::string replaced = value.toString({.replaceInvalidUtf8 = true});
+    EXPECT_EQ(replaced, "{\"" + expected + "\":\"" + expected + "\"}");
+    JsonValue back;
+    EXPECT_TRUE(JsonReader::Parse(replaced, back, nullptr, {.requireUtf8 = true}));
+    EXPECT_EQ(Parsed(value.toString()), value) << "the bytes come back as they were";
+  }
+}
+
+TEST(JsonValue, NestingIsBoundedByMemoryOnly) {
+  constexpr int kLevels = 100000;
+  JsonValue deep;
+  JsonValue same;
+  for (int i = 0; i < kLevels; ++i) {
+    JsonValue outer;
+    if (i % 2 == 0) {
+      outer.append(std::move(deep));
+    } else {
+      outer["k"] = std::move(deep);
+    }
+    deep = std::move(outer);
+  }
+  EXPECT_EQ(deep.toString().size(), kLevels / 2 * 2 + kLevels / 2 * 6 + 4);
+  same = deep;
+  EXPECT_EQ(deep, same);
+  same["k"];  // one node of its own, the rest stays shared
+  deep = JsonValue();
+  EXPECT_EQ(same, same);
+}
+
+TEST(JsonValue, ThreadsMayShareNodes) {
+  JsonValue shared = Parsed(R"({"list":[1,2,{"deep":"a string of some length, shared"}],"n":0})");
+  const std::string before = shared.toString();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([copy = shared, t, &before]() mutable {
+      for (int i = 0; i < 300; ++i) {
+        JsonValue mine = copy;
+        mine["list"][2]["deep"] = t;
+        mine["list"].append(mine["list"][0]);
+        ASSERT_EQ(mine["list"].size(), 4U);
+        mine["n"] = i;
+        mine[Key(t)] = Parsed(before);
+        mine.removeMember("list");
+        const JsonValue part = copy["list"][2];
+        ASSERT_EQ(part["deep"].stringRef().size(), 31U);
+        if (i % 10 == 9) copy["n"] = i;  // from here on partly its own
+      }
+    });
+  }
+  shared = JsonValue();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(shared.isNull());
+  EXPECT_EQ(Parsed(before).toString(), before);
+}
+
+}  // namespace
+}  // namespace keelstone
