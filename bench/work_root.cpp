@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "keelstone/database_files.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/ini_reader.h"
 

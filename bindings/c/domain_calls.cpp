@@ -9,10 +9,10 @@
 
 #include "bindings/c/domain_handle.h"
 #include "keelstone/data_sync_manager.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/gone_sources.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/rule_global_setting.h"

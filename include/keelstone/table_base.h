@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "keelstone/database_files.h"
 #include "keelstone/export.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/mutex.h"
 
 namespace keelstone {

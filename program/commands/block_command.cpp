@@ -6,8 +6,8 @@
 
 #include "keelstone/clock.h"
 #include "keelstone/cppsqlite3.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "program/command_output.h"
 #include "program/exit_codes.h"

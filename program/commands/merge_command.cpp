@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "keelstone/data_sync_manager.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "program/command_output.h"
 #include "program/exit_codes.h"
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <utility>
 
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 
 namespace keelstone::host {
 

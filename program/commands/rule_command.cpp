@@ -7,8 +7,8 @@
 
 #include "keelstone/cppsqlite3.h"
 #include "keelstone/data_manager.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/rule_records.h"
 #include "program/command_output.h"

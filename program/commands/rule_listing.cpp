@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/rule_records.h"
 

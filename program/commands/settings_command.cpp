@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "keelstone/cppsqlite3.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/rule_global_setting.h"
 #include "keelstone/setting_paths.h"

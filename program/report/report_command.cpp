@@ -8,6 +8,7 @@
 #include <set>
 #include <system_error>
 
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
 #include "keelstone/filesystem.h"
 #include "program/command_output.h"

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/rule_records.h"
 
 namespace keelstone::host {

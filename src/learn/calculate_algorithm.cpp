@@ -10,8 +10,7 @@ RuleCalculateAlgBase::~RuleCalculateAlgBase() = default;
 
 std::shared_ptr<IRuleBase> RuleCalculateAlgBase::GetRuleByType(EnumRuleType ruleType,
                                                                EnumKSDataType dataType) const {
-  const RuleTypeRow* const row = FindRuleType(ruleType);
-  return row == nullptr ? nullptr : row->make(ruleType, dataType);
+  return MakeRule(ruleType, dataType);
 }
 
 std::shared_ptr<IRuleBase> RuleCalculateAlgBase::FirstFitting(

@@ -12,6 +12,12 @@ namespace keelstone {
 
 namespace {
 
+/// The class of a rule type.
+struct RuleTypeRow {
+  EnumRuleType type;
+  std::shared_ptr<IRuleBase> (*make)(EnumRuleType, EnumKSDataType);
+};
+
 template <template <class> class Rule>
 std::shared_ptr<IRuleBase> MakeNumeric(EnumRuleType type, EnumKSDataType dataType) {
   switch (dataType) {
@@ -32,37 +38,20 @@ std::shared_ptr<IRuleBase> Make(EnumRuleType type, EnumKSDataType) {
   return std::make_shared<Rule>(type);
 }
 
-template <auto kAccessor>
-std::shared_ptr<KSRuleSettingBase> Typed(const KSRuleGlobalSetting& document) {
-  return (document.*kAccessor)();
-}
-
-using Document = KSRuleGlobalSetting;
-
 constexpr std::array kRows = {
-    RuleTypeRow{kStrEqual, "strEqual", Typed<&Document::GetStrEqualSetting>, true,
-                Make<KSStringEqualRule>},
-    RuleTypeRow{kStrNoEqual, "strNoEqual", nullptr, false, Make<KSStrNoEqualRule>},
-    RuleTypeRow{kStrEnum, "strEnum", Typed<&Document::GetStrEnumSetting>, true,
-                Make<KSStringEnumRule>},
-    RuleTypeRow{kStrRegex, "strRegex", nullptr, false, Make<KSStrRegexRule>},
-    RuleTypeRow{kIntEqual, "intEqual", Typed<&Document::GetIntEqualSetting>, true,
-                MakeNumeric<NumericEqualRule>},
-    RuleTypeRow{kIntNoEqual, "intNoEqual", nullptr, false, MakeNumeric<NumericNotEqualRule>},
-    RuleTypeRow{kIntEnum, "intEnum", Typed<&Document::GetIntEnumSetting>, true,
-                MakeNumeric<NumericEnumRule>},
-    RuleTypeRow{kIntRange, "intRange", Typed<&Document::GetIntRangeSetting>, true,
-                MakeNumeric<NumericRangeRule>},
-    RuleTypeRow{kIntConstant, "intConstant", Typed<&Document::GetIntConstSetting>, true,
-                MakeNumeric<NumericConstantRule>},
-    RuleTypeRow{kIntIncrease, "intIncrease", Typed<&Document::GetIntIncreaseSetting>, true,
-                MakeNumeric<NumericIncreaseRule>},
-    RuleTypeRow{kIntLEQ, "intLEQ", nullptr, false, MakeNumeric<NumericLessEqualRule>},
-    RuleTypeRow{kIntGEQ, "intGEQ", nullptr, false, MakeNumeric<NumericGreaterEqualRule>},
-    // The table type keeps its history by its own settings, but its interval is read
-    // where the types without settings look.
-    RuleTypeRow{kTableMd5, "tableMd5", Typed<&Document::GetMD5TableSetting>, false,
-                Make<KSTableMd5EqualRule>},
+    RuleTypeRow{kStrEqual, Make<KSStringEqualRule>},
+    RuleTypeRow{kStrNoEqual, Make<KSStrNoEqualRule>},
+    RuleTypeRow{kStrEnum, Make<KSStringEnumRule>},
+    RuleTypeRow{kStrRegex, Make<KSStrRegexRule>},
+    RuleTypeRow{kIntEqual, MakeNumeric<NumericEqualRule>},
+    RuleTypeRow{kIntNoEqual, MakeNumeric<NumericNotEqualRule>},
+    RuleTypeRow{kIntEnum, MakeNumeric<NumericEnumRule>},
+    RuleTypeRow{kIntRange, MakeNumeric<NumericRangeRule>},
+    RuleTypeRow{kIntConstant, MakeNumeric<NumericConstantRule>},
+    RuleTypeRow{kIntIncrease, MakeNumeric<NumericIncreaseRule>},
+    RuleTypeRow{kIntLEQ, MakeNumeric<NumericLessEqualRule>},
+    RuleTypeRow{kIntGEQ, MakeNumeric<NumericGreaterEqualRule>},
+    RuleTypeRow{kTableMd5, Make<KSTableMd5EqualRule>},
 };
 static_assert(kRows.size() == kRuleTypeCount);
 
@@ -76,14 +65,9 @@ static_assert(IsInOrder());
 
 }  // namespace
 
-const RuleTypeRow* FindRuleType(EnumRuleType type) {
+std::shared_ptr<IRuleBase> MakeRule(EnumRuleType type, EnumKSDataType dataType) {
   if (type < 0 || type >= kRuleTypeCount) return nullptr;
-  return &kRows[static_cast<std::size_t>(type)];
-}
-
-const char* RuleTypeName(EnumRuleType type) {
-  const RuleTypeRow* const row = FindRuleType(type);
-  return row == nullptr ? "" : row->name;
+  return kRows[static_cast<std::size_t>(type)].make(type, dataType);
 }
 
 }  // namespace keelstone

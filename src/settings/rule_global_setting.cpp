@@ -4,7 +4,7 @@
 
 #include "keelstone/json_reader.h"
 #include "keelstone/logger.h"
-#include "learn/rule_type_table.h"
+#include "settings/rule_kinds.h"
 
 namespace keelstone {
 
@@ -145,7 +145,7 @@ std::shared_ptr<Setting> Loaded(const JsonValue& document, Arguments... argument
 }
 
 /// Whether a type's settings are found under its own name although it has no class.
-bool HasOtherSetting(const RuleTypeRow& row) { return row.settings == nullptr; }
+bool HasOtherSetting(const RuleKind& row) { return row.settings == nullptr; }
 
 }  // namespace
 
@@ -176,7 +176,7 @@ bool KSIntIncreaseRuleSetting::LoadSetting(const JsonValue& document) {
 
 bool KSOtherRuleSetting::LoadSetting(const JsonValue& document) {
   if (ruleType == kRuleTypeNone) return false;
-  const RuleTypeRow* const row = FindRuleType(ruleType);
+  const RuleKind* const row = FindRuleKind(ruleType);
   return Load(document, row != nullptr && HasOtherSetting(*row) ? row->name : "", *this);
 }
 
@@ -215,14 +215,14 @@ std::shared_ptr<KSMd5TableRuleSetting> KSRuleGlobalSetting::GetMD5TableSetting()
 }
 
 std::int32_t KSRuleGlobalSetting::GetHistoryDataCount(EnumRuleType type) const {
-  const RuleTypeRow* const row = FindRuleType(type);
+  const RuleKind* const row = FindRuleKind(type);
   const std::shared_ptr<KSRuleSettingBase> setting =
       row != nullptr && row->settings != nullptr ? row->settings(*this) : GetOtherSetting(type);
   return setting ? setting->GetDataCountHistory() : 30;
 }
 
 std::int32_t KSRuleGlobalSetting::GetLiveTMInterval(EnumRuleType type) const {
-  const RuleTypeRow* const row = FindRuleType(type);
+  const RuleKind* const row = FindRuleKind(type);
   const std::shared_ptr<KSRuleSettingBase> setting =
       row != nullptr && row->typedInterval ? row->settings(*this) : GetOtherSetting(type);
   return setting ? setting->GetTimeIntervalLimit() : 21600;

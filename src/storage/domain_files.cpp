@@ -12,6 +12,7 @@
 #include "base/text/strings.h"
 #include "keelstone/cppsqlite3.h"
 #include "keelstone/data_manager.h"
+#include "keelstone/database_files.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "storage/tables/object_rule_schema.h"

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "keelstone/cppsqlite3.h"
+#include "keelstone/database_files.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/logger.h"

@@ -3,7 +3,7 @@
 #include <boost/uuid/name_generator_sha1.hpp>
 #include <boost/uuid/uuid.hpp>
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 
 namespace keelstone {
 

@@ -1,4 +1,5 @@
 #include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 
 namespace keelstone {
 namespace {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 #include "keelstone/run_evaluation.h"
 #include "keelstone/run_line.h"
 #include "program/evaluate/result_output.h"

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "keelstone/cppsqlite3.h"
+#include "keelstone/database_files.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/rule_records.h"
 #include "keelstone/table_base.h"

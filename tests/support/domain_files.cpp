@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "keelstone/cppsqlite3.h"
+#include "keelstone/filesystem.h"
 #include "keelstone/json_value.h"
 
 namespace keelstone::testing {

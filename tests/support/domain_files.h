@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 
 namespace keelstone::testing {
 

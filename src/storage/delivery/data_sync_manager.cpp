@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "base/text/strings.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/first_failure.h"

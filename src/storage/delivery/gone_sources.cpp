@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "keelstone/cppsqlite3.h"
+#include "keelstone/database_files.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/domain_files.h"
 #include "keelstone/filesystem.h"
@@ -36,7 +37,7 @@ void ForEachRow(int dbType, const std::string& domainId, const char* table,
 }
 
 void CountSources(int dbType, const std::string& domainId, const char* table,
-                  std::int64_t SourceRows::*number, SourceCounts& counts) {
+                  std::int64_t SourceRows::* number, SourceCounts& counts) {
   ForEachRow(dbType, domainId, table,
              std::string("select variableSource, count(*) from ") + table + kCountSources,
              [&](const CppSQLite3Query& row) {

@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 #include "keelstone/json_value.h"
 #include "storage/tables/data_rows.h"
 

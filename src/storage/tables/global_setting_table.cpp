@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 #include "storage/settings_generation.h"
 #include "storage/tables/data_rows.h"
 

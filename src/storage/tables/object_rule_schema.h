@@ -1,7 +1,7 @@
 #ifndef KEELSTONE_STORAGE_TABLES_OBJECT_RULE_SCHEMA_H
 #define KEELSTONE_STORAGE_TABLES_OBJECT_RULE_SCHEMA_H
 
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 #include "storage/tables/table_frame.h"
 
 /// What the sources of KSObjectRuleSql share about its two tables.

@@ -1,5 +1,7 @@
 #include "keelstone/table_base.h"
 
+#include "keelstone/filesystem.h"
+
 namespace keelstone {
 
 CKSDBOperateBase::CKSDBOperateBase(const std::string& subPath)

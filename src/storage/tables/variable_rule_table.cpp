@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/text/strings.h"
-#include "keelstone/filesystem.h"
+#include "keelstone/database_files.h"
 #include "keelstone/logger.h"
 #include "storage/tables/data_rows.h"
 
