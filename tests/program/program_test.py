@@ -211,7 +211,7 @@ class ProgramTest(unittest.TestCase):
         for before, run in zip(recording(40, 4), again):
             self.assertEqual(run["variables"] + run.get("repeated", 0),
                              len(json.loads(before)["variables"]))
-        self.assertGreater(sum(run.get("repeated", 0) for run in again), 600)
+        self.assertGreater(sum(run.get("repeated", 0) for run in again), 200)
         self.assertRegex(said, r"values rejected, \d+ values repeated; ")
         outputs = set()
         for threads in ("1", "7"):
@@ -276,11 +276,11 @@ class ProgramTest(unittest.TestCase):
     def test_a_history_ahead_of_the_clock_is_repaired(self):
         self.call("init")
         far = 2200000000
-        steady = [run_line(5, time=START + 3600 * i) for i in range(6)]
+        steady = [run_line(5, time=START + 3600 * i) for i in range(5)]
         bogus = run_line(5, time=far)
         for before, after, expected in [
                 # What the history holds counts among the values in order.
-                (steady[:2] + [bogus], steady[2:], 6),
+                (steady[:2] + [bogus], steady[2:], 5),
                 ([bogus], steady[:4], 2), ([bogus], steady[:2], None)]:
             for cut in (False, True):
                 with self.subTest(before=len(before), after=len(after), cut=cut):
