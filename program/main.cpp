@@ -114,6 +114,9 @@ int main(int argc, char** argv) {
   keelstone::host::GuardStandardDescriptors();
   try {
     return keelstone::host::RunProgram(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::cerr << "keelstone: out of memory\n";
+    return keelstone::host::kExitBrokenOff;
   } catch (const std::exception& error) {
     std::cerr << "keelstone: " << error.what() << '\n';
     return keelstone::host::kExitBrokenOff;

@@ -74,6 +74,8 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   Broken broken = Broken::kNo;
   try {
     broken = ReadInputs(inputs);
+  } catch (const std::bad_alloc&) {
+    broken = Fail("out of memory, the rest of the input is not evaluated");
   } catch (const std::exception& error) {
     broken = Fail(error.what());
   }
