@@ -53,9 +53,7 @@ std::string Numbered(const char* format, std::size_t number) {
 
 std::string FleetDevice(std::size_t index) { return Numbered("core-%05zu", index); }
 
-std::string FleetSource(std::size_t index) {
-  return kFleetSource + Numbered("/%05zu", index);
-}
+std::string FleetSource(std::size_t index) { return kFleetSource + Numbered("/%05zu", index); }
 
 std::string FleetInterface(std::size_t variable) {
   return Numbered("GigabitEthernet0/%02zu", variable / kInterfaceVariables);

@@ -121,9 +121,9 @@ Stored StoreUnits(const BenchSettings& settings, const char* domain, const Fleet
   stored.table->SetRuleHistoryData(std::vector<ObjectRuleHistoryData>());
   for (std::size_t i = 0; i < units; ++i) {
     const std::size_t unit = i * fleet.devices / units;
-    stored.keys.push_back(
-        fleet.onOneDevice ? std::make_shared<UnitKey>(FleetDevice(0), FleetSource(unit), "")
-                          : std::make_shared<UnitKey>(FleetDevice(unit), kFleetSource, ""));
+    stored.keys.push_back(fleet.onOneDevice
+                              ? std::make_shared<UnitKey>(FleetDevice(0), FleetSource(unit), "")
+                              : std::make_shared<UnitKey>(FleetDevice(unit), kFleetSource, ""));
   }
   return stored;
 }

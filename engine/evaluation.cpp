@@ -212,9 +212,9 @@ void KSRuleInstance::Evaluation::SerializeLocalDB() {
   if (!pendingRules_.empty() || !pendingHistories_.empty()) {
     mayBeShared_ = true;
     // First: the rows of an earlier call that these overtake are not handed over again.
-    handed = cache->HandOver(subject_.domainId, subject_.deviceName,
-                             std::exchange(pendingRules_, {}),
-                             std::exchange(pendingHistories_, {}));
+    handed =
+        cache->HandOver(subject_.domainId, subject_.deviceName, std::exchange(pendingRules_, {}),
+                        std::exchange(pendingHistories_, {}));
   }
   for (const auto& earlier : handedRows_) {
     cache->HandOverAgain(subject_.domainId, subject_.deviceName, *earlier);

@@ -24,9 +24,9 @@ struct DeliveredTable {
 
 /// Opens a delivered database for reading only. Throws DeliveryError when `from` is no
 /// file, is the file `to`, lacks the table or one of its columns, has such a column
-/// computed, has a trigger, is damaged, or holds a row of a wrong shape; CppSQLite3Exception when it is no database or one
-/// of a newer layout, and when its schema calls functions. A source that is being written is
-/// waited for.
+/// computed, has a trigger, is damaged, or holds a row of a wrong shape; CppSQLite3Exception when
+/// it is no database or one of a newer layout, and when its schema calls functions. A source that
+/// is being written is waited for.
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,
                    const DeliveredTable& expected);
 

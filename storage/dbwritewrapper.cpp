@@ -164,8 +164,7 @@ std::shared_ptr<HandedRows> DBWriteWrapper::HandOver(const std::string& domainId
                                                      std::vector<ObjectRuleData> rules,
                                                      std::vector<ObjectRuleHistoryData> history) {
   const std::set<std::string> devices = DevicesOf(rules, history);
-  auto handed =
-      state_->pending.AddKept(domainId, unitKey, std::move(rules), std::move(history));
+  auto handed = state_->pending.AddKept(domainId, unitKey, std::move(rules), std::move(history));
   for (const std::string& device : devices) NoteUnitChange(domainId, device);
   WakeWhenDue();
   return handed;

@@ -15,8 +15,8 @@ namespace keelstone {
 /// whether the domain's data manager reads it anew afterwards. It answers true when `to`
 /// holds what was delivered. A source that is missing, is no database or a damaged one,
 /// lacks the table or the columns of its type, has them computed, holds a row of a wrong
-/// shape (of settings one that a reading would pass over; the log says which), calls functions in its
-/// schema, has triggers, or is the destination itself changes nothing: false, a line in the
+/// shape (of settings one that a reading would pass over; the log says which), calls functions in
+/// its schema, has triggers, or is the destination itself changes nothing: false, a line in the
 /// log, and one failed write more (GetFailedWriteCount). A source that another process is
 /// writing is waited for as long as any statement waits. The source is only read.
 ///

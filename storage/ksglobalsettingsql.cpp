@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "platform/filesystem.h"
-#include "storage/settings_generation.h"
 #include "storage/data_rows.h"
+#include "storage/settings_generation.h"
 
 namespace keelstone {
 

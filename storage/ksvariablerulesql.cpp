@@ -75,11 +75,11 @@ void KSVariableRuleSql::SpliteKey(std::string_view key, std::string& variableSou
 }
 
 std::string KSVariableRuleSql::ReadRow(const JsonValue& row, RuleDefinitionData& definition) {
-  definition = RuleDefinitionData(
-      IntMember(row, "ruleTypeId"), IntMember(row, "variableSourceType"),
-      TextMember(row, "ruleAlgParameter"), TextMember(row, "variableSource"),
-      TextMember(row, "variableName"), IntMember(row, "variableDataType"),
-      TextMember(row, "param"));
+  definition =
+      RuleDefinitionData(IntMember(row, "ruleTypeId"), IntMember(row, "variableSourceType"),
+                         TextMember(row, "ruleAlgParameter"), TextMember(row, "variableSource"),
+                         TextMember(row, "variableName"), IntMember(row, "variableDataType"),
+                         TextMember(row, "param"));
   definition.enableFlag = BoolMember(row, "isInitialEnable");
   definition.enableState = IntMember(row, "isCustomerEnable");
   return GenerateKey(definition.variableSource, definition.variableName, definition.variableParam);

@@ -177,8 +177,8 @@ void PendingRows::Forget(const HandedRows& rows) {
   if (entry != end) handed_.erase(entry);
 }
 
-void PendingRows::AddUnit(const std::string& domainId, const std::string& unitKey,
-                          PendingUnit unit, const HandedRows* own) {
+void PendingRows::AddUnit(const std::string& domainId, const std::string& unitKey, PendingUnit unit,
+                          const HandedRows* own) {
   const std::size_t ruleCount = unit.ruleCount;
   const std::size_t count = ruleCount + unit.historyCount;
   if (count == 0) return;

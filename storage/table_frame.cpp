@@ -198,9 +198,9 @@ TableOutcome TableFrame::RunTogether(const CKSDBOperateBase& table, const TableO
   {
     const MutexLock lock(firstRecord->mutex);
     const MutexLock lockSecond(secondRecord->mutex);
-    outcome = RunBothLocked(db, table.fileSystem_->GetDBFile(first.dbType, domainId), first,
-                            table.fileSystem_->GetDBFile(second.dbType, domainId), second, body,
-                            log);
+    outcome =
+        RunBothLocked(db, table.fileSystem_->GetDBFile(first.dbType, domainId), first,
+                      table.fileSystem_->GetDBFile(second.dbType, domainId), second, body, log);
     db.close();
   }
   if (outcome == TableOutcome::kFailed) {

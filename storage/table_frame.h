@@ -85,7 +85,8 @@ class TableFrame {
 };
 
 /// Groups the rows of one write into transactions, of 600 unless told: BeforeRow and
-/// AfterRow around each row, Finish after the last. What an error leaves open, the frame rolls back.
+/// AfterRow around each row, Finish after the last. What an error leaves open, the frame rolls
+/// back.
 class RowBatch {
  public:
   static constexpr int kRows = 600;

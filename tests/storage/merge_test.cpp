@@ -84,8 +84,8 @@ TEST_F(Merge, ASourceThatCannotBeTakenOverChangesNothing) {
   for (const std::string& from :
        {std::string(), Path("missing.db"), Path("text.db"), Path("cut.db"), Path("empty.db"),
         Path("other table.db"), Path("other columns.db"), Path("bad rows.db"), Path("folder.db"),
-        own,
-        Path("own/../own/settings.db"), Path("own/hard link.db"), Path("own/symbolic link.db")}) {
+        own, Path("own/../own/settings.db"), Path("own/hard link.db"),
+        Path("own/symbolic link.db")}) {
     SCOPED_TRACE(from);
     EXPECT_FALSE(Deliver(from, own));
     EXPECT_EQ(FileText(own), before);

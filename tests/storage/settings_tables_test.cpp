@@ -90,9 +90,9 @@ TEST_F(VariableRules, ARefusedMemberCostsItsRow) {
                   R"({"variableSource":"t","variableName":"w","ruleTypeId":"seven"})",
                   R"({"variableSource":"s","variableName":"x"})"}),
             1);
-  EXPECT_THAT(log.Messages(),
-              ElementsAre(HasSubstr("KSVariableRule.db: row 2 of KSVariableRule is passed over: its "
-                                    "member \"ruleTypeId\": ")));
+  EXPECT_THAT(log.Messages(), ElementsAre(HasSubstr(
+                                  "KSVariableRule.db: row 2 of KSVariableRule is passed over: its "
+                                  "member \"ruleTypeId\": ")));
   EXPECT_TRUE(table.IsExistRuleDefinition("s", "v", kVariableSourceParser));
   EXPECT_FALSE(table.IsExistRuleDefinition("t", "w", kVariableSourceParser));
   EXPECT_TRUE(table.IsExistRuleDefinition("s", "x", kVariableSourceParser));
@@ -207,8 +207,9 @@ TEST_F(GlobalSettings, RowsSetTheirValuesAndTheLaterOfTwoWins) {
             1);
   EXPECT_THAT(
       log.Messages(),
-      ElementsAre(HasSubstr("\"KSStrRowCountLimit\""), HasSubstr("\"KSInterfaceFilter\""),
-                  HasSubstr(": row 11 of KSGlobalSetting is passed over: it holds no JSON object")));
+      ElementsAre(
+          HasSubstr("\"KSStrRowCountLimit\""), HasSubstr("\"KSInterfaceFilter\""),
+          HasSubstr(": row 11 of KSGlobalSetting is passed over: it holds no JSON object")));
   EXPECT_EQ(table.GetRuleTypeJson(), "[1,2]");
   EXPECT_EQ(table.GetGeneralSettingJson(), R"({"intRange":{"dataCountHistory":12}})");
   EXPECT_EQ(table.GetRuleSettings()->HistoryDataCount(kIntRange), 12);

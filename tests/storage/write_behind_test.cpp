@@ -97,9 +97,9 @@ TEST_F(WriteBehind, TheOldestRowOfAKeyIsServedAndTheNewestIsWritten) {
 }
 
 TEST_F(WriteBehind, RowsHandedOverAgainLeaveOutWhatHasGotNewerRowsSince) {
-  auto handed = cache->HandOver(domain, "unit",
-                                {RuleRow("d", "v", Definition("a")), RuleRow("d", "w", Definition("a"))},
-                                {HistoryRow("d", "v", "a"), HistoryRow("d", "w", "a")});
+  auto handed = cache->HandOver(
+      domain, "unit", {RuleRow("d", "v", Definition("a")), RuleRow("d", "w", Definition("a"))},
+      {HistoryRow("d", "v", "a"), HistoryRow("d", "w", "a")});
   EXPECT_EQ(cache->WriteDomain(domain), 4);
   cache->HandOverAgain(domain, "unit", *handed);
   EXPECT_EQ(cache->WriteDomain(domain), 4);
