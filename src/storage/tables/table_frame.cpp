@@ -4,9 +4,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -85,21 +85,32 @@ bool IsSuperJournal(std::string_view name, std::string_view database) {
          name.substr(database.size()).starts_with(kMark);
 }
 
+// Whether the journals that a super-journal lists, each name ended by a NUL, are all gone.
+// Those of a commit that runs are there from before it is written until it is removed.
+bool ListsGoneJournals(const std::filesystem::path& superJournal) {
+  std::ifstream file(superJournal, std::ios::binary);
+  std::string name;
+  bool any = false;
+  while (std::getline(file, name, '\0')) {
+    if (PathError(name) != ENOENT) return false;
+    any = true;
+  }
+  return any;
+}
+
 // A commit over two files that was killed while it began leaves the list of its journals
 // behind, which no journal names and nobody else would remove. Called with both files held
-// for writing; an hour leaves room for commits that hold other files together with these.
+// for writing, when their own journals are gone.
 void RemoveAbandonedSuperJournals(const std::string& database) {
   namespace fs = std::filesystem;
   const fs::path place(database);
   const std::string own = place.filename().string();
   std::error_code error;
-  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(1);
   for (fs::directory_iterator entry(place.parent_path(), error), end; !error && entry != end;
        entry.increment(error)) {
     if (!IsSuperJournal(entry->path().filename().string(), own)) continue;
-    std::error_code failure;
-    const auto time = entry->last_write_time(failure);
-    if (!failure && time < old) fs::remove(entry->path(), failure);
+    std::error_code ignored;
+    if (ListsGoneJournals(entry->path())) fs::remove(entry->path(), ignored);
   }
 }
 
