@@ -22,7 +22,14 @@ T Tolerance() {
 
 std::string Text(std::int64_t value) { return NumberText(value); }
 std::string Text(double value) { return NumberText(value); }
-std::string Text(float value) { return NumberText(static_cast<double>(value)); }
+std::string Text(float value) {
+  if (!std::isfinite(value)) return "null";
+  char shortest[40] = "";
+  for (int digits = 1; std::strtof(shortest, nullptr) != value || shortest[0] == 0; ++digits) {
+    std::snprintf(shortest, sizeof shortest, "%.*e", digits - 1, static_cast<double>(value));
+  }
+  return NumberText(std::strtod(shortest, nullptr));
+}
 
 template <class T>
 T Difference(T later, T earlier) {
