@@ -26,7 +26,8 @@ FSPerformance::~FSPerformance() {
   if (start_ < 0 || !Logger::Instance().IsOn(kLogInformation)) return;
   const double milliseconds = static_cast<double>(SteadyNanoseconds() - start_) / 1e6;
   KS_LOG("Performance", "FSPerformance::~FSPerformance", "fsperformance", kLogInformation,
-         "%s :: %s Cost %f ms. %s", classLabel_.c_str(), functionLabel_.c_str(), milliseconds, extra_.c_str());
+         "%s :: %s Cost %f ms. %s", classLabel_.c_str(), functionLabel_.c_str(), milliseconds,
+         extra_.c_str());
 }
 
 }  // namespace keelstone

@@ -402,8 +402,8 @@ void KSRuleInstance::Evaluation::Relearn(const VarInfo& variable, const Definiti
     judgement.rule = learned;
   }
   if (judgement.rule && judgement.rule->LentHistory()) {
-    judgement.rule->LentHistory()->AddData(
-        point, settings_->HistoryDataCount(judgement.rule->GetType()));
+    judgement.rule->LentHistory()->AddData(point,
+                                           settings_->HistoryDataCount(judgement.rule->GetType()));
     judgement.historyAdded = true;
   }
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "calc/ksruleglobalsetting.h"
+#include "platform/numbers.h"
 
 namespace keelstone::host {
 
@@ -86,6 +87,14 @@ std::vector<SettingPath> SettingPaths() {
   // The live interval of tables is read from the member whose name is empty.
   all.push_back({".timeIntervalLimit", kGeneralSettingRow, {"", "timeIntervalLimit"}, AcceptWhole});
   return all;
+}
+
+std::string SettingText(const JsonValue& value) {
+  if (value.type() != JsonType::Real) return value.toString();
+  const double number = value.asDouble();
+  const float single = value.asFloat();
+  const bool isWidened = static_cast<double>(single) == number;
+  return JsonValue(isWidened ? AsWritten(single) : number).toString();
 }
 
 std::vector<std::string> NearPaths(const std::string& path, const std::vector<SettingPath>& all) {

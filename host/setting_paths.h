@@ -25,6 +25,10 @@ struct SettingPath {
 /// All settings that can be set, rows first.
 std::vector<SettingPath> SettingPaths();
 
+/// A setting's value for people: ratios that are stored widened from single precision with
+/// the digits of a single, 0.1.
+std::string SettingText(const JsonValue& value);
+
 /// Paths that somebody may have meant who wrote this one; the nearest first.
 std::vector<std::string> NearPaths(const std::string& path, const std::vector<SettingPath>& all);
 

@@ -113,7 +113,7 @@ std::string NoSuch(const std::string& path, const std::vector<SettingPath>& all)
 
 void Print(const std::string& path, const JsonValue& value, CommandOutput& output) {
   if (output.isText()) {
-    output.Line(path + " = " + value.toString());
+    output.Line(path + " = " + SettingText(value));
     return;
   }
   JsonValue object(JsonType::Object);

@@ -9,6 +9,7 @@
 #include "host/exit_codes.h"
 #include "host/object_listing.h"
 #include "host/object_view.h"
+#include "host/setting_paths.h"
 #include "host/sparkline.h"
 #include "host/time_text.h"
 
@@ -131,7 +132,7 @@ void Print(const ObjectView& object, bool isUtf8, CommandOutput& output) {
   for (std::string& line : lines) add("", std::move(line));
   const char* label = "settings";
   for (const ShownSetting& setting : object.settings) {
-    add(label, setting.path + " = " + setting.value.toString() + " (" + setting.from + ")");
+    add(label, setting.path + " = " + SettingText(setting.value) + " (" + setting.from + ")");
     label = "";
   }
   output.Line(NamesOf(object));

@@ -73,7 +73,7 @@ struct Contents {
   bool callsItself = false;
   bool accepts = false;
   bool repeatsVerb = false;  // (*PRUNE) and the like, which bar the way back
-  std::int64_t weight = 1;  // how many steps one step counts as
+  std::int64_t weight = 1;   // how many steps one step counts as
 };
 
 std::int64_t MembersOf(const detail::re_syntax_base& state) {

@@ -342,8 +342,8 @@ TEST(RuleFeature, IsThatOfTheHistoryTheRuleWasMadeOf) {
       NumericEqualRule<std::int64_t> adder(rule);
       (isCopied ? adder : rule).GetHistoryData()->AddData(PointOf<std::int64_t>(3, 7), 30);
       for (const auto* const read : {&rule, &other}) {
-        const auto feature = std::dynamic_pointer_cast<KSNumercialDataFeature<std::int64_t>>(
-            read->GetDataFeature());
+        const auto feature =
+            std::dynamic_pointer_cast<KSNumercialDataFeature<std::int64_t>>(read->GetDataFeature());
         ASSERT_NE(feature, nullptr);
         EXPECT_EQ(feature->count, 2);
         EXPECT_EQ(feature->lastPoint.value, 5);
