@@ -55,7 +55,7 @@ std::int32_t SaturateToInt32(std::int64_t value) noexcept;
 float NarrowToFloat(double value) noexcept;
 /// The double that the text of a float reads as: 0.1 for 0.1F, where widening would give
 /// 0.10000000149011612. It narrows to the same float.
-double AsWritten(float value) noexcept;
+KEELSTONE_EXPORT double AsWritten(float value) noexcept;
 /// a - b in 64-bit two's complement: wraps instead of overflowing.
 constexpr std::int64_t WrappingDifference(std::int64_t a, std::int64_t b) noexcept {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));

@@ -49,6 +49,10 @@ KEELSTONE_EXPORT std::string NoSuchSetting(const std::string& path);
 /// its path; empty: all are well.
 [[nodiscard]] KEELSTONE_EXPORT std::string AcceptGeneralSettings(JsonValue& document);
 
+/// A setting's value for people: ratios that are stored widened from single precision with
+/// the digits of a single, 0.1.
+KEELSTONE_EXPORT std::string SettingText(const JsonValue& value);
+
 }  // namespace keelstone
 
 #endif  // KEELSTONE_SETTING_PATHS_H

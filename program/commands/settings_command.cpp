@@ -110,7 +110,7 @@ bool Put(JsonValue& row, const SettingPath& setting, const JsonValue& value) {
 
 void Print(const std::string& path, const JsonValue& value, CommandOutput& output) {
   if (output.isText()) {
-    output.Line(path + " = " + value.toString());
+    output.Line(path + " = " + SettingText(value));
     return;
   }
   JsonValue object(JsonType::Object);

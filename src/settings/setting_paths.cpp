@@ -7,6 +7,7 @@
 #include <numeric>
 #include <utility>
 
+#include "keelstone/numbers.h"
 #include "keelstone/rule_global_setting.h"
 
 namespace keelstone {
@@ -234,6 +235,14 @@ std::string NoSuchSetting(const std::string& path) {
 std::string AcceptGeneralSettings(JsonValue& document) {
   return document.isObject() ? AcceptMembers(document, {}, {}, SettingPaths())
                              : "the settings must be a JSON object";
+}
+
+std::string SettingText(const JsonValue& value) {
+  if (value.type() != JsonType::Real) return value.toString();
+  const double number = value.asDouble();
+  const float single = value.asFloat();
+  const bool isWidened = static_cast<double>(single) == number;
+  return JsonValue(isWidened ? AsWritten(single) : number).toString();
 }
 
 }  // namespace keelstone

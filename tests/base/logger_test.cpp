@@ -143,7 +143,9 @@ TEST_F(LoggerTest, FileTurnsOverAndOldOnesGo) {
 TEST_F(LoggerTest, ScopesLogTheirTimeInnermostFirst) {
   const LogCapture log;
   {
-    const FSPerformance outer("KSObjectRuleSql", "GetRuleHistoryData", "3 rows\n");
+    std::string function = "GetRuleHistoryData";
+    const FSPerformance outer(std::string("KSObjectRuleSql"), function, "3 rows\n");
+    function = "gone by then";
     const FSPerformance inner("Inner", "Part");
   }
   ASSERT_EQ(log.Lines().size(), 2U);

@@ -78,6 +78,42 @@ TEST(Numbers, EveryRealReadsBackTheSameFromTheFewestDigits) {
   }
 }
 
+TEST(Numbers, FloatsAreWrittenWithTheFewestDigitsOfASingle) {
+  const std::pair<float, const char*> cases[] = {
+      {0.1F, "0.1"},
+      {-80.1F, "-80.1"},
+      {15.0F, "15.0"},
+      {-0.0F, "-0.0"},
+      {1e-4F, "0.0001"},
+      {9.9999990e-5F, "9.999999e-05"},
+      {0.3333333433F, "0.33333334"},
+      {16777216.0F, "16777216.0"},
+      {134217728.0F, "134217730.0"},
+      {9.999999e15F, "9999999000000000.0"},
+      {1e16F, "1e+16"},
+      {std::numeric_limits<float>::max(), "3.4028235e+38"},
+      {std::numeric_limits<float>::denorm_min(), "1e-45"},
+      {std::numeric_limits<float>::infinity(), "null"},
+  };
+  for (const auto& [value, expected] : cases) EXPECT_EQ(Text(value), expected);
+  std::mt19937 random(3);
+  for (int i = 0; i < 20000; ++i) {
+    const auto value = i % 2 == 0 ? std::bit_cast<float>(static_cast<std::uint32_t>(random()))
+                                  : std::ldexp(static_cast<float>(random() >> 8U),
+                                               static_cast<int>(random() % 50) - 35);
+    if (!std::isfinite(value)) continue;
+    const std::string text = Text(value);
+    // As the readers have it, by way of a double, which is written the same.
+    ASSERT_EQ(NarrowToFloat(std::strtod(text.c_str(), nullptr)), value) << text;
+    ASSERT_EQ(Text(AsWritten(value)), text);
+    char shortest[40] = "0";
+    for (int digits = 1; std::strtof(shortest, nullptr) != value; ++digits) {
+      std::snprintf(shortest, sizeof shortest, "%.*e", digits - 1, static_cast<double>(value));
+    }
+    ASSERT_EQ(SignificantDigits(text), SignificantDigits(shortest)) << text;
+  }
+}
+
 TEST(Numbers, LeadingNumbersAreReadAsByC) {
   static constexpr char kAlphabet[] = "0011259..--++eEeExXpPafAF \t\v\ninq";
   std::mt19937 random(7);

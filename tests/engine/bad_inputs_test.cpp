@@ -217,6 +217,10 @@ std::vector<BadCalls::Call> BadCalls::CallsOfTheRest() {
        [] { return Say(KSStrRegexRule::StrIsMatch("(", "(")); }},
       {"`StrIsMatch` with the pattern \"(?>(*ACCEPT)a)*\"",
        [] { return Say(KSStrRegexRule::StrIsMatch("a", "(?>(*ACCEPT)a)*")); }},
+      {"`StrIsMatch` with the pattern \"(a(?1)?b)\"",
+       [] { return Say(KSStrRegexRule::StrIsMatch("ab", "(a(?1)?b)")); }},
+      {"`StrIsMatch` with the pattern \"(?:(*PRUNE)a)*\"",
+       [] { return Say(KSStrRegexRule::StrIsMatch("a", "(?:(*PRUNE)a)*")); }},
       {"`StrIsMatch` with a pattern of 1 MiB",
        [] { return Say(KSStrRegexRule::StrIsMatch("", std::string(1U << 20U, '?'))); }},
       {"`JsonReader::Parse` of 100000 \"[\"",
@@ -241,6 +245,12 @@ std::vector<BadCalls::Call> BadCalls::CallsOfTheRest() {
        }},
       {"`LoadFromJson` of an array of results",
        [] { return Say(KSRuleUpdateResultData().LoadFromJson(JsonValue(JsonType::Array))); }},
+      {"`LoadFromJson` of results with an object for a list",
+       [] {
+         JsonValue document;
+         document["ruleItems"] = JsonValue(JsonType::Object);
+         return Say(KSRuleUpdateResultData().LoadFromJson(document));
+       }},
   };
 }
 

@@ -38,6 +38,14 @@ TEST(AlgorithmManager, EveryFamilyMakesEveryRuleWithItsOwnType) {
   }
 }
 
+TEST(AlgorithmManager, AlgorithmsAreCopiedAndAssigned) {
+  const NumicalRuleCalculateAlg numbers;
+  NumicalRuleCalculateAlg other(numbers);
+  other = numbers;
+  EXPECT_EQ(other.algType(), KSAlgNumerical);
+  EXPECT_TRUE(KSRuleGlobalSetting("{}").isObject());
+}
+
 TEST(AlgorithmManager, MakesHistoryAndFeatureOfAText) {
   std::shared_ptr<HistoryDataBase> history;
   std::shared_ptr<KSDataFeature> feature;

@@ -314,9 +314,38 @@ TEST(RangeBounds, OfRealsAreRoundedHalfUpToTwoDecimals) {
   EXPECT_EQ(Bounds<double>(domain, {1.125, 1.125}, 0), R"({"maxValue":1.13,"minValue":1.13})");
   EXPECT_EQ(Bounds<double>(domain, {1.25, 1.375}, 0), R"({"maxValue":1.31,"minValue":1.31})");
   EXPECT_EQ(Bounds<double>(domain, {-1.125, -1.125}, 0), R"({"maxValue":-1.12,"minValue":0.0})");
-  // In single precision, with the digits of the float that comes out.
-  EXPECT_EQ(Bounds<float>(domain, {1.125F, 1.125F}, 0),
-            R"({"maxValue":1.1299999952316284,"minValue":1.1299999952316284})");
+  EXPECT_EQ(Bounds<float>(domain, {1.125F, 1.125F}, 0), R"({"maxValue":1.13,"minValue":1.13})");
+}
+
+// Whoever adds to the history, before or after the statistics are asked for, and through
+// which rule, they stay those of the history that the rule was made of.
+TEST(RuleFeature, IsThatOfTheHistoryTheRuleWasMadeOf) {
+  const auto definition = std::make_shared<RuleDefinitionData>(kIntEqual, kRuleLearned, "");
+  const std::string two =
+      R"({"dataType":1,"dataList":[{"liveTime":1,"dataValue":5},{"liveTime":2,"dataValue":5}]})";
+  definition->history = two;
+  for (const bool isCopied : {false, true}) {
+    for (const bool isLent : {false, true}) {
+      NumericEqualRule<std::int64_t> rule;
+      if (isLent) {
+        rule.InitWithHistory(definition, two, "d");
+      } else {
+        rule.Init(definition, "d");
+      }
+      NumericEqualRule<std::int64_t> other;
+      other = rule;
+      NumericEqualRule<std::int64_t> adder(rule);
+      (isCopied ? adder : rule).GetHistoryData()->AddData(PointOf<std::int64_t>(3, 7), 30);
+      for (const auto* const read : {&rule, &other}) {
+        const auto feature =
+            std::dynamic_pointer_cast<KSNumercialDataFeature<std::int64_t>>(read->GetDataFeature());
+        ASSERT_NE(feature, nullptr);
+        EXPECT_EQ(feature->count, 2);
+        EXPECT_EQ(feature->lastPoint.value, 5);
+        EXPECT_EQ(read->GetHisotryCount(), 3);
+      }
+    }
+  }
 }
 
 TEST(RangeBounds, OfVeryLargeRealsStayNumbers) {

@@ -6,11 +6,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "base/text/base64.h"
 #include "keelstone/algorithm_manager.h"
 #include "keelstone/json_reader.h"
+#include "model/rules/bounded_regex.h"
 #include "model/rules/regex_rule.h"
 #include "model/rules/string_rules.h"
 #include "model/rules/table_md5_rule.h"
@@ -204,6 +207,60 @@ TEST(RegexMatch, GivesUpOnCostlySearchesAndSaysSo) {
     const auto messages = log.Messages();
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_EQ(messages[0].rfind("regex catch ", 0), 0U) << messages[0];
+  }
+}
+
+TEST(RegexMatch, RefusesWhatCannotBeBoundedAndNothingElse) {
+  const std::string calls = "regex pattern calls a part of itself";
+  const std::string accepts = "regex pattern holds the verb (*ACCEPT)";
+  const std::string repeats = "regex pattern repeats a verb";
+  const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+      {"(a(?1)?b)", "ab", calls},
+      {"a(?R)?b", "ab", calls},
+      {"(?<n>a)(?&n)", "aa", calls},
+      {"(?>(*ACCEPT)a)*", "a", accepts},
+      {"\\(*ACCEPT)", "\\", accepts},
+      {"(?:(*PRUNE)a)*b", "ab", repeats},
+      {"(?:x(*THEN)){2}", "xx", repeats},
+      // Where the same characters are no verb and no call.
+      {"[(*A]", "x*", ""},
+      {"\\Q(*ACCEPT)\\E", "(*accept)", ""},
+      {"\\(*A", "((a", ""},
+      {"[(?1)]+(?#(?R))", "1", ""},
+      {"\"[^\"]*\"(*SKIP)(*FAIL)|up", "\"up\" up", ""},
+      {"(?:a(*PRUNE)b)?c", "abc", ""},
+  };
+  for (const auto& [pattern, value, fault] : cases) {
+    SCOPED_TRACE(pattern);
+    const LogCapture log;
+    EXPECT_EQ(PatternFault(pattern), fault);
+    EXPECT_EQ(KSStrRegexRule::StrIsMatch(value, pattern), fault.empty());
+    EXPECT_EQ(KSStrRegexRule::StrIsMatch("-", pattern), false);
+    EXPECT_EQ(log.Messages().size(), fault.empty() ? 0U : 2U);
+  }
+}
+
+std::string Repeated(std::string_view unit, int times) {
+  std::string text;
+  for (int i = 0; i < times; ++i) text += unit;
+  return text;
+}
+
+// Each explodes in another place: in the characters of one state, in the counters of
+// repeats, between two characters.
+TEST(RegexMatch, GivesUpWhereTheMatcherWorksOutOfSight) {
+  const std::string empty = Repeated("(?:)", 50'000);
+  for (const auto& [pattern, value] : std::vector<std::pair<std::string, std::string>>{
+           {"[ab]*[ab]*[ab]*[ab]*c", std::string(15'000, 'a')},
+           {"(?:(?:ab)*c?)*d", Repeated("ab", 8'000)},
+           {"(?:" + empty + "a)*b", std::string(10'000, 'a')}}) {
+    SCOPED_TRACE(pattern.substr(0, 30));
+    const LogCapture log;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(KSStrRegexRule::StrIsMatch(value, pattern));
+    EXPECT_FALSE(KSStrRegexRule::StrIsMatch(value, pattern));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
+    EXPECT_EQ(log.Messages().size(), 2U);
   }
 }
 

@@ -65,7 +65,7 @@ r1 eth\x1b0 bgp state
              A = "up", 5 times
   settings   strEqual.dataCountMinLimit = 3 (default)
              strEqual.valueStatusCount = 6 (default)
-             strEqual.changeFrequency = 0.33000001311302185 (default)
+             strEqual.changeFrequency = 0.33 (default)
              strEqual.countEqualValueLimit = 3 (default)
              strEqual.timeIntervalLimit = 216000 (default)
              strEqual.dataCountHistory = 30 (default)

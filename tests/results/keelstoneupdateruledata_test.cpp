@@ -127,7 +127,14 @@ TEST_F(ResultContainer, IsEmptiedByLoading) {
   EXPECT_EQ(results_.GetKSRuleUpdateResults().size(), 1U);
   EXPECT_TRUE(results_.GetKSValueUpdateResults().empty());
   EXPECT_TRUE(results_.GetKSAlertResults().empty());
-  EXPECT_FALSE(results_.LoadFromJson(Parsed(R"({"ruleItems":[{},{"nRuleId":[]}]})")));
+  for (const char* text : {R"({"ruleItems":[{},{"nRuleId":[]}]})", R"({"ruleItems":{}})",
+                           R"({"ruleItems":[],"alertItems":{"a":{}}})", R"({"valueItems":"x"})"}) {
+    results_ = KSRuleUpdateResultData();
+    Fill();
+    EXPECT_FALSE(results_.LoadFromJson(Parsed(text))) << text;
+    EXPECT_EQ(results_.ToJsonString(), KSRuleUpdateResultData().ToJsonString());
+  }
+  EXPECT_TRUE(results_.LoadFromJson(Parsed(R"({"ruleItems":null})")));
   EXPECT_TRUE(results_.GetKSRuleUpdateResults().empty());
 }
 

@@ -195,7 +195,7 @@ TEST_F(GlobalSettings, RowsSetTheirValuesAndTheLaterOfTwoWins) {
   const LogCapture log(kLogError);
   ASSERT_EQ(Load({R"({"name":"KSRuleType","value":[1,2]})",
                   R"({"name":"KSGeneralSetting","value":{"intRange":{"dataCountHistory":12}}})",
-                  R"({"name":"KSInterfaceFilter","value":{"value":["lo","null0","lo"]}})",
+                  R"({"name":"KSInterfaceFilter","value":{"value":["lo","","null0","lo"]}})",
                   R"({"name":"KSTableCountLimit","value":1})",
                   R"({"name":"KSTableCountLimit","value":17})",
                   R"({"name":"KSStrRowCountLimit","value":18})",

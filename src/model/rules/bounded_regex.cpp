@@ -1,19 +1,19 @@
 #include "model/rules/bounded_regex.h"
 
-// States of one search, beyond which Boost gives it up; its own bound leaves seconds.
-#define BOOST_REGEX_MAX_STATE_COUNT 30000000
-
 #include <algorithm>
 #include <boost/regex.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <functional>
+#include <iterator>
+#include <memory>
 #include <utility>
 
 #include "model/rules/counted_text.h"
 
-// Where the matcher works without touching the text, it is made to count that. Both members
-// do what they do for any other iterator.
+// Where the matcher works without touching the text, it is made to count that. These members
+// do what they do for any other iterator, within bounds.
 namespace boost::BOOST_REGEX_DETAIL_NS {
 
 using Place = keelstone::CountedText::Iterator;
@@ -23,17 +23,31 @@ using Place = keelstone::CountedText::Iterator;
 template <>
 repeater_count<Place>* repeater_count<Place>::unwind_until(int id, repeater_count* from,
                                                            int /*call*/) {
-  constexpr std::int64_t kOfOneCounter = 8;
+  constexpr std::int64_t kOfOneCounter = 16;
   std::int64_t steps = kOfOneCounter;
   for (; from != nullptr && from->state_id != id; from = from->next) ++steps;
   start_pos.Spend(steps);
   return from;
 }
 
+using Matcher =
+    perl_matcher<Place, std::allocator<boost::sub_match<Place>>, boost::regex::traits_type>;
+
+/// The states that a search may take: so many for its text and pattern, but never more than
+/// take about a second.
 template <>
-bool perl_matcher<Place, std::allocator<boost::sub_match<Place>>,
-                  boost::regex::traits_type>::match_jump() {
-  constexpr std::int64_t kOfOneJump = 4;
+void Matcher::estimate_max_state_count(std::random_access_iterator_tag* /*tag*/) {
+  constexpr double kMost = 30'000'000;
+  constexpr double kLeast = 100'000;
+  const auto length = static_cast<double>(std::max<std::ptrdiff_t>(last - base, 1));
+  const auto size = static_cast<double>(std::max<std::size_t>(re.size(), 1));
+  const double states = kLeast + length * std::max(size * size, length);
+  max_state_count = static_cast<std::ptrdiff_t>(std::min(states, kMost));
+}
+
+template <>
+bool Matcher::match_jump() {
+  constexpr std::int64_t kOfOneJump = 8;
   position.Spend(kOfOneJump);
   pstate = static_cast<const re_jump*>(pstate)->alt.p;
   return true;
@@ -50,17 +64,16 @@ namespace detail = boost::BOOST_REGEX_DETAIL_NS;
 // The time to compile a pattern grows with the square of its length.
 constexpr std::size_t kLongestPattern = std::size_t{256} * 1024;
 
-constexpr std::int64_t kMostSteps = 100'000'000;
+constexpr std::int64_t kMostSteps = 400'000'000;
 constexpr std::int64_t kStepsPerByte = 4;
-constexpr std::int64_t kWorkOfOneStep = 64;
+constexpr std::int64_t kMostVerbs = 1000;
 
 /// What a compiled expression holds.
 struct Contents {
   bool callsItself = false;
   bool accepts = false;
-  // What the matcher may do between two steps: pass over marks, compare a character with
-  // all of a set that it cannot look up, prepare a result for each mark.
-  std::int64_t workBetween = 0;
+  bool repeatsVerb = false;  // (*PRUNE) and the like, which bar the way back
+  std::int64_t weight = 1;   // how many steps one step counts as
 };
 
 std::int64_t MembersOf(const detail::re_syntax_base& state) {
@@ -88,18 +101,33 @@ Contents ContentsOf(const boost::regex& expression) {
   std::int64_t silent = 0;
   std::int64_t mostSilent = 0;
   std::int64_t mostMembers = 0;
+  std::int64_t verbs = 0;
+  const detail::re_syntax_base* endOfRepeat = nullptr;  // of those around the state
   // All states stand one behind the other, whatever jumps there are.
   for (const auto* state = expression.get_first_state(); state != nullptr; state = state->next.p) {
     contents.callsItself |= state->type == detail::syntax_element_recurse;
     contents.accepts |= state->type == detail::syntax_element_accept;
+    if (state->type == detail::syntax_element_rep) {
+      const auto& repeat = static_cast<const detail::re_repeat&>(*state);
+      const detail::re_syntax_base* const end = repeat.alt.p;
+      if (repeat.max > 1) endOfRepeat = std::max(endOfRepeat, end, std::less<>());
+    }
+    if (state->type == detail::syntax_element_commit ||
+        state->type == detail::syntax_element_then) {
+      contents.repeatsVerb |= std::less<>()(state, endOfRepeat) || ++verbs > kMostVerbs;
+    }
     silent = IsSilent(state->type) ? silent + 1 : 0;
     mostSilent = std::max(mostSilent, silent);
     if (state->type == detail::syntax_element_long_set) {
       mostMembers = std::max(mostMembers, MembersOf(*state));
     }
   }
-  contents.workBetween =
-      mostSilent + mostMembers + static_cast<std::int64_t>(expression.mark_count());
+  // What the matcher may do between two steps: pass over marks, compare a character with all
+  // of a set that it cannot look up, make room for the marks' results.
+  const auto marks = static_cast<std::int64_t>(expression.mark_count());
+  if (mostSilent > 16) contents.weight += mostSilent / 4;
+  if (marks > 64) contents.weight += marks / 8;
+  contents.weight += mostMembers / 4;
   return contents;
 }
 
@@ -110,7 +138,7 @@ struct BoundedRegex::Compiled {
       : expression(pattern, boost::regex::perl | boost::regex::icase | boost::regex::no_except) {}
 
   boost::regex expression;
-  std::int64_t weight = 1;  // how many steps one step counts as
+  std::int64_t weight = 1;
 };
 
 BoundedRegex::BoundedRegex(const std::string& pattern) {
@@ -128,7 +156,9 @@ BoundedRegex::BoundedRegex(const std::string& pattern) {
   // (*ACCEPT) has the matcher go round for ever.
   if (contents.callsItself) fault_ = "regex pattern calls a part of itself";
   if (contents.accepts) fault_ = "regex pattern holds the verb (*ACCEPT)";
-  compiled->weight += contents.workBetween / kWorkOfOneStep;
+  // Boost calls itself for each one that it has to go back over.
+  if (contents.repeatsVerb) fault_ = "regex pattern repeats a verb";
+  compiled->weight = contents.weight;
   compiled_ = std::move(compiled);
 }
 
