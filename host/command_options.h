@@ -1,13 +1,15 @@
 #ifndef KEELSTONE_HOST_COMMAND_OPTIONS_H
 #define KEELSTONE_HOST_COMMAND_OPTIONS_H
 
+#include <cstdint>
 #include <string>
 
 #include "platform/logger.h"
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace keelstone::host {
 
@@ -19,6 +21,10 @@ struct CommonOptions {
 };
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
+
+/// Refuses what is no whole number from `low` to `high`. CLI11 has a check of its own, which
+/// says so in other words with each version.
+void RequireRange(CLI::Option& option, std::int64_t low, std::int64_t high);
 
 /// Puts the root folder and the log level in place; before anything else of the library
 /// is used.

@@ -111,9 +111,10 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
                   "json: one line a run; text: one line a finding (default: text on a terminal, "
                   "else json)")
       ->check(CLI::IsMember({"json", "text"}));
-  command.add_option("--threads", options.threads, "Evaluating threads (default: the cores)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, kMaxThreads));
+  RequireRange(
+      *command.add_option("--threads", options.threads, "Evaluating threads (default: the cores)")
+           ->type_name("N"),
+      1, kMaxThreads);
   command.add_flag("--explain", options.explain,
                    "With json, explain every alert: what was expected, why, since when");
   command.add_flag("--all", options.all, "With json, also print runs without results");
