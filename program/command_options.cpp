@@ -1,6 +1,7 @@
 #include "program/command_options.h"
 
 #include <CLI/CLI.hpp>
+#include <string>
 
 #include "keelstone/domain_files.h"
 #include "keelstone/filesystem.h"
@@ -17,23 +18,35 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options) {
   command.add_option("--domain", options.domain, "Domain to work on")
       ->type_name("ID")
       ->capture_default_str();
-  command
-      .add_option("--log-level", options.logLevel,
-                  "What goes into the log: 0 progress, 1 information, 2 notices, 3 errors, 4 "
-                  "nothing")
-      ->type_name("N")
-      ->check(CLI::Range(0, 4))
-      ->capture_default_str();
+  RequireRange(*command
+                    .add_option("--log-level", options.logLevel,
+                                "What goes into the log: 0 progress, 1 information, 2 notices, 3 "
+                                "errors, 4 nothing")
+                    ->type_name("N")
+                    ->capture_default_str(),
+               0, 4);
+}
+
+void RequireRange(CLI::Option& option, std::int64_t low, std::int64_t high) {
+  const auto fault = [low, high](const std::string& input) {
+    std::int64_t value = 0;
+    const bool fits = CLI::detail::lexical_cast(input, value) && value >= low && value <= high;
+    return fits ? std::string()
+                : "Value " + input + " not in range " + std::to_string(low) + " to " +
+                      std::to_string(high);
+  };
+  option.check(fault, "INT in [" + std::to_string(low) + " - " + std::to_string(high) + "]");
 }
 
 void AddMaxLineOption(CLI::App& command, std::size_t& maxLine) {
-  command
-      .add_option("--max-line", maxLine,
-                  "Skip lines of the input that are longer: bytes, or as in 512kb, 64mb, 1gb")
-      ->type_name("SIZE")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(std::size_t{1}, std::size_t{0xFFFFFFFF}))
-      ->default_str("256mb");
+  RequireRange(
+      *command
+           .add_option("--max-line", maxLine,
+                       "Skip lines of the input that are longer: bytes, or as in 512kb, 64mb, 1gb")
+           ->type_name("SIZE")
+           ->transform(CLI::AsSizeValue(false))
+           ->default_str("256mb"),
+      1, 0xFFFFFFFF);
 }
 
 void Apply(const CommonOptions& options) {

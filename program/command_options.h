@@ -2,13 +2,15 @@
 #define KEELSTONE_PROGRAM_COMMAND_OPTIONS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "keelstone/logger.h"
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace keelstone::host {
 
@@ -23,6 +25,10 @@ struct CommonOptions {
 void AddMaxLineOption(CLI::App& command, std::size_t& maxLine);
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
+
+/// Refuses what is no whole number from `low` to `high`. CLI11 has a check of its own, which
+/// says so in other words with each version.
+void RequireRange(CLI::Option& option, std::int64_t low, std::int64_t high);
 
 /// Puts the root folder and the log level in place; before anything else of the library
 /// is used.

@@ -46,7 +46,7 @@ void RemoveLeftovers(const std::filesystem::path& path) {
   for (std::filesystem::directory_iterator entry(path.parent_path(), failure), end;
        !failure && entry != end; entry.increment(failure)) {
     const std::string name = entry->path().filename().string();
-    struct stat status {};
+    struct stat status{};
     const bool isLeftover =
         name.size() == start.size() + kRandomCharacters + std::strlen(kUnfinished) &&
         name.starts_with(start) && name.ends_with(kUnfinished) &&
@@ -65,7 +65,7 @@ OutputFile::OutputFile(const std::string& path) : path_(path) {
     return;
   }
   path_ = Resolved(path);
-  struct stat status {};
+  struct stat status{};
   const bool isThere = ::stat(path_.c_str(), &status) == 0;
   if (isThere && S_ISDIR(status.st_mode)) {
     failure_ = EISDIR;

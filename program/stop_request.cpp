@@ -30,7 +30,7 @@ sigset_t WatchedSignals() {
   sigset_t set;
   sigemptyset(&set);
   for (const int signal : kSignals) {
-    struct sigaction action {};
+    struct sigaction action{};
     sigaction(signal, nullptr, &action);
     // Left alone when ignored: nohup and shells that start jobs in the background do so.
     if (action.sa_handler != SIG_IGN) sigaddset(&set, signal);
@@ -71,7 +71,7 @@ SignalWatch::~SignalWatch() {
 void SignalWatch::TakeByHandler() {
   handled.store(&stop_);
   const sigset_t set = WatchedSignals();
-  struct sigaction action {};
+  struct sigaction action{};
   action.sa_handler = [](int) {
     const int error = errno;
     if (StopRequest* stop = handled.load()) stop->Request();

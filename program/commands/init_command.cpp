@@ -60,12 +60,13 @@ void AddInitCommand(CLI::App& program, InitOptions& options) {
       .add_option("--settings", options.settingsFile,
                   "JSON document of general settings, laid over the defaults member by member")
       ->type_name("FILE");
-  command
-      .add_option("--interval-time", options.intervalTime,
-                  "Seconds that must pass between two values of a variable without a rule for "
-                  "both to be kept (IntervalTime in conf/fix_frontserver.ini)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0, std::numeric_limits<int>::max()));
+  RequireRange(*command
+                    .add_option("--interval-time", options.intervalTime,
+                                "Seconds that must pass between two values of a variable without "
+                                "a rule for both to be kept (IntervalTime in "
+                                "conf/fix_frontserver.ini)")
+                    ->type_name("SECONDS"),
+               0, std::numeric_limits<int>::max());
   command.footer(kExamples);
 }
 

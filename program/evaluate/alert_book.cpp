@@ -19,7 +19,7 @@ std::size_t ReasonHash(std::string words) {
 }
 
 std::size_t ParameterHash(int type, const std::string& parameter) {
-  return std::hash<std::string>{}(parameter)*31U + static_cast<std::size_t>(type);
+  return std::hash<std::string>{}(parameter) * 31U + static_cast<std::size_t>(type);
 }
 
 }  // namespace

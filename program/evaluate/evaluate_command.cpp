@@ -62,7 +62,7 @@ std::vector<InputFile> InputsOf(const EvaluateOptions& options) {
 /// Whether the input can be read; if not, errno says why. Its length is added to `total`
 /// when it has one. A pipe is not opened: closing it would end whoever writes to it.
 bool IsReadable(const InputFile& input, std::uint64_t& total) {
-  struct stat status {};
+  struct stat status{};
   const bool isStandard = input.path == "-";
   const int failed =
       isStandard ? ::fstat(STDIN_FILENO, &status) : ::stat(input.path.c_str(), &status);
@@ -113,9 +113,10 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
                   "json: one line a run; text: one line a finding (default: text on a terminal, "
                   "else json)")
       ->check(CLI::IsMember({"json", "text"}));
-  command.add_option("--threads", options.threads, "Evaluating threads (default: the cores)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, kMaxThreads));
+  RequireRange(
+      *command.add_option("--threads", options.threads, "Evaluating threads (default: the cores)")
+           ->type_name("N"),
+      1, kMaxThreads);
   AddMaxLineOption(command, options.maxLine);
   command.add_flag("--explain", options.explain,
                    "With json, explain every alert: what was expected, why, since when");
@@ -129,12 +130,12 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
                    "Judge values again that were judged before");
   command.add_flag("--allow-duplicates", options.stages.allowDuplicates,
                    "Evaluate a second value of one variable and interface in a run, too");
-  command
-      .add_option("--max-ahead", options.stages.maxAhead,
-                  "How far the time of a run may lie ahead of the clock (default: 86400, a day); "
-                  "0: times are taken as they come")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(std::int64_t{0}, std::numeric_limits<std::int64_t>::max()));
+  RequireRange(*command
+                    .add_option("--max-ahead", options.stages.maxAhead,
+                                "How far the time of a run may lie ahead of the clock (default: "
+                                "86400, a day); 0: times are taken as they come")
+                    ->type_name("SECONDS"),
+               0, std::numeric_limits<std::int64_t>::max());
   command.add_flag("--quiet", options.quiet, "No progress and no summary on standard error");
   command.footer(kHelpEnd);
 }

@@ -175,13 +175,14 @@ void AddReportCommand(CLI::App& program, ReportOptions& options) {
                   "Results of `keelstone evaluate --format json`, in the order in which they were "
                   "made; - is standard input")
       ->type_name("FILE");
-  command
-      .add_option("--max-variables", options.maxVariables,
-                  "The most variables that the page shows: those that alert, the latest first, "
-                  "then those that have alerted, then the others")
-      ->type_name("N")
-      ->check(CLI::Range(std::size_t{1}, kMostVariables))
-      ->capture_default_str();
+  RequireRange(
+      *command
+           .add_option("--max-variables", options.maxVariables,
+                       "The most variables that the page shows: those that alert, the latest "
+                       "first, then those that have alerted, then the others")
+           ->type_name("N")
+           ->capture_default_str(),
+      1, kMostVariables);
   AddMaxLineOption(command, options.maxLine);
   command.footer(kHelpEnd);
 }

@@ -54,7 +54,7 @@ std::string ReportResults::Read(const std::string& path) {
   const FileDescriptor opened = Open(path);
   if (path != "-" && !opened.valid()) return NameOf(path) + ": " + std::strerror(errno);
   const int fd = opened.valid() ? opened.get() : STDIN_FILENO;
-  struct stat status {};
+  struct stat status{};
   if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
     file.begin = ::lseek(fd, 0, SEEK_CUR);
   } else {

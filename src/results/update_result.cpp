@@ -12,13 +12,13 @@ namespace {
 template <class Record>
 struct Member {
   const char* key;
-  std::string Record::*text = nullptr;
-  std::int32_t Record::*number = nullptr;
-  std::int64_t Record::*seconds = nullptr;
+  std::string Record::* text = nullptr;
+  std::int32_t Record::* number = nullptr;
+  std::int64_t Record::* seconds = nullptr;
 
-  constexpr Member(const char* k, std::string Record::*m) : key(k), text(m) {}
-  constexpr Member(const char* k, std::int32_t Record::*m) : key(k), number(m) {}
-  constexpr Member(const char* k, std::int64_t Record::*m) : key(k), seconds(m) {}
+  constexpr Member(const char* k, std::string Record::* m) : key(k), text(m) {}
+  constexpr Member(const char* k, std::int32_t Record::* m) : key(k), number(m) {}
+  constexpr Member(const char* k, std::int64_t Record::* m) : key(k), seconds(m) {}
 };
 
 using RuleItem = KSRuleUpdateResultItem;

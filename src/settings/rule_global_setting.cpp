@@ -14,13 +14,13 @@ namespace {
 template <class Setting>
 struct Field {
   const char* key;
-  std::int32_t Setting::*whole = nullptr;
-  double Setting::*ratio = nullptr;
+  std::int32_t Setting::* whole = nullptr;
+  double Setting::* ratio = nullptr;
   const char* group = nullptr;  // nested object that holds the key
 
-  constexpr Field(const char* k, std::int32_t Setting::*f) : key(k), whole(f) {}
-  constexpr Field(const char* k, double Setting::*f) : key(k), ratio(f) {}
-  constexpr Field(const char* g, const char* k, double Setting::*f) : key(k), ratio(f), group(g) {}
+  constexpr Field(const char* k, std::int32_t Setting::* f) : key(k), whole(f) {}
+  constexpr Field(const char* k, double Setting::* f) : key(k), ratio(f) {}
+  constexpr Field(const char* g, const char* k, double Setting::* f) : key(k), ratio(f), group(g) {}
 };
 
 template <class Setting>

@@ -158,7 +158,9 @@ TEST_F(LoggerTest, ScopesLogTheirTimeInnermostFirst) {
   EXPECT_EQ(line.source, "fsperformance");
   EXPECT_EQ(line.level, kLogInformation);
   Logger::Instance().SetLevel(kLogNotice);
-  { const FSPerformance off("A", "B"); }
+  {
+    const FSPerformance off("A", "B");
+  }
   EXPECT_EQ(log.Lines().size(), 2U);
 }
 

@@ -119,13 +119,9 @@ std::vector<BadCalls::Call> BadCalls::CallsOfInstances() {
       {"value of an instance of a domain without files",
        [=, this] { return Finish(*Instance("no such"), Value("v", KSDataInt64, "5")); }},
       {"value with a definition of rule type 99",
-       [=, this] {
-         return ProcessWith({99, kRulePrescribed, "{}"});
-       }},
+       [=, this] { return ProcessWith({99, kRulePrescribed, "{}"}); }},
       {"value with a parameter that is no JSON",
-       [=, this] {
-         return ProcessWith({kIntLEQ, kRulePrescribed, "{"});
-       }},
+       [=, this] { return ProcessWith({kIntLEQ, kRulePrescribed, "{"}); }},
       {"value with a history that is no JSON", [=, this] { return ProcessWith(fixed, "[1"); }},
       {"`SerializeLocalDB` of an instance that evaluated nothing",
        [=, this] {

@@ -69,13 +69,14 @@ class RunsOfTheHostsFormat(unittest.TestCase):
         self.assertEqual(rates, [False, True])
 
     def test_a_signal_ends_with_a_whole_line(self):
+        # Unbuffered, so that no line waits in a buffer that communicate() passes over.
         process = subprocess.Popen([os.path.join(FOLDER, "record"), "--interval", "60"],
-                                   stdout=subprocess.PIPE, text=True)
+                                   stdout=subprocess.PIPE, bufsize=0)
         first = process.stdout.readline()
         process.send_signal(signal.SIGINT)
         rest = process.communicate(timeout=30)[0]
         self.assertEqual(process.returncode, 0)
-        self.assertTrue(rest.endswith("}\n"))
+        self.assertTrue((first + rest).endswith(b"}\n"))
         self.check(json.loads(line) for line in (first + rest).splitlines())
 
     def test_the_recording(self):

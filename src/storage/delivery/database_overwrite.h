@@ -26,12 +26,8 @@ struct DeliveredTable {
 /// file, is the file `to`, lacks the table or one of its columns, has such a column
 /// computed, has a trigger, is damaged, or holds a row of a wrong shape; CppSQLite3Exception when
 /// it is no database or one of a newer layout, and when its schema calls functions. A source that
-<<<<<<< HEAD:src/storage/delivery/database_overwrite.h
 /// is being written is waited for. Nothing is made beside it: one in write-ahead mode that nobody
 /// has open is read from a copy in the system's folder for temporary files.
-=======
-/// is being written is waited for.
->>>>>>> w-B:storage/database_overwrite.h
 void OpenDelivered(CppSQLite3DB& source, const std::string& from, const std::string& to,
                    const DeliveredTable& expected);
 
