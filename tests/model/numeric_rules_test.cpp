@@ -319,12 +319,5 @@ TEST(RangeBounds, OfRealsAreRoundedHalfUpToTwoDecimals) {
             R"({"maxValue":1.1299999952316284,"minValue":1.1299999952316284})");
 }
 
-TEST(RangeBounds, OfVeryLargeRealsStayNumbers) {
-  TunedDomain domain;
-  EXPECT_EQ(Bounds<float>(domain, {3e38F, 1e38F}, 3).find("null"), std::string::npos);
-  EXPECT_EQ(Bounds<double>(domain, {1.5e308, 1.5e308, -1.7e308}, 3),
-            R"({"maxValue":1.5e+308,"minValue":0.0})");
-}
-
 }  // namespace
 }  // namespace keelstone::testing
