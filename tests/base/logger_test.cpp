@@ -43,21 +43,6 @@ class LoggerTest : public ::testing::Test {
   TempRoot root_;
 };
 
-TEST_F(LoggerTest, LevelThatIsOffEvaluatesNothing) {
-  int evaluated = 0;
-  const auto argument = [&evaluated] { return ++evaluated; };
-  Logger::Instance().SetLevel(kLogNotice);
-  KS_LOG("m", "f", "s", kLogInformation, "%d", argument());
-  EXPECT_EQ(evaluated, 0);
-  Logger::Instance().Log("m", "", "f", "s", 1, kLogInformation, "hidden");
-  KS_LOG("m", "f", "s", kLogNotice, "%d", argument());
-  EXPECT_EQ(evaluated, 1);
-  Logger::Instance().SetLevel(4);
-  KS_LOG("m", "f", "s", kLogError, "%d", argument());
-  EXPECT_EQ(evaluated, 1);
-  EXPECT_THAT(Written(), ::testing::Not(HasSubstr("hidden")));
-}
-
 TEST_F(LoggerTest, LineInTheFileSaysWhenWhereAndWhat) {
   Logger::Instance().Log("FS_Keelstone", "second", "A::B", "stem", 12, kLogNotice, "%d %s", 5, "x");
   EXPECT_THAT(Written(),
@@ -76,13 +61,6 @@ TEST_F(LoggerTest, MessageOfAnyLengthIsOneLine) {
   EXPECT_EQ(log.Lines().back().message,
             "a\\r\\n\\tb\\x01\\x1B\\x7F\\ \xC3\xA4\xFF "
             "\\xC2\\x85\\xE2\\x80\\xA8\\xE2\\x80\\xAE");
-}
-
-TEST_F(LoggerTest, LoggingLeavesErrnoAlone) {
-  testing::WriteFile(root_.path() / "log", "no folder");
-  errno = ERANGE;
-  Say(kLogError, "x");
-  EXPECT_EQ(errno, ERANGE);
 }
 
 TEST_F(LoggerTest, CallbackMayLogThrowAndReplaceItself) {

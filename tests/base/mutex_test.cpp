@@ -23,14 +23,6 @@ struct Gate {
   }
 };
 
-TEST(ConditionTest, DeadlineEndsAWaitWithTheMutexHeld) {
-  Gate gate;
-  const MutexLock lock(gate.mutex);
-  const auto past = boost::chrono::steady_clock::now() - boost::chrono::milliseconds(1);
-  EXPECT_FALSE(gate.changed.WaitUntil(gate.mutex, past));
-  gate.open = true;
-}
-
 TEST(ConditionTest, InterruptedHostThreadFinishesItsWait) {
   Gate gate;
   boost::thread thread([&gate] { gate.Pass(); });

@@ -36,18 +36,5 @@ TEST(FSResourceAdaptorTest, OneRecordForEachDomainAndTable) {
   EXPECT_EQ(adaptor.RegisterTable(domain, -1, 0), nullptr);
 }
 
-TEST(FSResourceAdaptorTest, ThreadsThatAskTogetherGetTheSameRecord) {
-  const Guid domain = GuidFromText("adaptor-test-threads");
-  std::vector<LockRecord*> got(4);
-  std::vector<std::thread> threads;
-  for (LockRecord*& record : got) {
-    threads.emplace_back([&record, &domain] {
-      record = FSResourceAdaptor::Instance().RegisterTable(domain, kDbObjectRule, 0).get();
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(std::set<LockRecord*>(got.begin(), got.end()).size(), 1U);
-}
-
 }  // namespace
 }  // namespace keelstone

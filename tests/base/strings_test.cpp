@@ -8,22 +8,6 @@ namespace {
 
 using ::testing::ElementsAre;
 
-TEST(StringsTest, TrimTakesBothEndsOnly) {
-  EXPECT_EQ(Trim(" \t a b\r\n"), "a b");
-  EXPECT_EQ(Trim(" \t "), "");
-  EXPECT_EQ(Trim(""), "");
-  EXPECT_EQ(Trim("--x-y-", "-"), "x-y");
-}
-
-TEST(StringsTest, SplitKeepsEmptyPieces) {
-  EXPECT_THAT(Split("a,,b,", ","), ElementsAre("a", "", "b", ""));
-  EXPECT_THAT(Split("", ","), ElementsAre(""));
-  EXPECT_THAT(Split("a", ","), ElementsAre("a"));
-  // Occurrences do not overlap.
-  EXPECT_THAT(Split("a;;;b", ";;"), ElementsAre("a", ";b"));
-  EXPECT_THAT(Split("ab", ""), ElementsAre("ab"));
-}
-
 TEST(StringsTest, ContainsIgnoreCaseFoldsAsciiOnly) {
   EXPECT_TRUE(ContainsIgnoreCase("GigabitEthernet0/1", "ethERNET0"));
   EXPECT_TRUE(ContainsIgnoreCase("x", ""));

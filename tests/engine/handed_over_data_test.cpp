@@ -55,23 +55,5 @@ TEST_F(HandedOverData, AnInstanceLoadsNothingItself) {
   EXPECT_FALSE(instance->ProcessVariable(Value("only here", KSDataInt64, "1")));
 }
 
-TEST_F(HandedOverData, WhatTheQueueLoadsGivesTheSameResultsAsLoadingAtOnce) {
-  KSDataCacheQueue queue;
-  queue.SetKSObjectRuleSql(domain_.manager()->GetObjectRuleTable());
-  const auto key = std::make_shared<UnitKey>("r1", "src", "prm");
-  const auto rules = queue.GetRuleData(key);
-  ASSERT_NE(rules, nullptr);
-  EXPECT_EQ(queue.GetHistoryData(key), nullptr);  // there is none yet
-  const auto handed = Instance();
-  handed->SetCacheData(std::move(*rules));
-  handed->InitCacheData();
-  handed->InitHistoryData();
-  const auto loaded = unit_.Start(kNow);
-  for (const char* value : {"70", "95", "80", "81"}) {
-    EXPECT_EQ(Alerts(*handed, value), Alerts(*loaded, value));
-  }
-  EXPECT_EQ(JsonText(*handed), JsonText(*loaded));
-}
-
 }  // namespace
 }  // namespace keelstone::testing

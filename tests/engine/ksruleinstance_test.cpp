@@ -271,16 +271,6 @@ TEST_F(RuleInstance, KnowsBlockPeriodsByTheClock) {
   Clock::SetSource(nullptr);
 }
 
-TEST_F(RuleInstance, EvaluatesWithoutItsTables) {
-  Define("limit", kIntLEQ, R"({"ruleParam":80})");
-  Define("load");
-  domain_.files().Execute(kDbObjectRule, "drop table KSObjectRule");
-  domain_.files().Execute(kDbObjectHistory, "drop table KSObjectHistory");
-  EXPECT_THAT(Run(kNow, {Value("limit", 1, "81"), Value("load", 1, "5")}), ElementsAre(true, true));
-  EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
-  EXPECT_EQ(Histories().size(), 1U);  // the history table is made
-}
-
 TEST_F(RuleInstance, SeesWhatIsStillPending) {
   Define("limit", kIntLEQ, R"({"ruleParam":80})");
   Define("load");

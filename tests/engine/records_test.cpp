@@ -18,19 +18,5 @@ TEST(RuleDefinition, IsEnabledByStateOrElseByFlag) {
   }
 }
 
-TEST(UnitKeyText, IsReadBackOnlyWithThreePieces) {
-  UnitKey key("r1", "p", "x");
-  EXPECT_EQ(key.GetKeyString(), "r1$$$p$$$x");
-  for (const char* text : {"", "a", "a$$$b", "a$$$b$$$c$$$d", "r$$$1$$$p$$$x"}) {
-    EXPECT_FALSE(key.LoadKeyString(text)) << text;
-    EXPECT_EQ(key.deviceName, "r1");
-  }
-  UnitKey read;
-  EXPECT_TRUE(read.LoadKeyString("a$$b$$$$$$c"));
-  EXPECT_EQ(read.deviceName, "a$$b");
-  EXPECT_EQ(read.variableSource, "");
-  EXPECT_EQ(read.variableParam, "c");
-}
-
 }  // namespace
 }  // namespace keelstone::testing

@@ -12,7 +12,6 @@ LAB = sys.argv.pop(1)  # the folder of the lab
 sys.dont_write_bytecode = True
 sys.path.insert(0, LAB)
 
-import faults  # noqa: E402
 import parsers  # noqa: E402
 import polling  # noqa: E402
 
@@ -93,14 +92,6 @@ class ParserTest(unittest.TestCase):
         self.assertEqual(values(found)["count", "ospf"], 1)
         self.assertNotIn("uptime", next(item for item in found if item["name"] == "routes")["keys"])
 
-    def test_unresolved_neighbors_are_left_out(self):
-        text = json.dumps([
-            {"dst": "10.0.12.1", "dev": "eth1", "state": ["FAILED"]},
-            {"dst": "10.0.24.2", "dev": "eth3", "lladdr": "02:00:00:00:04:02", "state": ["STALE"]}])
-        found = parsers.neighbors([text], {})
-        self.assertEqual(values(found)["count", ""], 1)
-        self.assertEqual(cells(found, "neighbors", ["address"]), [["10.0.24.2"]])
-
     def test_ping_without_answer_is_a_full_loss(self):
         text = ("PING 10.255.0.4 (10.255.0.4) from 10.255.0.1 : 56(84) bytes of data.\n\n"
                 "--- 10.255.0.4 ping statistics ---\n"
@@ -135,11 +126,6 @@ class PollerTest(unittest.TestCase):
             self.assertEqual((run["device"], run["source"]), ("r1", "bgp_summary"))
             self.assertEqual(len(run["variables"]), count, (code, text))
 
-    def test_ping_may_end_with_1_but_not_with_2(self):
-        text = "PING 10.255.0.2 (x)\n5 packets transmitted, 0 received, 100% packet loss"
-        self.assertEqual(len(self.poll("ping", 1, text)["variables"]), 2)
-        self.assertEqual(self.poll("ping", 2, text)["variables"], [])
-
 
 def run_at(moment, value):
     return {"time": moment, "device": "r1", "source": "s", "variables": [
@@ -172,12 +158,6 @@ class ScoreTest(unittest.TestCase):
         self.assertEqual(result["false_variables"][0],
                          {"variable": "r1 s v", "rule": "range", "alerts": 2})
 
-    def test_fault_that_changed_nothing_is_neither_found_nor_missed(self):
-        result = self.score([run_at(9, 1), run_at(12, 1), run_at(21, 2)], [])
-        self.assertEqual((result["found"], result["missed"]), (0, 0))
-        result = self.score([run_at(9, 1), run_at(12, 2)], [])
-        self.assertEqual((result["found"], result["missed"]), (0, 1))
-
 
 class RecordingTest(unittest.TestCase):
     """What the recording in the tree promises: a quiet time, then faults that show and pass."""
@@ -189,15 +169,6 @@ class RecordingTest(unittest.TestCase):
             cls.runs = [json.loads(line) for line in file]
         with open(os.path.join(LAB, "faults.jsonl"), encoding="utf-8") as file:
             cls.labels = [json.loads(line) for line in file]
-
-    def test_labels_are_those_of_the_faults_and_follow_one_another(self):
-        self.assertEqual([label["fault"] for label in self.labels],
-                         [fault.name for fault in faults.FAULTS])
-        self.assertGreater(self.labels[0]["from"] - self.runs[0]["time"], 400)
-        for label, following in zip(self.labels, self.labels[1:]):
-            self.assertLess(label["from"], label["to"])
-            self.assertLess(label["to"], label["settled"])
-            self.assertLess(label["settled"], following["from"])
 
     def test_every_expected_variable_changes_in_its_window(self):
         changed = score.changed_variables(self.labels, self.runs)
@@ -220,13 +191,6 @@ class RecordingTest(unittest.TestCase):
                 key = run["device"], run["source"], variable.get("interface", ""), variable["name"]
                 self.assertEqual(seen.setdefault(key, value), value, key)
         self.assertGreater(len(seen), 80)
-
-    def test_all_five_types_are_there_and_the_file_is_small(self):
-        names = {int: "int64", float: "double", str: "string", dict: "table"}
-        types = {variable.get("type", names[type(variable["value"])])
-                 for run in self.runs[:200] for variable in run["variables"]}
-        self.assertEqual(types, {"int64", "float", "double", "string", "table"})
-        self.assertLess(os.path.getsize(self.path), 2_000_000)
 
 
 if __name__ == "__main__":

@@ -148,15 +148,5 @@ TEST(HistoryScan, ShortWaysGiveWhatTheJsonReaderGives) {
   }
 }
 
-TEST(HistoryScan, OtherTypesAndTablesAreLeftToTheHistory) {
-  const std::string text = R"({"dataType":1,"dataList":[{"liveTime":1,"dataValue":2}]})";
-  EXPECT_EQ(NewestTimeOfOwnText(KSDataInt64, text), 1);
-  EXPECT_EQ(NewestTimeOfOwnText(KSDataDouble, text), std::nullopt);
-  EXPECT_EQ(NewestTimeOfOwnText(KSDataTable, text), std::nullopt);
-  EXPECT_EQ(NewestTimeOfOwnText(KSDataUnknown, text), std::nullopt);
-  EXPECT_EQ(NewestTimeOfOwnText(KSDataInt64, ""), std::nullopt);
-  EXPECT_EQ(NewestTimeOfOwnText(KSDataInt64, R"({"dataType":1,"dataList":[]})"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace keelstone::testing

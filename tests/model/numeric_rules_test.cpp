@@ -145,36 +145,6 @@ TYPED_TEST(NumericRuleKinds, RangeTakesBoundsAroundTheMean) {
   }
 }
 
-// Kinds that are prescribed only, which no learning reaches.
-TYPED_TEST(NumericRuleKinds, JudgeValues) {
-  using T = TypeParam;
-  struct Case {
-    EnumRuleType type;
-    const char* param;
-    int value;
-    bool alert;
-    bool golden;
-  };
-  for (const Case& c : std::vector<Case>{{kIntNoEqual, R"({"ruleParam":[5,7]})", 7, true, false},
-                                         {kIntNoEqual, R"({"ruleParam":[5,7]})", 6, false, true},
-                                         {kIntLEQ, R"({"ruleParam":5})", 6, true, false},
-                                         {kIntLEQ, R"({"ruleParam":5})", 5, false, true},
-                                         {kIntGEQ, R"({"ruleParam":5})", 4, true, false},
-                                         {kIntGEQ, R"({"ruleParam":5})", 5, false, true},
-                                         {kIntConstant, R"({"ruleParam":5})", 4, true, true},
-                                         {kIntConstant, "{}", 4, false, false},
-                                         {kIntIncrease, "", -1, false, false}}) {
-    SCOPED_TRACE(::testing::Message() << c.type << " " << c.param << " on " << c.value);
-    const auto rule = this->Stored(c.type, c.param);
-    EXPECT_EQ(rule->CheckAlert(PointOf<T>(50, T(c.value))), c.alert);
-    EXPECT_EQ(rule->CheckGoldenValue(PointOf<T>(50, T(c.value))), c.golden);
-    EXPECT_EQ(rule->GetRuleKSValueTime(), c.golden ? 50 : -1);
-    using Other = std::conditional_t<std::is_same_v<T, double>, float, double>;
-    EXPECT_FALSE(rule->CheckAlert(PointOf<Other>(50, Other(4))));
-    EXPECT_FALSE(rule->CheckAlert(nullptr));
-  }
-}
-
 TYPED_TEST(NumericRuleKinds, ReadStoredParameters) {
   const std::string minusOne = this->ParamText(-1);
   const std::string sevens = "{\"ruleParam\":[" + this->Text(3) + "," + this->Text(7) + "]}";
@@ -346,13 +316,6 @@ TEST(RuleFeature, IsThatOfTheHistoryTheRuleWasMadeOf) {
       }
     }
   }
-}
-
-TEST(RangeBounds, OfVeryLargeRealsStayNumbers) {
-  TunedDomain domain;
-  EXPECT_EQ(Bounds<float>(domain, {3e38F, 1e38F}, 3).find("null"), std::string::npos);
-  EXPECT_EQ(Bounds<double>(domain, {1.5e308, 1.5e308, -1.7e308}, 3),
-            R"({"maxValue":1.5e+308,"minValue":0.0})");
 }
 
 }  // namespace

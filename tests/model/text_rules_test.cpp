@@ -133,30 +133,6 @@ TEST(StringRules, KeepEveryOddTextThroughTheirParameter) {
   EXPECT_FALSE(read.IsEqual(&all));
 }
 
-TEST(TextRuleData, IsLeftAloneByTextsThatAreNoParameter) {
-  for (const std::string text : {"", "up", "{", R"({"ruleParam":{}})", R"({"ruleParam":[[]]})"}) {
-    StrEqualData equal;
-    equal.ruleParam = "up";
-    EXPECT_FALSE(equal.ParseParam(text)) << text;
-    EXPECT_EQ(equal.ruleParam, "up");
-  }
-  for (const std::string text : {"", "[", R"({"ruleParam":["a",["b"]]})"}) {
-    StrEnumData data;
-    data.values = {"up"};
-    EXPECT_FALSE(data.ParseParam(text)) << text;
-    EXPECT_EQ(data.values, std::set<std::string>{"up"});
-  }
-  for (const std::string text : {"", "{,}", R"({"hashCmp":[],"hashSort":true,"hashColumns":["b"]})",
-                                 R"({"hashCmp":"e","hashSort":"no","hashColumns":["b"]})",
-                                 R"({"hashCmp":"e","hashSort":true,"hashColumns":["b",{}]})"}) {
-    TablMd5EqualData data;
-    data.hashCmp = "d";
-    data.hashColumns = {"a"};
-    EXPECT_FALSE(data.ParseParam(text)) << text;
-    EXPECT_EQ(data.ParamToString(), R"({"hashCmp":"d","hashSort":false,"hashColumns":["a"]})");
-  }
-}
-
 TEST(TextRules, IgnorePointsOfOtherTypes) {
   const auto number = std::make_shared<KSDataPoint<std::int64_t>>(5, 7);
   for (const std::shared_ptr<IRuleBase>& rule : std::vector<std::shared_ptr<IRuleBase>>{
@@ -274,16 +250,6 @@ TEST(RegexMatch, SearchesLongTextsToTheirEnd) {
   EXPECT_THAT(log.Messages(), IsEmpty());
 }
 
-TEST(RegexMatch, TakesHugePatterns) {
-  std::string kinds = "b";
-  for (int i = 0; i < 20000; ++i) kinds += "|b";
-  EXPECT_TRUE(KSStrRegexRule::StrIsMatch("ab", kinds));
-  const LogCapture log;
-  EXPECT_FALSE(
-      KSStrRegexRule::StrIsMatch("a", std::string(100000, '(') + std::string(100000, ')')));
-  EXPECT_EQ(log.Messages().size(), 1U);
-}
-
 // ---- Tables
 
 constexpr const char* kTable =
@@ -360,84 +326,6 @@ TEST(TableGoldenValue, IsEmptyWithOneErrorLineWhenTheContentIsDamaged) {
     if (c.table == kTable) {
       EXPECT_EQ(lines[0].message, "Uncompress table value is failure");
     }
-  }
-}
-
-TEST(TableHistory, KeepsATextThatIsNoBase64UntilTheTableIsAskedFor) {
-  for (const char* const space : {"", " "}) {
-    auto definition = Definition(R"({"hashCmp":"d"})");
-    const std::string element =
-        R"({"liveTime":5,"dataValue":"d","hashSort":true,"hashColumns":[],"rawValueSize":2,"tableValue":"*"})";
-    definition->history = R"({"dataType":5,"dataList":[)" + element + "," + space + element + "," +
-                          element + "," + element + "]}";
-    TunedDomain domain;
-    domain.TuneDefaults();
-    const LogCapture log;
-    KSTableMd5EqualRule rule;
-    rule.Init(definition, domain.id());
-    EXPECT_THAT(log.Messages(), IsEmpty());
-    EXPECT_EQ(rule.GetHisotryCount(), 4);
-    ASSERT_TRUE(rule.CheckRule(domain.id()));
-    ASSERT_TRUE(rule.UpdateRule());
-    EXPECT_EQ(rule.GetRuleKSValue(), "");
-    EXPECT_THAT(log.Messages(), ElementsAre("Uncompress table value is failure"));
-  }
-}
-
-// ---- Learning with the default settings
-
-class TextLearning : public ::testing::Test {
- protected:
-  TextLearning() { domain_.TuneDefaults(); }
-
-  std::shared_ptr<IRuleBase> Learn(const std::vector<std::string>& values, bool tables = false) {
-    std::shared_ptr<HistoryDataBase> history = MakeHistory(tables ? KSDataTable : KSDataString);
-    std::int64_t time = 0;
-    for (const std::string& value : values) {
-      history->AddData(tables ? TableAt(++time, value) : PointOf<std::string>(++time, value), 1000);
-    }
-    std::shared_ptr<KSDataFeature> feature = std::make_shared<KSStringDataFeature>();
-    if (tables) feature = std::make_shared<KSTableDataFeature>();
-    feature->Calculate(history);
-    auto rule = KSRuleAlgMgr::Instance()->CalculateRule(
-        Definition(""), history, feature, tables ? KSDataTable : KSDataString, domain_.id(),
-        tables ? KSAlgTable : KSAlgString);
-    if (rule) updated_ = rule->UpdateRule();
-    return rule;
-  }
-
-  TunedDomain domain_;
-  bool updated_ = false;
-};
-
-TEST_F(TextLearning, ChoosesTheKindBySteadinessAndNumber) {
-  struct Case {
-    std::vector<std::string> values;
-    int type;
-    std::string param;
-    std::int64_t goldenTime;
-  };
-  const std::string ab = R"({"ruleParam":["a","b"]})";
-  for (const Case& c : std::vector<Case>{
-           {{"a", "a", "a"}, -1, "", 0},
-           {{"a", "a", "a", "a"}, kStrEqual, R"({"ruleParam":"a"})", 4},
-           {{"a", "a", "a", "b"}, -1, "", 0},  // a third changes: not below the limit
-           {{"a", "a", "a", "a", "b"}, kStrEqual, R"({"ruleParam":"a"})", 4},
-           {{"a", "a", "a", "b", "b", "b"}, kStrEqual, R"({"ruleParam":"b"})", 6},
-           {{"a", "a", "a", "b", "b"}, kStrEqual, R"({"ruleParam":"a"})", 3},
-           {{"a", "b", "a", "b", "a", "b"}, -1, "", 0},
-           {{"a", "b", "a", "b", "a", "b", "a", "b", "a"}, -1, "", 0},
-           {{"a", "b", "a", "b", "a", "b", "a", "b", "a", "b"}, kStrEnum, ab, 10},
-           {{"a", "a", "a", "b", "a", "a", "a", "b", "b", "b"}, kStrEnum, ab, 10},  // three in nine
-           {{"a", "b", "c", "d", "e", "f", "g", "a", "b", "c"}, -1, "", 0},
-       }) {
-    const auto rule = Learn(c.values);
-    const std::string about = ::testing::PrintToString(c.values);
-    ASSERT_EQ(rule ? static_cast<int>(rule->GetType()) : -1, c.type) << about;
-    if (!rule) continue;
-    EXPECT_TRUE(updated_);
-    EXPECT_EQ(rule->GetRuleParam(), c.param) << about;
-    EXPECT_EQ(rule->GetRuleKSValueTime(), c.goldenTime) << about;
   }
 }
 

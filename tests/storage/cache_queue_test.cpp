@@ -126,46 +126,6 @@ TEST_F(CacheQueue, WithoutAThreadNothingIsWaitedFor) {
   EXPECT_EQ(Param("d"), "p");
 }
 
-TEST_F(CacheQueue, AHundredThousandUnitsAreLoadedAhead) {
-  constexpr int kUnits = 100000;
-  const std::string numbers =
-      " with recursive n(i) as (select 1 union all select i + 1 from n where i < 100000) select "
-      "'device ' || i,'','source','param','v',2";
-  Execute(DomainFile(kDbObjectRule, domain),
-          {"insert into KSObjectRule" + numbers + ",1,'','',0,7,i,0,0 from n"});
-  table->SetRuleHistoryData({HistoryRow("other", "v", "h")});
-  Execute(DomainFile(kDbObjectHistory, domain),
-          {"insert into KSObjectHistory" + numbers + ",'h' || i from n"});
-  std::vector<std::shared_ptr<UnitKey>> keys;
-  for (int i = 1; i <= kUnits; ++i) keys.push_back(Key("device " + std::to_string(i)));
-  for (const auto& key : keys) {
-    queue.PutRuleKey(key);
-    queue.PutHistoryKey(key);
-  }
-  LogCapture log(kLogInformation);
-  queue.SetKSObjectRuleSql(table);
-  ASSERT_TRUE(log.WaitFor("Search 100000 and get 100000  rule data."));
-  ASSERT_TRUE(log.WaitFor("Search 100000 and get 100000  history data"));
-  std::atomic<int> wrong{0};
-  const auto take = [&](int from, int to) {
-    for (int i = from; i < to; ++i) {
-      const auto& key = keys[static_cast<std::size_t>(i)];
-      const std::string number = std::to_string(i + 1);
-      const auto histories = queue.GetHistoryData(key);
-      if (ParamOf(queue.GetRuleData(key)) != number || histories == nullptr ||
-          histories->at("").at("v") != "h" + number) {
-        ++wrong;
-      }
-    }
-  };
-  std::thread half([&] { take(0, kUnits / 2); });
-  take(kUnits / 2, kUnits);
-  half.join();
-  EXPECT_EQ(wrong, 0);
-  std::vector<std::shared_ptr<UnitKey>> asked;
-  EXPECT_EQ(queue.GetRuleKeys(asked), 0);  // what was there needed no second load
-}
-
 TEST_F(CacheQueue, WhatWasLoadedBeforeALaterWriteIsNeverHandedOut) {
   Write("d", "old");
   Write("other", "old");
@@ -203,19 +163,6 @@ TEST_F(CacheQueue, WhatWasLoadedBeforeALaterWriteIsNeverHandedOut) {
   EXPECT_EQ(Param("d"), "none");
 }
 
-TEST_F(CacheQueue, AUnitWhoseCallerGaveUpServesNobodyLater) {
-  Write("d", "old");
-  // The caller gives up before there is a table; its key is loaded all the same.
-  EXPECT_EQ(Param("d"), "none");
-  {
-    LogCapture log(kLogInformation);
-    queue.SetKSObjectRuleSql(table);
-    ASSERT_TRUE(log.WaitFor("Search 1 and get 1  rule data."));
-  }
-  WriteByAnotherProcess("d", "new");  // nobody here can know of it
-  EXPECT_EQ(Param("d"), "new");
-}
-
 TEST_F(CacheQueue, CallersOfOneUnitAndItsWriterMeetNoOldRule) {
   for (int i = 0; i < 4; ++i) Write("d" + std::to_string(i), "0");
   queue.SetKSObjectRuleSql(table);
@@ -247,14 +194,6 @@ TEST_F(CacheQueue, CallersOfOneUnitAndItsWriterMeetNoOldRule) {
   }
   writer.join();
   for (std::thread& reader : readers) reader.join();
-}
-
-TEST_F(CacheQueue, ItsEndWaitsForNothing) {
-  for (int i = 0; i < 10; ++i) {
-    KSDataCacheQueue other;
-    other.SetKSObjectRuleSql(table);
-    other.PutRuleKey(Key("d"));
-  }
 }
 
 }  // namespace

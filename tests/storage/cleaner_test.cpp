@@ -106,23 +106,6 @@ TEST_F(Cleaner, ARequestBeforeTheStartAndOneDuringAPassAreServed) {
   EXPECT_EQ(Rules(), "kept");
 }
 
-TEST_F(Cleaner, WithoutAFrequencyItCleansAgainAndAgainAndStopsAllTheSame) {
-  for (const int frequency : {0, -3}) {
-    ASSERT_TRUE(IniReader::SetInt("kscleaner", "frequency", frequency, "fix_frontctlr.ini"));
-    const int before = cleaner.Passes();
-    ASSERT_TRUE(cleaner.Start());
-    std::thread setter([&] {
-      for (int i = 0; i < 100; ++i) cleaner.SetCurrAllParserPaths({"kept", std::to_string(i)});
-    });
-    EXPECT_TRUE(cleaner.WaitForPasses(before + 5));
-    setter.join();
-    cleaner.Stop();
-    const int after = cleaner.Passes();
-    EXPECT_EQ(Rules(), "kept");
-    EXPECT_EQ(cleaner.Passes(), after);
-  }
-}
-
 TEST_F(Cleaner, StopEndsTheSleepAtOnceFromAnyThread) {
   for (int i = 0; i < 20; ++i) {
     ASSERT_TRUE(cleaner.Start());

@@ -49,15 +49,6 @@ TEST(DomainRegistry, LogCallbackMayAskForTheDomainThatIsLoading) {
   EXPECT_TRUE(asked);
 }
 
-TEST(DomainRegistry, ParserFlagChoosesTheFolder) {
-  const TempRoot root;
-  g_bIsParserProcess = false;
-  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("flag");
-  g_bIsParserProcess = true;
-  EXPECT_EQ(manager->GetObjectRuleTable()->GetDBFile(kDbObjectRule),
-            root.path() / "data/flag/KSObjectRule.db");
-}
-
 TEST(DomainRuleSettingsDoor, AnswersOneSnapshotUntilTheSettingsAreReadAgain) {
   const TempRoot root;
   WriteSetting("settings", HistoryCountSetting(11));

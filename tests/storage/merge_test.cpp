@@ -167,37 +167,6 @@ TEST_F(Merge, WriteAheadLogsOnEitherSideAreTakenIn) {
   EXPECT_EQ(FilesIn("own"), 1U);
 }
 
-TEST_F(Merge, OverwritesTableOperationsAndReadersMeetNoHalfFile) {
-  const std::string to = DomainFile(kDbBlockSetting, domain);
-  const auto row = [](int start) {
-    return R"({"nodes":[{"deviceName":"d"}],"blockTimeStart":)" + std::to_string(start) +
-           R"(,"blockTimeEnd":9})";
-  };
-  const std::string one = MakeSettings("one.db", row(1), 300);
-  const std::string two = MakeSettings("two.db", row(2), 300);
-  ASSERT_TRUE(Deliver(one, to, true));
-  const auto data = KSDomainDataManager::Instance()->GetKSDataManager(domain);
-  std::atomic<bool> done{false};
-  std::vector<std::thread> threads;
-  for (const std::string& from : {one, two}) {
-    threads.emplace_back([&, from] {
-      for (int i = 0; i < 15; ++i) EXPECT_TRUE(Deliver(from, to, true));
-    });
-  }
-  std::thread reader([&] {
-    const ObjectDefine device = Object("d");
-    while (!done) {
-      data->InvalidateKSBlockSettingCaches();
-      std::vector<std::pair<std::int64_t, std::int64_t>> periods;
-      ASSERT_EQ(data->GetBlockTimeByObjectId(periods, &device), 300);
-      for (const auto& period : periods) ASSERT_EQ(period, periods.front());
-    }
-  });
-  for (std::thread& thread : threads) thread.join();
-  done = true;
-  reader.join();
-}
-
 // ---- Interface names
 
 TEST_F(Merge, TheTranslatorKeepsItsNamesWhenADatabaseCannotBeRead) {
@@ -289,34 +258,6 @@ TEST_F(MergeRules, RowsThatWaitToBeWrittenAreMergedInto) {
   ASSERT_TRUE(MergeFrom(Path("in.db")));
   EXPECT_EQ(Param("both"), "delivered");
   EXPECT_EQ(Param("own"), "learned");
-}
-
-TEST_F(MergeRules, ManyRowsGoThroughInLittleMemoryWhileRulesAreRead) {
-  // A tenth of a large fleet's million, so that the sanitizers come to an end too: memory
-  // is bounded by the page caches from the first thousands of rows on.
-  Execute(to, {kCreateRuleTable, Row("own", "own")});
-  Execute(
-      Path("in.db"),
-      {kCreateRuleTable,
-       "insert into KSObjectRule with recursive n(i) as (select 1 union all select i + 1 from n "
-       "where i < 100000) select 'device ' || i % 1000,'','source','',i,2,1,'','',0,7,'"
-       R"({"ruleParam":' || i || '}',0,0 from n)"});
-  std::atomic<bool> done{false};
-  std::thread reader([&] {
-    const auto table = KSDomainDataManager::Instance()->GetKSDataManager(domain);
-    const ObjectDefine device = Object("device 7");
-    while (!done) {
-      DevParserRule out;
-      table->GetRuleDefinitionDataByDev(out, &device, "source", "", kVariableSourceParser);
-      const std::size_t rules = out[""].size();
-      EXPECT_TRUE(rules == 0 || rules == 100) << rules;
-    }
-  });
-  EXPECT_TRUE(MergeFrom(Path("in.db")));
-  done = true;
-  reader.join();
-  EXPECT_EQ(Count(), "100001");
-  EXPECT_EQ(Param("77777"), R"({"ruleParam":77777})");
 }
 
 }  // namespace

@@ -115,15 +115,6 @@ TEST_F(ObjectRuleTable, DeletesWithoutRulesLeaveHistoriesAlone) {
   EXPECT_EQ(CountHistories(), "0");
 }
 
-TEST_F(ObjectRuleTable, DeletesShrinkTheFile) {
-  table.SetRuleHistoryData({HistoryRow("d", "v", std::string(400000, 'h'))});
-  const auto before = std::filesystem::file_size(histories);
-  const ObjectDefine device = Object("d");
-  EXPECT_EQ(table.RemoveRuleHistoryData(&device, "source", "v", "param", kVariableSourceParser),
-            -1);
-  EXPECT_LT(std::filesystem::file_size(histories), before / 4);
-}
-
 class SourceRemoval : public ObjectRuleTable {
  protected:
   void Fill(const std::vector<std::string>& sources) {

@@ -135,41 +135,33 @@ std::function<Work()> Query(const std::function<int(Out&)>& query) {
   };
 }
 
-template <class Unit>
-using UnitQuery = int (KSObjectRuleSql::*)(std::map<std::string, std::shared_ptr<Unit>>&,
-                                           const std::vector<std::shared_ptr<UnitKey>>&,
-                                           Enum_VariableSourceType);
-
-template <class Unit>
-std::function<Work()> QueryUnits(UnitQuery<Unit> query, int more) {
-  return Query<Unit>([query, more](Unit& out) {
+std::function<Work()> QueryUnits(int more) {
+  return Query<DevParserRule>([more](DevParserRule& out) {
     std::vector<std::shared_ptr<UnitKey>> keys{std::make_shared<UnitKey>("d", "source", "param")};
     for (int i = 0; i < more; ++i) {
       keys.push_back(std::make_shared<UnitKey>("e" + std::to_string(i), "source", "param"));
     }
-    std::map<std::string, std::shared_ptr<Unit>> units;
-    const int status = (Table().*query)(units, keys, kVariableSourceParser);
+    std::map<std::string, std::shared_ptr<DevParserRule>> units;
+    const int status =
+        Table().GetMultiRuleDefinitionDataByDevParsers(units, keys, kVariableSourceParser);
     for (const auto& [key, unit] : units) out.insert(unit->begin(), unit->end());
     return status;
   });
 }
 
-template <class Unit>
-std::function<Work()> Fetch(
-    std::shared_ptr<Unit> (KSDataCacheQueue::*get)(std::shared_ptr<UnitKey>)) {
-  return [get] {
+std::function<Work()> FetchHistories() {
+  return [] {
     auto queue = std::make_shared<KSDataCacheQueue>();
-    queue->SetKSObjectRuleSql(std::make_shared<KSObjectRuleSql>("/FSParserData"));
     auto table = std::make_shared<KSObjectRuleSql>("/FSParserData");
     table->InitDB(kDomain);
     queue->SetKSObjectRuleSql(table);
-    return Work([queue, get] {
+    return Work([queue] {
       const auto key = std::make_shared<UnitKey>("d", "source", "param");
       const std::uint64_t failures = GetFailedReadCount();
-      auto unit = ((*queue).*get)(key);
+      auto unit = queue->GetHistoryData(key);
       // On a busy machine the loader may come too late for one call.
       for (int i = 0; i < 100 && unit == nullptr && GetFailedReadCount() == failures; ++i) {
-        unit = ((*queue).*get)(key);
+        unit = queue->GetHistoryData(key);
       }
       return Answer{0, unit == nullptr ? "absent" : Seen(*unit)};
     });
@@ -206,8 +198,6 @@ std::vector<Operation> Operations() {
   };
   return {
       // Rules and histories: written
-      {"WriteRules", filled, true, -1, -1,
-       Plain([] { return Table().SetRuleAlgParam(Rules("new", "")); })},
       {"WriteHistories", filled, true, -1, -1,
        Plain([] { return Table().SetRuleHistoryData(Histories("new")); })},
       {"WriteFirstHistories", none, true, -1, -1,
@@ -228,10 +218,6 @@ std::vector<Operation> Operations() {
        },
        nullptr, true, true},
       // removed
-      {"RemoveOne", filled, true, -1, -1, Plain([] {
-         return Table().RemoveRuleDefinitionData(&kDevice, "source", Variable(1), "param",
-                                                 kVariableSourceParser);
-       })},
       {"RemoveHistories", filled, true, -1, -1, Plain([] {
          std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>
              items;
@@ -245,10 +231,6 @@ std::vector<Operation> Operations() {
          }
          return Table().RemoveRuleHistoryDatas(items);
        })},
-      {"RemoveObject", filled, true, -1, -1, Plain([] {
-         return Table().RemoveRuleDefinitionDataNoVar(&kDevice, "source", "param",
-                                                      kVariableSourceParser);
-       })},
       {"Clean", filled, true, 0, 0,
        [] {
          auto cleaner = std::make_shared<CKSCleaner>();
@@ -261,22 +243,10 @@ std::vector<Operation> Operations() {
        },
        nullptr, false},  // a history whose rule has gone is found by no cleaner
       // read
-      {"ReadRuleUnits", filled, false, -1, -1,
-       QueryUnits<DevParserRule>(&KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers, 2)},
-      {"ReadManyRuleUnits", filled, false, -1, -1,
-       QueryUnits<DevParserRule>(&KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers, 1000)},
-      {"ReadHistoryUnits", filled, false, -1, -1,
-       QueryUnits<DevParserHistory>(&KSObjectRuleSql::GetMultiRuleHistoryDataBeDevParsers, 2)},
+      {"ReadManyRuleUnits", filled, false, -1, -1, QueryUnits(1000)},
       {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
          return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param",
                                                    kVariableSourceParser);
-       })},
-      {"ReadObject", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
-         return Table().GetRuleDefinitionDataByDevInf(out[""], &kDevice, "source", "param",
-                                                      kVariableSourceParser);
-       })},
-      {"ReadHistories", filled, false, -1, -1, Query<DevParserHistory>([](DevParserHistory& out) {
-         return Table().GetRuleHistoryData(out, &kDevice, "source", "param", kVariableSourceParser);
        })},
       {"LookForRule", filled, false, 1, 0, Plain([] {
          return Table().IsExistRuleDefinitionByDevice(&kDevice, "source", "param", kRuleLearned,
@@ -284,24 +254,12 @@ std::vector<Operation> Operations() {
                     ? 1
                     : 0;
        })},
-      {"QueueRules", filled, false, 0, 0, Fetch(&KSDataCacheQueue::GetRuleData), "absent"},
-      {"QueueHistories", filled, false, 0, 0, Fetch(&KSDataCacheQueue::GetHistoryData), "absent"},
+      {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
       // Settings
       {"LoadGlobalSettings", filled, false, 1, 0,
        Load<KSGlobalSettingSql>(
            [](KSGlobalSettingSql& table) { return std::to_string(table.GetTableLimitcount()); }),
        "5000"},
-      {"LoadVariableRules", filled, false, 1, 0,
-       Load<KSVariableRuleSql>([](KSVariableRuleSql& table) {
-         return table.IsExistRuleDefinition("s", "v", kVariableSourceParser) ? "there" : "absent";
-       }),
-       "absent"},
-      {"LoadBlockPeriods", filled, false, 1, 0,
-       Load<KSBlockSettingSql>([](KSBlockSettingSql& table) {
-         std::vector<std::pair<std::int64_t, std::int64_t>> periods;
-         return std::to_string(table.GetBlockTimeByObjectId(periods, &kDevice));
-       }),
-       "0"},
       {"LoadDomain", filled, false, 0, 0,
        [restart] {
          auto manager = std::make_shared<KSDataManagerSql>();
@@ -336,14 +294,6 @@ std::vector<Operation> Operations() {
       // Deliveries
       {"MergeRules", filled, true, 1, 0,
        Merge(&FSKSDataSyncManager::MergeObjectRule, kDbObjectRule)},
-      {"MergeFirstRules", none, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeObjectRule, kDbObjectRule)},
-      {"MergeGlobalSettings", filled, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeGlobalSetting, kDbGlobalSetting)},
-      {"MergeVariableRules", filled, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeVariableRule, kDbVariableRule)},
-      {"MergeBlockPeriods", filled, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
       {"MergeFirstBlockPeriods", none, true, 1, 0,
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
       {"MergeBlockPeriodsOverAHalfWrittenFile", Files::kHalfWritten, true, 1, 0,

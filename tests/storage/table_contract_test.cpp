@@ -85,13 +85,6 @@ TYPED_TEST(TableContract, MissingFileIsAnsweredAndNotMade) {
   EXPECT_TRUE(log.Lines().empty());
 }
 
-TYPED_TEST(TableContract, MissingTableIsAnswered) {
-  const LogCapture log(kLogNotice);
-  Execute(this->table.GetDBFile(TypeParam::kDbType), {"create table other (x)"});
-  EXPECT_EQ(TypeParam::Read(this->table), TypeParam::kNoTable);
-  EXPECT_TRUE(log.Lines().empty());
-}
-
 // Ways in which a file cannot be used, and what the log says of it. A file of this
 // process's other connection is closed with the test.
 struct Unusable {
@@ -174,19 +167,6 @@ class TableFrameTest : public ::testing::Test {
   TempRoot root;
   KSObjectRuleSql table;
 };
-
-TEST_F(TableFrameTest, RefusedLockRecordRunsNothingAndCountsAsFailedWrite) {
-  const LogCapture log(kLogNotice);
-  const std::uint64_t failedWrites = GetFailedWriteCount();
-  TableOperation operation = kChange;
-  operation.dbType = 4711;
-  bool ran = false;
-  EXPECT_EQ(TableFrame::Run(table, operation, [&](CppSQLite3DB&) { ran = true; }),
-            TableOutcome::kFailed);
-  EXPECT_FALSE(ran);
-  EXPECT_EQ(GetFailedWriteCount(), failedWrites + 1);
-  EXPECT_THAT(log.Messages(), ElementsAre("KSObjectHistory operate failed."));
-}
 
 TEST_F(TableFrameTest, EveryExceptionRollsBackAndIsLoggedAfterTheLockIsFree) {
   const std::string file = table.GetDBFile(kDbObjectHistory);

@@ -126,23 +126,6 @@ TEST_F(WriteBehind, AUnitsMarkStandsFromHandingOverToDisk) {
   EXPECT_FALSE(mark.MayHaveRows());
 }
 
-TEST_F(WriteBehind, DefinitionsAreWrittenAsTheyStandWhenTheyAreWritten) {
-  const auto definition = Definition("handed over");
-  AddRule("v", definition);
-  {
-    const DefinitionLock lock(*definition);
-    definition->ruleParam = "changed since";
-  }
-  EXPECT_EQ(cache->WriteDomain(domain), 1);
-  EXPECT_EQ(RuleOnDisk("v"), "changed since");
-}
-
-TEST_F(WriteBehind, NothingPendingTouchesNoDatabase) {
-  EXPECT_EQ(cache->WriteDomain("nobody's domain"), 0);
-  EXPECT_FALSE(std::filesystem::exists(
-      std::filesystem::path(DomainFile(kDbObjectRule, "nobody's domain")).parent_path()));
-}
-
 TEST_F(WriteBehind, FlushWritesBatchesInOrderAndSaysSo) {
   ASSERT_TRUE(Set("BachCount", 1000));
   std::vector<ObjectRuleData> rules;
