@@ -3,8 +3,8 @@
 #include <array>
 #include <vector>
 
+#include "keelstone/bounded_regex.h"
 #include "keelstone/rule_global_setting.h"
-#include "model/rules/bounded_regex.h"
 
 namespace keelstone::host {
 

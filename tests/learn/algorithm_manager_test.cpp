@@ -4,6 +4,7 @@
 #include <string>
 
 #include "keelstone/algorithm_manager.h"
+#include "keelstone/rule_global_setting.h"
 
 namespace keelstone::testing {
 namespace {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "keelstone/algorithm_manager.h"
+#include "model/rules/numeric_rules.h"
 #include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"
 

@@ -5,8 +5,8 @@
 #include <exception>
 #include <optional>
 
+#include "keelstone/bounded_regex.h"
 #include "keelstone/logger.h"
-#include "model/rules/bounded_regex.h"
 
 namespace keelstone {
 

@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_MODEL_RULES_BOUNDED_REGEX_H
-#define KEELSTONE_MODEL_RULES_BOUNDED_REGEX_H
+#ifndef KEELSTONE_BOUNDED_REGEX_H
+#define KEELSTONE_BOUNDED_REGEX_H
 
 #include <memory>
 #include <string>
@@ -40,4 +40,4 @@ class BoundedRegex {
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_MODEL_RULES_BOUNDED_REGEX_H
+#endif  // KEELSTONE_BOUNDED_REGEX_H
