@@ -73,6 +73,7 @@ void CaseRunner::RunRound(const BenchCase& one, benchmark::State& state) {
       counter.flags = benchmark::Counter::kAvgIterations;
     }
   } catch (const std::exception& error) {
+    Fail(one.Id(), error.what());
     state.SkipWithError(error.what());
   }
 }
@@ -98,10 +99,7 @@ void CaseRunner::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.run_type != Run::RT_Iteration) continue;
     const std::string& id = run.run_name.function_name;
-    if (run.error_occurred) {
-      Fail(id, run.error_message);
-      continue;
-    }
+    if (failed_.contains(id)) continue;
     CaseResult& result = results_[id];
     for (const auto& [name, counter] : run.counters) {
       if (name == kOurs) {
