@@ -204,7 +204,7 @@ BAD_SETTINGS = [
     ({"intRange": 4}, "intRange must be an object"),
     ({"": 4}, '"" must be an object'),
     ({"intEqual": {"condition0": 0.9}}, "intEqual.condition0 must be an object"),
-    ({"intEqual": {"condition0": {"deltaEZero": 1e999}}}, "must be a number from 0 to 1"),
+    ({"intEqual": {"condition0": {"deltaEZero": 1.5}}}, "must be a number from 0 to 1"),
     ({"intRange.stdCoefficient": 4}, "each part of a path must be an object"),
     ({"KSTableCountLimit": 9}, "KSTableCountLimit is no general setting"),
     ({"strEqual": {"dataCountHistory": 20000}}, "a whole number from 1 to 10000")]
@@ -299,7 +299,7 @@ class CommandsTest(unittest.TestCase):
     def test_settings_of_a_new_domain_are_checked(self):
         for document, why in BAD_SETTINGS:
             with open(os.path.join(self.folder, "bad.json"), "w") as file:
-                file.write(json.dumps(document).replace("Infinity", "1e999"))
+                file.write(json.dumps(document))
             _, errors, code = self.call("init", "--domain", "bad", "--settings", "bad.json")
             self.assertEqual((code, why in errors, "bad.json: " in errors), (2, True, True), errors)
         self.assertFalse(os.path.exists(os.path.join(self.root, "data/FSParserData/bad")))
@@ -328,9 +328,9 @@ class CommandsTest(unittest.TestCase):
                     self.assertIn(answer, errors)
                     continue
                 self.assertEqual((exit_code, repr(json.loads(stored[0][0]))), (0, repr(answer)))
-                if code in (2, 25) and history == 1:
+                if code in (2, 25) and history < 3:
                     self.assertEqual(json.loads(kept)["dataType"], 3 if code == 2 else 2)
-                    self.assertIn('"dataValue":7.0', kept)
+                    self.assertIn('"dataValue":7.' + ("0" if history == 1 else "5"), kept)
                 else:
                     self.assertEqual(kept, text)
 
@@ -390,7 +390,7 @@ class CommandsTest(unittest.TestCase):
             self.assertIn("Exit codes: 0 done", output)
             group = self.call(command.split()[0], "--help")[0]
             self.assertIn("Examples:\n  keelstone " + command.split()[0], group)
-            self.assertNotIn("keelstone init", group)
+            self.assertNotIn("keelstone init --root", group)
 
 
 if __name__ == "__main__":

@@ -236,8 +236,8 @@ class SafeFilesTest(unittest.TestCase):
         for umask, file_rights, folder_rights in [(0, 0o640, 0o750), (0o077, 0o600, 0o700)]:
             self.root = self.folder / ("root%o" % umask)
             for command in [["init", "--interval-time", "60"], ["evaluate", "--enroll", "--log-level", "0"],
-                            ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
-                             '{"ruleParam":80}'],
+                            ["rule", "set", *variable, "--type", "strEqual", "--parameter",
+                             '{"ruleParam":"x"}'],
                             ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
                             ["settings", "set", "KSTableCountLimit", "7"],
                             ["clean", "--keep", "s"]]:
@@ -269,8 +269,8 @@ class SafeFilesTest(unittest.TestCase):
         variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
         for name in names:
             for command in [["evaluate", "--enroll"], ["init"], ["rules"],
-                            ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
-                             '{"ruleParam":80}'], ["rule", "unset", *variable],
+                            ["rule", "set", *variable, "--type", "strEqual", "--parameter",
+                             '{"ruleParam":"x"}'], ["rule", "unset", *variable],
                             ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
                             ["settings", "set", "KSTableCountLimit", "7"],
                             ["merge", "--type", "object-rule", str(delivered)],
