@@ -113,7 +113,7 @@ TEST(RunLine, SaysWhatIsWrong) {
       {"{\"time\":1.0" + rest, "time: must be an integer"},
       {"{\"time\":1e9" + rest, "time: must be an integer"},
       {"{\"time\":\"1\"" + rest, "time: must be an integer"},
-      {"{\"time\":2147483648" + rest, "time: is out of range"},
+      {"{\"time\":9223372036854775808" + rest, "time: is out of range"},
       {"{\"time\":-99999999999999999999" + rest, "time: is out of range"},
       {"{\"time\":1,\"domain\":null" + rest, "domain: must be a string"},
       {"{\"time\":1,\"onDemand\":1" + rest, "onDemand: must be true or false"},
