@@ -14,8 +14,8 @@ class TestRun : public KSRuleInstance {
  public:
   TestRun(const std::string& domain, const std::string& deviceName, std::int64_t time,
           bool onDemand, const std::string& variableSource)
-      : KSRuleInstance(variableSource, {}, deviceName, {}, {}, {}, domain, {},
-                       EvaluationTime{time}, onDemand) {}
+      : KSRuleInstance(variableSource, {}, deviceName, {}, {}, {}, domain, {}, EvaluationTime{time},
+                       onDemand) {}
 };
 
 EnumKSDataType DataTypeOf(std::int32_t typeCode) {
