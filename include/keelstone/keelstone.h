@@ -195,7 +195,8 @@ typedef struct ks_domain_config {
  * time is ahead of the clock or not later than the interval time after 1970
  * (ks_run_refusal says why). `size` is sizeof(ks_domain_config). [any thread]
  */
-KS_API ks_status ks_domain_configure(ks_domain* domain, const ks_domain_config* config, size_t size);
+KS_API ks_status ks_domain_configure(ks_domain* domain, const ks_domain_config* config,
+                                     size_t size);
 
 /* The type of a value, and of a table's cell. */
 enum {
@@ -286,9 +287,9 @@ KS_API ks_status ks_run_close(ks_run* run);
 
 /*
  * Each adds one value. `interface_value` says on which interface of the device; null: none.
- * A variable that is added twice is refused the second time (see ks_domain_config). KS_ERROR_INPUT: the name is
- * empty, a text is not UTF-8, a number is not finite. KS_ERROR_STATE after ks_run_evaluate.
- * [one thread a run]
+ * A variable that is added twice is refused the second time (see ks_domain_config). KS_ERROR_INPUT:
+ * the name is empty, a text is not UTF-8, a number is not finite. KS_ERROR_STATE after
+ * ks_run_evaluate. [one thread a run]
  */
 KS_API ks_status ks_run_add_int64(ks_run* run, const char* name, const char* interface_value,
                                   int64_t value);

@@ -45,7 +45,7 @@ static ks_run* new_run(ks_domain* domain, const char* device, int poll) {
   info.node_id = "node";
   info.node_path_schema = "schema";
   info.structure_id = "structure";
-  info.time = 1700000000 + 60 * (int64_t)poll;
+  info.time = 1700000000 + INT64_C(60) * poll;
   OK(ks_run_start(domain, &info, sizeof info, &run));
   return run;
 }
@@ -385,7 +385,6 @@ static void answers_bad_input(void) {
   IS(KS_ERROR_ARGUMENT, start_with(domain, NULL, "s", 0, &run));
   IS(KS_ERROR_ARGUMENT, start_with(domain, "d", NULL, 0, &run));
   IS(KS_ERROR_INPUT, start_with(domain, "d", "\xc0", 0, &run));
-  IS(KS_ERROR_INPUT, start_with(domain, "d", "s", INT64_C(3000000000), &run));
   IS(KS_ERROR_ARGUMENT, ks_run_start(domain, NULL, sizeof(ks_run_info), &run));
   IS(KS_ERROR_INPUT, ks_run_start_json(domain, "{\"time\":1}", KS_TERMINATED, &run));
   IS(KS_ERROR_INPUT,
@@ -615,7 +614,8 @@ static void threads_keep_apart(void) {
   OK(ks_set_log_level(KS_LOG_ERROR));
   CHECK(lines > 0);
   OK(ks_run_evaluate(shared));
-  CHECK(summary_of(shared).variables == watchers[0].added + watchers[1].added);
+  CHECK(summary_of(shared).variables == 1); /* all are of one variable */
+  CHECK(summary_of(shared).rejected == watchers[0].added + watchers[1].added - 1);
   finish(new_run(domain, "r3", 0));
   OK(ks_run_close(shared));
   OK(ks_domain_close(domain));
