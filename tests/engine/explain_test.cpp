@@ -12,6 +12,7 @@
 #include "calc/ksruleglobalsetting.h"
 #include "model/kshistorydata.h"
 #include "platform/json_reader.h"
+#include "platform/numbers.h"
 #include "platform/strings.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/second_reading.h"
@@ -127,7 +128,8 @@ class Explained : public ::testing::Test {
   void JudgeNumbers(EnumKSDataType dataType) {
     std::vector<Handed> values;
     const auto add = [&](T value) {
-      const JsonValue shown(value);
+      JsonValue shown(value);
+      if constexpr (std::is_same_v<T, float>) shown = AsWritten(value);
       values.push_back({shown.toString(), shown});
     };
     for (const T threshold : {T(-2), T(0), T(1), T(5), T(7)}) {
@@ -162,7 +164,8 @@ TEST_F(Explained, TheVerdictOnNumbersFollowsFromTheExplanationAlone) {
   constexpr std::int64_t kBeyond = 9007199254740993;
   Judge(kIntLEQ, KSDataInt64, R"({"ruleParam":9007199254740993})",
         {{std::to_string(kBeyond), kBeyond}, {std::to_string(kBeyond + 1), kBeyond + 1}});
-  Judge(kIntEqual, KSDataFloat, R"({"ruleParam":0.1})", {{"0.1", 0.1F}, {"0.2", 0.2F}});
+  Judge(kIntEqual, KSDataFloat, R"({"ruleParam":0.1})", {{"0.1", 0.1}, {"0.2", 0.2}});
+  Judge(kIntEqual, KSDataFloat, R"({"ruleParam":0.10000000149011612})", {{"0.1", 0.1}, {"2", 2.0}});
 }
 
 TEST_F(Explained, TheVerdictOnTextsAndTablesFollowsFromTheExplanationAlone) {

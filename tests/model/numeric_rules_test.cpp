@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "calc/ksrulealgmgr.h"
+#include "model/numeric_rules.h"
 #include "tests/support/numeric_kinds.h"
 #include "tests/support/tuned_domain.h"
 
