@@ -195,14 +195,14 @@ TEST(RegexMatch, RefusesWhatCannotBeBoundedAndNothingElse) {
       {"a(?R)?b", "ab", calls},
       {"(?<n>a)(?&n)", "aa", calls},
       {"(?>(*ACCEPT)a)*", "a", accepts},
-      {"\\(*ACCEPT)", "\\", accepts},
+      {R"(\\(*ACCEPT))", "\\", accepts},
       {"(?:(*PRUNE)a)*b", "ab", repeats},
       {"(?:x(*THEN)){2}", "xx", repeats},
       // Where the same characters are no verb and no call.
       {"[(*A]", "x*", ""},
       {"\\Q(*ACCEPT)\\E", "(*accept)", ""},
       {"\\(*A", "((a", ""},
-      {"[(?1)]+(?#(?R))", "1", ""},
+      {"[(?1)]+(?#(?R)", "1", ""},
       {"\"[^\"]*\"(*SKIP)(*FAIL)|up", "\"up\" up", ""},
       {"(?:a(*PRUNE)b)?c", "abc", ""},
   };

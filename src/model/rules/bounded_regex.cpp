@@ -64,7 +64,7 @@ namespace detail = boost::BOOST_REGEX_DETAIL_NS;
 // The time to compile a pattern grows with the square of its length.
 constexpr std::size_t kLongestPattern = std::size_t{256} * 1024;
 
-constexpr std::int64_t kMostSteps = 400'000'000;
+constexpr std::int64_t kMostSteps = 200'000'000;
 constexpr std::int64_t kStepsPerByte = 4;
 constexpr std::int64_t kMostVerbs = 1000;
 
