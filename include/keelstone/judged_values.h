@@ -44,6 +44,7 @@ class KEELSTONE_EXPORT UnitMemory {
     kBehind,  // it came behind a newest value that lies ahead of the clock
     kReset,   // it is the newest, whatever was known
   };
+  /// A value that was judged.
   struct Judged {
     std::uint64_t key = 0;
     NewestValue value;

@@ -189,10 +189,12 @@ bool KSRuleInstance::Evaluation::TakeValue(const VarInfo& variable) {
   }
   if (!TakeVariableType(variable, definition)) {
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
-           "Variable type is changed. the variable type is mismatch to variable value type.Var:%s, "
-           "device:%s, source:%s, interface:%s.",
-           variable.variableName.c_str(), subject_.deviceName.c_str(),
-           subject_.variableSource.c_str(), variable.interfaceValue.c_str());
+           "Variable type is changed. the variable type is mismatch to variable value type.Var:%s",
+           variable.variableName.c_str());
+    KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
+           "Refused: device:%s, source:%s, interface:%s, variable:%s.",
+           subject_.deviceName.c_str(), subject_.variableSource.c_str(),
+           variable.interfaceValue.c_str(), variable.variableName.c_str());
     return Refuse(kRefusalType);
   }
   const std::shared_ptr<KSDataBase> point = CreateDataPoint(variable, subject_.time);

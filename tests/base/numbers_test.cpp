@@ -15,7 +15,8 @@ namespace {
 constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kMax64 = std::numeric_limits<std::int64_t>::max();
 
-std::string Text(double value) {
+template <class T>
+std::string Text(T value) {
   std::string text = "x";
   AppendNumber(text, value);
   EXPECT_EQ(text[0], 'x') << "appends, does not replace";

@@ -49,7 +49,7 @@ class CheckingWork : public RunWork {
       EXPECT_TRUE(running_.insert(unit).second) << "two runs of one unit at once";
       EXPECT_FALSE(pending_[run.parsed.domain].contains(unit)) << "rows are pending";
       EXPECT_LT(last_[unit], run.parsed.time) << "out of order";
-      last_[unit] = run.parsed.time;
+      last_[unit] = static_cast<int>(run.parsed.time);
       ++evaluated_;
     }
     if (duringEvaluation) duringEvaluation(run);
@@ -88,7 +88,7 @@ class CheckingWork : public RunWork {
   }
 
   void Deliver(const Runs& runs) noexcept override {
-    for (const auto& run : runs) delivered.push_back(run->parsed.time);
+    for (const auto& run : runs) delivered.push_back(static_cast<int>(run->parsed.time));
     if (duringDelivery) duringDelivery();
   }
 

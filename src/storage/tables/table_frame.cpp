@@ -86,16 +86,16 @@ bool IsSuperJournal(std::string_view name, std::string_view database) {
 }
 
 // Whether the journals that a super-journal lists, each name ended by a NUL, are all gone.
-// Those of a commit that runs are there from before it is written until it is removed.
+// Those of a commit that runs are there from before it is written until it is removed; no
+// journal names one that lists none.
 bool ListsGoneJournals(const std::filesystem::path& superJournal) {
   std::ifstream file(superJournal, std::ios::binary);
+  if (!file) return false;
   std::string name;
-  bool any = false;
   while (std::getline(file, name, '\0')) {
     if (PathError(name) != ENOENT) return false;
-    any = true;
   }
-  return any;
+  return true;
 }
 
 // A commit over two files that was killed while it began leaves the list of its journals
