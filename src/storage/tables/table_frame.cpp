@@ -85,32 +85,36 @@ bool IsSuperJournal(std::string_view name, std::string_view database) {
          name.substr(database.size()).starts_with(kMark);
 }
 
-// Whether the journals that a super-journal lists, each name ended by a NUL, are all gone.
-// Those of a commit that runs are there from before it is written until it is removed; no
-// journal names one that lists none.
-bool ListsGoneJournals(const std::filesystem::path& superJournal) {
+// Whether nobody needs a super-journal: of the journals that it lists, each name ended by a
+// NUL, there are none but those of the two files that are held.
+bool IsAbandoned(const std::filesystem::path& superJournal, const std::string& first,
+                 const std::string& second) {
   std::ifstream file(superJournal, std::ios::binary);
   if (!file) return false;
   std::string name;
   while (std::getline(file, name, '\0')) {
-    if (PathError(name) != ENOENT) return false;
+    if (name != first && name != second && PathError(name) != ENOENT) return false;
   }
   return true;
 }
 
-// A commit over two files that was killed while it began leaves the list of its journals
-// behind, which no journal names and nobody else would remove. Called with both files held
-// for writing, when their own journals are gone.
-void RemoveAbandonedSuperJournals(const std::string& database) {
+// A commit over two files that broke off while it began leaves the list of its journals
+// behind, which nobody else would remove. Called with both files held for writing: SQLite has
+// rolled back by then what their journals held, and no other commit over them runs.
+void RemoveAbandonedSuperJournals(const std::string& database, const std::string& second) {
   namespace fs = std::filesystem;
   const fs::path place(database);
   const std::string own = place.filename().string();
+  constexpr const char* kJournal = "-journal";
+  const std::string beside = (place.parent_path() / fs::path(second).filename()).string();
   std::error_code error;
   for (fs::directory_iterator entry(place.parent_path(), error), end; !error && entry != end;
        entry.increment(error)) {
     if (!IsSuperJournal(entry->path().filename().string(), own)) continue;
     std::error_code ignored;
-    if (ListsGoneJournals(entry->path())) fs::remove(entry->path(), ignored);
+    if (IsAbandoned(entry->path(), database + kJournal, beside + kJournal)) {
+      fs::remove(entry->path(), ignored);
+    }
   }
 }
 
@@ -227,7 +231,7 @@ TableOutcome TableFrame::RunBothLocked(CppSQLite3DB& db, const std::string& firs
     db.requireKnownSchema(kSecond);
     if (!HasRollbackJournal(db, "main") || !HasRollbackJournal(db, kSecond)) return;
     db.execDML(kBeginForWriting);
-    RemoveAbandonedSuperJournals(db.fileName());
+    RemoveAbandonedSuperJournals(db.fileName(), secondFile);
     DeferredLog madeLog(second.function, second.source);
     if (!db.tableExists(second.table, kSecond)) MakeTable(db, kSecond, secondFile, second, madeLog);
     MakeIndex(db, "main", first);
