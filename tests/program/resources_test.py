@@ -14,8 +14,7 @@ import sys
 import tempfile
 import unittest
 
-LIBRARY = os.path.abspath(sys.argv.pop())
-PROGRAM = os.path.abspath(sys.argv.pop())
+PROGRAM, LIBRARY = (os.path.abspath(sys.argv.pop(1)) for _ in range(2))
 ADDRESSES = 1 << 47  # bytes; no thread can have a stack as large
 START = 1_790_000_000
 
