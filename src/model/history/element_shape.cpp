@@ -73,6 +73,7 @@ void AllowText(std::string_view text, std::size_t at, std::size_t end, const Pla
 
 void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
   blocks_ = 0;
+  isJudged_ = false;
   if (dataType == KSDataTable) return;
   if (text.size() > kMostBytes || text.size() < sizeof(Bytes)) return;
   std::array<char, kMostBytes> least{};
@@ -94,9 +95,10 @@ void ElementShape::Take(EnumKSDataType dataType, std::string_view text) {
     AllowInteger(whole, wholeEnd, isNegative_, places);
   } else if (dataType == KSDataDouble || dataType == KSDataFloat) {
     const std::size_t end = EndOfDigits(text, wholeEnd + 1);
-    const std::size_t mostDigits = dataType == KSDataDouble ? 15 : 7;
     decimals_ = end - wholeEnd - 1;
-    if (!AllowReal(text, whole, wholeEnd, end, mostDigits, places)) return;
+    const bool isDouble = dataType == KSDataDouble;
+    if (!AllowReal(text, whole, wholeEnd, end, isDouble ? 15 : kFloatDigits, places)) return;
+    isJudged_ = !isDouble && wholeDigits_ + decimals_ > kShortFloatDigits;
   } else {
     AllowText(text, valueAt_, text.size(), places);
   }
@@ -151,6 +153,13 @@ const char* ElementShape::PassBlocks(const char* next, const char* end) const {
 }
 
 const char* ElementShape::Pass(const char* next, const char* end) const {
+  const char* const alike = PassAlike(next, end);
+  if (!isJudged_) return alike;
+  while (next != alike && FloatOfOwnText(DigitsOf(next), decimals_)) next += size_;
+  return next;
+}
+
+const char* ElementShape::PassAlike(const char* next, const char* end) const {
   switch (blocks_) {
     case 2:
       return PassBlocks<2>(next, end);

@@ -17,7 +17,8 @@ namespace keelstone {
 /// The shape of one element of a history's list with the comma behind it: for each byte the
 /// range of characters that may stand there. Successive elements mostly differ in a few
 /// digits only, so that the next one is compared with the shape of the one before, 16 bytes
-/// at a time, instead of being read. What fits a shape is written as the library writes it.
+/// at a time, instead of being read. What fits a shape, and is judged where its digits alone
+/// do not tell, is written as the library writes it.
 class ElementShape {
  public:
   /// Takes the shape of an element, `text`, that was read and found to be of the library's
@@ -42,12 +43,21 @@ class ElementShape {
   static constexpr std::size_t kMostBlocks = 5;
   static constexpr std::size_t kMostBytes = kMostBlocks * sizeof(Bytes);
 
+  const char* PassAlike(const char* next, const char* end) const;
   template <std::size_t kBlocks>
   const char* PassBlocks(const char* next, const char* end) const;
 
   static std::int64_t ReadInteger(const char* text, std::size_t digits, bool isNegative) {
     const auto number = static_cast<std::int64_t>(ReadKnownDigits(text + isNegative, digits));
     return isNegative ? -number : number;
+  }
+
+  std::uint64_t DigitsOf(const char* element) const {
+    const char* const whole = element + valueAt_ + (isNegative_ ? 1 : 0);
+    const char* const decimals = whole + wholeDigits_ + 1;
+    const std::uint64_t number = ReadKnownDigits(whole, wholeDigits_);
+    if (decimals_ == 1) return number * 10 + static_cast<std::uint64_t>(*decimals - '0');
+    return number * kPowersOfTen[decimals_] + ReadKnownDigits(decimals, decimals_);
   }
 
   static constexpr std::size_t kTimeAt = kHistoryTimeKey.size();
@@ -59,6 +69,7 @@ class ElementShape {
   std::size_t wholeDigits_ = 0;
   std::size_t decimals_ = 0;
 
+  bool isJudged_ = false;  // floats whose digits have to be judged by their value
   std::size_t size_ = 0;
   std::size_t blocks_ = 0;
   std::array<Bytes, kMostBlocks> least_{};

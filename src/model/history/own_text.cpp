@@ -1,6 +1,5 @@
 #include "model/history/own_text.h"
 
-#include <bit>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
@@ -24,28 +23,6 @@ constexpr std::uint64_t kShortDigits = 1'000'000'000'000'000U;
 static_assert(FLT_EVAL_METHOD == 0, "a quotient must be rounded to double at once");
 
 constexpr double kLeastPlain = 1e-4;  // what is smaller is written with an exponent
-
-// From a thousandth on, the same is true of decimals of up to 7 digits and floats. No float
-// needs more than 9.
-constexpr std::uint64_t kShortFloatDigits = 10'000'000U;
-constexpr float kLeastShortFloat = 1e-3F;
-constexpr std::uint64_t kFloatDigits = 1'000'000'000U;
-
-/// Whether a decimal of up to 9 digits that reads as the float `value` is what it is
-/// written as: the nearest of its length, and no shorter one reads so. False when that is
-/// too close to tell.
-bool IsWrittenAs(float value, std::uint64_t digits, double power) {
-  // All in units of the last digit. The product is exact: a rounded one and its rest.
-  const auto wide = static_cast<double>(value);
-  const double product = wide * power;
-  const double rest = std::fma(wide, power, -product);
-  const double off = (product - static_cast<double>(digits)) + rest;
-  // How far from the value a text may read as it.
-  const auto next = std::bit_cast<float>(std::bit_cast<std::uint32_t>(value) + 1);
-  const double reach = (static_cast<double>(next) - wide) / 2 * power;
-  const auto last = static_cast<double>(digits % 10);
-  return std::fabs(off) < 0.49 && last + off > 1.01 * reach && 10 - last - off > 1.01 * reach;
-}
 
 double Narrow(double value, double* /*as*/) { return value; }
 float Narrow(double value, float* /*as*/) { return NarrowToFloat(value); }
@@ -114,13 +91,11 @@ bool OwnTextReader::Read(double& value) {
 bool OwnTextReader::Read(float& value) {
   const char* const before = next_;
   Decimal decimal;
-  if (ReadDecimal(decimal) && decimal.digits < kFloatDigits) {
-    const double power = kRealPowersOfTen[decimal.decimals];
-    const float magnitude = NarrowToFloat(static_cast<double>(decimal.digits) / power);
-    const bool isShort = decimal.digits < kShortFloatDigits && magnitude >= kLeastShortFloat;
-    if (decimal.digits == 0 || isShort ||
-        (magnitude >= kLeastShortFloat && IsWrittenAs(magnitude, decimal.digits, power))) {
-      value = decimal.negative ? -magnitude : magnitude;
+  if (ReadDecimal(decimal)) {
+    const auto magnitude =
+        FloatOfOwnText(decimal.digits, static_cast<std::size_t>(decimal.decimals));
+    if (magnitude) {
+      value = decimal.negative ? -*magnitude : *magnitude;
       return true;
     }
   }
