@@ -28,7 +28,6 @@ template <class Table>
 struct SettingsCase {
   using Type = Table;
   static constexpr int kNoFile = 1;
-  static constexpr int kNoTable = 1;
   static constexpr int kError = 0;
   static int Read(Table& table) { return table.LoadDBData(); }
 };
@@ -54,7 +53,6 @@ struct ObjectCase {
   using Type = KSObjectRuleSql;
   static constexpr int kDbType = kDbObjectRule;
   static constexpr int kNoFile = 0;
-  static constexpr int kNoTable = 1;
   static constexpr int kError = -1;
   static constexpr const char* kFunction =
       "KSObjectRuleSql::GetMultiRuleDefinitionDataByDevParsers";

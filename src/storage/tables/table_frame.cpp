@@ -1,12 +1,15 @@
 #include "storage/tables/table_frame.h"
 
+#include <dirent.h>
+#include <unistd.h>
+
 #include <sqlite3.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -87,7 +90,7 @@ bool IsSuperJournal(std::string_view name, std::string_view database) {
 
 // Whether nobody needs a super-journal: of the journals that it lists, each name ended by a
 // NUL, there are none but those of the two files that are held.
-bool IsAbandoned(const std::filesystem::path& superJournal, const std::string& first,
+bool IsAbandoned(const std::string& superJournal, const std::string& first,
                  const std::string& second) {
   std::ifstream file(superJournal, std::ios::binary);
   if (!file) return false;
@@ -98,23 +101,27 @@ bool IsAbandoned(const std::filesystem::path& superJournal, const std::string& f
   return true;
 }
 
+struct CloseFolder {
+  void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+
 // A commit over two files that broke off while it began leaves the list of its journals
 // behind, which nobody else would remove. Called with both files held for writing: SQLite has
 // rolled back by then what their journals held, and no other commit over them runs.
 void RemoveAbandonedSuperJournals(const std::string& database, const std::string& second) {
-  namespace fs = std::filesystem;
-  const fs::path place(database);
-  const std::string own = place.filename().string();
+  const std::size_t slash = database.rfind('/') + 1;
+  const std::string folder = database.substr(0, slash);
+  const std::string own = database.substr(slash);
+  const std::string beside = folder + second.substr(second.rfind('/') + 1);
   constexpr const char* kJournal = "-journal";
-  const std::string beside = (place.parent_path() / fs::path(second).filename()).string();
-  std::error_code error;
-  for (fs::directory_iterator entry(place.parent_path(), error), end; !error && entry != end;
-       entry.increment(error)) {
-    if (!IsSuperJournal(entry->path().filename().string(), own)) continue;
-    std::error_code ignored;
-    if (IsAbandoned(entry->path(), database + kJournal, beside + kJournal)) {
-      fs::remove(entry->path(), ignored);
-    }
+  // Not by the standard library's iterator, which ends the process when memory is short.
+  const std::unique_ptr<DIR, CloseFolder> entries(::opendir(folder.c_str()));
+  if (entries == nullptr) return;
+  while (const dirent* const entry = ::readdir(entries.get())) {
+    const char* const name = static_cast<const char*>(entry->d_name);
+    if (!IsSuperJournal(name, own)) continue;
+    const std::string path = folder + name;
+    if (IsAbandoned(path, database + kJournal, beside + kJournal)) ::unlink(path.c_str());
   }
 }
 
