@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <set>
@@ -78,8 +80,8 @@ std::string DomainsOfRoot(std::vector<std::string>& domains) {
     if (DomainFolderName(id) != name) continue;
     if (CheckDomain(id, false).condition != DomainCheck::Condition::kAbsent) domains.push_back(id);
   }
-  if (failure && failure != std::errc::no_such_file_or_directory) {
-    return folder.string() + ": " + failure.message();
+  if (failure && failure.value() != ENOENT) {
+    return folder.string() + ": " + std::strerror(failure.value());
   }
   std::sort(domains.begin(), domains.end());
   return {};

@@ -192,9 +192,9 @@ bool KSRuleInstance::Evaluation::TakeValue(const VarInfo& variable) {
            "Variable type is changed. the variable type is mismatch to variable value type.Var:%s",
            variable.variableName.c_str());
     KS_LOG(kModule, kProcessVariable, kSourceFile, kLogError,
-           "Refused: device:%s, source:%s, interface:%s, variable:%s.",
-           subject_.deviceName.c_str(), subject_.variableSource.c_str(),
-           variable.interfaceValue.c_str(), variable.variableName.c_str());
+           "Refused: device:%s, source:%s, interface:%s, variable:%s.", subject_.deviceName.c_str(),
+           subject_.variableSource.c_str(), variable.interfaceValue.c_str(),
+           variable.variableName.c_str());
     return Refuse(kRefusalType);
   }
   const std::shared_ptr<KSDataBase> point = CreateDataPoint(variable, subject_.time);
