@@ -1,4 +1,4 @@
-#include "storage/interface_translator.h"
+#include "keelstone/interface_translator.h"
 
 #include <cerrno>
 #include <exception>
@@ -9,7 +9,7 @@
 #include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/logger.h"
-#include "storage/resource_adaptor.h"
+#include "keelstone/resource_adaptor.h"
 
 namespace keelstone {
 

@@ -1,4 +1,4 @@
-#include "storage/resource_adaptor.h"
+#include "keelstone/resource_adaptor.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 
 #include "keelstone/cppsqlite3.h"
 #include "keelstone/data_sync_manager.h"
-#include "storage/interface_translator.h"
+#include "keelstone/interface_translator.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

@@ -5,8 +5,8 @@
 #include <thread>
 
 #include "keelstone/domain_data_manager.h"
+#include "keelstone/interface_translator.h"
 #include "keelstone/write_behind.h"
-#include "storage/interface_translator.h"
 #include "tests/storage/merge_fixture.h"
 #include "tests/support/file_text.h"
 #include "tests/support/log_capture.h"

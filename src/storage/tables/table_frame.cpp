@@ -17,8 +17,8 @@
 #include "keelstone/filesystem.h"
 #include "keelstone/first_failure.h"
 #include "keelstone/logger.h"
+#include "keelstone/resource_adaptor.h"
 #include "storage/load/unit_changes.h"
-#include "storage/resource_adaptor.h"
 
 namespace keelstone {
 

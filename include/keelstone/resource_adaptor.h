@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_STORAGE_RESOURCE_ADAPTOR_H
-#define KEELSTONE_STORAGE_RESOURCE_ADAPTOR_H
+#ifndef KEELSTONE_RESOURCE_ADAPTOR_H
+#define KEELSTONE_RESOURCE_ADAPTOR_H
 
 #include <boost/uuid/uuid.hpp>
 #include <map>
@@ -43,4 +43,4 @@ class KEELSTONE_EXPORT FSResourceAdaptor {
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_STORAGE_RESOURCE_ADAPTOR_H
+#endif  // KEELSTONE_RESOURCE_ADAPTOR_H
