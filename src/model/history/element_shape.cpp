@@ -1,6 +1,7 @@
 #include "model/history/element_shape.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -56,6 +57,16 @@ bool AllowReal(std::string_view text, std::size_t at, std::size_t point, std::si
     places.Allow(decimals, '1', '9');  // 0.1 and above
   }
   return true;
+}
+
+/// IsFloatText for a million and above with one decimal. The floats between two powers of two
+/// lie so far apart there that each whole number is followed by the same decimals.
+bool IsFloatWithOneDecimal(std::uint64_t whole, int decimal) {
+  // A bit for each decimal, by the bits of the whole number; steps of 1/16, 1/8, 1/4, 1/2, 1.
+  constexpr std::array<unsigned, 5> kDecimals = {0x3FF, 0x377, 0x125, 0x021, 0x001};
+  constexpr unsigned kFirst = 20;
+  const auto row = static_cast<unsigned>(std::bit_width(whole)) - kFirst;
+  return row < kDecimals.size() && (kDecimals[row] >> static_cast<unsigned>(decimal) & 1U) != 0;
 }
 
 /// A text from `at` to `end`: digits and letters in place of such as they are. None of them
@@ -154,8 +165,29 @@ const char* ElementShape::PassBlocks(const char* next, const char* end) const {
 
 const char* ElementShape::Pass(const char* next, const char* end) const {
   const char* const alike = PassAlike(next, end);
-  if (!isJudged_) return alike;
-  while (next != alike && FloatOfOwnText(DigitsOf(next), decimals_)) next += size_;
+  return isJudged_ ? PassFloats(next, alike) : alike;
+}
+
+/// Where the floats from `next` on, all of this shape, are no longer the library's own texts;
+/// `end` when all are. The digits before the point are eight at most.
+const char* ElementShape::PassFloats(const char* next, const char* end) const {
+  const auto power = static_cast<double>(kPowersOfTen[decimals_]);
+  const double inverse = 1 / power;
+  const std::size_t wholeAt = valueAt_ + (isNegative_ ? 1 : 0);
+  const std::size_t pointAt = wholeAt + wholeDigits_;
+  const std::size_t shift = 64 - 8 * wholeDigits_;
+  for (; next != end; next += size_) {
+    const std::uint64_t digits = (EightCharacters(next + wholeAt) - kEightZeros) << shift;
+    const std::uint64_t whole = ValueOfEightDigits(digits);
+    const int last = next[pointAt + decimals_] - '0';
+    if (decimals_ == 1) {
+      if (!IsFloatWithOneDecimal(whole, last)) break;
+      continue;
+    }
+    const std::uint64_t decimals = ReadKnownDigits(next + pointAt + 1, decimals_);
+    const auto number = static_cast<double>(whole * kPowersOfTen[decimals_] + decimals);
+    if (!IsFloatText(number, static_cast<double>(last), power, inverse)) break;
+  }
   return next;
 }
 

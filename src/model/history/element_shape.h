@@ -44,20 +44,13 @@ class ElementShape {
   static constexpr std::size_t kMostBytes = kMostBlocks * sizeof(Bytes);
 
   const char* PassAlike(const char* next, const char* end) const;
+  const char* PassFloats(const char* next, const char* end) const;
   template <std::size_t kBlocks>
   const char* PassBlocks(const char* next, const char* end) const;
 
   static std::int64_t ReadInteger(const char* text, std::size_t digits, bool isNegative) {
     const auto number = static_cast<std::int64_t>(ReadKnownDigits(text + isNegative, digits));
     return isNegative ? -number : number;
-  }
-
-  std::uint64_t DigitsOf(const char* element) const {
-    const char* const whole = element + valueAt_ + (isNegative_ ? 1 : 0);
-    const char* const decimals = whole + wholeDigits_ + 1;
-    const std::uint64_t number = ReadKnownDigits(whole, wholeDigits_);
-    if (decimals_ == 1) return number * 10 + static_cast<std::uint64_t>(*decimals - '0');
-    return number * kPowersOfTen[decimals_] + ReadKnownDigits(decimals, decimals_);
   }
 
   static constexpr std::size_t kTimeAt = kHistoryTimeKey.size();

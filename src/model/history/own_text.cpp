@@ -24,6 +24,11 @@ static_assert(FLT_EVAL_METHOD == 0, "a quotient must be rounded to double at onc
 
 constexpr double kLeastPlain = 1e-4;  // what is smaller is written with an exponent
 
+// From a thousandth on, the same is true of decimals of up to 7 digits and floats.
+constexpr std::uint64_t kShortFloatDigitsEnd = 10'000'000U;
+constexpr std::uint64_t kFloatDigitsEnd = 1'000'000'000U;
+constexpr float kLeastShortFloat = 1e-3F;
+
 double Narrow(double value, double* /*as*/) { return value; }
 float Narrow(double value, float* /*as*/) { return NarrowToFloat(value); }
 
@@ -91,11 +96,15 @@ bool OwnTextReader::Read(double& value) {
 bool OwnTextReader::Read(float& value) {
   const char* const before = next_;
   Decimal decimal;
-  if (ReadDecimal(decimal)) {
-    const auto magnitude =
-        FloatOfOwnText(decimal.digits, static_cast<std::size_t>(decimal.decimals));
-    if (magnitude) {
-      value = decimal.negative ? -*magnitude : *magnitude;
+  if (ReadDecimal(decimal) && decimal.digits < kFloatDigitsEnd) {
+    const double power = kRealPowersOfTen[decimal.decimals];
+    const auto number = static_cast<double>(decimal.digits);
+    const auto last = static_cast<double>(decimal.digits % 10);
+    const auto magnitude = static_cast<float>(number / power);
+    const bool isPlain = decimal.digits == 0 || magnitude >= kLeastShortFloat;
+    if (isPlain &&
+        (decimal.digits < kShortFloatDigitsEnd || IsFloatText(number, last, power, 1 / power))) {
+      value = decimal.negative ? -magnitude : magnitude;
       return true;
     }
   }

@@ -51,32 +51,26 @@ inline std::uint64_t ReadKnownDigits(const char* text, std::size_t count) {
 inline constexpr std::size_t kShortFloatDigits = 7;
 inline constexpr std::size_t kFloatDigits = 9;
 
-/// The float that digits / 10^decimals reads as, if this is what it is written as: the nearest
-/// decimal of its length, where no shorter one reads so. Nothing when it is not, when that is
-/// too close to tell, and for what is below a thousandth or has more than 9 digits.
-inline std::optional<float> FloatOfOwnText(std::uint64_t digits, std::size_t decimals) {
-  constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11};
-  if (decimals >= std::size(kPowers) || digits >= 1'000'000'000U) return std::nullopt;
-  if (digits == 0) return 0.0F;
-  const double power = kPowers[decimals];
-  const auto number = static_cast<double>(digits);
-  const auto value = static_cast<float>(number / power);
-  if (!(value >= 1e-3F)) return std::nullopt;
-  if (digits < 10'000'000U) return value;
+/// Whether a decimal of 8 or 9 digits is how a float is written: the nearest decimal of its
+/// length, where no shorter one reads as it. `number` has its digits, and is the decimal times
+/// `power`, a power of ten whose inverse is `inverse`; `last` is the last digit. False when
+/// that is too close to tell. Without branches: last digits are as good as random.
+inline bool IsFloatText(double number, double last, double power, double inverse) {
+  const auto value = static_cast<float>(number * inverse);
+  const auto bits = std::bit_cast<std::uint32_t>(value);
   // All in units of the last digit. The product of 24 bits and a power of five is exact.
   const auto wide = static_cast<double>(value);
   const double off = wide * power - number;
-  // How far from the value a text may read as it; behind the point of a whole number stands
-  // a zero that does not count.
-  const auto next = std::bit_cast<float>(std::bit_cast<std::uint32_t>(value) + 1);
-  const double reach = (static_cast<double>(next) - wide) * 0.505 * power;
-  const auto last = static_cast<double>(digits % 10);
-  // Without branches: the last digits of many values are as good as random.
-  const bool isNearest = (std::fabs(off) < 0.5) | ((std::fabs(off) == 0.5) & (digits % 2 == 0));
-  const bool isShortest = (last + off > reach) & (10 - last - off > reach);
-  const bool isWhole = (decimals == 1) & (last == 0.0) & (number < 167'772'160.0) & (off == 0.0);
-  if (((isNearest & isShortest) | isWhole) == 0) return std::nullopt;
-  return value;
+  const double size = std::fabs(off);
+  // How far from the value a text reads as it; below a power of two it is half as far.
+  const double reach = (static_cast<double>(std::bit_cast<float>(bits + 1)) - wide) * 0.5 * power;
+  const bool isRead = (size < 0.99 * reach) & ((bits & 0x7FFFFFU) != 0);
+  const bool isEven = (static_cast<unsigned>(last) & 1U) == 0;
+  const bool isNearest = (size < 0.5) | ((size == 0.5) & isEven);
+  const bool isShortest = (last + off > 1.01 * reach) & (10 - last - off > 1.01 * reach);
+  // Behind the point of a whole number stands a zero that does not count.
+  const bool isWhole = (power == 10) & (last == 0) & (number < 167'772'160.0) & (off == 0);
+  return ((isRead & isNearest & isShortest) | isWhole) != 0;
 }
 
 /// The double nearest to whole + decimals / 10^count, for at most 15 digits in all.
