@@ -5,24 +5,22 @@
 #include <new>
 
 #include "base/text/utf8.h"
+#include "base/threads/thread_owned.h"
 #include "keelstone/cppsqlite3.h"
 
 namespace keelstone::c {
 
 namespace {
 
-struct LastFailure {
-  std::string text;
-  const char* shown = "";
-};
-thread_local LastFailure lastFailure;
+thread_local const char* lastFailure = "";
 
 void Remember(const char* what) noexcept {
   try {
-    lastFailure.text = what;
-    lastFailure.shown = lastFailure.text.c_str();
+    std::string& text = ThreadOwned<std::string>::Get();
+    text = what;
+    lastFailure = text.c_str();
   } catch (...) {
-    lastFailure.shown = "out of memory";
+    lastFailure = "out of memory";
   }
 }
 
@@ -51,7 +49,7 @@ ks_status RememberFailure() noexcept {
   }
 }
 
-const char* RememberedFailure() noexcept { return lastFailure.shown; }
+const char* RememberedFailure() noexcept { return lastFailure; }
 
 std::string_view Text(const char* text, const char* name, std::size_t length) {
   if (text == nullptr) {

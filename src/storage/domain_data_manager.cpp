@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "base/threads/thread_owned.h"
 #include "keelstone/rule_settings.h"
 #include "storage/tables/deferred_log.h"
 
@@ -42,14 +43,14 @@ std::shared_ptr<KSDataManagerSql> KSDomainDataManager::GetKSDataManager(
 }
 
 std::shared_ptr<const RuleSettings> DomainRuleSettings(const std::string& domainId) {
-  thread_local FetchedSettings fetched;
-  // Before fetching: a reload in between leaves a generation that is past already.
-  const std::uint64_t generation = GlobalSettingsGeneration();
-  if (fetched.settings != nullptr && fetched.generation == generation &&
-      fetched.domainId == domainId) {
-    return fetched.settings;
-  }
   try {
+    FetchedSettings& fetched = ThreadOwned<FetchedSettings>::Get();
+    // Before fetching: a reload in between leaves a generation that is past already.
+    const std::uint64_t generation = GlobalSettingsGeneration();
+    if (fetched.settings != nullptr && fetched.generation == generation &&
+        fetched.domainId == domainId) {
+      return fetched.settings;
+    }
     const auto manager = KSDomainDataManager::Instance()->GetKSDataManager(domainId);
     // A counter of the thread's own around the shared one: taking and dropping what is
     // answered must not have all cores write the same cache line for every value.

@@ -2,8 +2,10 @@
 
 #include <iterator>
 #include <memory>
+#include <new>
 
 #include "base/json/json_node.h"
+#include "base/threads/thread_owned.h"
 
 namespace keelstone {
 namespace {
@@ -15,16 +17,11 @@ constexpr std::size_t kUsualDepth = 8;
 }  // namespace
 
 JsonModels* JsonModels::OfThread() noexcept {
-  // Has no destructor and so may be asked after the models were destroyed, by a text that
-  // is read when the program ends.
-  thread_local bool areGone = false;
-  struct Owner {
-    JsonModels models;
-    ~Owner() { areGone = true; }
-  };
-  if (areGone) return nullptr;
-  thread_local Owner owner;
-  return &owner.models;
+  try {
+    return &ThreadOwned<JsonModels>::Get();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 
 JsonTreeBuilder::JsonTreeBuilder()

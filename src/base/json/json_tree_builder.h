@@ -25,7 +25,7 @@ class JsonModels {
     JsonValue object;      // the last one with these names in the text being read, or Null
   };
 
-  /// The thread's, or nullptr when the thread is so near its end that they are gone.
+  /// The thread's, or nullptr when there is no memory for them.
   static JsonModels* OfThread() noexcept;
 
   /// A number for a name; other names may have it as well.

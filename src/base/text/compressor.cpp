@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "base/threads/thread_owned.h"
+
 namespace keelstone {
 
 namespace {
@@ -26,13 +28,8 @@ struct Contexts {
   }
 };
 
-Contexts& ThreadContexts() {
-  thread_local Contexts contexts;
-  return contexts;
-}
-
 ZSTD_CCtx* CompressContext() {
-  ZSTD_CCtx*& context = ThreadContexts().compress;
+  ZSTD_CCtx*& context = ThreadOwned<Contexts>::Get().compress;
   if (context == nullptr) {
     context = ZSTD_createCCtx();
     if (context != nullptr) {
@@ -44,7 +41,7 @@ ZSTD_CCtx* CompressContext() {
 }
 
 ZSTD_DCtx* DecompressContext() {
-  ZSTD_DCtx*& context = ThreadContexts().decompress;
+  ZSTD_DCtx*& context = ThreadOwned<Contexts>::Get().decompress;
   if (context == nullptr) context = ZSTD_createDCtx();
   return context;
 }
