@@ -15,6 +15,7 @@
 #include "program/evaluate/evaluate_command.h"
 #include "program/evaluate/output_writer.h"
 #include "program/exit_codes.h"
+#include "program/report/fingerprint.h"
 #include "program/report/report_command.h"
 
 namespace keelstone::host {
@@ -106,6 +107,7 @@ int RunProgram(int argc, char** argv) {
 }  // namespace keelstone::host
 
 int main(int argc, char** argv) {
+  keelstone::host::PrepareDigests();
   // However well it is dealt with where it happens: no exit code hides a want of memory.
   std::set_new_handler([] {
     keelstone::CountMemoryFault();

@@ -7,6 +7,14 @@
 
 namespace keelstone::host {
 
+void PrepareDigests() noexcept {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  for (const EVP_MD* kind : {EVP_md5(), EVP_sha256()}) {
+    // One that is refused is refused to those who need it.
+    static_cast<void>(EVP_Digest("", 0, digest.data(), nullptr, kind, nullptr));
+  }
+}
+
 Fingerprint FingerprintOf(std::span<const std::string> texts) {
   // With its length in front of each, no two lists make the same bytes.
   std::string joined;

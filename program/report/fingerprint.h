@@ -17,6 +17,10 @@ struct FingerprintHash {
   std::size_t operator()(const Fingerprint& print) const noexcept { return print[0]; }
 };
 
+/// Has the cryptographic library set itself up: when memory ends while it does, later uses
+/// end the process. Before anything else.
+void PrepareDigests() noexcept;
+
 /// std::runtime_error when the cryptographic library refuses SHA-256.
 Fingerprint FingerprintOf(std::span<const std::string> texts);
 

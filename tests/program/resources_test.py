@@ -17,6 +17,7 @@ import unittest
 PROGRAM, LIBRARY = (os.path.abspath(sys.argv.pop(1)) for _ in range(2))
 ADDRESSES = 1 << 47  # bytes; no thread can have a stack as large
 START = 1_790_000_000
+POINTS = 150  # of an evaluation, at each of which memory fails
 
 
 def recording(rounds, devices):
@@ -123,9 +124,9 @@ class ResourcesTest(unittest.TestCase):
         count = int(said.split("allocations: ")[1])
         stored = self.stored()
         codes = set()
-        for i in range(300):
+        for i in range(POINTS):
             for failing in (1, 1000):
-                environment.update(FAIL_AT=str(1 + count * i // 300), FAIL_COUNT=str(failing))
+                environment.update(FAIL_AT=str(1 + count * i // POINTS), FAIL_COUNT=str(failing))
                 code, out, said = self.run_in({}, *work, env=environment)
                 self.assertIn(code, (0, 2, 3), (environment["FAIL_AT"], failing, said))
                 codes.add(code)
@@ -136,12 +137,12 @@ class ResourcesTest(unittest.TestCase):
         self.assertIn(3, codes)
 
     def test_memory_that_is_limited(self):
-        lines = self.write("in.jsonl", recording(12, 30))
-        work = ("evaluate", "--enroll", "--all", "--threads", "8", lines)
+        lines = self.write("in.jsonl", recording(12, 8))
+        work = ("evaluate", "--enroll", "--all", "--threads", "4", lines)
         expected = self.run_in({}, *work)
         least = next(mb for mb in range(10, 200) if self.run_in({resource.RLIMIT_AS: mb << 20}, "init")[0] == 0)
         codes = set()
-        for limit in range(least, least + 120, 3):
+        for limit in range(least, least + 100, 4):
             code, out, said = self.run_in({resource.RLIMIT_AS: limit << 20}, *work)
             if code == -signal.SIGABRT and "Fatal glibc error: failed to register TLS destructor" in said:
                 continue  # the C library ends the process itself, whatever the program does
