@@ -96,6 +96,12 @@ void Hand(const std::vector<UnitRows>& units) {
   }
 }
 
+/// Every text of a unit's rows, whatever the order in which its database hands them out.
+std::vector<std::string> Sorted(std::vector<std::string> texts) {
+  std::sort(texts.begin(), texts.end());
+  return texts;
+}
+
 /// Whether both databases hold the same of every unit.
 bool AreAlike(const WorkRoot& root, const std::vector<UnitRows>& units) {
   const RawReader own(root.DomainFolder(kOwnDomain));
@@ -103,7 +109,7 @@ bool AreAlike(const WorkRoot& root, const std::vector<UnitRows>& units) {
   return std::all_of(units.begin(), units.end(), [&](const UnitRows& unit) {
     const UnitKey key(unit.device, kFleetSource, "");
     const RawReader::Rows rows = own.Read(key);
-    return rows.rules == unit.rules.size() && rows.texts == raw.Read(key).texts;
+    return rows.rules == unit.rules.size() && Sorted(rows.texts) == Sorted(raw.Read(key).texts);
   });
 }
 

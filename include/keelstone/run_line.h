@@ -76,8 +76,8 @@ class KEELSTONE_EXPORT RunLineReader {
   bool Require(std::string_view field, const Value& value);
   bool TakeString(std::string_view field, const Value& value, std::string& out);
   bool TakeBool(std::string_view field, const Value& value, bool& out);
-  template <class T>
-  bool TakeInteger(std::string_view field, const Value& value, T& out);
+  bool TakeInteger(std::string_view field, const Value& value, std::int64_t& out);
+  bool TakeInteger(std::string_view field, const Value& value, std::int32_t& out);
 
   std::string defaultDomain_;
   RawJson json_;

@@ -39,6 +39,19 @@ Fields TakeFields(
   return fields;
 }
 
+/// Reads an integer of T's width; what is wrong with the value, or nothing.
+template <class T>
+std::string ReadInteger(const RawJson::Value& value, T& out) {
+  if (!value) return {};
+  if (!value.Is(RawJson::Kind::kNumber) || !IsIntegerText(value.text())) {
+    return "must be an integer";
+  }
+  const std::string_view text = value.text();
+  const auto read = std::from_chars(text.data(), text.data() + text.size(), out);
+  if (read.ec == std::errc()) return {};
+  return "is out of range (" + std::to_string(8 * sizeof(T)) + " bits)";
+}
+
 }  // namespace
 
 struct RunLineReader::RunFields {
@@ -123,16 +136,14 @@ bool RunLineReader::TakeBool(std::string_view field, const Value& value, bool& o
   return true;
 }
 
-template <class T>
-bool RunLineReader::TakeInteger(std::string_view field, const Value& value, T& out) {
-  if (!value) return true;
-  if (!value.Is(Kind::kNumber) || !IsIntegerText(value.text())) {
-    return Fail(field, "must be an integer");
-  }
-  const std::string_view text = value.text();
-  const auto read = std::from_chars(text.data(), text.data() + text.size(), out);
-  return read.ec == std::errc() ||
-         Fail(field, "is out of range (" + std::to_string(8 * sizeof(T)) + " bits)");
+bool RunLineReader::TakeInteger(std::string_view field, const Value& value, std::int64_t& out) {
+  const std::string fault = ReadInteger(value, out);
+  return fault.empty() || Fail(field, fault);
+}
+
+bool RunLineReader::TakeInteger(std::string_view field, const Value& value, std::int32_t& out) {
+  const std::string fault = ReadInteger(value, out);
+  return fault.empty() || Fail(field, fault);
 }
 
 bool RunLineReader::ParseJson(std::string_view text) {

@@ -5,6 +5,7 @@
 #include <exception>
 #include <optional>
 
+#include "base/threads/thread_owned.h"
 #include "keelstone/bounded_regex.h"
 #include "keelstone/logger.h"
 
@@ -44,6 +45,25 @@ void Search(const std::string& value, LastSearch& last) {
   }
 }
 
+/// Fills `last`, unless it holds the search of this very value for this very pattern. After an
+/// exception it searches again.
+void SearchOnce(const std::string& value, const std::string& pattern, LastSearch& last) {
+  if (!last.expression || last.pattern != pattern) {
+    last = LastSearch();
+    last.pattern = pattern;
+    last.expression.emplace(pattern);
+  }
+  if (last.isSearched && last.value == value) return;
+  last.isSearched = false;
+  Search(value, last);
+  if (value.size() > kLongestKept) {
+    last.value = std::string();
+  } else {
+    last.value = value;
+    last.isSearched = true;
+  }
+}
+
 }  // namespace
 
 void KSStrRegexRule::LogRefusedHistory(const std::string& text) const {
@@ -52,30 +72,16 @@ void KSStrRegexRule::LogRefusedHistory(const std::string& text) const {
 }
 
 bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pattern) {
-  thread_local LastSearch last;
   try {
-    if (!last.expression || last.pattern != pattern) {
-      last = LastSearch();
-      last.expression.emplace(pattern);
-      last.pattern = pattern;
-    }
-    if (!last.isSearched || last.value != value) {
-      last.isSearched = false;
-      Search(value, last);
-      if (value.size() > kLongestKept) {
-        last.value = std::string();
-      } else {
-        last.value = value;
-        last.isSearched = true;
-      }
-    }
+    LastSearch& last = ThreadOwned<LastSearch>::Get();
+    SearchOnce(value, pattern, last);
+    if (last.failure.empty()) return last.isMatch;
+    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "%s", last.failure.c_str());
   } catch (const std::exception& error) {
     // Only for want of memory.
-    last = LastSearch();
-    last.failure = std::string("regex catch std exception: ") + error.what();
+    KS_LOG(kModule, kFunction, kSourceFile, kLogError, "regex catch std exception: %s",
+           error.what());
   }
-  if (last.failure.empty()) return last.isMatch;
-  KS_LOG(kModule, kFunction, kSourceFile, kLogError, "%s", last.failure.c_str());
   return false;
 }
 
