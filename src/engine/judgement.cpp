@@ -4,6 +4,7 @@
 
 #include "keelstone/algorithm_manager.h"
 #include "keelstone/numbers.h"
+#include "learn/rule_learning.h"
 
 namespace keelstone {
 
@@ -24,18 +25,18 @@ Judgement Relearn(const std::shared_ptr<KSDataBase>& point,
                   const Judgement::Terms& terms) {
   Judgement judgement;
   if (material.rule) material.feature = material.rule->GetDataFeature();
-  std::shared_ptr<IRuleBase> learned = KSRuleAlgMgr::Instance()->CalculateRule(
-      definition, material.history, material.feature, material.dataType, terms.domainId,
-      AlgTypeOf(material.dataType));
+  const RuleSettings& settings = *terms.settings.rules;
+  std::shared_ptr<IRuleBase> learned = LearnRule({definition, material.history, material.feature,
+                                                  material.dataType, terms.domainId, settings});
   if (learned) {
-    const bool isUpdated = learned->UpdateRule();
+    const bool isUpdated = learned->UpdateRuleWith(&settings);
     judgement.ruleChanged = !learned->IsEqual(material.rule.get());
     judgement.goldenChanged = isUpdated && judgement.ruleChanged;
     material.rule = std::move(learned);
   }
   if (material.rule && material.rule->LentHistory()) {
-    material.rule->LentHistory()->AddData(
-        point, terms.settings.rules->HistoryDataCount(material.rule->GetType()));
+    material.rule->LentHistory()->AddData(point,
+                                          settings.HistoryDataCount(material.rule->GetType()));
     judgement.historyAdded = true;
   }
   return judgement;
