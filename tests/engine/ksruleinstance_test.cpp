@@ -164,15 +164,6 @@ TEST_F(RuleInstance, TakesADefinitionOverAsItsOwnRule) {
   EXPECT_EQ(Document(), kNothing);
 }
 
-TEST_F(RuleInstance, KeepsTextsInTheParametersOfFloats) {
-  Define("limit", kIntLEQ, R"({"ruleParam":"80"})", 25);
-  Run(kNow, {Value("limit", 2, "-0.5", "", 25)}, true);
-  // The text is refused as a number, and the rule stands at its starting value.
-  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(),
-            R"({"_t":10,"_p":"{\"ruleParam\":\"80\"}","_v":"-0.5"})");
-  EXPECT_THAT(Rules(), ElementsAre(R"(10 {"ruleParam":-1.0})"));
-}
-
 TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
   ASSERT_TRUE(IniReader::SetInt("Keelstone", "StrValueLength", 6, "fix_frontserver.ini"));
   Prescribe("short", kIntLEQ, R"({"ruleParam":0})");
@@ -183,19 +174,6 @@ TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
             R"({"_t":10,"_p":"{\"ruleParam\":0}","_v":"1000000000 units"})");
   EXPECT_EQ(results_->GetKSAlertResults()[1]->GetAlertInfo(),
             R"({"_t":10,"_p":"{\"ruleParam\":0}"})");
-}
-
-TEST_F(RuleInstance, FollowsValuesWithinOneRun) {
-  Prescribe("counter", kIntIncrease, R"({"ruleParam":5})");
-  const auto instance = unit_.Start(kNow);
-  for (const char* value : {"9", "9", "8", "10"}) {
-    EXPECT_TRUE(instance->ProcessVariable(Value("counter", 1, value)));
-  }
-  const auto results = instance->GetUpdateResultData();
-  ASSERT_EQ(results->GetKSAlertResults().size(), 2U);
-  EXPECT_EQ(results->GetKSAlertResults()[1]->GetAlertInfo(),
-            R"({"_t":9,"_p":"{\"ruleParam\":9}","_v":"8"})");
-  EXPECT_EQ(results->GetKSValueUpdateResults().size(), 2U);
 }
 
 TEST_F(RuleInstance, CollectsHistoryOnlyBeyondTheInterval) {
@@ -269,26 +247,6 @@ TEST_F(RuleInstance, KnowsBlockPeriodsByTheClock) {
                                            "Time: 200 is in block time of device: r1."));
   EXPECT_EQ(Log()[0].level, 2);
   Clock::SetSource(nullptr);
-}
-
-TEST_F(RuleInstance, SeesWhatIsStillPending) {
-  Define("limit", kIntLEQ, R"({"ruleParam":80})");
-  Define("load");
-  const auto first = unit_.Start(kNow);
-  EXPECT_TRUE(first->ProcessVariable(Value("limit", 1, "5")));
-  EXPECT_TRUE(first->ProcessVariable(Value("load", 1, "5")));
-  first->SerializeLocalDB();
-  const auto second = unit_.Start(kNow + 1801);
-  EXPECT_TRUE(second->ProcessVariable(Value("limit", 1, "5")));  // no longer new
-  EXPECT_TRUE(second->ProcessVariable(Value("load", 1, "6")));
-  EXPECT_EQ(second->GetUpdateResultData()->ToJsonString(), kNothing);
-  unit_.Finish(*second);
-  const std::string both = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":5},)"
-                           R"({"liveTime":1700001801,"dataValue":6}]})";
-  EXPECT_THAT(Histories(), Contains(both));
-  first->SerializeLocalDB();  // what it has handed over before is older by now
-  unit_.Finish(*first);
-  EXPECT_THAT(Histories(), Contains(both));
 }
 
 }  // namespace

@@ -33,13 +33,11 @@ class NumericRuleKinds : public ::testing::Test {
   static std::string ParamText(double number) { return "{\"ruleParam\":" + Text(number) + "}"; }
 
   /// A rule as the learning algorithm asks it, on these values.
-  static std::shared_ptr<IRuleBase> Candidate(EnumRuleType type, const Values& values,
-                                              bool lessCount = false) {
+  static std::shared_ptr<IRuleBase> Candidate(EnumRuleType type, const Values& values) {
     auto rule = Make(type);
     const auto history = HistoryOf(values);
     rule->SetHistoryAndDataFeature(std::make_shared<RuleDefinitionData>(), history,
                                    FeatureOf<T>(history));
-    rule->setIsLessCountCondition(lessCount);
     return rule;
   }
 
@@ -69,81 +67,10 @@ std::vector<T> Repeat(int n, int value) {
 }
 
 template <class T>
-std::vector<T> Join(std::vector<T> first, const std::vector<T>& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
-template <class T>
-std::vector<T> Rising(int n, int from = 1) {
+std::vector<T> Rising(int n) {
   std::vector<T> values;
-  for (int i = 0; i < n; ++i) values.push_back(T(from + i));
+  for (int i = 0; i < n; ++i) values.push_back(T(1 + i));
   return values;
-}
-
-// Worked out by hand; more of them, on and beside each limit, are in learned_cases_test.cpp.
-TYPED_TEST(NumericRuleKinds, FitAndLearnWhatTheHandWorkedCasesSay) {
-  using T = TypeParam;
-  struct Case {
-    const char* about;
-    EnumRuleType type;
-    bool lessCount;
-    std::vector<T> values;
-    std::vector<double> param;  // empty: does not fit
-    std::int64_t time;
-  };
-  const std::vector<T> states = {1, 2, 1, 2, 1, 2, 1, 2, 1, 3};
-  const std::vector<Case> cases = {
-      {"short, at the minimum", kIntEqual, true, Repeat<T>(3, 5), {}, 0},
-      {"short, above it", kIntEqual, true, Repeat<T>(4, 5), {5}, 1004},
-      {"short, no stable run", kIntEqual, true, {1, 1, 2, 2, 1, 1}, {}, 0},
-      {"nine of ten unchanged", kIntEqual, true, Join(Repeat<T>(10, 5), {6}), {5}, 1010},
-      {"nine of eleven", kIntEqual, true, Join(Repeat<T>(9, 5), {6, 7}), {}, 0},
-      {"the newest run", kIntEqual, false, Join(Repeat<T>(8, 1), Repeat<T>(4, 2)), {2}, 1012},
-      {"rises", kIntIncrease, false, Rising<T>(10), {10}, 1010},
-      {"too short", kIntIncrease, false, Rising<T>(9), {}, 0},
-      {"one restart, on the limit", kIntIncrease, false, Join(Rising<T>(8, 20), {17, 18}), {}, 0},
-      {"one restart beyond", kIntIncrease, false, Join(Rising<T>(8, 20), {16, 17}), {17}, 1010},
-      {"constant is no increase", kIntIncrease, false, Repeat<T>(10, 5), {}, 0},
-      {"constant", kIntConstant, false, Repeat<T>(10, 5), {5}, 1010},
-      {"rising is not constant", kIntConstant, false, Rising<T>(10), {}, 0},
-      {"frequent states", kIntEnum, false, states, {1, 2, 3}, 1010},
-      {"four states", kIntEnum, false, Join(states, {4}), {}, 0},
-  };
-  this->domain_->TuneDefaults();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.about);
-    const auto rule = this->Candidate(c.type, c.values, c.lessCount);
-    ASSERT_EQ(rule->CheckRule(this->domain_->id()), !c.param.empty());
-    if (c.param.empty()) continue;
-    EXPECT_TRUE(rule->UpdateRule());
-    std::string list;
-    for (const double value : c.param) list += (list.empty() ? "" : ",") + this->Text(value);
-    if (c.type == kIntEnum) list = "[" + list + "]";
-    EXPECT_EQ(rule->GetRuleParam(), "{\"ruleParam\":" + list + "}");
-    EXPECT_EQ(rule->GetRuleKSValueTime(), c.time);
-  }
-}
-
-TYPED_TEST(NumericRuleKinds, RangeTakesBoundsAroundTheMean) {
-  using T = TypeParam;
-  struct Case {
-    int coefficient;
-    std::vector<T> values;
-    double lower;
-    double upper;
-  };
-  for (const Case& c : std::vector<Case>{{3, {8, 12}, 4, 16},
-                                         {4, {80, 90}, 65, 100},  // a percentage
-                                         {4, {85, 95}, 70, 110},
-                                         {4, {-2, 90}, 0, 228}}) {  // the lower bound's least
-    this->domain_->TuneDefaults(RangeOf(c.coefficient));
-    const auto rule = this->Candidate(kIntRange, c.values);
-    ASSERT_TRUE(rule->CheckRule(this->domain_->id()));
-    EXPECT_TRUE(rule->UpdateRule());
-    EXPECT_EQ(rule->GetRuleParam(), "{\"maxValue\":" + this->Text(c.upper) +
-                                        ",\"minValue\":" + this->Text(c.lower) + "}");
-  }
 }
 
 TYPED_TEST(NumericRuleKinds, ReadStoredParameters) {

@@ -81,15 +81,6 @@ TEST(ResultItems, AreWrittenInTheirOrderAndReadBack) {
   again(KSAlertData(), kAlertText);
 }
 
-TEST(ResultItems, StayAsTheyAreWhenAMemberIsRefused) {
-  KSValueUpdateResultItem value = ValueItem();
-  EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"strNodeId":"other","nRuleId":"x"})")));
-  EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"nRuleId":4294967296})")));
-  EXPECT_FALSE(value.LoadFromJson(Parsed("[]")));
-  EXPECT_EQ(value.ToJsonString(), kValueText);
-  EXPECT_TRUE(value.LoadFromJson(Parsed(R"({"nValueTime":-9223372036854775808})")));
-}
-
 class ResultContainer : public ::testing::Test {
  protected:
   void Fill() {

@@ -74,16 +74,6 @@ TEST_F(VariableRules, ExistenceIsAskedBySourceAndNameAlone) {
   EXPECT_FALSE(exists("v", "s"));
 }
 
-TEST_F(VariableRules, RowsThatAreNoObjectsArePassedOverWithTheirId) {
-  const LogCapture log(kLogError);
-  ASSERT_EQ(Load({"{", R"({"variableSource":"s","variableName":"v"})", "[1]", ""}), 1);
-  EXPECT_TRUE(table.IsExistRuleDefinition("s", "v", kVariableSourceParser));
-  EXPECT_THAT(log.Messages(),
-              ElementsAre(HasSubstr("KSVariableRule.db: row 1 of KSVariableRule is passed over: it "
-                                    "holds no JSON object."),
-                          HasSubstr(": row 3 "), HasSubstr(": row 4 ")));
-}
-
 TEST_F(VariableRules, ARefusedMemberCostsItsRow) {
   const LogCapture log(kLogError);
   EXPECT_EQ(Load({R"({"variableSource":"s","variableName":"v"})",

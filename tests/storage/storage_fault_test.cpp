@@ -208,15 +208,6 @@ std::vector<Operation> Operations() {
          return Work([] { return Answer{DBWriteWrapper::Instance()->WriteDomain(kDomain), {}}; });
        },
        nullptr, true, true},
-      {"ForceWriteDisk", filled, true, 0, 0,
-       [] {
-         Cache();
-         return Work([] {
-           DBWriteWrapper::Instance()->ForceWriteDisk();
-           return Answer{};
-         });
-       },
-       nullptr, true, true},
       // removed
       {"RemoveHistories", filled, true, -1, -1, Plain([] {
          std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>
@@ -247,12 +238,6 @@ std::vector<Operation> Operations() {
       {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
          return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param",
                                                    kVariableSourceParser);
-       })},
-      {"LookForRule", filled, false, 1, 0, Plain([] {
-         return Table().IsExistRuleDefinitionByDevice(&kDevice, "source", "param", kRuleLearned,
-                                                      kVariableSourceParser)
-                    ? 1
-                    : 0;
        })},
       {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
       // Settings
@@ -298,8 +283,6 @@ std::vector<Operation> Operations() {
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
       {"MergeBlockPeriodsOverAHalfWrittenFile", Files::kHalfWritten, true, 1, 0,
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
-      {"MergeInterfaceNames", filled, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeInterfaceType, kDbInterfaceType)},
   };
 }
 
