@@ -46,9 +46,9 @@ class ProgramCase(unittest.TestCase):
         with contextlib.closing(sqlite3.connect(path)) as connection, connection:
             return connection.execute(sql, values).fetchall()
 
-    def process(self, *arguments, env=None, **more):
+    def process(self, *arguments, **more):
         return subprocess.Popen([PROGRAM, *arguments], cwd=self.folder, **more, env={
-            **os.environ, "KEELSTONE_ROOT": str(self.root), "LC_ALL": "C", **(env or {})})
+            **os.environ, "KEELSTONE_ROOT": str(self.root), "LC_ALL": "C"})
 
     def call(self, *arguments, input="", code=0, stdout=subprocess.PIPE, **more):
         """Standard output and standard error of the program, which must end with the code."""
