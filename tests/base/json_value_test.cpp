@@ -86,34 +86,6 @@ TEST(JsonValue, ConvertsOrRefusesByKindAndRange) {
   EXPECT_EQ(JsonValue(1e39).asFloat(), std::numeric_limits<float>::infinity());
 }
 
-TEST(JsonValue, AbsentIsNullAndTheWrongKindThrows) {
-  const JsonValue null;
-  EXPECT_TRUE(null["a"]["b"][3].isNull());
-  EXPECT_FALSE(null.isMember("a"));
-  EXPECT_TRUE(null.getMemberNames().empty());
-  EXPECT_EQ(null.begin(), null.end());
-  EXPECT_EQ(null.get("a", 5).asInt(), 5);
-
-  const JsonValue array = Parsed("[1]");
-  EXPECT_TRUE(array[1].isNull());
-  EXPECT_THROW(array["a"], JsonError);
-  EXPECT_THROW(array.isMember("a"), JsonError);
-  EXPECT_THROW(array[-1], JsonError);
-  EXPECT_EQ(array.find("a"), nullptr);
-
-  JsonValue text("x");
-  EXPECT_THROW(std::as_const(text)[std::size_t{0}], JsonError);
-  EXPECT_THROW(text["a"], JsonError);
-  EXPECT_THROW(text.append(1), JsonError);
-  EXPECT_THROW(text.clear(), JsonError);
-  EXPECT_THROW(JsonValue(1).stringRef(), JsonError);
-  EXPECT_EQ(text.stringRef(), "x");
-
-  JsonValue untouched;
-  EXPECT_THROW(untouched[-1], JsonError);
-  EXPECT_TRUE(untouched.isNull());
-}
-
 // The index takes over from linear search at some size; removal moves what it points to.
 TEST(JsonValue, ObjectsOfAnySizeFindTheirMembers) {
   for (const int size : {15, 16, 17, 18, 33, 500}) {

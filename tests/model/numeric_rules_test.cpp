@@ -16,8 +16,6 @@ namespace {
 template <class T>
 class NumericRuleKinds : public ::testing::Test {
  protected:
-  using Values = std::vector<T>;
-
   static void SetUpTestSuite() { domain_ = new TunedDomain; }
   static void TearDownTestSuite() { delete domain_; }
 
@@ -31,15 +29,6 @@ class NumericRuleKinds : public ::testing::Test {
                : JsonValue(static_cast<double>(static_cast<T>(number))).toString();
   }
   static std::string ParamText(double number) { return "{\"ruleParam\":" + Text(number) + "}"; }
-
-  /// A rule as the learning algorithm asks it, on these values.
-  static std::shared_ptr<IRuleBase> Candidate(EnumRuleType type, const Values& values) {
-    auto rule = Make(type);
-    const auto history = HistoryOf(values);
-    rule->SetHistoryAndDataFeature(std::make_shared<RuleDefinitionData>(), history,
-                                   FeatureOf<T>(history));
-    return rule;
-  }
 
   /// A rule built from a stored definition.
   static std::shared_ptr<IRuleBase> Stored(EnumRuleType type, const std::string& param) {
@@ -59,18 +48,6 @@ std::vector<TunedDomain::Changed> RangeOf(int coefficient) {
   return {{"intRange", "dataCountMinLimit", 1},
           {"intRange", "valueStatusCount", 0},
           {"intRange", "stdCoefficient", coefficient}};
-}
-
-template <class T>
-std::vector<T> Repeat(int n, int value) {
-  return std::vector<T>(static_cast<std::size_t>(n), T(value));
-}
-
-template <class T>
-std::vector<T> Rising(int n) {
-  std::vector<T> values;
-  for (int i = 0; i < n; ++i) values.push_back(T(1 + i));
-  return values;
 }
 
 TYPED_TEST(NumericRuleKinds, ReadStoredParameters) {
@@ -99,38 +76,6 @@ TYPED_TEST(NumericRuleKinds, ReadStoredParameters) {
   };
   for (const Case& c : cases) {
     EXPECT_EQ(this->Stored(c.type, c.text)->GetRuleParam(), c.param) << c.type << " " << c.text;
-  }
-}
-
-TYPED_TEST(NumericRuleKinds, FitNothingWhenTheirSettingsAreRefused) {
-  struct Case {
-    EnumRuleType type;
-    bool still;
-    const char* key;
-    const char* sound;
-    const char* refused;
-  };
-  const std::vector<Case> cases = {
-      {kIntEqual, true, "intEqual", R"({"valueStatusCount":9})",
-       R"({"valueStatusCount":9,"condition0":{"deltaEZero":"x"}})"},
-      {kIntIncrease, false, "intIncrease", "{}", "[]"},
-      {kIntConstant, false, "intConstant", R"({"deltaEZero":-1})",
-       R"({"deltaEZero":-1,"deltaLZeroCount":1e20})"},
-      {kIntEnum, true, "intEnum", R"({"deltaEZero":1,"valueStatusCount":9})", "7"},
-      {kIntRange, false, "intRange", "{}", R"({"stdCoefficient":{}})"},
-      {kIntRange, false, "intEnum", "{}", "\"none\""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.refused);
-    const auto rule =
-        this->Candidate(c.type, c.still ? Repeat<TypeParam>(12, 4) : Rising<TypeParam>(12));
-    const auto document = [&c](const char* member) {
-      return std::string("{\"") + c.key + "\":" + member + "}";
-    };
-    this->domain_->Tune(document(c.sound));
-    EXPECT_TRUE(rule->CheckRule(this->domain_->id()));
-    this->domain_->Tune(document(c.refused));
-    EXPECT_FALSE(rule->CheckRule(this->domain_->id()));
   }
 }
 

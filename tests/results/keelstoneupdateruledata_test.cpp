@@ -112,23 +112,6 @@ TEST_F(ResultContainer, IsOneDocument) {
   EXPECT_TRUE(again.GetKSAlertResults()[0]->GetTaskIds().empty());
 }
 
-TEST_F(ResultContainer, IsEmptiedByLoading) {
-  Fill();
-  EXPECT_TRUE(results_.LoadFromJson(Parsed(std::string(R"({"ruleItems":[)") + kRuleText + "]}")));
-  EXPECT_EQ(results_.GetKSRuleUpdateResults().size(), 1U);
-  EXPECT_TRUE(results_.GetKSValueUpdateResults().empty());
-  EXPECT_TRUE(results_.GetKSAlertResults().empty());
-  for (const char* text : {R"({"ruleItems":[{},{"nRuleId":[]}]})", R"({"ruleItems":{}})",
-                           R"({"ruleItems":[],"alertItems":{"a":{}}})", R"({"valueItems":"x"})"}) {
-    results_ = KSRuleUpdateResultData();
-    Fill();
-    EXPECT_FALSE(results_.LoadFromJson(Parsed(text))) << text;
-    EXPECT_EQ(results_.ToJsonString(), KSRuleUpdateResultData().ToJsonString());
-  }
-  EXPECT_TRUE(results_.LoadFromJson(Parsed(R"({"ruleItems":null})")));
-  EXPECT_TRUE(results_.GetKSRuleUpdateResults().empty());
-}
-
 TEST_F(ResultContainer, RefusesTextsBeyondTheLimit) {
   constexpr std::size_t kLimit = 14680064;
   const LogCapture log;

@@ -89,23 +89,6 @@ TEST_F(CacheQueue, AUnitIsLoadedForItsCallerAndTheLinesSaySo) {
   EXPECT_EQ(queue.RulePackageMaxSize(), 8388608);
 }
 
-TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
-  const LogCapture log(kLogInformation);
-  EXPECT_EQ(Param("nobody"), "none");
-  const auto count = [&](const std::string& text) {
-    const auto lines = log.Messages("Performance");
-    return std::count(lines.begin(), lines.end(), text);
-  };
-  EXPECT_EQ(count("Wait too long to get the rule data. : nobody$$$source$$$param"), 9);
-  EXPECT_EQ(count("Failed to get the rule data for nobody$$$source$$$param"), 1);
-  std::vector<std::shared_ptr<UnitKey>> keys;
-  EXPECT_EQ(queue.GetRuleKeys(keys), 1);  // still asked for
-  EXPECT_EQ(queue.GetRuleKeys(keys), 1);
-  queue.SetKSObjectRuleSql(table);
-  EXPECT_EQ(History("nobody"), "none");
-  EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
-}
-
 TEST_F(CacheQueue, WithoutAThreadNothingIsWaitedFor) {
   Write("d", "p");
   const LogCapture log(kLogInformation);

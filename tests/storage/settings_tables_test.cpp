@@ -164,23 +164,6 @@ class GlobalSettings : public SettingsTable<KSGlobalSettingSql> {
   }
 };
 
-TEST_F(GlobalSettings, DefaultsStandBeforeAndWithoutATable) {
-  for (int load = 0; load < 2; ++load) {
-    EXPECT_EQ(table.GetRuleTypeJson(), "");
-    EXPECT_TRUE(table.GetRuleTypeJsonObj().isNull());
-    EXPECT_EQ(table.GetGeneralSettingJson(), "");
-    EXPECT_TRUE(table.GetGeneralSettingJsonObj().isNull());
-    EXPECT_EQ(table.GetTableLimitcount(), 5000);
-    EXPECT_EQ(table.GetStrRowLimitcount(), 100);
-    EXPECT_TRUE(table.IsEnableDynamicCal());
-    EXPECT_TRUE(table.IsEnableKSFunction());
-    EXPECT_THAT(*table.GetInterfaceFilterSet(), IsEmpty());
-    ASSERT_NE(table.GetRuleSettings(), nullptr);
-    EXPECT_EQ(table.GetRuleSettings()->HistoryDataCount(kIntRange), 0);
-    EXPECT_EQ(table.LoadDBData(), 1);
-  }
-}
-
 TEST_F(GlobalSettings, RowsSetTheirValuesAndTheLaterOfTwoWins) {
   const LogCapture log(kLogError);
   ASSERT_EQ(Load({R"({"name":"KSRuleType","value":[1,2]})",
