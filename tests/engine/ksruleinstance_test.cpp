@@ -176,22 +176,6 @@ TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
             R"({"_t":10,"_p":"{\"ruleParam\":0}"})");
 }
 
-TEST_F(RuleInstance, CollectsHistoryOnlyBeyondTheInterval) {
-  Define("load");
-  Run(kNow, {Value("load", 1, "5"), Value("load", 1, "6")});
-  const std::string one = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6}]})";
-  EXPECT_THAT(Histories(), ElementsAre(one));  // each saw none; the later row stands
-  Run(kNow + 1800, {Value("load", 1, "7")});
-  EXPECT_THAT(Histories(), ElementsAre(one));
-  Run(kNow + 1801, {Value("load", 1, "7")}, true);
-  EXPECT_THAT(Histories(), ElementsAre(one));
-  ASSERT_TRUE(IniReader::SetInt("Keelstone", "IntervalTime", 60, "fix_frontserver.ini"));
-  Run(kNow + 61, {Value("load", 1, "7")});
-  EXPECT_THAT(Histories(),
-              ElementsAre(R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6},)"
-                          R"({"liveTime":1700000061,"dataValue":7}]})"));
-}
-
 TEST_F(RuleInstance, WithoutDynamicCalculationChecksOnly) {
   domain_.files().SetGlobal("KSDynamicRuleStatus", R"("false")");
   domain_.manager()->InvalidateKSGlobalSettingCaches();

@@ -1,9 +1,6 @@
-"""The lab's parsers, poller and score."""
+"""The lab's parsers and poller."""
 
-import importlib.machinery
-import importlib.util
 import json
-import os
 import sys
 import unittest
 
@@ -13,16 +10,6 @@ sys.path.insert(0, LAB)
 
 import parsers  # noqa: E402
 import polling  # noqa: E402
-
-
-def load_program(name):
-    loader = importlib.machinery.SourceFileLoader(name, os.path.join(LAB, name))
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
-    loader.exec_module(module)
-    return module
-
-
-score = load_program("score")
 
 
 def values(variables):
@@ -111,38 +98,6 @@ class PollerTest(unittest.TestCase):
             run = self.poll("bgp_summary", code, text)
             self.assertEqual((run["device"], run["source"]), ("r1", "bgp_summary"))
             self.assertEqual(len(run["variables"]), count, (code, text))
-
-
-def run_at(moment, value):
-    return {"time": moment, "device": "r1", "source": "s", "variables": [
-        {"name": "v", "value": value},
-        {"name": "t", "keys": ["k"], "value": {"columns": ["k", "age"], "rows": [["x", moment]]}}]}
-
-
-def alert_at(moment, variable="v", kind=4):
-    alert = {"DeviceName": "r1", "SourcePath": "s", "InterfaceValue": "", "VaraibleName": variable,
-             "RuleParam": json.dumps({"_t": kind})}
-    return {"time": moment, "result": {"ruleItems": [], "valueItems": [], "alertItems": [alert]}}
-
-
-class ScoreTest(unittest.TestCase):
-    def score(self, recording, alerts):
-        label = {"fault": "f", "devices": ["r1"], "from": 10, "to": 20, "settled": 30, "expected": [
-            {"device": "r1", "source": "s", "interface": "", "variable": name}
-            for name in ("v", "t")]}
-        return score.score([label], score.changed_variables([label], recording), alerts)
-
-    def test_alerts_are_told_apart_by_time_and_variable(self):
-        result = self.score([run_at(9, 1), run_at(12, 2), run_at(21, 1)], [
-            alert_at(9), alert_at(13), alert_at(16), alert_at(20), alert_at(15, "other"),
-            alert_at(21), alert_at(30), alert_at(31, "v", 7), alert_at(32, "v", 7)])
-        row = result["faults"][0]
-        self.assertEqual((row["found"], row["delay"], row["alerts"]), (True, 3, 3))
-        self.assertEqual((row["consequences"], row["after"]), (1, 2))
-        self.assertEqual((row["variables"], row["changed"]), (1, 1))
-        self.assertEqual(result["false"], 3)
-        self.assertEqual(result["false_variables"][0],
-                         {"variable": "r1 s v", "rule": "range", "alerts": 2})
 
 
 if __name__ == "__main__":

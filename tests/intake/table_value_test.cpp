@@ -67,12 +67,6 @@ TEST(TableValue, DigestsWhatTheTableSays) {
        R"(12345678901234567890123,18446744073709551615,15.00,1e-1,0.0000001,1E16,1e15,)"
        R"(0.0001,-0.0,1e-400]]})",
        "7b3b5a42f4d978a08bec76f575a6c4d6"},
-      // a text of 64 bytes, at the edge of MD5's block
-      {R"("value":[{"a":"xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"}])",
-       "680706dc98e7a4e0eec49457c5c10ca1"},
-      // [{"z":1,"a":[true,null,{}]},[]]: members keep their order
-      {R"("value":[{"x":{"z":0,"a":[true,null,{}],"z":1},"y":[]}])",
-       "8c0f99f682d13d50e2c7e4a9efcd8424"},
   };
   for (const Case& c : cases) {
     const auto outcome = ReadVariable(c.members);

@@ -70,28 +70,6 @@ void ExpectJudgements(const std::string& param, const std::vector<Judged>& cases
   }
 }
 
-TEST(StringEqualRule, StripsSpacesAndLineFeedsOnly) {
-  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":"up"})", {{"up", false},
-                                                                {" up\n", false},
-                                                                {"\n \n up \n", false},
-                                                                {"up\t", true},
-                                                                {"\rup", true},
-                                                                {"up\0"s, true},
-                                                                {"Up", true},
-                                                                {"u p", true},
-                                                                {"", true}});
-  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":" \n"})", {{"", false}, {"\n", false}});
-  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":" a\tb\n"})",
-                                      {{"a\tb", false}, {"a b", true}});
-}
-
-TEST(StringEnumRule, TakesTheTextAsItIs) {
-  ExpectJudgements<KSStringEnumRule>(
-      R"({"ruleParam":["","down ","up"]})",
-      {{"up", false}, {"down ", false}, {"", false}, {"down", true}, {"up\n", true}, {"UP", true}});
-  ExpectJudgements<KSStringEnumRule>(R"({"ruleParam":[]})", {{"", true}, {"x", true}});
-}
-
 TEST(StringNoEqualRule, BreaksOnTheListedTexts) {
   ExpectJudgements<KSStrNoEqualRule>(
       R"({"ruleParam":["down","idle"]})",

@@ -74,24 +74,30 @@ class SafeFilesTest(ProgramCase):
         (self.root / "conf").mkdir(parents=True, exist_ok=True)
         (self.root / "conf" / "fix_frontserver.ini").write_text("[Keelstone]\n" + text)
 
+    def others(self, path):
+        """What the other databases of the domain hold."""
+        return {file: file.read_bytes() for file in path.parent.glob("*.db") if file != path}
+
     # Databases that cannot be used
 
     def test_a_domain_that_cannot_be_used_leaves_the_others_working(self):
         for number, ((name, (spoil, reason)), database) in enumerate(
                 itertools.product(FAULTS.items(), DATABASES)):
             with self.subTest(database + " is " + name):
-                self.call("init", "--domain", "bad%d" % number)
+                self.evaluate("--enroll", input=runs(6, "bad%d" % number))
                 path = self.database(database, "bad%d" % number)
                 spoil(path)
+                kept = self.others(path)
                 mixed = "".join(a + b for a, b in zip(
                     runs(3, "good%d" % number).splitlines(True),
-                    runs(3, "bad%d" % number).splitlines(True)))
+                    runs(3, "bad%d" % number, start=100).splitlines(True)))
                 if name == "of another shape":
                     change("create table TABLE (id INTEGER PRIMARY KEY, other TEXT)")(path)
                     reason = "no such column"
                 out, said = self.evaluate("--enroll", "--all", input=mixed, code=3)
                 found = map(json.loads, out.splitlines())
                 self.assertEqual([len(run["rejected"]) for run in found], [0, 3] * 3)
+                self.assertEqual(self.others(path), kept)  # nothing is learned over
                 self.assertIn("<stdin>:2: domain", said)
                 self.assertIn(str(path), said)
                 self.assertIn(reason, said)
