@@ -233,5 +233,41 @@ TEST_F(RuleInstance, KnowsBlockPeriodsByTheClock) {
   Clock::SetSource(nullptr);
 }
 
+TEST_F(RuleInstance, GivesAVerdictOnlyByARuleThatJudges) {
+  const auto judge = [this](int ruleType, const std::string& param, const std::string& history,
+                            bool explain = true, int generateType = kRulePrescribed) {
+    auto rule = std::make_shared<RuleDefinitionData>(ruleType, generateType, param);
+    rule->variableType = 1;
+    auto instance = unit_.Start(kNow);
+    instance->SetCacheData({{"", {{"v", rule}}}});
+    instance->SetHistoryData({{"", {{"v", history}}}});
+    instance->SetExplain(explain);
+    instance->ProcessVariable(Value("v", KSDataInt64, "1"));
+    return instance;
+  };
+  const auto verdict = [&](const auto&... how) { return judge(how...)->GetLastVerdict(); };
+  EXPECT_EQ(verdict(kIntLEQ, R"({"ruleParam":5})", ""), kVerdictFits);
+  // No rule, one that cannot judge such a value, and one that takes its first value.
+  EXPECT_EQ(verdict(kRuleTypeNone, "", ""), kVerdictNone);
+  EXPECT_EQ(verdict(kStrEqual, R"({"ruleParam":"5"})", ""), kVerdictNone);
+  EXPECT_EQ(verdict(kIntIncrease, "", ""), kVerdictNone);
+  // A counter whose rule is learned with this value, and a history that is refused.
+  std::string counted;
+  for (int i = 1; i < 13; ++i) {
+    counted += R"({"liveTime":)" + std::to_string(1600000000 + i) + R"(,"dataValue":)" +
+               std::to_string(i - 20) + (i < 12 ? "}," : "}");
+  }
+  counted = R"({"dataType":1,"dataList":[)" + counted + "]}";
+  EXPECT_EQ(verdict(kRuleTypeNone, "", counted, true, kRuleLearned), kVerdictNone);
+  EXPECT_EQ(verdict(kIntLEQ, R"({"ruleParam":0})", "torn", true, kRuleLearned), kVerdictNone);
+
+  const auto alert = judge(kIntLEQ, R"({"ruleParam":0})", "");
+  EXPECT_EQ(alert->GetLastVerdict(), kVerdictAlert);
+  EXPECT_FALSE(alert->ProcessVariable(Value("undefined", KSDataInt64, "1")));
+  EXPECT_EQ(alert->GetLastVerdict(), kVerdictNone);
+  EXPECT_EQ(alert->GetExplanations().size(), 1U);
+  EXPECT_TRUE(judge(kIntLEQ, R"({"ruleParam":0})", "", false)->GetExplanations().empty());
+}
+
 }  // namespace
 }  // namespace keelstone::testing

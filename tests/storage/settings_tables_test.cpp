@@ -5,7 +5,6 @@
 
 #include "keelstone/block_setting_table.h"
 #include "keelstone/global_setting_table.h"
-#include "keelstone/json_reader.h"
 #include "keelstone/variable_rule_table.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
@@ -111,12 +110,6 @@ TEST_F(VariableRules, AddedDefinitionsAreFoundAtOnceAndAfterReading) {
   ASSERT_TRUE(table.AddRuleDefinitions({second}));
   const std::string file = table.GetDBFile(kDbVariableRule);
   EXPECT_EQ(Ask(file, "select count(*) from KSVariableRule"), "1");
-  JsonValue row;
-  ASSERT_TRUE(JsonReader::Parse(Ask(file, "select data from KSVariableRule"), row));
-  EXPECT_THAT(
-      row.getMemberNames(),
-      ElementsAre("variableSource", "variableName", "param", "variableSourceType", "ruleTypeId",
-                  "ruleAlgParameter", "variableDataType", "isCustomerEnable", "isInitialEnable"));
   for (int reading = 0; reading < 2; ++reading) {
     RuleDefinitionData out;
     ASSERT_EQ(table.GetRuleDefinitionData(out, "s", "v\xFF\"", "p", kVariableSourceParser), -1);
