@@ -24,6 +24,19 @@ def run_line(value, **fields):
                        "variables": [{"name": "v", "value": value}], **fields}) + "\n"
 
 
+def alert(name, value, parameter='{"ruleParam":5}', kind=4, device="r1"):
+    return {"VaraibleName": name, "InterfaceValue": "", "DeviceName": device, "SourcePath": "s",
+            "RuleParam": json.dumps({"_t": kind, "_p": parameter, "_v": value})}
+
+
+def result_line(time, alerts=(), **more):
+    """A line of results of `evaluate`."""
+    return json.dumps({"time": time, "domain": "default", "device": "r1", "source": "s",
+                       "param": "", "blocked": False, "variables": 2, "rejected": [],
+                       "result": {"ruleItems": [], "valueItems": [], "alertItems": list(alerts)},
+                       **more})
+
+
 class ProgramCase(unittest.TestCase):
     maxDiff = None
 

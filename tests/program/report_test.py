@@ -10,7 +10,7 @@ import subprocess
 import sys
 import unittest
 
-from host import PROGRAM, RULES, ProgramCase
+from host import PROGRAM, RULES, ProgramCase, alert, result_line as line
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts/page"))
 import many_variables
@@ -34,19 +34,6 @@ def details(page):
     report = found["report"]
     rows = iter(report["variables"])
     return {next(rows)[5]: detail for first in report["chunks"] for detail in found[f"details-{first}"]}
-
-
-def alert(name, value, parameter='{"ruleParam":5}', kind=4):
-    return {"VaraibleName": name, "InterfaceValue": "", "DeviceName": "r1", "SourcePath": "s",
-            "RuleParam": json.dumps({"_t": kind, "_p": parameter, "_v": value})}
-
-
-def line(time, alerts=(), **more):
-    run = {"time": time, "domain": "default", "device": "r1", "source": "s", "param": "",
-           "blocked": False, "variables": 2, "rejected": [],
-           "result": {"ruleItems": [], "valueItems": [], "alertItems": list(alerts)}}
-    run.update(more)
-    return json.dumps(run)
 
 
 class ReportCase(ProgramCase):

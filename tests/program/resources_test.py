@@ -8,7 +8,7 @@ import signal
 import subprocess
 import unittest
 
-from host import HISTORIES, RULES, ProgramCase
+from host import HISTORIES, RULES, ProgramCase, alert, result_line
 
 ADDRESSES = 1 << 47  # bytes; no thread can have a stack as large
 START = 1_790_000_000
@@ -26,15 +26,11 @@ def recording(rounds, devices):
 
 
 def report_line(number, *, time=START):
-    item = {"DeviceName": f"edge-{number:06}.example", "InterfaceValue": f"eth{number % 48}/0",
-            "SourcePath": "interfaces", "VaraibleName": "load", "LiveTime": time,
-            "RuleParam": json.dumps({"_t": 4, "_p": '{"ruleParam":5}', "_v": "99"})}
+    device = f"edge-{number:06}.example"
     explanation = {"sentence": f"load is 99, expected always 5 (learned from {number % 90} values)",
                    "history": {"last": [{"time": time - i, "value": "5"} for i in range(10)]}}
-    return json.dumps({"time": time, "domain": "default", "device": item["DeviceName"], "source": "interfaces",
-                       "param": "", "blocked": False, "variables": 20, "rejected": [],
-                       "result": {"ruleItems": [], "valueItems": [], "alertItems": [item]},
-                       "explanations": [explanation], "cleared": []})
+    return result_line(time, [alert("load", "99", device=device)], device=device,
+                       explanations=[explanation], cleared=[])
 
 
 class ResourcesTest(ProgramCase):
