@@ -58,10 +58,6 @@ TEST(DataPoint, OfRealTexts) {
   EXPECT_EQ(ValueOf<double>(3, "3.5e38"), 3.5e38);
 }
 
-TEST(DataPoint, OfAnUnknownTypeIsNone) {
-  for (const int none : {-1, 0, 6, 100}) EXPECT_EQ(ValueOf<double>(none, "5"), std::nullopt);
-}
-
 TEST(VariableRuleParam, HasItsTextsTurnedIntoNumbers) {
   struct Case {
     const char* param;
