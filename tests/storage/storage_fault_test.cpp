@@ -199,10 +199,6 @@ void Cache() {
 std::vector<Operation> Operations() {
   const auto none = Files::kNone;
   const auto filled = Files::kFilled;
-  const auto restart = [](KSDataManagerSql& manager) {
-    return std::to_string(manager.GetTableLimitcount()) +
-           (manager.IsExistRuleDefinition("v", "s", kVariableSourceParser) ? "v" : "");
-  };
   return {
       // Rules and histories: written
       {"WriteHistories", filled, true, -1, -1,
@@ -215,29 +211,7 @@ std::vector<Operation> Operations() {
          return Work([] { return Answer{DBWriteWrapper::Instance()->WriteDomain(kDomain), {}}; });
        },
        nullptr, true, true},
-      {"ForceWriteDisk", filled, true, 0, 0,
-       [] {
-         Cache();
-         return Work([] {
-           DBWriteWrapper::Instance()->ForceWriteDisk();
-           return Answer{};
-         });
-       },
-       nullptr, true, true},
       // removed
-      {"RemoveHistories", filled, true, -1, -1, Plain([] {
-         std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>
-             items;
-         for (int i = 0; i < kRows; ++i) {
-           auto definition = Definition("");
-           definition->variableSource = "source";
-           definition->variableParam = "param";
-           definition->variableName = Variable(i);
-           definition->variableSourceType = kVariableSourceParser;
-           items.emplace_back(std::make_shared<ObjectDefine>(kDevice), definition);
-         }
-         return Table().RemoveRuleHistoryDatas(items);
-       })},
       {"Clean", filled, true, 0, 0,
        [] {
          auto cleaner = std::make_shared<CKSCleaner>();
@@ -251,16 +225,6 @@ std::vector<Operation> Operations() {
        nullptr, false},  // a history whose rule has gone is found by no cleaner
       // read
       {"ReadManyRuleUnits", filled, false, -1, -1, QueryUnits(1000)},
-      {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
-         return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param",
-                                                   kVariableSourceParser);
-       })},
-      {"LookForRule", filled, false, 1, 0, Plain([] {
-         return Table().IsExistRuleDefinitionByDevice(&kDevice, "source", "param", kRuleLearned,
-                                                      kVariableSourceParser)
-                    ? 1
-                    : 0;
-       })},
       {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
       {"ListObjects", filled, false, 1, 0, [] {
          return Work([] {
@@ -298,14 +262,6 @@ std::vector<Operation> Operations() {
        Load<KSGlobalSettingSql>(
            [](KSGlobalSettingSql& table) { return std::to_string(table.GetTableLimitcount()); }),
        "5000"},
-      {"LoadDomain", filled, false, 0, 0,
-       [restart] {
-         auto manager = std::make_shared<KSDataManagerSql>();
-         return Work([manager, restart] {
-           manager->Init(kDomain);
-           return Answer{0, restart(*manager)};
-         });
-       }},
       {"LoadInterfaceNames", filled, false, 1, 0, Plain([] {
          return InterfaceTranslator::Instance()->LoadDataFromDB(
                     kDomain, DomainFile(kDbInterfaceType, kDomain))
@@ -336,8 +292,6 @@ std::vector<Operation> Operations() {
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
       {"MergeBlockPeriodsOverAHalfWrittenFile", Files::kHalfWritten, true, 1, 0,
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
-      {"MergeInterfaceNames", filled, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeInterfaceType, kDbInterfaceType)},
   };
 }
 
