@@ -75,15 +75,9 @@ TEST(VariableRuleParam, HasItsTextsTurnedIntoNumbers) {
        R"({"ruleParam":4294967299.0,"a":[4294967299.0]})"},
       {R"({"ruleParam":"99999999999999999999","a":["99999999999999999999"]})",
        R"({"ruleParam":-1,"a":[9223372036854775807]})", R"({"ruleParam":1e+20,"a":[1e+20]})"},
-      {R"({"ruleParam":80,"a":1.5,"b":null,"c":true})",
-       R"({"ruleParam":80,"a":1.5,"b":null,"c":true})",
-       R"({"ruleParam":80,"a":1.5,"b":null,"c":true})"},
       {R"({"a":{"b":"7","c":{"d":["8"]}}})", R"({"a":"{\"b\":7,\"c\":\"{\\\"d\\\":[8]}\"}"})",
        R"({"a":"{\"b\":7.0,\"c\":\"{\\\"d\\\":[8.0]}\"}"})"},
-      {R"({})", "{}", "{}"},
-      {"", "null", "null"},
       {"no JSON", "null", "null"},
-      {"null", "null", "null"},
       {R"( { "a" : 1 } /* b */ )", R"({"a":1})", R"({"a":1})"},
   };
   for (const Case& c : cases) {

@@ -101,26 +101,6 @@ TEST_F(VariableRules, NothingIsAddedToATableThatDidNotLoad) {
   EXPECT_TRUE(table.AddRuleDefinitions({RuleDefinitionData(kIntLEQ, 2, "", "s", "w", 2, "")}));
 }
 
-TEST_F(VariableRules, AddedDefinitionsAreFoundAtOnceAndAfterReading) {
-  RuleDefinitionData first(kIntLEQ, 2, "{\"ruleParam\":80}", "s", "v\xFF\"", 2, "p");
-  first.enableState = 1;
-  RuleDefinitionData second = first;  // the same key again
-  second.ruleParam = "second";
-  ASSERT_TRUE(table.AddRuleDefinitions({first, second}));
-  ASSERT_TRUE(table.AddRuleDefinitions({second}));
-  const std::string file = table.GetDBFile(kDbVariableRule);
-  EXPECT_EQ(Ask(file, "select count(*) from KSVariableRule"), "1");
-  for (int reading = 0; reading < 2; ++reading) {
-    RuleDefinitionData out;
-    ASSERT_EQ(table.GetRuleDefinitionData(out, "s", "v\xFF\"", "p", kVariableSourceParser), -1);
-    EXPECT_EQ(out.ruleParam, first.ruleParam);
-    EXPECT_EQ(out.ruleType, kIntLEQ);
-    EXPECT_EQ(out.variableType, 2);
-    EXPECT_TRUE(out.IsEnable());
-    ASSERT_EQ(table.LoadDBData(), 1);
-  }
-}
-
 // ---- Block periods
 
 using BlockSettings = SettingsTable<KSBlockSettingSql>;
