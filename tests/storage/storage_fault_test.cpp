@@ -226,9 +226,11 @@ std::vector<Operation> Operations() {
       // read
       {"ReadManyRuleUnits", filled, false, -1, -1, QueryUnits(1000)},
       {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
-      {"ListObjects", filled, false, 1, 0, [] {
+      {"ListObjects", filled, false, 1, 0,
+       [] {
          return Work([] {
-           ObjectListing listing(kDomain, {.filter = {"d"}, .withHistories = true, .pageSize = 7});
+           ObjectListing listing(kDomain,
+                                 {.filter = {"d"}, .withHistories = true, .pageSize = 500});
            std::vector<StoredObject> page;
            Answer answer{1, {}};
            do {
@@ -245,18 +247,18 @@ std::vector<Operation> Operations() {
                                         .parameter = "fixed",
                                         .history = "fitted"});
        })},
-      {"RemoveRule", filled, true, 1, 0, Edit([] {
-         return RemoveRule(kDomain, {"d", "", "source", "param", Variable(1)});
-       })},
+      {"RemoveRule", filled, true, 1, 0,
+       Edit([] { return RemoveRule(kDomain, {"d", "", "source", "param", Variable(1)}); })},
       {"StoreSetting", filled, true, 1, 0, Edit([] {
          return StoreSetting(kDomain, {.path = {}, .row = "KSTableCountLimit", .members = {}}, 18)
              .why;
        })},
       {"RemoveBlockPeriods", filled, true, 1, 0, Edit([] {
          std::vector<BlockPeriod> removed;
-         return RemoveBlockPeriods(kDomain, {1}, false, removed).why;
-       }),
-       nullptr, false},  // once it is gone there is no such period
+         const EditOutcome outcome = RemoveBlockPeriods(kDomain, {1}, false, removed);
+         // Refused: it is gone already.
+         return outcome.kind == EditOutcome::Kind::kFailed ? outcome.why : std::string();
+       })},
       // Settings
       {"LoadGlobalSettings", filled, false, 1, 0,
        Load<KSGlobalSettingSql>(
