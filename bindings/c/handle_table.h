@@ -81,11 +81,12 @@ class HandleTable {
 
   [[noreturn]] void ThrowNotOpen(const Handle* handle) {
     const auto number = reinterpret_cast<std::uintptr_t>(handle);
-    const char* why = handle == nullptr ? " is null" : " is not open";
     if (number % kStep == Object::kHandleDigit && number / kStep < firstOfProcess_.load()) {
-      why = " is not open: it is from before fork()";
+      throw Failure(KS_USAGE, Object::kHandleName + std::string(" is from before fork()"));
     }
-    throw Failure(KS_ERROR_HANDLE, Object::kHandleName + std::string(why));
+    throw Failure(
+        KS_ERROR_HANDLE,
+        Object::kHandleName + std::string(handle == nullptr ? " is null" : " is not open"));
   }
 
   std::atomic<std::uintptr_t> next_{1};

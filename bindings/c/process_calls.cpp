@@ -38,6 +38,8 @@ const char* ks_status_text(ks_status status) {
       return "out of memory";
     case KS_ERROR_INTERNAL:
       return "a fault of the library";
+    case KS_USAGE:
+      return "a handle from before fork()";
     default:
       return "no status";
   }

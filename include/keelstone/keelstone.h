@@ -37,7 +37,7 @@
  *
  * Processes. fork() waits until no thread is inside a call, except in a log callback, and
  * until nothing is being written. The child begins with no open handle: those of its parent
- * are answered with KS_ERROR_HANDLE. It opens domains anew and works with them as any other
+ * are answered with KS_USAGE. It opens domains anew and works with them as any other
  * process does. What was pending at the fork is written by the parent only. The log callback
  * stays in place. After a fork() inside a log callback, every call in the child is answered
  * with KS_ERROR_STATE.
@@ -74,7 +74,8 @@ enum {
   KS_ERROR_DATABASE = 6, /* a database is missing or cannot be used */
   KS_ERROR_WRITE = 7,    /* not all could be written */
   KS_ERROR_MEMORY = 8,
-  KS_ERROR_INTERNAL = 9 /* a fault of the library */
+  KS_ERROR_INTERNAL = 9, /* a fault of the library */
+  KS_USAGE = 10          /* a handle of the process that this one was forked from */
 };
 
 /* "wrong order of calls" and the like; lives for ever. [any thread] */

@@ -565,11 +565,11 @@ static void work_in_a_child(ks_domain* domain, ks_run* run) {
   if (child == 0) {
     failures = 0;
     OK(ks_set_logger(NULL, NULL)); /* a parent's thread may have the listener's mutex */
-    IS(KS_ERROR_HANDLE, ks_domain_flush(domain));
+    IS(KS_USAGE, ks_domain_flush(domain));
     CHECK(strstr(ks_last_error(), "before fork()") != NULL);
-    IS(KS_ERROR_HANDLE, ks_run_add_int64(run, "a", NULL, 1));
-    IS(KS_ERROR_HANDLE, ks_run_close(run));
-    IS(KS_ERROR_HANDLE, ks_domain_close(domain));
+    IS(KS_USAGE, ks_run_add_int64(run, "a", NULL, 1));
+    IS(KS_USAGE, ks_run_close(run));
+    IS(KS_USAGE, ks_domain_close(domain));
     domain = new_domain("forked");
     finish(new_run(domain, "r1", 0));
     OK(ks_domain_flush(domain));
@@ -643,7 +643,7 @@ int main(void) {
   SAME(ks_last_error(), "");
   CHECK(ks_api_version() == KS_API_VERSION);
   CHECK(ks_version()[0] >= '1');
-  for (ks_status status = KS_OK; status <= KS_ERROR_INTERNAL; ++status) {
+  for (ks_status status = KS_OK; status <= KS_USAGE; ++status) {
     CHECK(strcmp(ks_status_text(status), ks_status_text(-1)) != 0);
   }
   OK(ks_set_root(root));

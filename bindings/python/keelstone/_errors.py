@@ -34,6 +34,7 @@ _CLASSES: dict[int, type[Error]] = {
     5: InputError,
     6: DatabaseError,
     7: WriteError,
+    10: UsageError,
 }
 
 
