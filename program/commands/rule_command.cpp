@@ -138,9 +138,9 @@ std::string TryChange(const RuleOptions& options, const Change& change) {
 }
 
 /// Reads type and parameter; why they are no rule, or nothing.
-std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& parameter) {
-  type = RuleTypeByName(options.type);
-  if (type == kRuleTypeNone) {
+std::string ReadRule(const RuleOptions& options, const RuleKind*& kind, JsonValue& parameter) {
+  kind = FindRuleKind(options.type);
+  if (kind == nullptr) {
     return "--type: there is no rule type \"" + options.type + "\"; there is " + RuleTypeNames();
   }
   JsonParseError error;
@@ -148,13 +148,13 @@ std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& 
   if (!JsonReader::Parse(options.parameter, parameter, &error, reading)) {
     return "--parameter: not JSON: " + error.message + " at byte " + std::to_string(error.offset);
   }
-  const std::string fault = ParameterFault(type, parameter);
+  const std::string fault = ParameterFault(*kind, parameter);
   return fault.empty() ? fault : "--parameter of " + options.type + ": " + fault;
 }
 
 /// The rule as it is stored, its parameter and the history made those of the variable's
 /// values; why they cannot be, or nothing.
-std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonValue& parameter,
+std::string MakeDefinition(const RuleOptions& options, const RuleKind& kind, JsonValue& parameter,
                            RuleDefinitionData& definition, bool& isDefined) {
   KSDataManagerSql manager;
   manager.Init(options.common.domain);
@@ -165,10 +165,10 @@ std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonVa
   if (isDefined) variable.defined = TypeOfCode(defined.variableType);
   variable.history = StoredHistory(options).value_or("");
   bool isConverted = false;
-  std::string fault = variable.Fit(type, parameter, isConverted);
+  std::string fault = variable.Fit(kind, parameter, isConverted);
   if (!fault.empty()) return fault;
   definition =
-      RuleDefinitionData(static_cast<int>(type), kVariableSourceParser, parameter.toString(),
+      RuleDefinitionData(static_cast<int>(kind.type), kVariableSourceParser, parameter.toString(),
                          options.source, options.variable, 0, options.param);
   definition.ruleGenerateType = kRulePrescribed;
   if (isConverted) definition.history = std::move(variable.history);
@@ -209,9 +209,9 @@ void AddRuleCommand(CLI::App& program, RuleOptions& options) {
 }
 
 int RunRuleSet(const RuleOptions& options) {
-  EnumRuleType type = kRuleTypeNone;
+  const RuleKind* kind = nullptr;
   JsonValue parameter;
-  if (const std::string fault = ReadRule(options, type, parameter); !fault.empty()) {
+  if (const std::string fault = ReadRule(options, kind, parameter); !fault.empty()) {
     return Fail(kSetName, fault, kExitUnusable);
   }
   if (const std::string fault = DomainFault(options.common.domain, true); !fault.empty()) {
@@ -220,7 +220,7 @@ int RunRuleSet(const RuleOptions& options) {
   const auto definition = std::make_shared<RuleDefinitionData>();
   bool isDefined = false;
   try {
-    const std::string fault = MakeDefinition(options, type, parameter, *definition, isDefined);
+    const std::string fault = MakeDefinition(options, *kind, parameter, *definition, isDefined);
     if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
   } catch (const CppSQLite3Exception& error) {
     return Fail(kSetName, FaultOf(error), kExitUnusable);

@@ -16,8 +16,8 @@
 #include "keelstone/rule_base.h"
 #include "keelstone/rule_instance.h"
 #include "keelstone/rule_records.h"
-#include "keelstone/rule_settings.h"
 #include "keelstone/write_behind.h"
+#include "settings/rule_settings.h"
 
 namespace keelstone {
 

@@ -2,56 +2,16 @@
 
 #include "base/text/strings.h"
 #include "engine/variable_values.h"
-#include "model/rules/numeric_rules.h"
-#include "model/rules/string_rules.h"
+#include "keelstone/numbers.h"
+#include "learn/rule_type_table.h"
 
 namespace keelstone {
 
 namespace {
 
-template <class Rule, class Value>
-std::optional<bool> Check(std::string_view param, const Value& value) {
-  typename Rule::Data data;
-  if (!data.TakeOwnText(param)) return std::nullopt;
-  return Rule::Breaks(data, value);
-}
-
-template <class T>
-std::optional<bool> CheckNumber(EnumRuleType type, std::string_view param, std::optional<T> value) {
-  if (!value) return std::nullopt;
-  switch (type) {
-    case kIntEqual:
-      return Check<NumericEqualRule<T>>(param, *value);
-    case kIntNoEqual:
-      return Check<NumericNotEqualRule<T>>(param, *value);
-    case kIntEnum:
-      return Check<NumericEnumRule<T>>(param, *value);
-    case kIntRange:
-      return Check<NumericRangeRule<T>>(param, *value);
-    case kIntConstant:
-      return Check<NumericConstantRule<T>>(param, *value);
-    case kIntIncrease:
-      return Check<NumericIncreaseRule<T>>(param, *value);
-    case kIntLEQ:
-      return Check<NumericLessEqualRule<T>>(param, *value);
-    case kIntGEQ:
-      return Check<NumericGreaterEqualRule<T>>(param, *value);
-    default:
-      return std::nullopt;
-  }
-}
-
-std::optional<bool> CheckText(EnumRuleType type, std::string_view param, std::string_view value) {
-  switch (type) {
-    case kStrEqual:
-      return Check<KSStringEqualRule>(param, value);
-    case kStrNoEqual:
-      return Check<KSStrNoEqualRule>(param, value);
-    case kStrEnum:
-      return Check<KSStringEnumRule>(param, value);
-    default:
-      return std::nullopt;
-  }
+template <class Value>
+std::optional<bool> Check(EnumRuleType type, std::string_view param, std::optional<Value> value) {
+  return value ? BreaksParameter(type, param, *value) : std::nullopt;
 }
 
 }  // namespace
@@ -59,13 +19,13 @@ std::optional<bool> CheckText(EnumRuleType type, std::string_view param, std::st
 std::optional<bool> BreaksRule(const VarInfo& variable, EnumRuleType type, std::string_view param) {
   switch (variable.dataType) {
     case KSDataInt64:
-      return CheckNumber(type, param, LeadingInt64(variable.valueText));
+      return Check(type, param, LeadingInt64(variable.valueText));
     case KSDataFloat:
-      return CheckNumber(type, param, LeadingFloat(variable.valueText));
+      return Check(type, param, LeadingFloat(variable.valueText));
     case KSDataDouble:
-      return CheckNumber(type, param, LeadingDouble(variable.valueText));
+      return Check(type, param, LeadingDouble(variable.valueText));
     case KSDataString:
-      return CheckText(type, param, TextValue(variable.valueText));
+      return BreaksParameter(type, param, TextValue(variable.valueText));
     default:
       return std::nullopt;
   }
