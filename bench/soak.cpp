@@ -18,9 +18,9 @@
 #include <thread>
 #include <vector>
 
+#include "bench/engine_load.h"
 #include "keelstone/table_base.h"
 #include "keelstone/write_behind.h"
-#include "tests/stress/engine_load.h"
 #include "tests/support/temp_root.h"
 
 namespace keelstone::testing {

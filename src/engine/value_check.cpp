@@ -1,31 +1,32 @@
 #include "engine/value_check.h"
 
-#include "base/text/strings.h"
-#include "engine/variable_values.h"
-#include "keelstone/numbers.h"
+#include <cstdint>
+#include <variant>
+
 #include "learn/rule_type_table.h"
 
 namespace keelstone {
 
 namespace {
 
-template <class Value>
-std::optional<bool> Check(EnumRuleType type, std::string_view param, std::optional<Value> value) {
-  return value ? BreaksParameter(type, param, *value) : std::nullopt;
+template <class T>
+std::optional<bool> Check(EnumRuleType type, std::string_view param, const TypedValue& value) {
+  const T* const content = std::get_if<T>(&value.content());
+  return content == nullptr ? std::nullopt : BreaksParameter(type, param, *content);
 }
 
 }  // namespace
 
-std::optional<bool> BreaksRule(const VarInfo& variable, EnumRuleType type, std::string_view param) {
-  switch (variable.dataType) {
+std::optional<bool> BreaksRule(const TypedValue& value, EnumRuleType type, std::string_view param) {
+  switch (value.dataType()) {
     case KSDataInt64:
-      return Check(type, param, LeadingInt64(variable.valueText));
+      return Check<std::int64_t>(type, param, value);
     case KSDataFloat:
-      return Check(type, param, LeadingFloat(variable.valueText));
+      return Check<float>(type, param, value);
     case KSDataDouble:
-      return Check(type, param, LeadingDouble(variable.valueText));
+      return Check<double>(type, param, value);
     case KSDataString:
-      return BreaksParameter(type, param, TextValue(variable.valueText));
+      return Check<std::string_view>(type, param, value);
     default:
       return std::nullopt;
   }

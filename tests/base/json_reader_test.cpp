@@ -23,31 +23,6 @@ JsonValue Parsed(std::string_view text, const JsonReadOptions& options = {}) {
 
 std::string Key(int number) { return std::string("key").append(std::to_string(number)); }
 
-/// Writes down what a text holds; breaks off before the event number `limit`.
-class Recorder final : public JsonHandler {
- public:
-  explicit Recorder(std::size_t limit = 1000000) : limit_(limit) {}
-  bool OnNull() override { return Put("null"); }
-  bool OnBool(bool value) override { return Put(value ? "true" : "false"); }
-  bool OnNumber(std::string_view text) override { return Put(text); }
-  bool OnString(std::string_view bytes) override { return Put(std::string(1, '"').append(bytes)); }
-  bool OnKey(std::string_view bytes) override { return Put(std::string(1, ':').append(bytes)); }
-  bool OnArrayBegin() override { return Put("["); }
-  bool OnArrayEnd() override { return Put("]"); }
-  bool OnObjectBegin() override { return Put("{"); }
-  bool OnObjectEnd() override { return Put("}"); }
-
-  std::string seen;
-
- private:
-  bool Put(std::string_view what) {
-    if (limit_-- == 0) return false;
-    seen.append(what).append(" ");
-    return true;
-  }
-  std::size_t limit_;
-};
-
 TEST(JsonReader, NumbersBecomeTheNarrowestKindThatHoldsThem) {
   const struct {
     const char* text;
@@ -81,19 +56,6 @@ TEST(JsonReader, NumbersBecomeTheNarrowestKindThatHoldsThem) {
     const std::string longer = std::string("[") + c.text + ",\"" + std::string(40, 'x') + "\"]";
     EXPECT_EQ(Parsed(longer)[0].toString(), c.written) << c.text;
   }
-}
-
-TEST(JsonReader, OfTwoMembersWithOneNameTheLastWinsAtTheFirstsPlace) {
-  EXPECT_EQ(Parsed(R"({"a":1,"b":{"a":3},"a":[2]})").toString(), R"({"a":[2],"b":{"a":3}})");
-  std::string text = "{";
-  for (int i = 0; i < 40; ++i) {
-    text.append("\"").append(Key(i % 20)).append("\":").append(std::to_string(i)).append(",");
-  }
-  text.back() = '}';
-  const JsonValue value = Parsed(text);
-  EXPECT_EQ(value.size(), 20U);
-  EXPECT_EQ(value.begin().name(), "key0");
-  EXPECT_EQ(value["key3"].asInt(), 23);
 }
 
 /// A text of few names and strings, some of them repeated, and what is written of it.
@@ -154,39 +116,6 @@ TEST(JsonReader, WhatWasReadBeforeDoesNotShow) {
   }
 }
 
-TEST(JsonReader, ErrorsNameThePlace) {
-  const struct {
-    std::string text;
-    std::size_t offset;
-  } cases[] = {
-      {"", 0},
-      {"[1}", 2},
-      {"{\"a\" 1}", 5},
-      {"1 2", 2},
-      {"[1e]", 3},
-      {"[1,1e999]", 3},
-      {"[1e-99999999999,1e99999999999]", 16},
-      {"[1e99999999999.]", 1},
-      {"\"abc", 4},
-      {"\"a\nb\"", 2},
-      {"\"\\x\"", 2},
-      {"[\"\\u12g4\"]", 6},
-      {"\xEF\xBB\xBF[]", 0},
-      {std::string("[\0]", 3), 1},
-      {"[1,/**/]", 7},
-      {"[1 /", 3},
-      {"/* [1]", 0},
-  };
-  for (const auto& c : cases) {
-    JsonValue value(5);
-    JsonParseError error{99, ""};
-    EXPECT_FALSE(JsonReader::Parse(c.text, value, &error)) << c.text;
-    EXPECT_EQ(error.offset, c.offset) << c.text << ": " << error.message;
-    EXPECT_FALSE(error.message.empty());
-    EXPECT_TRUE(value.isNull());
-  }
-}
-
 TEST(JsonReader, DepthIsBounded) {
   const auto nested = [](std::size_t levels, const char* open, const char* close) {
     std::string text;
@@ -233,28 +162,6 @@ TEST(JsonReader, BytesThatAreNotUtf8PassUnlessForbidden) {
     EXPECT_EQ(error.offset, 29U) << error.message;
   }
   EXPECT_EQ(Parsed("\"\xC3\xA9\xF0\x9F\x98\x80\"", {.requireUtf8 = true}).asString().size(), 6U);
-}
-
-TEST(JsonReader, HandlersSeeNumbersAsWritten) {
-  Recorder recorder;
-  const char* const text =
-      "[1.50,-0,1e999,0e00,123456789012345678901234567890,1E-99999999999,{\"k\\n\":[true,null]},"
-      "1e+99999999999,\"s\"]";
-  ASSERT_TRUE(JsonReader::Parse(text, recorder));
-  EXPECT_EQ(
-      recorder.seen,
-      "[ 1.50 -0 1e999 0e00 123456789012345678901234567890 1E-99999999999 { :k\n [ true null ] "
-      "} 1e+99999999999 \"s ] ");
-
-  // Broken off at each event, also past the place where the parser needs a second run.
-  for (std::size_t limit = 0; limit < 19; ++limit) {
-    Recorder few(limit);
-    JsonParseError error{77, "as before"};
-    const bool whole = JsonReader::Parse(text, few, &error);
-    EXPECT_EQ(whole, limit >= 17) << limit;
-    EXPECT_EQ(error.offset, 77U);
-    EXPECT_TRUE(recorder.seen.starts_with(few.seen));
-  }
 }
 
 TEST(JsonReader, MayReadTheTextOfTheValueItFills) {

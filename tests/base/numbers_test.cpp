@@ -59,59 +59,42 @@ std::size_t SignificantDigits(const std::string& number) {
   return digits.size();
 }
 
-TEST(Numbers, EveryRealReadsBackTheSameFromTheFewestDigits) {
+/// Every number reads back the same, and no text of fewer digits would.
+template <class T, class Bits, class Parse>
+void ExpectFewestDigits(int bits, Parse parse) {
   std::mt19937_64 random(20240611);
   for (int i = 0; i < 20000; ++i) {
     // All magnitudes first, then those that are written plainly.
-    const double value = i % 2 == 0 ? std::bit_cast<double>(random())
-                                    : std::ldexp(static_cast<double>(random() >> 11U),
-                                                 static_cast<int>(random() % 64) - 64);
+    const auto number = static_cast<Bits>(random());
+    const T value = i % 2 == 0 ? std::bit_cast<T>(number)
+                               : std::ldexp(static_cast<T>(number >> 11U),
+                                            static_cast<int>(random() % 64) - bits);
     if (!std::isfinite(value)) continue;
     const std::string text = Text(value);
-    ASSERT_EQ(std::bit_cast<std::uint64_t>(std::strtod(text.c_str(), nullptr)),
-              std::bit_cast<std::uint64_t>(value))
-        << text;
-    char shortest[40] = "";
-    for (int digits = 1; std::strtod(shortest, nullptr) != value; ++digits) {
-      std::snprintf(shortest, sizeof shortest, "%.*e", digits - 1, value);
+    ASSERT_EQ(std::bit_cast<Bits>(parse(text.c_str())), std::bit_cast<Bits>(value)) << text;
+    char shortest[40] = "0";
+    for (int digits = 1; parse(shortest) != value; ++digits) {
+      std::snprintf(shortest, sizeof shortest, "%.*e", digits - 1, static_cast<double>(value));
     }
     ASSERT_EQ(SignificantDigits(text), SignificantDigits(shortest)) << text;
   }
 }
 
-TEST(Numbers, FloatsAreWrittenWithTheFewestDigitsOfASingle) {
-  const std::pair<float, const char*> cases[] = {
-      {0.1F, "0.1"},
-      {-80.1F, "-80.1"},
-      {15.0F, "15.0"},
-      {-0.0F, "-0.0"},
-      {1e-4F, "0.0001"},
-      {9.9999990e-5F, "9.999999e-05"},
-      {0.3333333433F, "0.33333334"},
-      {16777216.0F, "16777216.0"},
-      {134217728.0F, "134217730.0"},
-      {9.999999e15F, "9999999000000000.0"},
-      {1e16F, "1e+16"},
-      {std::numeric_limits<float>::max(), "3.4028235e+38"},
-      {std::numeric_limits<float>::denorm_min(), "1e-45"},
-      {std::numeric_limits<float>::infinity(), "null"},
-  };
-  for (const auto& [value, expected] : cases) EXPECT_EQ(Text(value), expected);
-  std::mt19937 random(3);
-  for (int i = 0; i < 20000; ++i) {
-    const auto value = i % 2 == 0 ? std::bit_cast<float>(static_cast<std::uint32_t>(random()))
-                                  : std::ldexp(static_cast<float>(random() >> 8U),
-                                               static_cast<int>(random() % 50) - 35);
-    if (!std::isfinite(value)) continue;
-    const std::string text = Text(value);
-    // As the readers have it, by way of a double, which is written the same.
-    ASSERT_EQ(NarrowToFloat(std::strtod(text.c_str(), nullptr)), value) << text;
-    ASSERT_EQ(Text(AsWritten(value)), text);
-    char shortest[40] = "0";
-    for (int digits = 1; std::strtof(shortest, nullptr) != value; ++digits) {
-      std::snprintf(shortest, sizeof shortest, "%.*e", digits - 1, static_cast<double>(value));
-    }
-    ASSERT_EQ(SignificantDigits(text), SignificantDigits(shortest)) << text;
+TEST(Numbers, EveryRealReadsBackTheSameFromTheFewestDigits) {
+  ExpectFewestDigits<double, std::uint64_t>(
+      64, [](const char* text) { return std::strtod(text, nullptr); });
+  // Singles also by way of a double, as the readers have it.
+  ExpectFewestDigits<float, std::uint32_t>(35, [](const char* text) {
+    const float value = std::strtof(text, nullptr);
+    EXPECT_EQ(NarrowToFloat(std::strtod(Text(value).c_str(), nullptr)), value) << text;
+    EXPECT_EQ(Text(AsWritten(value)), Text(value));
+    return value;
+  });
+  for (const auto& [value, expected] :
+       {std::pair{9.9999990e-5F, "9.999999e-05"}, std::pair{0.3333333433F, "0.33333334"},
+        std::pair{134217728.0F, "134217730.0"}, std::pair{9.999999e15F, "9999999000000000.0"},
+        std::pair{std::numeric_limits<float>::infinity(), "null"}}) {
+    EXPECT_EQ(Text(value), expected);
   }
 }
 

@@ -85,61 +85,6 @@ TEST_F(HostileContent, TextsOfAnyBytesAreStoredLearnedAndToldAsTheyCame) {
   }
 }
 
-TEST_F(HostileContent, TablesOfAnyContentAreStoredLearnedAndToldAsTheyCame) {
-  Define("table", 11);
-  VarInfo table = Value("table", KSDataTable, "digest \xff\"}", "", 11);
-  table.value["rows"] = JsonValue(JsonType::Array);
-  for (const std::string& odd : OddTexts()) {
-    table.value["rows"].append(odd);
-    table.tableKeys.insert(odd);
-  }
-  table.value["rows"].append(MegabyteOfOddText());
-  for (int run = 0; run < 5; ++run) {
-    const auto results = Evaluate(table, run);
-    ExpectSound(*results);
-    ASSERT_EQ(results->GetKSValueUpdateResults().size(), run == 4 ? 1U : 0U);
-    if (run < 4) continue;
-    const JsonValue golden = ValueOfText(results->GetKSValueUpdateResults()[0]->strJsonValue);
-    EXPECT_TRUE(golden["rows"] == std::as_const(table.value)["rows"]);
-    EXPECT_EQ(golden["hashCmp"].asString(), table.valueText);
-    EXPECT_EQ(golden["hashColumns"].size(), table.tableKeys.size());
-  }
-  TableHistoryData history;
-  ASSERT_TRUE(history.FromString(StoredHistory("table")));
-  ASSERT_EQ(history.points().size(), 5U);
-  EXPECT_TRUE(history.points()[4].content->GetTableText() == table.value.toString());
-  EXPECT_EQ(history.points()[4].value, table.valueText);
-}
-
-TEST_F(HostileContent, ARefusedHistoryOfTextsBeginsAnewWithOneLogLine) {
-  for (const auto& [name, typeCode] : {std::pair{"string", 3}, std::pair{"table", 11}}) {
-    for (const char* const rule : {"", R"({"ruleParam":"up","hashCmp":"d"})"}) {
-      const std::string variable = std::string(name) + (*rule == 0 ? " without a rule" : "");
-      Define(variable, typeCode);
-      const ObjectDefine object = unit_.Object();
-      if (*rule != 0) {
-        auto definition = std::make_shared<RuleDefinitionData>(
-            typeCode == 3 ? kStrEqual : kTableMd5, kRuleLearned, rule);
-        definition->variableType = typeCode;
-        domain_.manager()->SetRuleAlgParam({{variable, definition}}, &object, "src", "prm",
-                                           kVariableSourceParser);
-      }
-      domain_.manager()->SetRuleHistoryData("{\"dataType\":", &object, "src", variable, "prm",
-                                            kVariableSourceParser);
-      for (int run = 0; run < 2; ++run) {
-        SCOPED_TRACE(variable + std::to_string(run));
-        const LogCapture log;
-        const VarInfo value =
-            Value(variable, typeCode == 3 ? KSDataString : KSDataTable, "down", "", typeCode);
-        EXPECT_EQ(Evaluate(value, run)->GetKSAlertResults().size(), *rule != 0 ? 1U : 0U);
-        EXPECT_EQ(log.Messages().size(), run == 0 ? 1U : 0U);
-        const JsonValue stored = ValueOfText(StoredHistory(variable));
-        EXPECT_EQ(stored["dataList"].size(), static_cast<std::size_t>(run) + 1);
-      }
-    }
-  }
-}
-
 TEST_F(HostileContent, TwentyMegabytesOfTextAreStoredAndComparedWhole) {
   Define("text", 3);
   std::string text(20U << 20U, 'x');

@@ -164,15 +164,6 @@ TEST_F(RuleInstance, TakesADefinitionOverAsItsOwnRule) {
   EXPECT_EQ(Document(), kNothing);
 }
 
-TEST_F(RuleInstance, KeepsTextsInTheParametersOfFloats) {
-  Define("limit", kIntLEQ, R"({"ruleParam":"80"})", 25);
-  Run(kNow, {Value("limit", 2, "-0.5", "", 25)}, true);
-  // The text is refused as a number, and the rule stands at its starting value.
-  EXPECT_EQ(results_->GetKSAlertResults()[0]->GetAlertInfo(),
-            R"({"_t":10,"_p":"{\"ruleParam\":\"80\"}","_v":"-0.5"})");
-  EXPECT_THAT(Rules(), ElementsAre(R"(10 {"ruleParam":-1.0})"));
-}
-
 TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
   ASSERT_TRUE(IniReader::SetInt("Keelstone", "StrValueLength", 6, "fix_frontserver.ini"));
   Prescribe("short", kIntLEQ, R"({"ruleParam":0})");
@@ -185,35 +176,6 @@ TEST_F(RuleInstance, MeasuresTheNameAndNotTheValueForTheAlertText) {
             R"({"_t":10,"_p":"{\"ruleParam\":0}"})");
 }
 
-TEST_F(RuleInstance, FollowsValuesWithinOneRun) {
-  Prescribe("counter", kIntIncrease, R"({"ruleParam":5})");
-  const auto instance = unit_.Start(kNow);
-  for (const char* value : {"9", "9", "8", "10"}) {
-    EXPECT_TRUE(instance->ProcessVariable(Value("counter", 1, value)));
-  }
-  const auto results = instance->GetUpdateResultData();
-  ASSERT_EQ(results->GetKSAlertResults().size(), 2U);
-  EXPECT_EQ(results->GetKSAlertResults()[1]->GetAlertInfo(),
-            R"({"_t":9,"_p":"{\"ruleParam\":9}","_v":"8"})");
-  EXPECT_EQ(results->GetKSValueUpdateResults().size(), 2U);
-}
-
-TEST_F(RuleInstance, CollectsHistoryOnlyBeyondTheInterval) {
-  Define("load");
-  Run(kNow, {Value("load", 1, "5"), Value("load", 1, "6")});
-  const std::string one = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6}]})";
-  EXPECT_THAT(Histories(), ElementsAre(one));  // each saw none; the later row stands
-  Run(kNow + 1800, {Value("load", 1, "7")});
-  EXPECT_THAT(Histories(), ElementsAre(one));
-  Run(kNow + 1801, {Value("load", 1, "7")}, true);
-  EXPECT_THAT(Histories(), ElementsAre(one));
-  ASSERT_TRUE(IniReader::SetInt("Keelstone", "IntervalTime", 60, "fix_frontserver.ini"));
-  Run(kNow + 61, {Value("load", 1, "7")});
-  EXPECT_THAT(Histories(),
-              ElementsAre(R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":6},)"
-                          R"({"liveTime":1700000061,"dataValue":7}]})"));
-}
-
 TEST_F(RuleInstance, WithoutDynamicCalculationChecksOnly) {
   domain_.files().SetGlobal("KSDynamicRuleStatus", R"("false")");
   domain_.manager()->InvalidateKSGlobalSettingCaches();
@@ -222,6 +184,27 @@ TEST_F(RuleInstance, WithoutDynamicCalculationChecksOnly) {
   Run(kNow, {Value("load", 1, "6"), Value("load", 1, "6", "ge0")});
   EXPECT_EQ(results_->GetKSAlertResults().size(), 1U);
   EXPECT_THAT(Histories(), IsEmpty());
+}
+
+TEST_F(RuleInstance, KeepsTheSettingsItBeganWith) {
+  const auto stored = [](int dataType, const std::string& value) {
+    std::string points;
+    for (int i = 30; i > 0; --i) {
+      points += (points.empty() ? "" : ",") +
+                (R"({"liveTime":)" + std::to_string(kNow - i * 86400)) + R"(,"dataValue":)" +
+                value + "}";
+    }
+    return R"({"dataType":)" + std::to_string(dataType) + R"(,"dataList":[)" + points + "]}";
+  };
+  for (const char* name : {"number", "text"}) Define(name);
+  StoreHistory("number", stored(KSDataInt64, "5"));
+  StoreHistory("text", stored(KSDataString, R"("up")"));
+  const auto instance = unit_.Start(kNow);
+  domain_.Tune("{}");  // under which nothing is learned
+  instance->ProcessVariable(Value("number", KSDataInt64, "5"));
+  instance->ProcessVariable(Value("text", KSDataString, "up"));
+  EXPECT_EQ(instance->GetUpdateResultData()->GetKSRuleUpdateResults().size(), 2U);
+  EXPECT_EQ(instance->GetUpdateResultData()->GetKSValueUpdateResults().size(), 2U);
 }
 
 TEST_F(RuleInstance, BeginsANewHistoryForARefusedOneWhereNoRuleIsKept) {
@@ -271,24 +254,40 @@ TEST_F(RuleInstance, KnowsBlockPeriodsByTheClock) {
   Clock::SetSource(nullptr);
 }
 
-TEST_F(RuleInstance, SeesWhatIsStillPending) {
-  Define("limit", kIntLEQ, R"({"ruleParam":80})");
-  Define("load");
-  const auto first = unit_.Start(kNow);
-  EXPECT_TRUE(first->ProcessVariable(Value("limit", 1, "5")));
-  EXPECT_TRUE(first->ProcessVariable(Value("load", 1, "5")));
-  first->SerializeLocalDB();
-  const auto second = unit_.Start(kNow + 1801);
-  EXPECT_TRUE(second->ProcessVariable(Value("limit", 1, "5")));  // no longer new
-  EXPECT_TRUE(second->ProcessVariable(Value("load", 1, "6")));
-  EXPECT_EQ(second->GetUpdateResultData()->ToJsonString(), kNothing);
-  unit_.Finish(*second);
-  const std::string both = R"({"dataType":1,"dataList":[{"liveTime":1700000000,"dataValue":5},)"
-                           R"({"liveTime":1700001801,"dataValue":6}]})";
-  EXPECT_THAT(Histories(), Contains(both));
-  first->SerializeLocalDB();  // what it has handed over before is older by now
-  unit_.Finish(*first);
-  EXPECT_THAT(Histories(), Contains(both));
+TEST_F(RuleInstance, GivesAVerdictOnlyByARuleThatJudges) {
+  const auto judge = [this](int ruleType, const std::string& param, const std::string& history,
+                            bool explain = true, int generateType = kRulePrescribed) {
+    auto rule = std::make_shared<RuleDefinitionData>(ruleType, generateType, param);
+    rule->variableType = 1;
+    auto instance = unit_.Start(kNow);
+    instance->SetCacheData({{"", {{"v", rule}}}});
+    instance->SetHistoryData({{"", {{"v", history}}}});
+    instance->SetExplain(explain);
+    instance->ProcessVariable(Value("v", KSDataInt64, "1"));
+    return instance;
+  };
+  const auto verdict = [&](const auto&... how) { return judge(how...)->GetLastVerdict(); };
+  EXPECT_EQ(verdict(kIntLEQ, R"({"ruleParam":5})", ""), kVerdictFits);
+  // No rule, one that cannot judge such a value, and one that takes its first value.
+  EXPECT_EQ(verdict(kRuleTypeNone, "", ""), kVerdictNone);
+  EXPECT_EQ(verdict(kStrEqual, R"({"ruleParam":"5"})", ""), kVerdictNone);
+  EXPECT_EQ(verdict(kIntIncrease, "", ""), kVerdictNone);
+  // A counter whose rule is learned with this value, and a history that is refused.
+  std::string counted;
+  for (int i = 1; i < 13; ++i) {
+    counted += R"({"liveTime":)" + std::to_string(1600000000 + i) + R"(,"dataValue":)" +
+               std::to_string(i - 20) + (i < 12 ? "}," : "}");
+  }
+  counted = R"({"dataType":1,"dataList":[)" + counted + "]}";
+  EXPECT_EQ(verdict(kRuleTypeNone, "", counted, true, kRuleLearned), kVerdictNone);
+  EXPECT_EQ(verdict(kIntLEQ, R"({"ruleParam":0})", "torn", true, kRuleLearned), kVerdictNone);
+
+  const auto alert = judge(kIntLEQ, R"({"ruleParam":0})", "");
+  EXPECT_EQ(alert->GetLastVerdict(), kVerdictAlert);
+  EXPECT_FALSE(alert->ProcessVariable(Value("undefined", KSDataInt64, "1")));
+  EXPECT_EQ(alert->GetLastVerdict(), kVerdictNone);
+  EXPECT_EQ(alert->GetExplanations().size(), 1U);
+  EXPECT_TRUE(judge(kIntLEQ, R"({"ruleParam":0})", "", false)->GetExplanations().empty());
 }
 
 }  // namespace

@@ -4,48 +4,11 @@
 #include <string>
 
 #include "keelstone/algorithm_manager.h"
-#include "keelstone/rule_global_setting.h"
 
 namespace keelstone::testing {
 namespace {
 
 KSRuleAlgMgr& Manager() { return *KSRuleAlgMgr::Instance(); }
-
-std::shared_ptr<IRuleBase> Make(int ruleType, int dataType, EnumAlgType algType = KSAlgNumerical) {
-  return Manager().GetRuleByType(algType, static_cast<EnumRuleType>(ruleType),
-                                 static_cast<EnumKSDataType>(dataType));
-}
-
-TEST(AlgorithmManager, EveryFamilyMakesEveryRuleWithItsOwnType) {
-  for (const EnumAlgType algType : {KSAlgNumerical, KSAlgString, KSAlgTable}) {
-    for (int ruleType = 0; ruleType < kRuleTypeCount; ++ruleType) {
-      const auto rule = Make(ruleType, 1, algType);
-      ASSERT_NE(rule, nullptr);
-      EXPECT_EQ(rule->GetType(), ruleType);
-      EXPECT_NE(rule, Make(ruleType, 1, algType));
-    }
-    for (const int none : {-2, -1, 13, 99}) EXPECT_EQ(Make(none, 1, algType), nullptr);
-    for (int ruleType = 4; ruleType <= 11; ++ruleType) {  // numbers only
-      for (const int dataType : {-1, 0, 4, 5, 77}) {
-        EXPECT_EQ(Make(ruleType, dataType, algType), nullptr);
-      }
-    }
-  }
-  for (const int none : {-1, 3}) {
-    EXPECT_EQ(Make(4, 1, static_cast<EnumAlgType>(none)), nullptr);
-    EXPECT_EQ(Manager().CalculateRule(nullptr, nullptr, nullptr, KSDataInt64, "anywhere",
-                                      static_cast<EnumAlgType>(none)),
-              nullptr);
-  }
-}
-
-TEST(AlgorithmManager, AlgorithmsAreCopiedAndAssigned) {
-  const NumicalRuleCalculateAlg numbers;
-  NumicalRuleCalculateAlg other(numbers);
-  other = numbers;
-  EXPECT_EQ(other.algType(), KSAlgNumerical);
-  EXPECT_TRUE(KSRuleGlobalSetting("{}").isObject());
-}
 
 TEST(AlgorithmManager, MakesHistoryAndFeatureOfAText) {
   std::shared_ptr<HistoryDataBase> history;

@@ -19,30 +19,6 @@ constexpr const char* kNames[] = {
     "strEqual", "strNoEqual",  "strEnum",     "strRegex", "intEqual", "intNoEqual", "intEnum",
     "intRange", "intConstant", "intIncrease", "intLEQ",   "intGEQ",   "tableMd5"};
 
-// Types whose settings have the same keys are told apart by their numbers.
-TEST(GeneralSettings, FieldsAreReadFromTheirKeys) {
-  const auto document = Document(R"({
-    "strEqual": {"dataCountMinLimit":1,"valueStatusCount":2,"countEqualValueLimit":4},
-    "tableMd5": {"dataCountMinLimit":11,"valueStatusCount":12,"countEqualValueLimit":14},
-    "intConstant": {"dataCountMinLimit":61,"deltaLZeroCount":63,"deltaLZeroValue":64},
-    "intIncrease": {"dataCountMinLimit":71,"deltaLZeroCount":73,"deltaLZeroValue":74}  // and others
-  })");
-  const auto text = document.GetStrEqualSetting();
-  EXPECT_EQ(text->dataCountMinLimit, 1);
-  EXPECT_EQ(text->valueStatusCount, 2);
-  EXPECT_EQ(text->countEqualValueLimit, 4);
-  const auto table = document.GetMD5TableSetting();
-  EXPECT_EQ(table->dataCountMinLimit, 11);
-  EXPECT_EQ(table->valueStatusCount, 12);
-  EXPECT_EQ(table->countEqualValueLimit, 14);
-  EXPECT_EQ(document.GetIntConstSetting()->dataCountMinLimit, 61);
-  EXPECT_EQ(document.GetIntConstSetting()->deltaLZeroCount, 63);
-  EXPECT_EQ(document.GetIntConstSetting()->deltaLZeroValue, 64);
-  EXPECT_EQ(document.GetIntIncreaseSetting()->dataCountMinLimit, 71);
-  EXPECT_EQ(document.GetIntIncreaseSetting()->deltaLZeroCount, 73);
-  EXPECT_EQ(document.GetIntIncreaseSetting()->deltaLZeroValue, 74);
-}
-
 TEST(GeneralSettings, MembersOfTheWrongKindAreRefused) {
   for (const char* member : {R"("x")", "{}", "[]", "2147483648", "1e10"}) {
     const auto document =

@@ -19,8 +19,6 @@ namespace {
 template <class T>
 class NumericRuleKinds : public ::testing::Test {
  protected:
-  using Values = std::vector<T>;
-
   static void SetUpTestSuite() { domain_ = new TunedDomain; }
   static void TearDownTestSuite() { delete domain_; }
 
@@ -34,17 +32,6 @@ class NumericRuleKinds : public ::testing::Test {
                : JsonValue(static_cast<double>(static_cast<T>(number))).toString();
   }
   static std::string ParamText(double number) { return "{\"ruleParam\":" + Text(number) + "}"; }
-
-  /// A rule as the learning algorithm asks it, on these values.
-  static std::shared_ptr<IRuleBase> Candidate(EnumRuleType type, const Values& values,
-                                              bool lessCount = false) {
-    auto rule = Make(type);
-    const auto history = HistoryOf(values);
-    rule->SetHistoryAndDataFeature(std::make_shared<RuleDefinitionData>(), history,
-                                   FeatureOf<T>(history));
-    rule->setIsLessCountCondition(lessCount);
-    return rule;
-  }
 
   /// A rule built from a stored definition.
   static std::shared_ptr<IRuleBase> Stored(EnumRuleType type, const std::string& param) {
@@ -64,89 +51,6 @@ std::vector<TunedDomain::Changed> RangeOf(int coefficient) {
   return {{"intRange", "dataCountMinLimit", 1},
           {"intRange", "valueStatusCount", 0},
           {"intRange", "stdCoefficient", coefficient}};
-}
-
-template <class T>
-std::vector<T> Repeat(int n, int value) {
-  return std::vector<T>(static_cast<std::size_t>(n), T(value));
-}
-
-template <class T>
-std::vector<T> Join(std::vector<T> first, const std::vector<T>& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
-template <class T>
-std::vector<T> Rising(int n, int from = 1) {
-  std::vector<T> values;
-  for (int i = 0; i < n; ++i) values.push_back(T(from + i));
-  return values;
-}
-
-// Worked out by hand; more of them, on and beside each limit, are in learned_cases_test.cpp.
-TYPED_TEST(NumericRuleKinds, FitAndLearnWhatTheHandWorkedCasesSay) {
-  using T = TypeParam;
-  struct Case {
-    const char* about;
-    EnumRuleType type;
-    bool lessCount;
-    std::vector<T> values;
-    std::vector<double> param;  // empty: does not fit
-    std::int64_t time;
-  };
-  const std::vector<T> states = {1, 2, 1, 2, 1, 2, 1, 2, 1, 3};
-  const std::vector<Case> cases = {
-      {"short, at the minimum", kIntEqual, true, Repeat<T>(3, 5), {}, 0},
-      {"short, above it", kIntEqual, true, Repeat<T>(4, 5), {5}, 1004},
-      {"short, no stable run", kIntEqual, true, {1, 1, 2, 2, 1, 1}, {}, 0},
-      {"nine of ten unchanged", kIntEqual, true, Join(Repeat<T>(10, 5), {6}), {5}, 1010},
-      {"nine of eleven", kIntEqual, true, Join(Repeat<T>(9, 5), {6, 7}), {}, 0},
-      {"the newest run", kIntEqual, false, Join(Repeat<T>(8, 1), Repeat<T>(4, 2)), {2}, 1012},
-      {"rises", kIntIncrease, false, Rising<T>(10), {10}, 1010},
-      {"too short", kIntIncrease, false, Rising<T>(9), {}, 0},
-      {"one restart, on the limit", kIntIncrease, false, Join(Rising<T>(8, 20), {17, 18}), {}, 0},
-      {"one restart beyond", kIntIncrease, false, Join(Rising<T>(8, 20), {16, 17}), {17}, 1010},
-      {"constant is no increase", kIntIncrease, false, Repeat<T>(10, 5), {}, 0},
-      {"constant", kIntConstant, false, Repeat<T>(10, 5), {5}, 1010},
-      {"rising is not constant", kIntConstant, false, Rising<T>(10), {}, 0},
-      {"frequent states", kIntEnum, false, states, {1, 2, 3}, 1010},
-      {"four states", kIntEnum, false, Join(states, {4}), {}, 0},
-  };
-  this->domain_->TuneDefaults();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.about);
-    const auto rule = this->Candidate(c.type, c.values, c.lessCount);
-    ASSERT_EQ(rule->CheckRule(this->domain_->id()), !c.param.empty());
-    if (c.param.empty()) continue;
-    EXPECT_TRUE(rule->UpdateRule());
-    std::string list;
-    for (const double value : c.param) list += (list.empty() ? "" : ",") + this->Text(value);
-    if (c.type == kIntEnum) list = "[" + list + "]";
-    EXPECT_EQ(rule->GetRuleParam(), "{\"ruleParam\":" + list + "}");
-    EXPECT_EQ(rule->GetRuleKSValueTime(), c.time);
-  }
-}
-
-TYPED_TEST(NumericRuleKinds, RangeTakesBoundsAroundTheMean) {
-  using T = TypeParam;
-  struct Case {
-    int coefficient;
-    std::vector<T> values;
-    double lower;
-    double upper;
-  };
-  for (const Case& c : std::vector<Case>{{3, {8, 12}, 4, 16},
-                                         {4, {80, 90}, 65, 100},  // a percentage
-                                         {4, {85, 95}, 70, 110},
-                                         {4, {-2, 90}, 0, 228}}) {  // the lower bound's least
-    this->domain_->TuneDefaults(RangeOf(c.coefficient));
-    const auto rule = this->Candidate(kIntRange, c.values);
-    ASSERT_TRUE(rule->CheckRule(this->domain_->id()));
-    EXPECT_TRUE(rule->UpdateRule());
-    EXPECT_EQ(rule->GetRuleParam(), "{\"maxValue\":" + this->Text(c.upper) +
-                                        ",\"minValue\":" + this->Text(c.lower) + "}");
-  }
 }
 
 TYPED_TEST(NumericRuleKinds, ReadStoredParameters) {
@@ -175,38 +79,6 @@ TYPED_TEST(NumericRuleKinds, ReadStoredParameters) {
   };
   for (const Case& c : cases) {
     EXPECT_EQ(this->Stored(c.type, c.text)->GetRuleParam(), c.param) << c.type << " " << c.text;
-  }
-}
-
-TYPED_TEST(NumericRuleKinds, FitNothingWhenTheirSettingsAreRefused) {
-  struct Case {
-    EnumRuleType type;
-    bool still;
-    const char* key;
-    const char* sound;
-    const char* refused;
-  };
-  const std::vector<Case> cases = {
-      {kIntEqual, true, "intEqual", R"({"valueStatusCount":9})",
-       R"({"valueStatusCount":9,"condition0":{"deltaEZero":"x"}})"},
-      {kIntIncrease, false, "intIncrease", "{}", "[]"},
-      {kIntConstant, false, "intConstant", R"({"deltaEZero":-1})",
-       R"({"deltaEZero":-1,"deltaLZeroCount":1e20})"},
-      {kIntEnum, true, "intEnum", R"({"deltaEZero":1,"valueStatusCount":9})", "7"},
-      {kIntRange, false, "intRange", "{}", R"({"stdCoefficient":{}})"},
-      {kIntRange, false, "intEnum", "{}", "\"none\""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.refused);
-    const auto rule =
-        this->Candidate(c.type, c.still ? Repeat<TypeParam>(12, 4) : Rising<TypeParam>(12));
-    const auto document = [&c](const char* member) {
-      return std::string("{\"") + c.key + "\":" + member + "}";
-    };
-    this->domain_->Tune(document(c.sound));
-    EXPECT_TRUE(rule->CheckRule(this->domain_->id()));
-    this->domain_->Tune(document(c.refused));
-    EXPECT_FALSE(rule->CheckRule(this->domain_->id()));
   }
 }
 

@@ -70,28 +70,6 @@ void ExpectJudgements(const std::string& param, const std::vector<Judged>& cases
   }
 }
 
-TEST(StringEqualRule, StripsSpacesAndLineFeedsOnly) {
-  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":"up"})", {{"up", false},
-                                                                {" up\n", false},
-                                                                {"\n \n up \n", false},
-                                                                {"up\t", true},
-                                                                {"\rup", true},
-                                                                {"up\0"s, true},
-                                                                {"Up", true},
-                                                                {"u p", true},
-                                                                {"", true}});
-  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":" \n"})", {{"", false}, {"\n", false}});
-  ExpectJudgements<KSStringEqualRule>(R"({"ruleParam":" a\tb\n"})",
-                                      {{"a\tb", false}, {"a b", true}});
-}
-
-TEST(StringEnumRule, TakesTheTextAsItIs) {
-  ExpectJudgements<KSStringEnumRule>(
-      R"({"ruleParam":["","down ","up"]})",
-      {{"up", false}, {"down ", false}, {"", false}, {"down", true}, {"up\n", true}, {"UP", true}});
-  ExpectJudgements<KSStringEnumRule>(R"({"ruleParam":[]})", {{"", true}, {"x", true}});
-}
-
 TEST(StringNoEqualRule, BreaksOnTheListedTexts) {
   ExpectJudgements<KSStrNoEqualRule>(
       R"({"ruleParam":["down","idle"]})",
@@ -112,27 +90,6 @@ TEST(StringRegexRule, SearchesWithoutLetterCase) {
                                    {{"ver 123.4", false}, {"ver 12.4", true}});
 }
 
-TEST(StringRules, KeepEveryOddTextThroughTheirParameter) {
-  StrEnumData all;
-  for (const std::string& odd : OddTexts()) {
-    StrEqualData data;
-    data.ruleParam = odd;
-    StrEqualData read;
-    ASSERT_TRUE(read.ParseParam(data.ParamToString())) << Quote(odd);
-    EXPECT_EQ(read.ruleParam, odd);
-    EXPECT_EQ(data.ParamToString(), "{\"ruleParam\":" + Quote(odd) + "}");
-    EXPECT_TRUE(read.IsEqual(&data));
-    all.values.insert(odd);
-  }
-  StrEnumData read;
-  ASSERT_TRUE(read.ParseParam(all.ParamToString()));
-  EXPECT_EQ(read.values, all.values);
-  EXPECT_EQ(read.ParamToString(), all.ParamToString());
-  EXPECT_TRUE(read.IsEqual(&all));
-  read.values.erase("\\");
-  EXPECT_FALSE(read.IsEqual(&all));
-}
-
 TEST(TextRules, IgnorePointsOfOtherTypes) {
   const auto number = std::make_shared<KSDataPoint<std::int64_t>>(5, 7);
   for (const std::shared_ptr<IRuleBase>& rule : std::vector<std::shared_ptr<IRuleBase>>{
@@ -151,21 +108,6 @@ TEST(TextRules, IgnorePointsOfOtherTypes) {
 }
 
 // ---- Regular expressions that do not work out
-
-TEST(RegexMatch, LogsThePatternsThatDoNotCompile) {
-  for (const std::string pattern : {"(", ")", "[", "*", "a{2,1}", "\\", "(?<=a+)b", "[[:none:]]"}) {
-    const LogCapture log;
-    EXPECT_FALSE(KSStrRegexRule::StrIsMatch(pattern, pattern)) << pattern;
-    const auto lines = log.Lines();
-    ASSERT_EQ(lines.size(), 1U) << pattern;
-    EXPECT_EQ(lines[0].message.rfind("boost::regex initial catch exception: ", 0), 0U);
-    EXPECT_NE(lines[0].message.back(), ' ') << "no status";
-    EXPECT_NE(lines[0].message, "boost::regex initial catch exception: 0");
-    EXPECT_EQ(lines[0].function, "KSStrRegexRule::StrIsMatch");
-    EXPECT_EQ(lines[0].source, "ksstrregexrule");
-    EXPECT_EQ(lines[0].level, kLogError);
-  }
-}
 
 TEST(RegexMatch, GivesUpOnCostlySearchesAndSaysSo) {
   // Each of these would take from hours to the end of time if it were searched to its end.
@@ -290,23 +232,14 @@ TEST(TableGoldenValue, IsEmptyWithOneErrorLineWhenTheContentIsDamaged) {
   flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 4);
   const std::int64_t right = static_cast<std::int64_t>(std::string(kTable).size());
   for (const Case& c : std::vector<Case>{{"nothing", "", {}},
-                                         {"nothing of no size", "", 0},
                                          {"no base64", "not base64!", {}},
-                                         {"cut base64", encoded(frame).substr(1), {}},
                                          {"no frame", encoded("plain text"), {}},
-                                         {"cut frame", encoded(frame.substr(0, 20)), {}},
-                                         {"two frames", encoded(frame + frame), {}},
                                          {"damaged frame", encoded(flipped), {}},
                                          {"too small a size", {}, right - 1},
                                          {"too large a size", {}, right + 1},
-                                         {"no size", {}, 0},
-                                         {"negative size", {}, -1},
                                          {"vast size", {}, std::int64_t{1} << 62U},
                                          {"an empty text", {}, {}, ""},
                                          {"an array", {}, {}, "[1]"},
-                                         {"null", {}, {}, "null"},
-                                         {"a string", {}, {}, "\"{}\""},
-                                         {"half a table", {}, {}, "{\"columns\":["},
                                          {"more than a table", {}, {}, "{}{}"}}) {
     SCOPED_TRACE(c.about);
     TablMd5EqualData data;

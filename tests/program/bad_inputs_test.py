@@ -2,21 +2,20 @@
 
 Usage: bad_inputs_test.py PROGRAM DOCUMENT
 """
+import contextlib
 import json
-import os
 import pathlib
 import re
 import shlex
 import shutil
 import sqlite3
-import subprocess
 import sys
-import tempfile
 import unittest
 
+from host import HISTORIES, ProgramCase
+
 DOCUMENT = pathlib.Path(sys.argv.pop()).read_text(encoding="utf-8")
-PROGRAM = sys.argv.pop()
-RULES = "create table KSVariableRule (id INTEGER PRIMARY KEY, data TEXT%s)"
+RULE_TABLE = "create table KSVariableRule (id INTEGER PRIMARY KEY, data TEXT%s)"
 KEYS = ("deviceName, interfaceValue, variableSource, param, variableName, variableSourceType, "
         "variableDataType, interfacePath, vxNodePathSchema, ruleGenerateType, ruleTypeId, "
         "ruleAlgParameter, isEnable, isDel")
@@ -61,21 +60,21 @@ def put_page_in_two_places(path):
     path.write_bytes(image)
 
 
-class BadInputsTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.template = pathlib.Path(folder.name)
-        cls.make_fixtures(cls.template)
+class BadInputsTest(ProgramCase):
+    def setUp(self):
+        super().setUp()
+        self.folder = self.folder / "work"
+        self.root = self.folder / "root"
+        self.folder.mkdir()
+        self.make_fixtures(self.folder)
         for number in range(12):
-            cls.run_in(cls.template, "evaluate --enroll --quiet",
-                       run_line(1600000000 + 300000 * number, [{"name": "v", "value": 5}]))
-        cls.run_in(cls.template, "rule set --device r2 --source s --variable v --type intLEQ "
-                                 "--parameter '{\"ruleParam\":80}'")
+            self.evaluate("--enroll", "--quiet",
+                          input=run_line(1600000000 + 300000 * number, [{"name": "v", "value": 5}]))
+        self.call(*"rule set --device r2 --source s --variable v --type intLEQ --parameter".split(),
+                  '{"ruleParam":80}')
 
-    @classmethod
-    def make_fixtures(cls, at):
+    @staticmethod
+    def make_fixtures(at):
         (at / "folder").mkdir()
         for name, text in [("garbage.db", "garbage " * 100), ("empty.db", ""),
                            ("bad.json", '{"a":'), ("array.json", "[]"),
@@ -85,51 +84,33 @@ class BadInputsTest(unittest.TestCase):
             (at / name).write_text(text + ("\n" if text else ""))
         row = "insert into KSVariableRule (data) values ('{}')"
         make_database(at / "other.db", "create table other (a)")
-        make_database(at / "seven.db", RULES % "", row,
+        make_database(at / "seven.db", RULE_TABLE % "", row,
                       """insert into KSVariableRule (data) values ('{"ruleTypeId":"seven"}')""")
         trigger = ("create trigger t after insert on KSVariableRule begin "
                    "delete from KSVariableRule; end")
-        make_database(at / "trigger.db", RULES % "", row, trigger)
-        make_database(at / "disguised.db", RULES % "", row, trigger, "pragma writable_schema=on",
+        make_database(at / "trigger.db", RULE_TABLE % "", row, trigger)
+        make_database(at / "disguised.db", RULE_TABLE % "", row, trigger, "pragma writable_schema=on",
                       "update sqlite_master set type = 'index' where name = 't'")
         make_database(at / "view.db", "create view KSVariableRule as select 1 as data")
         make_database(at / "virtual.db", "create virtual table KSVariableRule using fts5(data)")
         make_database(at / "computed.db", "create table KSVariableRule (id INTEGER PRIMARY KEY, "
                       "x TEXT, data TEXT generated always as (x || x) virtual)")
-        make_database(at / "functions.db", RULES % " check(length(data) > 0)", row)
+        make_database(at / "functions.db", RULE_TABLE % " check(length(data) > 0)", row)
         make_database(at / "rows.db", "create table KSObjectRule (%s)" % KEYS,
                       *["insert into KSObjectRule (deviceName) values ('%s')" % ("x" * 200 + str(i))
                         for i in range(40)])
         put_page_in_two_places(at / "rows.db")
-        make_database(at / "cut.db", RULES % "",
+        make_database(at / "cut.db", RULE_TABLE % "",
                       *["insert into KSVariableRule (data) values ('%s')" % ("x" * 300)] * 20)
         whole = (at / "cut.db").read_bytes()
         (at / "cut.db").write_bytes(whole[:len(whole) // 2])
 
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name) / "work"
-        shutil.copytree(self.template, self.folder)
-
-    @staticmethod
-    def run_in(folder, command, text=b""):
-        return subprocess.run([PROGRAM, *(command if isinstance(command, list)
-                                          else shlex.split(command))],
-                              cwd=folder, input=text if isinstance(text, bytes) else text.encode(),
-                              env=dict(os.environ, KEELSTONE_ROOT="root"), capture_output=True,
-                              timeout=120, check=False)
-
-    def database(self, name, domain="default"):
-        return self.folder / "root/data/FSParserData" / domain / name
-
     def stored(self):
         """All rows of the domain, and the files outside its root."""
         rows = {}
-        for path in sorted(self.database("").glob("*.db")):
-            connection = sqlite3.connect(path)
-            rows[path.name] = list(connection.iterdump())
-            connection.close()
+        for path in sorted(self.database("").parent.glob("*.db")):
+            with contextlib.closing(sqlite3.connect(path)) as connection:
+                rows[path.name] = list(connection.iterdump())
         outside = {str(path): path.is_file() and path.read_bytes()
                    for path in sorted(self.folder.parent.rglob("*"))
                    if self.folder / "root" not in [path, *path.parents]}
@@ -143,18 +124,13 @@ class BadInputsTest(unittest.TestCase):
             sound = [run_line(time, [{"name": "v", "value": 5}]).replace("r1", device)
                      for time in (1700000000, 1750000000)]
             with self.subTest(line=line):
-                done = self.run_in(self.folder, "evaluate --all", b"\n".join(
+                out, said = self.evaluate("--all", code=1, input=b"\n".join(
                     [sound[0].encode(), spelled_out(line), sound[1].encode(), b""]))
-                self.assertEqual(done.returncode, 1, done.stderr)
-                self.assertIn("<stdin>:2: " + answer, done.stderr.decode())
-                self.assertEqual(len(done.stdout.splitlines()), 2)
-                connection = sqlite3.connect(self.database("KSObjectHistory.db"))
-                histories = connection.execute("select deviceName, HistoryData from "
-                                               "KSObjectHistory where deviceName in (?, 'd')",
-                                               (device,)).fetchall()
-                connection.close()
-                self.assertEqual([name for name, _ in histories], [device])
-                self.assertEqual(len(json.loads(histories[0][1])["dataList"]), 2)
+                self.assertIn("<stdin>:2: " + answer, said)
+                self.assertEqual(len(out.splitlines()), 2)
+                [(name, history)] = self.ask(HISTORIES, "select deviceName, HistoryData from KSObjectHistory "
+                                             "where deviceName in (?, 'd')", (device,))
+                self.assertEqual((name, len(json.loads(history)["dataList"])), (device, 2))
 
     def test_values(self):
         for value, because in table("Values that are refused"):
@@ -162,9 +138,8 @@ class BadInputsTest(unittest.TestCase):
                 before = self.stored()
                 run = run_line(1700000000, ["value"]).replace('"value"',
                                                               spelled_out(value).decode())
-                done = self.run_in(self.folder, "evaluate", run)
-                self.assertEqual(done.returncode, 0, done.stderr)
-                [refused] = json.loads(done.stdout)["refused"]
+                out, _ = self.evaluate(input=run)
+                [refused] = json.loads(out)["refused"]
                 self.assertEqual(refused["reason"], because)
                 self.assertEqual(self.stored(), before)
 
@@ -174,10 +149,7 @@ class BadInputsTest(unittest.TestCase):
         for command, code, answer, _ in rows:
             with self.subTest(command=command):
                 before = self.stored()
-                done = self.run_in(self.folder, command.split()[1:])
-                said = (done.stdout + done.stderr).decode()
-                self.assertEqual(done.returncode, int(code), said)
-                self.assertIn(answer, said)
+                self.assertIn(answer, "".join(self.call(*command.split()[1:], code=int(code))))
                 self.assertEqual(self.stored(), before)
 
     def test_files(self):
@@ -185,7 +157,7 @@ class BadInputsTest(unittest.TestCase):
             with self.subTest(file=file, holds=holds):
                 self.doCleanups()
                 self.setUp()
-                path = (self.folder / "root" / file if "/" in file else self.database(file))
+                path = (self.root / file if "/" in file else self.database(file[:-3]))
                 path.unlink(missing_ok=True)
                 if (self.folder / holds).is_dir():
                     path.mkdir()
@@ -195,17 +167,12 @@ class BadInputsTest(unittest.TestCase):
                     path.parent.mkdir(parents=True, exist_ok=True)
                     path.write_text(holds.replace(" ", "\n", 1) + "\n")
                 held = path.is_file() and path.read_bytes()
-                done = self.run_in(self.folder, command.split()[1:])
-                said = done.stderr.decode()
-                log = self.folder / "root/log/keelstone.log"
-                if log.exists():
-                    said += log.read_text()
-                self.assertEqual(done.returncode, int(code), said)
-                self.assertIn(answer, said)
+                _, said = self.call(*command.split()[1:], code=int(code))
+                log = self.root / "log/keelstone.log"
+                self.assertIn(answer, said + (log.read_text() if log.exists() else ""))
                 self.assertEqual(path.is_file() and path.read_bytes(), held)
-                other = run_line(1, [{"name": "v", "value": 1}])
-                done = self.run_in(self.folder, "evaluate --enroll --domain other", other)
-                self.assertEqual(done.returncode, 0, done.stderr)
+                self.evaluate("--enroll", "--domain", "other",
+                              input=run_line(1, [{"name": "v", "value": 1}]))
 
 
 if __name__ == "__main__":

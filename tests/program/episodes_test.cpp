@@ -9,26 +9,6 @@ namespace {
 
 constexpr ObjectKey kKey = {"d", "r1", "s", "p", "eth0", "v"};
 
-TEST(Episodes, OpenWithTheFirstAlertCountAndEndWithTheFirstFit) {
-  Episodes episodes;
-  Episode episode;
-  EXPECT_EQ(episodes.Note(kKey, 10, false), EpisodeStep::kNone);
-  EXPECT_EQ(episodes.Note(kKey, 20, true, "one"), EpisodeStep::kOpened);
-  EXPECT_EQ(episodes.Note(kKey, 30, true, "two", &episode), EpisodeStep::kContinued);
-  EXPECT_EQ(episode.first, 20);
-  EXPECT_EQ(episode.note, "two");
-  ASSERT_EQ(episodes.Open().size(), 1U);
-  EXPECT_EQ(episodes.Open()[0].first, kKey);
-  EXPECT_EQ(episodes.Note(kKey, 40, false, {}, &episode), EpisodeStep::kCleared);
-  EXPECT_EQ(episode.first, 20);
-  EXPECT_EQ(episode.last, 30);
-  EXPECT_EQ(episode.count, 2U);
-  EXPECT_TRUE(episodes.isEmpty());
-  EXPECT_EQ(episodes.Note(kKey, 50, false), EpisodeStep::kNone);
-  EXPECT_EQ(episodes.Note(kKey, 60, true, {}, &episode), EpisodeStep::kOpened);
-  EXPECT_EQ(episode.count, 1U);
-}
-
 TEST(Episodes, EveryPartOfTheKeyCountsAndWhatIsOpenStandsInOrder) {
   Episodes episodes;
   std::array<ObjectKey, 7> keys;

@@ -59,15 +59,6 @@ TEST(LineReader, CutsAtLineFeedsWhereverThePiecesEnd) {
   EXPECT_THAT(LinesOf("\n", 1), ElementsAre(""));
 }
 
-TEST(LineReader, TakesLinesOfAnyLength) {
-  const std::string giant(40U << 20U, 'x');
-  const auto lines = LinesOf("a\n" + giant + "\nb\n" + giant, 1U << 16U);
-  ASSERT_EQ(lines.size(), 4U);
-  EXPECT_EQ(lines[1], giant);
-  EXPECT_EQ(lines[2], "b");
-  EXPECT_EQ(lines[3], giant);
-}
-
 TEST(LineReader, PassesOverLinesBeyondTheBound) {
   const std::string giant(3U << 20U, 'x');
   for (const std::size_t piece : {1U << 10U, 1U << 16U}) {

@@ -1,25 +1,22 @@
-"""The report page: what the program writes, and what a browser makes of it.
-
-Usage: report_test.py PROGRAM
-"""
+"""The report page: what the program writes, and what a browser makes of it."""
 import json
 import os
+import pathlib
 import re
 import resource
 import signal
 import socket
-import sqlite3
 import subprocess
 import sys
-import tempfile
 import unittest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "page"))
+from host import PROGRAM, RULES, ProgramCase, alert, result_line as line
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts/page"))
 import many_variables
 from browser import Browser
 from lab_results import evaluate_lab
 
-PROGRAM = os.path.abspath(sys.argv.pop(1))
 BLOCK = re.compile(r'<script type="application/json" id="([^"]*)">(.*?)</script>', re.S)
 HOSTILE = ('</script><script>window.hacked = 1</script>', '"><img src=x onerror="hacked=1">',
            "it's <b>bold</b> & {{script}} <!-- \u2028 \u2029", "line\nfeed\x01\x1b[31m\x7f",
@@ -39,78 +36,49 @@ def details(page):
     return {next(rows)[5]: detail for first in report["chunks"] for detail in found[f"details-{first}"]}
 
 
-def alert(name, value, parameter='{"ruleParam":5}', kind=4):
-    return {"VaraibleName": name, "InterfaceValue": "", "DeviceName": "r1", "SourcePath": "s",
-            "RuleParam": json.dumps({"_t": kind, "_p": parameter, "_v": value})}
-
-
-def line(time, alerts=(), **more):
-    run = {"time": time, "domain": "default", "device": "r1", "source": "s", "param": "",
-           "blocked": False, "variables": 2, "rejected": [],
-           "result": {"ruleItems": [], "valueItems": [], "alertItems": list(alerts)}}
-    run.update(more)
-    return json.dumps(run)
-
-
-class ReportCase(unittest.TestCase):
+class ReportCase(ProgramCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-        self.root, self.page = self.path("root"), self.path("report.html")
+        super().setUp()
+        self.page = str(self.folder / "report.html")
 
-    def path(self, name):
-        return os.path.join(self.folder, name)
+    def write_lines(self, *lines):
+        return self.write("results.jsonl", "".join(text + "\n" for text in lines))
 
-    def write(self, name, *lines):
-        with open(self.path(name), "w", encoding="utf-8") as file:
-            file.writelines(text + "\n" for text in lines)
-        return self.path(name)
-
-    def init(self, *options):
-        subprocess.run([PROGRAM, "init", "--root", self.root, *options], check=True,
-                       stdout=subprocess.DEVNULL)
-
-    def report(self, *options, output=None, code=0, **more):
-        done = subprocess.run([PROGRAM, "report", "--root", self.root, "--output",
-                               output or self.page, *options], capture_output=True, text=True, **more)
-        self.assertEqual(done.returncode, code, done.stderr)
-        return done
+    def report(self, *options, output=None, **more):
+        return self.call("report", "--output", output or self.page, *options, **more)
 
 
 class Program(ReportCase):
     def test_says_why_it_cannot_and_leaves_the_old_page(self):
-        self.assertIn("no domain in the root folder", self.report(code=2).stderr)
-        self.init()
-        self.assertIn("domain \"x\"", self.report("--domain", "x", code=2).stderr)
-        self.assertIn("No such file", self.report("--results", self.path("none"), code=2).stderr)
-        self.assertIn("No such file", self.report(output=self.path("no/page.html"), code=3).stderr)
-        self.assertIn("Is a directory", self.report(output=self.folder, code=3).stderr)
-        self.report(output="/dev/full", code=3)
+        self.assertIn("no domain in the root folder", self.report(code=2)[1])
+        self.call("init")
+        for options, more, why in [
+                (["--domain", "x"], {"code": 2}, 'domain "x"'),
+                (["--results", "none"], {"code": 2}, "No such file"),
+                ([], {"output": "no/page.html", "code": 3}, "No such file"),
+                ([], {"output": str(self.folder), "code": 3}, "Is a directory"),
+                ([], {"output": "/dev/full", "code": 3}, "No space left")]:
+            self.assertIn(why, self.report(*options, **more)[1])
         self.write("report.html", "old")
 
         def small_files_only():
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
 
-        self.assertIn("File too large", self.report(code=3, preexec_fn=small_files_only).stderr)
+        self.assertIn("File too large", self.report(code=3, preexec_fn=small_files_only)[1])
         self.assertEqual(sorted(os.listdir(self.folder)), ["report.html", "root"])
-        with open(self.page, encoding="utf-8") as file:
-            self.assertEqual(file.read(), "old\n")
+        self.assertEqual(pathlib.Path(self.page).read_text(), "old")
         os.chmod(self.page, 0o640)
         self.report()
         self.assertEqual(os.stat(self.page).st_mode & 0o777, 0o640)
         self.assertEqual(sorted(os.listdir(self.folder)), ["report.html", "root"])
-        database = self.path("root/data/FSParserData/default/KSObjectRule.db")
-        with open(database, "wb") as file:
-            file.write(b"no database" * 100)
-        self.assertIn("KSObjectRule.db", self.report(code=2).stderr)
+        self.database(RULES).write_bytes(b"no database" * 100)
+        self.assertIn("KSObjectRule.db", self.report(code=2)[1])
 
     def test_stops_without_a_trace(self):
-        self.init()
-        program = subprocess.Popen([PROGRAM, "report", "--root", self.root, "--output", self.page,
-                                    "--results", "-"], stdin=subprocess.PIPE, stderr=subprocess.PIPE,
-                                   text=True)
+        self.call("init")
+        program = self.process("report", "--output", self.page, "--results", "-", text=True,
+                               stdin=subprocess.PIPE, stderr=subprocess.PIPE)
         program.stdin.write("no result\n")
         program.stdin.flush()
         program.stderr.readline()  # it has read the line and waits for the next
@@ -120,31 +88,30 @@ class Program(ReportCase):
         self.assertEqual(os.listdir(self.folder), ["root"])
 
     def test_counts_lines_that_are_no_results(self):
-        self.init()
-        results = self.write("results.jsonl", "2023-11-15 ALERT", "", '{"time":1}', line(1),
+        self.call("init")
+        results = self.write_lines("2023-11-15 ALERT", "", '{"time":1}', line(1),
                              line(2, device=7), line(3).replace('"alertItems": []', '"alertItems": {}'),
                              line(4, domain="elsewhere"))
-        done = self.report("--results", results, code=1)
-        self.assertEqual([text.rsplit("results.jsonl:")[1].split(":")[0]
-                          for text in done.stderr.splitlines()], ["1", "3", "5", "6"])
+        _, said = self.report("--results", results, code=1)
+        self.assertEqual([text.rsplit("results.jsonl:")[1].split(":")[0] for text in said.splitlines()],
+                         ["1", "3", "5", "6"])
         summary = blocks(self.page)["report"]["results"]
         self.assertEqual((summary["runs"], summary["skipped"]), (1, 4))
-        with open(results, encoding="utf-8") as file:
-            done = self.report("--results", "-", output="-", code=1, stdin=file)
-        self.assertTrue(done.stdout.startswith("<!doctype html>") and
-                        done.stdout.endswith("</html>\n"))
+        page, _ = self.report("--results", "-", output="-", code=1,
+                              input=pathlib.Path(results).read_bytes())
+        self.assertTrue(page.startswith("<!doctype html>") and page.endswith("</html>\n"))
 
     def test_shows_all_domains_or_the_one_asked_for(self):
         for domain in ("default", "a/b", ""):
-            self.init("--domain", domain)
-        os.mkdir(self.path("root/data/FSParserData/foreign"))
+            self.call("init", "--domain", domain)
+        self.database(RULES, "foreign").parent.mkdir()
         self.report()
         self.assertEqual(blocks(self.page)["report"]["domains"], ["", "a/b", "default"])
         self.report("--domain", "a/b")
         self.assertEqual(blocks(self.page)["report"]["domains"], ["a/b"])
 
     def test_joins_alerts_to_episodes(self):
-        self.init()
+        self.call("init")
         a, b = alert("a", "7"), alert("b", "8")
         open_, cleared, unseen = 0, 1, 2
         # (opened, last, count, end, cleared) of variable a
@@ -172,20 +139,20 @@ class Program(ReportCase):
         }
         for name, (lines, expected) in cases.items():
             with self.subTest(name):
-                self.report("--results", self.write("results.jsonl", *lines))
+                self.report("--results", self.write_lines(*lines))
                 found = details(self.page)["a"]["e"]
                 self.assertEqual([tuple(episode[:5]) for episode in found], expected)
         refused = [[{"interface": "", "variable": "a", "reason": text}] for text in "xyy"]
-        self.report("--results", self.write(
-            "results.jsonl", *(line(i, refused=values) for i, values in enumerate(refused))))
+        self.report("--results", self.write_lines(
+            *(line(i, refused=values) for i, values in enumerate(refused))))
         found = details(self.page)["a"]
         self.assertEqual((found["f"][:2], found["s"][found["f"][2]]), ([3, 2], "y"))
 
     def test_keeps_a_long_episode_within_bounds(self):
-        self.init()
+        self.call("init")
         lines = [line(i, [alert("a", "x" * 5000 + str(i))], explanations=[{"sentence": f"s{i}"}])
                  for i in range(1000)]
-        self.report("--results", self.write("results.jsonl", *lines))
+        self.report("--results", self.write_lines(*lines))
         [episode] = details(self.page)["a"]["e"]
         times = [found[0] for found in episode[5]]
         self.assertEqual((episode[2], times[0], times[-1]), (1000, 0, 999))
@@ -195,7 +162,7 @@ class Program(ReportCase):
 
 
     def test_shows_the_most_important_variables(self):
-        many_variables.make(PROGRAM, self.root, self.path("stored.jsonl"), 30, 0)
+        many_variables.make(PROGRAM, self.root, self.folder / "stored.jsonl", 30, 0)
         numbers = {"cleared": (line(100, [alert("cleared", "7")]), line(110)),
                    "early": (line(120, [alert("early", "7")], source="t"),),
                    "often": (line(150, [alert("often", "7")], source="u"), line(160, [alert("often", "7")], source="u")),
@@ -205,7 +172,7 @@ class Program(ReportCase):
         lines = [text for texts in numbers.values() for text in texts]
         alerting = ["often", "once", "early", "cleared"]
         for limit in (1, 2, 3, 4, 10, 34, 35):
-            done = self.report("--max-variables", str(limit), "--results", self.write("results.jsonl", *lines))
+            _, said = self.report("--max-variables", str(limit), "--results", self.write_lines(*lines))
             report = blocks(self.page)["report"]
             shown = [row[5] for row in report["variables"]]
             self.assertEqual(set(shown) & {*numbers}, {*alerting[:limit], *(["golden"] if limit == 35 else [])})
@@ -213,18 +180,18 @@ class Program(ReportCase):
             self.assertEqual(report["totals"]["states"], [3, 1, 30, 0, 1])
             self.assertEqual([report["totals"][name] for name in ("variables", "devices", "episodes", "withRule")],
                              [35, 2, 4, 30])
-            self.assertEqual(f"{limit} most important of 35 variables" in done.stderr, limit < 35)
+            self.assertEqual(f"{limit} most important of 35 variables" in said, limit < 35)
             found = details(self.page)
             self.assertEqual([alert[0] for alert in found["often"]["e"][0][5]], [150, 160])
             if limit > 3:
                 self.assertEqual(found["cleared"]["e"][0][:5], [100, 100, 1, 1, 110])
 
     def test_removes_what_killed_reports_have_left(self):
-        self.init()
-        names = [self.write(name) for name in (
+        self.call("init")
+        names = [self.write(name, "") for name in (
             "report.html.aB3xYz.unfinished", "report.html.backup", "report.html.toolong.unfinished",
             "other.html.aB3xYz.unfinished")]
-        young = self.write("report.html.Young1.unfinished")
+        young = self.write("report.html.Young1.unfinished", "")
         for name in names:
             os.utime(name, (0, 0))
         self.report()
@@ -261,8 +228,8 @@ class Page(ReportCase):
         browser.wait("document.querySelector('.unfolded .drawing')")
 
     def test_lab_recording(self):
-        evaluate_lab(PROGRAM, self.root, self.path("results.jsonl"), "--explain", runs=12500)
-        self.report("--results", self.path("results.jsonl"))
+        evaluate_lab(PROGRAM, self.root, self.folder / "results.jsonl", "--explain", runs=12500)
+        self.report("--results", self.folder / "results.jsonl")
         browser = self.browse()
         tiles = browser.texts(".tile strong")
         self.assertEqual(tiles[:2], ["4", "311"])
@@ -332,7 +299,7 @@ class Page(ReportCase):
 
     def hostile_page(self):
         """Every text of a device is hostile: names, values, tables, explanations."""
-        self.init("--interval-time", "1")
+        self.call("init", "--interval-time", "1")
         runs = []
         for time in range(12):
             for text in HOSTILE:
@@ -341,23 +308,17 @@ class Page(ReportCase):
                                         "param": text, "variables": [
                     {"name": text, "interface": text, "value": value},
                     {"name": "t" + text, "value": [{text: value}]}]}))
-        results = self.path("results.jsonl")
-        with open(results, "wb") as out:
-            subprocess.run([PROGRAM, "evaluate", "--root", self.root, "--enroll", "--quiet", "--all",
-                            "--format", "json", self.write("runs.jsonl", *runs)], stdout=out, check=True)
-        with open(results, encoding="utf-8") as file:
-            lines = file.read().rstrip("\n").split("\n")
+        lines = self.evaluate("--enroll", "--quiet", "--all", "--format", "json",
+                              input="\n".join(runs) + "\n")[0].rstrip("\n").split("\n")
         for i, text in enumerate(lines):
             run = json.loads(text)
             run["explanations"] = [{"sentence": HOSTILE[0], "table": {
                 "keys": [HOSTILE[1]], "added": {"count": 1, "rows": [{HOSTILE[1]: HOSTILE[0]}]}}}
                 for _ in run["result"]["alertItems"]]
             lines[i] = json.dumps(run)
-        with sqlite3.connect(self.path("root/data/FSParserData/default/KSObjectRule.db")) as db:
-            db.execute("update KSObjectRule set ruleAlgParameter = cast(x'ff3c2f7363726970743e' as text) "
-                       "where rowid = 1")
-        db.close()
-        self.report("--results", self.write("results.jsonl", *lines))
+        self.ask(RULES, "update KSObjectRule set ruleAlgParameter = cast(x'ff3c2f7363726970743e' as text) "
+                 "where rowid = 1")
+        self.report("--results", self.write_lines(*lines))
 
     def test_hostile_text_is_text(self):
         self.hostile_page()
@@ -411,8 +372,8 @@ class Page(ReportCase):
         self.assertNotRegex(html, "<(script|img|b)[ >]")
 
     def test_ten_thousand_variables(self):
-        many_variables.make(PROGRAM, self.root, self.path("results.jsonl"), 10000, 1000)
-        self.report("--results", self.path("results.jsonl"))
+        many_variables.make(PROGRAM, self.root, self.folder / "results.jsonl", 10000, 1000)
+        self.report("--results", self.folder / "results.jsonl")
         browser = self.browse()
         self.assertEqual(browser.texts("#count"), ["10,000 variables"])
         self.assertLess(browser.run("return document.querySelectorAll('*').length"), 5000)
@@ -422,7 +383,7 @@ class Page(ReportCase):
 
     def test_odd_results_break_no_row(self):
         """Whatever stands where an explanation is due."""
-        self.init()
+        self.call("init")
         odd = [None, 7, "x", True, [], [None], {}, {"a": None}, [[None]]]
         explanations = [{"sentence": value} for value in odd]
         explanations += [{"history": value} for value in odd] + [{"history": {"last": value}} for value in odd]
@@ -435,7 +396,7 @@ class Page(ReportCase):
                          for value in odd]
         lines = [line(i, [alert(f"v{i}", "7", kind=(4, 12)[i % 2])], explanations=[explanation], source=f"s{i}")
                  for i, explanation in enumerate(explanations * 2)]
-        self.report("--results", self.write("results.jsonl", *lines))
+        self.report("--results", self.write_lines(*lines))
         browser = self.browse()
         browser.run("window.dispatchEvent(new Event('beforeprint'))")  # all rows
         browser.run("document.querySelectorAll('.unfold').forEach((button) => button.click())")
@@ -443,15 +404,15 @@ class Page(ReportCase):
         self.assertEqual(browser.texts(".unfolded [role=alert]"), [])
 
     def test_says_what_is_left_out(self):
-        many_variables.make(PROGRAM, self.root, self.path("results.jsonl"), 300, 40)
-        self.report("--results", self.path("results.jsonl"), "--max-variables", "12")
+        many_variables.make(PROGRAM, self.root, self.folder / "results.jsonl", 300, 40)
+        self.report("--results", self.folder / "results.jsonl", "--max-variables", "12")
         browser = self.browse()
         self.assertEqual(browser.texts("#count"), ["12 variables"])
         self.assertEqual(browser.texts(".tile strong")[:3], ["3", "300", "10"])
         self.assertRegex(browser.texts("#notes .notice")[0], "12 most important of 300 variables.*Left out: 288 no alert")
 
     def test_nothing_yet(self):
-        self.init()
+        self.call("init")
         self.report()
         browser = self.browse(dark=True)
         self.assertIn("Nothing is stored yet", browser.texts("#nothing")[0])

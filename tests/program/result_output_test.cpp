@@ -47,16 +47,6 @@ std::string Told(const std::string& interface, const std::string& value) {
   return text + TextOutput(run, outcome, book.Take(run, outcome));
 }
 
-TEST(ResultOutput, TextTellsAnEpisodeAndNotItsAlerts) {
-  EXPECT_EQ(Told("eth0", "down"),
-            "2023-11-14 22:13:20Z ALERT  r1 eth0 bgp peers is \"down\", expected always \"up\" "
-            "(learned)\n"
-            "2023-11-14 22:13:20Z OPEN   r1 eth0 bgp peers is \"down\", expected always \"up\" "
-            "(learned); 2 alerts since 2023-11-14 22:13:20Z\n"
-            "2023-11-14 22:14:20Z CLEAR  r1 eth0 bgp peers fits again with down, after 2 alerts "
-            "since 2023-11-14 22:13:20Z\n");
-}
-
 TEST(ResultOutput, TextShowsNoTerminalWhatADeviceSends) {
   const std::string text = Told("\x1b]0;x\x07", "a\nb\xC2\x9B\xE2\x80\xAE\xFF");
   EXPECT_THAT(text, HasSubstr("r1 \\x1b]0;x\\x07 bgp"));

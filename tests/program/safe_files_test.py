@@ -1,7 +1,4 @@
-"""The program and its files: databases that cannot be used, rights, names, a full disk.
-
-Usage: safe_files_test.py PROGRAM
-"""
+"""The program and its files: databases that cannot be used, rights, names, a full disk."""
 import contextlib
 import itertools
 import json
@@ -12,18 +9,19 @@ import shutil
 import sqlite3
 import stat
 import subprocess
-import sys
-import tempfile
 import threading
 import time
 import unittest
 
-PROGRAM = os.path.abspath(sys.argv.pop(1))
-DATABASES = ["KSGlobalSetting", "KSVariableRule", "KSBlockSetting", "KSObjectRule",
-             "KSObjectHistory"]
+from host import DATABASES, HISTORIES, RULES, ProgramCase
+
+VARIABLE = ["--device", "r1", "--source", "s", "--variable", "v0"]
+RULE_SET = ["rule", "set", *VARIABLE, "--type", "strEqual", "--parameter", '{"ruleParam":"x"}']
+BLOCK_ADD = ["block", "add", "--device", "r1", "--from", "1", "--to", "2"]
+SETTING = ["settings", "set", "KSTableCountLimit", "7"]
 
 
-def runs(count, domain="good", start=0, variables=3):
+def runs(count, domain="default", start=0, variables=3):
     """A device's runs, one an hour."""
     return "".join(json.dumps({
         "time": 1700000000 + 3600 * number, "device": "r1", "source": "s", "domain": domain,
@@ -71,37 +69,14 @@ FAULTS = {
 }
 
 
-class SafeFilesTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        self.root = self.folder / "root"
-
-    def database(self, name, domain="good"):
-        return self.root / "data" / "FSParserData" / domain / (name + ".db")
-
-    def ask(self, path, sql):
-        connection = sqlite3.connect(path)
-        try:
-            return connection.execute(sql).fetchall()
-        finally:
-            connection.close()
-
-    def call(self, *arguments, input="", code=0, umask=-1):
-        done = subprocess.run([PROGRAM, *arguments, "--root", self.root], input=input.encode(),
-                              capture_output=True, timeout=60, umask=umask)
-        said = done.stderr.decode()
-        self.assertEqual(done.returncode, code, (arguments, said))
-        return done.stdout.decode(), said
-
+class SafeFilesTest(ProgramCase):
     def configure(self, text):
         (self.root / "conf").mkdir(parents=True, exist_ok=True)
         (self.root / "conf" / "fix_frontserver.ini").write_text("[Keelstone]\n" + text)
 
-    def evaluate(self, input, *arguments, code=0):
-        out, said = self.call("evaluate", "--all", *arguments, input=input, code=code)
-        return [json.loads(line) for line in out.splitlines()], said
+    def others(self, path):
+        """What the other databases of the domain hold."""
+        return {file: file.read_bytes() for file in path.parent.glob("*.db") if file != path}
 
     # Databases that cannot be used
 
@@ -109,87 +84,69 @@ class SafeFilesTest(unittest.TestCase):
         for number, ((name, (spoil, reason)), database) in enumerate(
                 itertools.product(FAULTS.items(), DATABASES)):
             with self.subTest(database + " is " + name):
-                self.call("init", "--domain", "bad%d" % number)
+                self.evaluate("--enroll", input=runs(6, "bad%d" % number))
                 path = self.database(database, "bad%d" % number)
                 spoil(path)
+                kept = self.others(path)
                 mixed = "".join(a + b for a, b in zip(
                     runs(3, "good%d" % number).splitlines(True),
-                    runs(3, "bad%d" % number).splitlines(True)))
+                    runs(3, "bad%d" % number, start=100).splitlines(True)))
                 if name == "of another shape":
                     change("create table TABLE (id INTEGER PRIMARY KEY, other TEXT)")(path)
                     reason = "no such column"
-                found, said = self.evaluate(mixed, "--enroll", code=3)
+                out, said = self.evaluate("--enroll", "--all", input=mixed, code=3)
+                found = map(json.loads, out.splitlines())
                 self.assertEqual([len(run["rejected"]) for run in found], [0, 3] * 3)
+                self.assertEqual(self.others(path), kept)  # nothing is learned over
                 self.assertIn("<stdin>:2: domain", said)
                 self.assertIn(str(path), said)
                 self.assertIn(reason, said)
-                stored = self.ask(self.database("KSObjectHistory", "good%d" % number),
+                stored = self.ask(self.database(HISTORIES, "good%d" % number),
                                   "select count(*) from KSObjectHistory")
                 self.assertEqual(stored, [(3,)])
                 # Alone it is as if nothing could be used.
-                _, said = self.evaluate(runs(1, "bad%d" % number), "--domain", "bad%d" % number,
-                                        code=2)
+                _, said = self.evaluate("--domain", "bad%d" % number, code=2,
+                                        input=runs(1, "bad%d" % number))
                 self.assertIn(str(path), said)
 
     def test_every_command_names_the_file_and_the_reason(self):
-        self.call("init", "--domain", "good")
-        self.evaluate(runs(2), "--enroll")
-        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
+        self.evaluate("--enroll", input=runs(2))
         commands = [
-            ("KSObjectRule", ["rules"]), ("KSObjectRule", ["clean", "--keep", "t"]),
-            ("KSObjectRule", ["rule", "set", *variable, "--type", "intLEQ", "--parameter",
-                              '{"ruleParam":80}']),
-            ("KSObjectHistory", ["rule", "unset", *variable]),
-            ("KSGlobalSetting", ["settings", "get"]), ("KSGlobalSetting", ["init"]),
-            ("KSGlobalSetting", ["settings", "set", "KSTableCountLimit", "7"]),
+            (RULES, ["rules"]), (RULES, ["clean", "--keep", "t"]), (RULES, RULE_SET),
+            (HISTORIES, ["rule", "unset", *VARIABLE]), ("KSGlobalSetting", ["settings", "get"]),
+            ("KSGlobalSetting", ["init"]), ("KSGlobalSetting", SETTING),
             ("KSBlockSetting", ["block", "list"]), ("KSBlockSetting", ["block", "remove", "1"]),
-            ("KSBlockSetting", ["block", "add", "--device", "r1", "--from", "1", "--to", "2"]),
-        ]
+            ("KSBlockSetting", BLOCK_ADD)]
         for name, (database, command) in itertools.product(
                 ["garbage", "a pipe", "of a newer layout"], commands):
             with self.subTest(name=name, command=command):
                 path = self.database(database)
                 kept = path.read_bytes()
                 FAULTS[name][0](path)
-                _, said = self.call(*command, "--domain", "good", code=2)
+                _, said = self.call(*command, code=2)
                 self.assertIn(str(path), said)
                 self.assertIn(FAULTS[name][1], said)
                 path.unlink()
                 path.write_bytes(kept)
-        for name in ["garbage", "cut off", "a folder", "a pipe", "of a newer layout"]:
-            with self.subTest("delivered: " + name):
-                delivered = self.folder / "KSObjectRule.db"
-                delivered.write_bytes(self.database("KSObjectRule").read_bytes())
-                FAULTS[name][0](delivered)
-                before = self.database("KSObjectRule").read_bytes()
-                _, said = self.call("merge", "--domain", "good", "--type", "object-rule",
-                                    str(delivered), code=2)
-                self.assertIn(str(delivered), said)
-                self.assertEqual(self.database("KSObjectRule").read_bytes(), before)
-                if delivered.is_dir():
-                    delivered.rmdir()
-                else:
-                    delivered.unlink()
 
     def test_an_empty_file_is_a_database_without_its_table(self):
-        self.call("init", "--domain", "good")
-        self.database("KSObjectHistory").write_bytes(b"")
-        _, said = self.evaluate(runs(1))
-        self.assertIn(str(self.database("KSObjectHistory")) + " has no table", said)
-        self.evaluate(runs(2), "--enroll")
-        self.assertEqual(self.ask(self.database("KSObjectHistory"),
-                                  "select count(*) from KSObjectHistory"), [(3,)])
+        self.call("init")
+        self.database(HISTORIES).write_bytes(b"")
+        _, said = self.evaluate(input=runs(1))
+        self.assertIn(str(self.database(HISTORIES)) + " has no table", said)
+        self.evaluate("--enroll", input=runs(2))
+        self.assertEqual(self.ask(HISTORIES, "select count(*) from KSObjectHistory"), [(3,)])
 
     def test_a_file_of_the_known_layout_keeps_its_version(self):
-        self.call("init", "--domain", "good")
-        self.assertEqual(self.ask(self.database("KSObjectRule"), "pragma user_version"), [(0,)])
-        change("pragma user_version = 1")(self.database("KSObjectRule"))
-        self.evaluate(runs(12), "--enroll")
-        self.assertEqual(self.ask(self.database("KSObjectRule"), "pragma user_version"), [(1,)])
+        self.call("init")
+        self.assertEqual(self.ask(RULES, "pragma user_version"), [(0,)])
+        change("pragma user_version = 1")(self.database(RULES))
+        self.evaluate("--enroll", input=runs(12))
+        self.assertEqual(self.ask(RULES, "pragma user_version"), [(1,)])
 
     def test_what_a_crash_has_left_is_rolled_back(self):
-        self.call("init", "--domain", "good")
-        path = self.database("KSObjectHistory")
+        self.call("init")
+        path = self.database(HISTORIES)
         journal = pathlib.Path(str(path) + "-journal")
         writer = sqlite3.connect(path, isolation_level=None)
         writer.execute("pragma cache_size = 2")
@@ -202,7 +159,7 @@ class SafeFilesTest(unittest.TestCase):
         writer.close()
         for command in [["evaluate", "--enroll"], ["rules"], ["clean", "--keep", "s"]]:
             path.write_bytes(left[0]), journal.write_bytes(left[1])
-            self.call(*command, "--domain", "good", input=runs(2))
+            self.call(*command, input=runs(2))
             self.assertFalse(journal.exists())
             self.assertEqual(self.ask(path, "pragma integrity_check"), [("ok",)])
             self.assertEqual(self.ask(path, "select count(*) from KSObjectHistory where "
@@ -211,20 +168,20 @@ class SafeFilesTest(unittest.TestCase):
     def test_a_lock_is_waited_for_as_long_as_is_set(self):
         self.configure("BusyTimeout=300\n")
         self.call("init", "--domain", "held")
-        holder = sqlite3.connect(self.database("KSObjectRule", "held"), isolation_level=None,
+        holder = sqlite3.connect(self.database(RULES, "held"), isolation_level=None,
                                  check_same_thread=False)
         holder.execute("begin exclusive")
         begun = time.monotonic()
-        found, said = self.evaluate(runs(1, "held") + runs(1), "--enroll", code=3)
+        found, said = self.evaluate("--enroll", "--all", input=runs(1, "held") + runs(1), code=3)
         self.assertGreater(time.monotonic() - begun, 0.25)
         self.assertLess(time.monotonic() - begun, 5)
-        self.assertEqual([len(run["rejected"]) for run in found], [3, 0])
-        self.assertIn(str(self.database("KSObjectRule", "held")) + ": ", said)
+        self.assertEqual([len(json.loads(run)["rejected"]) for run in found.splitlines()], [3, 0])
+        self.assertIn(str(self.database(RULES, "held")) + ": ", said)
         self.assertIn("database is locked", said)
         self.configure("BusyTimeout=30000\n")
         release = threading.Timer(0.5, holder.execute, ["rollback"])
         release.start()
-        found, _ = self.evaluate(runs(1, "held"), "--enroll")
+        found = self.results("--enroll", input=runs(1, "held"))
         self.assertEqual(found[0]["rejected"], [])
         release.join()
         holder.close()
@@ -232,16 +189,11 @@ class SafeFilesTest(unittest.TestCase):
     # Rights and names
 
     def test_files_are_for_their_owner_and_group_only(self):
-        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
         for umask, file_rights, folder_rights in [(0, 0o640, 0o750), (0o077, 0o600, 0o700)]:
             self.root = self.folder / ("root%o" % umask)
             for command in [["init", "--interval-time", "60"], ["evaluate", "--enroll", "--log-level", "0"],
-                            ["rule", "set", *variable, "--type", "strEqual", "--parameter",
-                             '{"ruleParam":"x"}'],
-                            ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
-                            ["settings", "set", "KSTableCountLimit", "7"],
-                            ["clean", "--keep", "s"]]:
-                self.call(*command, input=runs(12, "default"), umask=umask)
+                            RULE_SET, BLOCK_ADD, SETTING, ["clean", "--keep", "s"]]:
+                self.call(*command, input=runs(12), umask=umask)
             for kind, name in [("object-rule", "KSObjectRule"), ("block-setting", "KSBlockSetting"),
                                ("interface-type", "KSInterfaceType")]:
                 delivered = self.folder / name
@@ -249,7 +201,7 @@ class SafeFilesTest(unittest.TestCase):
                     connection.execute("create table if not exists KSInterfaceType (data)")
                 connection.close()
                 if kind != "interface-type":
-                    delivered.write_bytes(self.database(name, "default").read_bytes())
+                    delivered.write_bytes(self.database(name).read_bytes())
                 delivered.chmod(0o666)
                 self.call("merge", "--type", kind, str(delivered), umask=umask)
             found = [path for path in self.root.rglob("*")] + [self.root]
@@ -262,17 +214,13 @@ class SafeFilesTest(unittest.TestCase):
     def test_no_domain_id_leaves_the_root(self):
         delivered = self.folder / "delivered"
         self.call("init", "--domain", "from")
-        delivered.write_bytes(self.database("KSObjectRule", "from").read_bytes())
+        delivered.write_bytes(self.database(RULES, "from").read_bytes())
         names = {"..": "%2E%2E", "../../../../x": "..%2F..%2F..%2F..%2Fx", "a/../../b":
                  "a%2F..%2F..%2Fb", str(self.folder): str(self.folder).replace("/", "%2F"),
                  "%2e%2e": "%252e%252e", "a\\..\nb": "a%5C..%0Ab", "": "%"}
-        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
         for name in names:
-            for command in [["evaluate", "--enroll"], ["init"], ["rules"],
-                            ["rule", "set", *variable, "--type", "strEqual", "--parameter",
-                             '{"ruleParam":"x"}'], ["rule", "unset", *variable],
-                            ["block", "add", "--device", "r1", "--from", "1", "--to", "2"],
-                            ["settings", "set", "KSTableCountLimit", "7"],
+            for command in [["evaluate", "--enroll"], ["init"], ["rules"], RULE_SET,
+                            ["rule", "unset", *VARIABLE], BLOCK_ADD, SETTING,
                             ["merge", "--type", "object-rule", str(delivered)],
                             ["clean", "--keep", "s"]]:
                 self.call(*command, "--domain", name, input=runs(2, name))
@@ -293,7 +241,7 @@ class SafeFilesTest(unittest.TestCase):
         self.addCleanup(subprocess.run, ["umount", "-l", self.root], check=True)
         self.configure("CacheSize=50\nIntervalTime=60\n")
         lines = runs(60, variables=150)
-        _, said = self.evaluate(lines, "--enroll", code=3)
+        _, said = self.evaluate("--enroll", input=lines, code=3)
         self.assertRegex(said, "writes to the databases have failed, first " +
                          re.escape(str(self.root)) + ".*database or disk is full")
         filler = open(self.root / "filler", "wb", buffering=0)
@@ -303,28 +251,24 @@ class SafeFilesTest(unittest.TestCase):
         filler.close()
         rules = str(self.folder / "KSVariableRule.db")
         shutil.copy(self.database("KSVariableRule"), rules)
-        variable = ["--device", "r1", "--source", "s", "--variable", "v0"]
         for database, code, command in [
-                ("KSObjectRule", 3, ["rule", "set", *variable, "--type", "strEqual", "--parameter",
-                                     json.dumps({"ruleParam": "x" * 10000})]),
+                (RULES, 3, [*RULE_SET[:-1], json.dumps({"ruleParam": "x" * 10000})]),
                 ("KSBlockSetting", 3, ["block", "add", "--device", "d" * 9000, "--from", "now",
                                        "--to", "4102444800"]),
                 ("KSGlobalSetting", 3, ["settings", "set", "KSRuleType", json.dumps("x" * 9000)]),
                 ("KSVariableRule", 3, ["merge", "--type", "variable-rule", rules]),
                 ("new", 2, ["init", "--domain", "new"])]:
-            domain = [] if command[0] == "init" else ["--domain", "good"]
-            _, said = self.call(*command, *domain, code=code)
+            _, said = self.call(*command, code=code)
             self.assertRegex(said, "(?s)" + database + ".*(full|No space left)", command)
         os.remove(self.root / "filler")
-        for name in ["KSObjectRule", "KSObjectHistory"]:
-            self.assertEqual(self.ask(self.database(name), "pragma integrity_check"), [("ok",)])
+        for name in (RULES, HISTORIES):
+            self.assertEqual(self.ask(name, "pragma integrity_check"), [("ok",)])
         subprocess.run(["mount", "-o", "remount,size=64m", self.root], check=True)
-        self.evaluate(lines, "--enroll")
-        self.evaluate(runs(10, start=60, variables=150), "--enroll")
-        for name in ["KSObjectRule", "KSObjectHistory"]:
-            self.assertEqual(self.ask(self.database(name), "pragma integrity_check"), [("ok",)])
-            self.assertEqual(self.ask(self.database(name), "select count(*) from " + name),
-                             [(150,)])
+        self.evaluate("--enroll", input=lines)
+        self.evaluate("--enroll", input=runs(10, start=60, variables=150))
+        for name in (RULES, HISTORIES):
+            self.assertEqual(self.ask(name, "pragma integrity_check"), [("ok",)])
+            self.assertEqual(self.ask(name, "select count(*) from " + name), [(150,)])
 
 
 if __name__ == "__main__":

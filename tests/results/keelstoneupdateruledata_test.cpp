@@ -81,15 +81,6 @@ TEST(ResultItems, AreWrittenInTheirOrderAndReadBack) {
   again(KSAlertData(), kAlertText);
 }
 
-TEST(ResultItems, StayAsTheyAreWhenAMemberIsRefused) {
-  KSValueUpdateResultItem value = ValueItem();
-  EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"strNodeId":"other","nRuleId":"x"})")));
-  EXPECT_FALSE(value.LoadFromJson(Parsed(R"({"nRuleId":4294967296})")));
-  EXPECT_FALSE(value.LoadFromJson(Parsed("[]")));
-  EXPECT_EQ(value.ToJsonString(), kValueText);
-  EXPECT_TRUE(value.LoadFromJson(Parsed(R"({"nValueTime":-9223372036854775808})")));
-}
-
 class ResultContainer : public ::testing::Test {
  protected:
   void Fill() {
@@ -119,23 +110,6 @@ TEST_F(ResultContainer, IsOneDocument) {
   EXPECT_EQ(again.ToJsonString(), FullText());
   ASSERT_EQ(again.GetKSAlertResults().size(), 2U);
   EXPECT_TRUE(again.GetKSAlertResults()[0]->GetTaskIds().empty());
-}
-
-TEST_F(ResultContainer, IsEmptiedByLoading) {
-  Fill();
-  EXPECT_TRUE(results_.LoadFromJson(Parsed(std::string(R"({"ruleItems":[)") + kRuleText + "]}")));
-  EXPECT_EQ(results_.GetKSRuleUpdateResults().size(), 1U);
-  EXPECT_TRUE(results_.GetKSValueUpdateResults().empty());
-  EXPECT_TRUE(results_.GetKSAlertResults().empty());
-  for (const char* text : {R"({"ruleItems":[{},{"nRuleId":[]}]})", R"({"ruleItems":{}})",
-                           R"({"ruleItems":[],"alertItems":{"a":{}}})", R"({"valueItems":"x"})"}) {
-    results_ = KSRuleUpdateResultData();
-    Fill();
-    EXPECT_FALSE(results_.LoadFromJson(Parsed(text))) << text;
-    EXPECT_EQ(results_.ToJsonString(), KSRuleUpdateResultData().ToJsonString());
-  }
-  EXPECT_TRUE(results_.LoadFromJson(Parsed(R"({"ruleItems":null})")));
-  EXPECT_TRUE(results_.GetKSRuleUpdateResults().empty());
 }
 
 TEST_F(ResultContainer, RefusesTextsBeyondTheLimit) {

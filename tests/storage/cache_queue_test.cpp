@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
-#include <thread>
 #include <utility>
 
 #include "keelstone/data_cache_queue.h"
@@ -92,23 +89,6 @@ TEST_F(CacheQueue, AUnitIsLoadedForItsCallerAndTheLinesSaySo) {
   EXPECT_EQ(queue.RulePackageMaxSize(), 8388608);
 }
 
-TEST_F(CacheQueue, WithoutATableOrAUnitTheCallerGivesUpAfterItsAttempts) {
-  const LogCapture log(kLogInformation);
-  EXPECT_EQ(Param("nobody"), "none");
-  const auto count = [&](const std::string& text) {
-    const auto lines = log.Messages("Performance");
-    return std::count(lines.begin(), lines.end(), text);
-  };
-  EXPECT_EQ(count("Wait too long to get the rule data. : nobody$$$source$$$param"), 9);
-  EXPECT_EQ(count("Failed to get the rule data for nobody$$$source$$$param"), 1);
-  std::vector<std::shared_ptr<UnitKey>> keys;
-  EXPECT_EQ(queue.GetRuleKeys(keys), 1);  // still asked for
-  EXPECT_EQ(queue.GetRuleKeys(keys), 1);
-  queue.SetKSObjectRuleSql(table);
-  EXPECT_EQ(History("nobody"), "none");
-  EXPECT_EQ(count("Failed to get the history data for nobody$$$source$$$param"), 1);
-}
-
 TEST_F(CacheQueue, WithoutAThreadNothingIsWaitedFor) {
   Write("d", "p");
   const LogCapture log(kLogInformation);
@@ -161,39 +141,6 @@ TEST_F(CacheQueue, WhatWasLoadedBeforeALaterWriteIsNeverHandedOut) {
   ASSERT_NO_FATAL_FAILURE(LoadAhead("d"));
   table->RemoveRuleDefinitionNoExistSource({"another source"}, kVariableSourceParser);
   EXPECT_EQ(Param("d"), "none");
-}
-
-TEST_F(CacheQueue, CallersOfOneUnitAndItsWriterMeetNoOldRule) {
-  for (int i = 0; i < 4; ++i) Write("d" + std::to_string(i), "0");
-  queue.SetKSObjectRuleSql(table);
-  std::array<std::atomic<int>, 4> written{};
-  std::atomic<bool> done{false};
-  std::thread writer([&] {
-    for (int value = 1; value <= 15; ++value) {
-      for (std::size_t i = 0; i < written.size(); ++i) {
-        Write("d" + std::to_string(i), std::to_string(value));
-        written[i] = value;
-      }
-    }
-    done = true;
-  });
-  std::vector<std::thread> readers;
-  for (int reader = 0; reader < 3; ++reader) {
-    readers.emplace_back([&] {
-      while (!done) {
-        for (std::size_t i = 0; i < written.size(); ++i) {
-          const auto key = Key("d" + std::to_string(i));
-          queue.PutRuleKey(key);
-          const int before = written[i];
-          const auto rules = queue.GetRuleData(key);
-          if (rules == nullptr) continue;
-          EXPECT_GE(std::stoi(ParamOf(rules)), before);
-        }
-      }
-    });
-  }
-  writer.join();
-  for (std::thread& reader : readers) reader.join();
 }
 
 }  // namespace

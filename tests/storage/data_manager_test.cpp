@@ -68,27 +68,5 @@ TEST(DomainRuleSettingsDoor, AnswersOneSnapshotUntilTheSettingsAreReadAgain) {
   EXPECT_EQ(DomainRuleSettings("settings")->HistoryDataCount(kIntRange), 13);
 }
 
-TEST(DomainRuleSettingsDoor, NoThreadKeepsOldSettingsAfterAReload) {
-  const TempRoot root;
-  WriteSetting("raced", HistoryCountSetting(0));
-  const auto manager = KSDomainDataManager::Instance()->GetKSDataManager("raced");
-  std::atomic<int> loaded{0};
-  std::vector<std::thread> readers;
-  for (int i = 0; i < 3; ++i) {
-    readers.emplace_back([&] {
-      for (int known = 0; known < 30;) {
-        known = loaded.load();
-        EXPECT_GE(DomainRuleSettings("raced")->HistoryDataCount(kIntRange), known);
-      }
-    });
-  }
-  for (int i = 1; i <= 30; ++i) {
-    WriteSetting("raced", HistoryCountSetting(i));
-    manager->InvalidateKSGlobalSettingCaches();
-    loaded = i;
-  }
-  for (std::thread& reader : readers) reader.join();
-}
-
 }  // namespace
 }  // namespace keelstone::testing

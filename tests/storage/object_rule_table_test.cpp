@@ -39,23 +39,6 @@ TEST_F(ObjectRuleTable, RuleWriterMakesTheFileButNotTheTableAndCountsTheLostRows
   EXPECT_FALSE(std::filesystem::exists(histories));
 }
 
-TEST_F(ObjectRuleTable, HistoryOfADefinitionGoesToTheHistoryTableWhichIsMadeOnce) {
-  MakeRules();
-  const LogCapture log(kLogNotice);
-  EXPECT_EQ(table.SetRuleAlgParam(std::vector<ObjectRuleData>{}), -1);
-  EXPECT_EQ(CountHistories(), "0");
-  EXPECT_THAT(log.Messages(),
-              ElementsAre("No KSObjectHistory table in " + histories + " db.",
-                          "KSObjectHistory table in " + histories + " db has been created."));
-  ObjectRuleData row = RuleRow("d", "with", Definition("{}", "text"));
-  row.definitions["without"] = Definition("{}");
-  row.definitions["none"] = nullptr;
-  EXPECT_EQ(table.SetRuleAlgParam({row}), -1);
-  EXPECT_EQ(CountRules(), "2");
-  EXPECT_EQ(CountHistories(), "1");
-  EXPECT_EQ(log.Messages().size(), 2U);
-}
-
 TEST_F(ObjectRuleTable, ColumnsHoldWhatTheSchemaSays) {
   MakeRules();
   ASSERT_EQ(table.SetRuleAlgParam({RuleRow("d", "v", Definition("{\"p\":1}", "h"), "eth0")}), -1);
@@ -99,22 +82,6 @@ TEST_F(ObjectRuleTable, HistoryOfOneInterfaceIsFiledUnderTheEmptyOne) {
   EXPECT_EQ(out, (DevParserHistory{{"", {{"v", "of a"}}}}));
 }
 
-TEST_F(ObjectRuleTable, DeletesWithoutRulesLeaveHistoriesAlone) {
-  table.SetRuleHistoryData({HistoryRow("d", "v", "h")});
-  const ObjectDefine device = Object("d");
-  const auto remove = [&] {
-    return table.RemoveRuleDefinitionData(&device, "source", "v", "param", kVariableSourceParser);
-  };
-  EXPECT_EQ(remove(), 0);  // no file
-  EXPECT_FALSE(std::filesystem::exists(rules));
-  Execute(rules, {"create table other (x)"});
-  EXPECT_EQ(remove(), 1);  // no table
-  EXPECT_EQ(CountHistories(), "1");
-  Execute(rules, {kCreateRuleTable});
-  EXPECT_EQ(remove(), -1);
-  EXPECT_EQ(CountHistories(), "0");
-}
-
 class SourceRemoval : public ObjectRuleTable {
  protected:
   void Fill(const std::vector<std::string>& sources) {
@@ -127,17 +94,6 @@ class SourceRemoval : public ObjectRuleTable {
     table.SetRuleAlgParam(rows);
   }
 };
-
-TEST_F(SourceRemoval, RemovesExactlyTheSourcesThatAreNotKept) {
-  Fill({"keep", "Keep", "gone", "", "it's, odd"});
-  EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({}, kVariableSourceParser), -1);
-  EXPECT_EQ(CountRules(), "5");
-  EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({"keep", "none"}, kVariableSourceParser), -1);
-  EXPECT_EQ(Ask(rules, "select group_concat(variableSource) from KSObjectRule"), "keep");
-  EXPECT_EQ(Ask(histories, "select group_concat(variableSource) from KSObjectHistory"), "keep");
-  EXPECT_EQ(table.RemoveRuleDefinitionNoExistSource({"keep"}, kVariableSourceParser), -1);
-  EXPECT_EQ(CountRules(), "1");
-}
 
 TEST_F(SourceRemoval, SourcesThatWouldReadAsSomethingElseFailTheCallAndRemoveNothing) {
   for (const std::string& source :

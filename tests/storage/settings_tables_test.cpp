@@ -5,7 +5,6 @@
 
 #include "keelstone/block_setting_table.h"
 #include "keelstone/global_setting_table.h"
-#include "keelstone/json_reader.h"
 #include "keelstone/variable_rule_table.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
@@ -74,16 +73,6 @@ TEST_F(VariableRules, ExistenceIsAskedBySourceAndNameAlone) {
   EXPECT_FALSE(exists("v", "s"));
 }
 
-TEST_F(VariableRules, RowsThatAreNoObjectsArePassedOverWithTheirId) {
-  const LogCapture log(kLogError);
-  ASSERT_EQ(Load({"{", R"({"variableSource":"s","variableName":"v"})", "[1]", ""}), 1);
-  EXPECT_TRUE(table.IsExistRuleDefinition("s", "v", kVariableSourceParser));
-  EXPECT_THAT(log.Messages(),
-              ElementsAre(HasSubstr("KSVariableRule.db: row 1 of KSVariableRule is passed over: it "
-                                    "holds no JSON object."),
-                          HasSubstr(": row 3 "), HasSubstr(": row 4 ")));
-}
-
 TEST_F(VariableRules, ARefusedMemberCostsItsRow) {
   const LogCapture log(kLogError);
   EXPECT_EQ(Load({R"({"variableSource":"s","variableName":"v"})",
@@ -110,32 +99,6 @@ TEST_F(VariableRules, NothingIsAddedToATableThatDidNotLoad) {
   EXPECT_EQ(Ask(file, "select count(*) from KSVariableRule"), "1");
   ASSERT_EQ(table.LoadDBData(), 1);
   EXPECT_TRUE(table.AddRuleDefinitions({RuleDefinitionData(kIntLEQ, 2, "", "s", "w", 2, "")}));
-}
-
-TEST_F(VariableRules, AddedDefinitionsAreFoundAtOnceAndAfterReading) {
-  RuleDefinitionData first(kIntLEQ, 2, "{\"ruleParam\":80}", "s", "v\xFF\"", 2, "p");
-  first.enableState = 1;
-  RuleDefinitionData second = first;  // the same key again
-  second.ruleParam = "second";
-  ASSERT_TRUE(table.AddRuleDefinitions({first, second}));
-  ASSERT_TRUE(table.AddRuleDefinitions({second}));
-  const std::string file = table.GetDBFile(kDbVariableRule);
-  EXPECT_EQ(Ask(file, "select count(*) from KSVariableRule"), "1");
-  JsonValue row;
-  ASSERT_TRUE(JsonReader::Parse(Ask(file, "select data from KSVariableRule"), row));
-  EXPECT_THAT(
-      row.getMemberNames(),
-      ElementsAre("variableSource", "variableName", "param", "variableSourceType", "ruleTypeId",
-                  "ruleAlgParameter", "variableDataType", "isCustomerEnable", "isInitialEnable"));
-  for (int reading = 0; reading < 2; ++reading) {
-    RuleDefinitionData out;
-    ASSERT_EQ(table.GetRuleDefinitionData(out, "s", "v\xFF\"", "p", kVariableSourceParser), -1);
-    EXPECT_EQ(out.ruleParam, first.ruleParam);
-    EXPECT_EQ(out.ruleType, kIntLEQ);
-    EXPECT_EQ(out.variableType, 2);
-    EXPECT_TRUE(out.IsEnable());
-    ASSERT_EQ(table.LoadDBData(), 1);
-  }
 }
 
 // ---- Block periods
@@ -173,23 +136,6 @@ class GlobalSettings : public SettingsTable<KSGlobalSettingSql> {
     return table.LoadDBData();
   }
 };
-
-TEST_F(GlobalSettings, DefaultsStandBeforeAndWithoutATable) {
-  for (int load = 0; load < 2; ++load) {
-    EXPECT_EQ(table.GetRuleTypeJson(), "");
-    EXPECT_TRUE(table.GetRuleTypeJsonObj().isNull());
-    EXPECT_EQ(table.GetGeneralSettingJson(), "");
-    EXPECT_TRUE(table.GetGeneralSettingJsonObj().isNull());
-    EXPECT_EQ(table.GetTableLimitcount(), 5000);
-    EXPECT_EQ(table.GetStrRowLimitcount(), 100);
-    EXPECT_TRUE(table.IsEnableDynamicCal());
-    EXPECT_TRUE(table.IsEnableKSFunction());
-    EXPECT_THAT(*table.GetInterfaceFilterSet(), IsEmpty());
-    ASSERT_NE(table.GetRuleSettings(), nullptr);
-    EXPECT_EQ(table.GetRuleSettings()->HistoryDataCount(kIntRange), 0);
-    EXPECT_EQ(table.LoadDBData(), 1);
-  }
-}
 
 TEST_F(GlobalSettings, RowsSetTheirValuesAndTheLaterOfTwoWins) {
   const LogCapture log(kLogError);

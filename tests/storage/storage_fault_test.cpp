@@ -6,11 +6,13 @@
 #include <ostream>
 #include <set>
 
+#include "keelstone/block_periods.h"
 #include "keelstone/cleaner.h"
 #include "keelstone/data_cache_queue.h"
 #include "keelstone/data_sync_manager.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/interface_translator.h"
+#include "keelstone/object_listing.h"
 #include "keelstone/write_behind.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/domain_files.h"
@@ -184,6 +186,11 @@ std::function<Work()> Merge(MergeCall merge, int type) {
   });
 }
 
+/// An edit, which says why it failed.
+std::function<Work()> Edit(const std::function<std::string()>& edit) {
+  return Plain([edit] { return edit().empty() ? 1 : 0; });
+}
+
 void Cache() {
   DBWriteWrapper::Instance()->CacheData(kDomain, "d", Rules("new", "new", kFewRows),
                                         Histories("newer", kFewRows));
@@ -192,10 +199,6 @@ void Cache() {
 std::vector<Operation> Operations() {
   const auto none = Files::kNone;
   const auto filled = Files::kFilled;
-  const auto restart = [](KSDataManagerSql& manager) {
-    return std::to_string(manager.GetTableLimitcount()) +
-           (manager.IsExistRuleDefinition("v", "s", kVariableSourceParser) ? "v" : "");
-  };
   return {
       // Rules and histories: written
       {"WriteHistories", filled, true, -1, -1,
@@ -208,29 +211,7 @@ std::vector<Operation> Operations() {
          return Work([] { return Answer{DBWriteWrapper::Instance()->WriteDomain(kDomain), {}}; });
        },
        nullptr, true, true},
-      {"ForceWriteDisk", filled, true, 0, 0,
-       [] {
-         Cache();
-         return Work([] {
-           DBWriteWrapper::Instance()->ForceWriteDisk();
-           return Answer{};
-         });
-       },
-       nullptr, true, true},
       // removed
-      {"RemoveHistories", filled, true, -1, -1, Plain([] {
-         std::vector<std::pair<std::shared_ptr<ObjectDefine>, std::shared_ptr<RuleDefinitionData>>>
-             items;
-         for (int i = 0; i < kRows; ++i) {
-           auto definition = Definition("");
-           definition->variableSource = "source";
-           definition->variableParam = "param";
-           definition->variableName = Variable(i);
-           definition->variableSourceType = kVariableSourceParser;
-           items.emplace_back(std::make_shared<ObjectDefine>(kDevice), definition);
-         }
-         return Table().RemoveRuleHistoryDatas(items);
-       })},
       {"Clean", filled, true, 0, 0,
        [] {
          auto cleaner = std::make_shared<CKSCleaner>();
@@ -244,30 +225,43 @@ std::vector<Operation> Operations() {
        nullptr, false},  // a history whose rule has gone is found by no cleaner
       // read
       {"ReadManyRuleUnits", filled, false, -1, -1, QueryUnits(1000)},
-      {"ReadDevice", filled, false, -1, -1, Query<DevParserRule>([](DevParserRule& out) {
-         return Table().GetRuleDefinitionDataByDev(out, &kDevice, "source", "param",
-                                                   kVariableSourceParser);
-       })},
-      {"LookForRule", filled, false, 1, 0, Plain([] {
-         return Table().IsExistRuleDefinitionByDevice(&kDevice, "source", "param", kRuleLearned,
-                                                      kVariableSourceParser)
-                    ? 1
-                    : 0;
-       })},
       {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
+      {"ListObjects", filled, false, 1, 0, [] {
+         return Work([] {
+           ObjectListing listing(kDomain, {.filter = {"d"}, .withHistories = true, .pageSize = 7});
+           std::vector<StoredObject> page;
+           Answer answer{1, {}};
+           do {
+             if (!listing.NextPage(page).empty()) return Answer{0, {}};
+             for (const auto& object : page) answer.seen += object.key[4] + object.history + ' ';
+           } while (!page.empty());
+           return answer;
+         });
+       }},
+      // Edits
+      {"PrescribeRule", filled, true, 1, 0, Edit([] {
+         return PrescribeRule(kDomain, {.key = {"d", "", "source", "param", Variable(0)},
+                                        .type = kIntLEQ,
+                                        .parameter = "fixed",
+                                        .history = "fitted"});
+       })},
+      {"RemoveRule", filled, true, 1, 0, Edit([] {
+         return RemoveRule(kDomain, {"d", "", "source", "param", Variable(1)});
+       })},
+      {"StoreSetting", filled, true, 1, 0, Edit([] {
+         return StoreSetting(kDomain, {.path = {}, .row = "KSTableCountLimit", .members = {}}, 18)
+             .why;
+       })},
+      {"RemoveBlockPeriods", filled, true, 1, 0, Edit([] {
+         std::vector<BlockPeriod> removed;
+         return RemoveBlockPeriods(kDomain, {1}, false, removed).why;
+       }),
+       nullptr, false},  // once it is gone there is no such period
       // Settings
       {"LoadGlobalSettings", filled, false, 1, 0,
        Load<KSGlobalSettingSql>(
            [](KSGlobalSettingSql& table) { return std::to_string(table.GetTableLimitcount()); }),
        "5000"},
-      {"LoadDomain", filled, false, 0, 0,
-       [restart] {
-         auto manager = std::make_shared<KSDataManagerSql>();
-         return Work([manager, restart] {
-           manager->Init(kDomain);
-           return Answer{0, restart(*manager)};
-         });
-       }},
       {"LoadInterfaceNames", filled, false, 1, 0, Plain([] {
          return InterfaceTranslator::Instance()->LoadDataFromDB(
                     kDomain, DomainFile(kDbInterfaceType, kDomain))
@@ -298,8 +292,6 @@ std::vector<Operation> Operations() {
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
       {"MergeBlockPeriodsOverAHalfWrittenFile", Files::kHalfWritten, true, 1, 0,
        Merge(&FSKSDataSyncManager::MergeBlockSetting, kDbBlockSetting)},
-      {"MergeInterfaceNames", filled, true, 1, 0,
-       Merge(&FSKSDataSyncManager::MergeInterfaceType, kDbInterfaceType)},
   };
 }
 

@@ -70,32 +70,6 @@ class WriteBehind : public ::testing::Test {
   std::string domain = ::testing::UnitTest::GetInstance()->current_test_info()->name();
 };
 
-TEST_F(WriteBehind, TheOldestRowOfAKeyIsServedAndTheNewestIsWritten) {
-  const auto first = Definition("first");
-  AddRule("v", first);
-  AddRule("v", Definition("second"));
-  AddRule("w", Definition("other variable, same object"));
-  AddHistory("v", "one");
-  AddHistory("v", "two");
-  AddHistory("v", "on a port", "eth0");
-  EXPECT_EQ(Rule("v"), first);  // itself, not a copy
-  EXPECT_EQ(Rule("w")->ruleParam, "other variable, same object");
-  EXPECT_EQ(Rule("v", "eth0"), nullptr);
-  EXPECT_EQ(History("v"), "one");
-  EXPECT_EQ(History("v", "eth0"), "on a port");
-  EXPECT_EQ(History("x"), "none");
-  std::string untouched = "as it was";
-  EXPECT_EQ(
-      cache->GetCachedHistoryData(domain, "another unit", "", "source", "param", "v", untouched),
-      0);
-  EXPECT_EQ(untouched, "as it was");
-  EXPECT_EQ(cache->WriteDomain(domain), 6);
-  EXPECT_EQ(Rule("v"), nullptr);
-  EXPECT_EQ(History("v"), "none");
-  EXPECT_EQ(RuleOnDisk("v"), "second");
-  EXPECT_EQ(OnDisk("v"), "two");
-}
-
 TEST_F(WriteBehind, RowsHandedOverAgainLeaveOutWhatHasGotNewerRowsSince) {
   auto handed = cache->HandOver(
       domain, "unit", {RuleRow("d", "v", Definition("a")), RuleRow("d", "w", Definition("a"))},

@@ -12,7 +12,6 @@ given again ends as an undisturbed one does.
 
 import argparse
 import contextlib
-import json
 import pathlib
 import random
 import shutil
@@ -22,25 +21,15 @@ import sys
 import tempfile
 import time
 
-START, STEP = 1_700_000_000, 2000  # s; longer than IntervalTime, shorter than any live interval
-SOURCES = ["bgp", "links", "system"]
+from crash_driver import SOURCES, line
+
 PIECEWISE = {"init", "clean"}  # each row, or each file, by itself
 
 
 def lines(devices, runs):
-    """Polling, device after device; values that settle, count, repeat and vary."""
-    chance = random.Random(devices * runs)
-    for run in range(runs):
-        for device in range(devices):
-            for source in SOURCES:
-                values = {"state": "up" if chance.random() < 0.95 else "down",
-                          "uptime": run * STEP, "peers": chance.choice([3, 4, 4, 4]),
-                          "load": round(chance.uniform(0.2, 0.6), 3), "limit": 7,
-                          "routes": [{"prefix": f"10.{n}.0.0/16"} for n in range(3)]}
-                yield json.dumps({"time": START + run * STEP, "device": f"r{device}",
-                                  "source": source, "variables": [
-                                      {"name": name, "value": value}
-                                      for name, value in values.items()]}) + "\n"
+    """Polling, device after device."""
+    return "".join(line((f"r{device}", source), run) + "\n"
+                   for run in range(runs) for device in range(devices) for source in SOURCES)
 
 
 class Killer:
@@ -97,7 +86,7 @@ def differences(found, wanted):
 
 def kill_evaluations(killer, kills):
     source = killer.folder / "runs.jsonl"
-    source.write_text("".join(lines(devices=4, runs=40)))
+    source.write_text(lines(devices=6, runs=40))
     evaluate = ["evaluate", "--enroll", "--quiet", "--threads", "3"]
     whole = killer.folder / "undisturbed"
     killer.run(whole, evaluate, source)
@@ -125,9 +114,9 @@ def kill_evaluations(killer, kills):
 
 def commands(hub, page):
     data = hub / "data/FSParserData/default"
-    key = ["--device", "r1", "--source", "bgp", "--variable", "limit"]
+    key = ["--device", "r1", "--source", "bgp", "--variable", "peers"]
     yield ["init"]
-    yield ["clean", "--keep", "bgp", "links"]
+    yield ["clean", "--keep", "bgp"]
     yield ["rule", "set", *key, "--type", "intLEQ", "--parameter", '{"ruleParam":80}']
     yield ["rule", "unset", *key]
     yield ["settings", "set", "intRange.stdCoefficient", "4"]
@@ -144,7 +133,7 @@ def kill_commands(killer, kills):
     roots = {}
     for name, runs in (("base", 12), ("hub", 14)):
         roots[name] = killer.folder / name
-        source.write_text("".join(lines(devices=3, runs=runs)))
+        source.write_text(lines(devices=3, runs=runs))
         killer.run(roots[name], ["evaluate", "--enroll", "--quiet"], source)
         killer.run(roots[name], ["block", "add", "--device", name, "--from", "5", "--to", "6"])
     page = killer.folder / "report.html"

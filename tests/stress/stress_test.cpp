@@ -8,10 +8,10 @@
 #include <thread>
 #include <vector>
 
+#include "bench/engine_load.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/table_base.h"
 #include "keelstone/write_behind.h"
-#include "tests/stress/engine_load.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"
 

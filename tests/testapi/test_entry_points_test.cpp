@@ -115,19 +115,5 @@ TEST(GoldenValues, RowsComeIntoTheDescribedFileFromAnyThread) {
   EXPECT_LE(row.getIntField(2), 40);
 }
 
-TEST(GoldenValues, AFileThatIsNoDatabaseIsLeftAlone) {
-  const TempRoot root;
-  TestKSRuleSqlit golden("f");
-  const auto file = root.path() / "data/FSParserData/f/KSGoldenValue.db";
-  std::filesystem::create_directories(file);  // a folder stands in its place
-  EXPECT_FALSE(golden.InitTable());
-  golden.SaveGoldenValue("a", "b", "c", "d", "e", 1);
-  std::filesystem::remove(file);
-  golden.SaveGoldenValue("a", "b", "c", "d", "e", 1);  // the same object works again
-  CppSQLite3DB db;
-  db.open(file.string());
-  EXPECT_TRUE(db.tableExists("KSGoldenValue"));
-}
-
 }  // namespace
 }  // namespace keelstone::testing

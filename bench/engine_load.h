@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_TESTS_STRESS_ENGINE_LOAD_H
-#define KEELSTONE_TESTS_STRESS_ENGINE_LOAD_H
+#ifndef KEELSTONE_BENCH_ENGINE_LOAD_H
+#define KEELSTONE_BENCH_ENGINE_LOAD_H
 
 #include <atomic>
 #include <cstdint>
@@ -88,4 +88,4 @@ void SetTinyCache(const std::string& root);
 
 }  // namespace keelstone::testing
 
-#endif  // KEELSTONE_TESTS_STRESS_ENGINE_LOAD_H
+#endif  // KEELSTONE_BENCH_ENGINE_LOAD_H

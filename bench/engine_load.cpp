@@ -1,4 +1,4 @@
-#include "tests/stress/engine_load.h"
+#include "bench/engine_load.h"
 
 #include <cstdlib>
 #include <filesystem>
