@@ -1,6 +1,6 @@
 #include "program/commands/rule_parameter.h"
 
-#include "keelstone/bounded_regex.h"
+#include "keelstone/pattern_fault.h"
 #include "keelstone/rule_global_setting.h"
 
 namespace keelstone::host {

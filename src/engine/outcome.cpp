@@ -1,7 +1,7 @@
 #include "engine/outcome.h"
 
+#include "base/text/numbers.h"
 #include "keelstone/logger.h"
-#include "keelstone/numbers.h"
 #include "records/rule_kind_rows.h"
 
 namespace keelstone {

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "base/text/numbers.h"
 #include "keelstone/json_reader.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 

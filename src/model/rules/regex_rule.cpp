@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "base/threads/thread_owned.h"
-#include "keelstone/bounded_regex.h"
 #include "keelstone/logger.h"
+#include "model/rules/bounded_regex.h"
 
 namespace keelstone {
 

@@ -12,8 +12,8 @@
 #include "keelstone/filesystem.h"
 #include "keelstone/first_failure.h"
 #include "keelstone/logger.h"
-#include "keelstone/resource_adaptor.h"
 #include "storage/load/unit_changes.h"
+#include "storage/resource_adaptor.h"
 #include "storage/tables/joint_commit.h"
 
 namespace keelstone {
@@ -100,8 +100,7 @@ void MakeIndex(CppSQLite3DB& db, const char* schema, const TableOperation& opera
 
 std::shared_ptr<LockRecord> RecordOf(const std::string& domainId, const Task& task) {
   const int dbType = task.operation.dbType;
-  auto record =
-      FSResourceAdaptor::Instance().RegisterTable(GuidFromText(domainId), dbType, dbType);
+  auto record = FSResourceAdaptor::Instance().RegisterTable(GuidFromText(domainId), dbType, dbType);
   if (record == nullptr) {
     constexpr const char* kWhy = "the lock record was refused";
     task.Fail({}, kWhy, {kWhy, "."});
@@ -222,8 +221,7 @@ std::string TableFault::Text() const {
 TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation& operation,
                              const Body& body) {
   const std::string domainId = table.GetDomainId();
-  return RunAt(domainId, table.fileSystem_->GetDBFile(operation.dbType, domainId), operation,
-               body);
+  return RunAt(domainId, table.fileSystem_->GetDBFile(operation.dbType, domainId), operation, body);
 }
 
 TableOutcome TableFrame::RunAt(const std::string& domainId, const std::string& file,
@@ -287,7 +285,8 @@ TableOutcome TableFrame::ReadTogether(const std::string& domainId, const TableOp
       if (isThere) body(db);
     });
     db.close();
-    if (outcome == TableOutcome::kRan && !isThere) outcome = AnswerNoTable(secondFile, taskOfSecond);
+    if (outcome == TableOutcome::kRan && !isThere)
+      outcome = AnswerNoTable(secondFile, taskOfSecond);
   }
   if (IsFailure(outcome)) task.Count();
   return outcome;
