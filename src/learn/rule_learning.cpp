@@ -47,6 +47,20 @@ static_assert(
     }(),
     "the candidates of a family stand one behind the other, each at a place of its own");
 
+template <EnumRuleType kType>
+concept IsLearned = requires { typename RuleClass<kType, std::int64_t>::Case; };
+
+constexpr auto kAreLearned = ForEachRuleType([]<EnumRuleType kType> { return IsLearned<kType>; });
+static_assert(
+    [] {
+      for (const RuleKind& kind : kRuleKinds) {
+        if (kAreLearned[static_cast<std::size_t>(kind.type)] != (kind.candidate[0] > 0))
+          return false;
+      }
+      return true;
+    }(),
+    "what can be learned stands among the candidates");
+
 /// Tests a candidate before it makes it: what CheckRuleWith of one rule after the other comes
 /// to.
 template <class T, EnumAlgType kFamily, std::int8_t kPlace>
