@@ -77,8 +77,9 @@ int CommandOutput::End(const std::string& command) {
               kExitBrokenOff);
 }
 
-std::string FaultOf(const CppSQLite3Exception& error) {
-  return (error.file().empty() ? "" : error.file() + ": ") + error.errorMessage();
+int CommandOutput::BreakOff(const std::string& command, const std::string& why, bool isFirst) {
+  const int written = End(command);
+  return Fail(command, why, isFirst && written == kExitDone ? kExitUnusable : kExitBrokenOff);
 }
 
 std::string FirstFailureText() {
@@ -90,6 +91,11 @@ std::string FirstFailureText() {
 int Fail(const std::string& command, const std::string& why, int code) {
   Console(false).Say("keelstone " + command + ": " + Printable(why));
   return code;
+}
+
+int Fail(const std::string& command, const EditOutcome& outcome) {
+  const bool isRefused = outcome.kind == EditOutcome::Kind::kRefused;
+  return Fail(command, outcome.why, isRefused ? kExitUnusable : kExitBrokenOff);
 }
 
 }  // namespace keelstone::host

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "keelstone/cppsqlite3.h"
+#include "keelstone/domain_edits.h"
 #include "keelstone/json_value.h"
 #include "program/evaluate/output_writer.h"
 
@@ -36,6 +36,9 @@ class CommandOutput {
   /// The exit code: kExitDone, or kExitBrokenOff and a message when not all could be
   /// written.
   int End(const std::string& command);
+  /// Ends what a database cut short, and says why; the exit code: kExitUnusable when
+  /// nothing had been listed, else kExitBrokenOff.
+  int BreakOff(const std::string& command, const std::string& why, bool isFirst);
 
  private:
   bool isText_;
@@ -43,14 +46,14 @@ class CommandOutput {
   std::vector<std::size_t> widths_;
 };
 
-/// "FILE: what was done: why it failed", of a failed call of SQLite.
-std::string FaultOf(const CppSQLite3Exception& error);
-
 /// What failed first in the databases; where that is not known, that the log says it.
 std::string FirstFailureText();
 
 /// Says why a command did not do its work, in printable text, and answers `code`.
 int Fail(const std::string& command, const std::string& why, int code);
+/// The same of an edit that was not done: kExitUnusable when it was refused, else
+/// kExitBrokenOff.
+int Fail(const std::string& command, const EditOutcome& outcome);
 
 }  // namespace keelstone::host
 

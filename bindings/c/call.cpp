@@ -6,7 +6,6 @@
 
 #include "base/text/utf8.h"
 #include "base/threads/thread_owned.h"
-#include "keelstone/cppsqlite3.h"
 
 namespace keelstone::c {
 
@@ -40,8 +39,6 @@ ks_status RememberFailure() noexcept {
     return RememberAs(KS_ERROR_MEMORY, "out of memory");
   } catch (const std::length_error&) {
     return RememberAs(KS_ERROR_MEMORY, "out of memory: a text is too long");
-  } catch (const CppSQLite3Exception& error) {
-    return RememberAs(KS_ERROR_DATABASE, error.errorMessage());
   } catch (const std::exception& error) {
     return RememberAs(KS_ERROR_INTERNAL, error.what());
   } catch (...) {

@@ -104,6 +104,18 @@ void Writing(const Work& work) {
   }
 }
 
+/// The sources of the domain that are not to be kept.
+std::set<std::string> GoneSources(const std::string& id, const std::set<std::string>& kept) {
+  SourceCounts stored;
+  const std::string fault = StoredSources(id, stored);
+  if (!fault.empty()) throw Failure(KS_ERROR_DATABASE, Printable(fault));
+  std::set<std::string> gone;
+  for (const auto& [source, rows] : stored) {
+    if (!kept.contains(source)) gone.insert(source);
+  }
+  return gone;
+}
+
 }  // namespace
 
 }  // namespace keelstone::c
@@ -212,7 +224,7 @@ ks_status ks_domain_clean(ks_domain* domain, const char* const* keep, size_t cou
     // Rows of a source that is gone would be written after it was cleaned away.
     Writing([&] { DBWriteWrapper::Instance()->WriteDomain(id); });
     opened->judged->Clear();
-    if (!RemoveGoneSources(id, kept)) {
+    if (!RemoveSources(id, GoneSources(id, kept))) {
       throw Failure(KS_ERROR_WRITE, "not all could be removed; the log says why");
     }
   });

@@ -1,7 +1,6 @@
 #ifndef KEELSTONE_CALCULATE_ALGORITHM_H
 #define KEELSTONE_CALCULATE_ALGORITHM_H
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -33,15 +32,6 @@ class KEELSTONE_EXPORT RuleCalculateAlgBase {
   std::shared_ptr<IRuleBase> GetRuleByType(EnumRuleType ruleType, EnumKSDataType dataType) const;
 
   EnumAlgType algType() const { return algType_; }
-
- protected:
-  /// The first candidate that accepts; those without a class for the type are passed over.
-  std::shared_ptr<IRuleBase> FirstFitting(std::initializer_list<EnumRuleType> candidates,
-                                          const std::shared_ptr<RuleDefinitionData>& ruleDefine,
-                                          const std::shared_ptr<HistoryDataBase>& history,
-                                          const std::shared_ptr<KSDataFeature>& feature,
-                                          EnumKSDataType dataType,
-                                          const std::string& domainId) const;
 
  private:
   EnumAlgType algType_;

@@ -114,9 +114,9 @@ class KEELSTONE_EXPORT CppSQLite3DB {
   /// for, at most the milliseconds "BusyTimeout" of section "Keelstone" of the ini files
   /// per statement.
   void open(const std::string& file, Mode mode = Mode::kCreate);
-  /// Adds a second file to the open one under the name `schema`, opened as kCreate does; a
-  /// transaction then spans both.
-  void attach(const std::string& file, const std::string& schema);
+  /// Adds a second file to the open one under the name `schema`; a transaction then spans
+  /// both. kCreate makes it when it is missing; else it is opened as the first one was.
+  void attach(const std::string& file, const std::string& schema, Mode mode = Mode::kCreate);
   bool isOpen() const noexcept { return db_ != nullptr; }
   void close() noexcept;
 

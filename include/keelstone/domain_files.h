@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_DOMAIN_FILES_H
 #define KEELSTONE_DOMAIN_FILES_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,15 +42,12 @@ struct KEELSTONE_EXPORT DomainFileReport {
     const std::string& domainId, const JsonValue& generalSettings,
     std::vector<DomainFileReport>* reports = nullptr);
 
-/// A row of the global settings by its name, as the domain has it stored; Null when it has
-/// none. What is no usable database throws CppSQLite3Exception.
-KEELSTONE_EXPORT JsonValue StoredSetting(const std::string& domainId, const std::string& name);
+/// The rows of the global settings by their names, as the domain has them stored; none where
+/// it has no such database yet. The text says why they cannot be read.
+[[nodiscard]] KEELSTONE_EXPORT std::string StoredSettings(const std::string& domainId,
+                                                          std::map<std::string, JsonValue>& rows);
 /// The value that `init` gives such a row; Null for the general settings and for no row.
 KEELSTONE_EXPORT JsonValue DefaultSetting(const std::string& name);
-
-/// The general settings as the domain has them stored; Null when it has none. What is no
-/// usable database throws CppSQLite3Exception.
-KEELSTONE_EXPORT JsonValue StoredGeneralSettings(const std::string& domainId);
 
 /// The folder of a domain's databases.
 KEELSTONE_EXPORT std::string DomainFolder(const std::string& domainId);

@@ -18,23 +18,21 @@ struct KEELSTONE_EXPORT SourceRows {
 /// What a domain holds, by the name of the source.
 using SourceCounts = std::map<std::string, SourceRows>;
 
-/// What is on disk of each source, without changing it. Throws CppSQLite3Exception. Any
-/// thread.
-KEELSTONE_EXPORT SourceCounts StoredSources(const std::string& domainId);
+/// What is on disk of each source, without changing it. The text says why it cannot be read
+/// ("FILE: what was done: why it failed"); empty: it was. Any thread.
+[[nodiscard]] KEELSTONE_EXPORT std::string StoredSources(const std::string& domainId,
+                                                         SourceCounts& counts);
 
-/// The sources of which a variable is defined, whether or not anything has been learned.
-/// Throws CppSQLite3Exception. Any thread.
-KEELSTONE_EXPORT std::set<std::string> DefinedSources(const std::string& domainId);
+/// The sources of which a variable is defined, whether or not anything has been learned;
+/// answers likewise. Any thread.
+[[nodiscard]] KEELSTONE_EXPORT std::string DefinedSources(const std::string& domainId,
+                                                          std::set<std::string>& sources);
 
 /// Removes all rules and histories of these sources, whatever their names hold; whether all
 /// of that is on disk. Histories go after the rules and only if those went. Rows that wait
 /// to be written are not looked at: flush the domain before. Any thread.
 [[nodiscard]] KEELSTONE_EXPORT bool RemoveSources(const std::string& domainId,
                                                   const std::set<std::string>& sources);
-
-/// The same for all sources that are not to be kept. Throws CppSQLite3Exception.
-[[nodiscard]] KEELSTONE_EXPORT bool RemoveGoneSources(const std::string& domainId,
-                                                      const std::set<std::string>& kept);
 
 }  // namespace keelstone
 

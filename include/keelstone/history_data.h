@@ -29,12 +29,7 @@ class KEELSTONE_EXPORT HistoryDataBase {
   /// Appends the points of a history text. False when it is no such text or of another
   /// data type; points read before the fault stay.
   virtual bool FromString(const std::string& text);
-  /// FromString of a text that stays as it is and where it is as long as this history is
-  /// used: of texts as the library writes them no copy is made.
-  virtual bool FromLastingText(std::string_view text);
   virtual std::string ToString() const;
-  /// ToString into a text that is there already and keeps its memory.
-  virtual void WriteTo(std::string& text) const;
   virtual std::int32_t GetDataCount() const;
   /// Appends a point and drops the oldest, so that at most `maxCount` stay (the new one
   /// always does). A point of another type is passed over.
@@ -44,6 +39,12 @@ class KEELSTONE_EXPORT HistoryDataBase {
   virtual void GetDataValue(const std::shared_ptr<KSDataBase>& point, std::string& text) const;
   /// Time of the newest point; when empty 0 for numbers and -1 for strings and tables.
   virtual std::int64_t GetLastTime() const;
+
+  /// FromString of a text that stays as it is and where it is as long as this history is
+  /// used: of texts as the library writes them no copy is made.
+  virtual bool FromLastingText(std::string_view text);
+  /// ToString into a text that is there already and keeps its memory.
+  virtual void WriteTo(std::string& text) const;
 
   const EnumKSDataType dataType;
 };

@@ -16,6 +16,8 @@
 
 namespace keelstone {
 
+class RuleSettings;
+
 /// A rule: what one variable's values should be. It ties together the definition that it
 /// was built from, the history of the values, statistics over them, and its parameter
 /// with the golden value. Made empty by its type; usable after Init (a stored rule) or
@@ -35,10 +37,6 @@ class KEELSTONE_EXPORT IRuleBase {
   /// has no rule data and no definition afterwards.
   virtual void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                     const std::string& domainId);
-  /// Init with a history text that is not the definition's own, and that stays as it is and
-  /// where it is as long as the rule lives: no copy of it is made.
-  virtual void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
-                               std::string_view history, const std::string& domainId);
   /// The learning test: whether this kind fits history and feature under the domain's
   /// settings. True leaves rule data with an empty parameter.
   virtual bool CheckRule(const std::string& domainId);
@@ -48,9 +46,6 @@ class KEELSTONE_EXPORT IRuleBase {
   virtual bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point);
   /// True when the point breaks the rule.
   virtual bool CheckAlert(const std::shared_ptr<KSDataBase>& point);
-  /// Whether CheckAlert judges the point at all: false when what it needs is missing, or
-  /// the point is of another type.
-  virtual bool Judges(const std::shared_ptr<KSDataBase>& point) const;
   virtual EnumRuleType GetType() const { return ruleType_; }
   /// Whether the engine learned the rule and relearns it: so without a definition, and
   /// when its generate type is 0.
@@ -61,6 +56,18 @@ class KEELSTONE_EXPORT IRuleBase {
   virtual void UpdateParam(const std::shared_ptr<KSDataBase>& point);
   /// Chooses between the two learning tests of an equal rule.
   virtual void setIsLessCountCondition(bool lessCount);
+
+  /// Init with a history text that is not the definition's own, and that stays as it is and
+  /// where it is as long as the rule lives: no copy of it is made.
+  virtual void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                               std::string_view history, const std::string& domainId);
+  /// Whether CheckAlert judges the point at all: false when what it needs is missing, or
+  /// the point is of another type.
+  virtual bool Judges(const std::shared_ptr<KSDataBase>& point) const;
+  /// CheckRule under settings that the caller has at hand.
+  virtual bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId);
+  /// UpdateRule under settings that the caller has at hand; nullptr: the domain has none.
+  virtual bool UpdateRuleWith(const RuleSettings* settings);
 
   void SetHistoryAndDataFeature(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                                 const std::shared_ptr<HistoryDataBase>& history,

@@ -4,11 +4,9 @@
 #include <optional>
 #include <set>
 
+#include "keelstone/block_periods.h"
 #include "keelstone/clock.h"
-#include "keelstone/cppsqlite3.h"
-#include "keelstone/database_files.h"
-#include "keelstone/domain_files.h"
-#include "keelstone/json_reader.h"
+#include "keelstone/json_value.h"
 #include "program/command_output.h"
 #include "program/exit_codes.h"
 #include "program/time_text.h"
@@ -62,44 +60,6 @@ Exit codes: 0 done; 2 usage, no such period, or the root or a database cannot be
 not removed
 )";
 
-/// One row of the table; what is no block period is passed over by whoever reads it.
-struct BlockPeriod {
-  std::int64_t id = 0;
-  std::vector<std::string> devices;
-  std::int64_t from = 0;
-  std::int64_t to = 0;
-};
-
-std::optional<BlockPeriod> ReadPeriod(std::int64_t id, std::string_view text) {
-  JsonValue row;
-  if (!JsonReader::Parse(text, row) || !row.isObject()) return std::nullopt;
-  BlockPeriod period;
-  period.id = id;
-  try {
-    const JsonValue& constant = row;
-    period.from = constant["blockTimeStart"].asTime();
-    period.to = constant["blockTimeEnd"].asTime();
-    if (!constant["nodes"].isArray()) return period;
-    for (const JsonValue& node : constant["nodes"]) {
-      period.devices.push_back(node["deviceName"].asString());
-    }
-  } catch (const JsonError&) {
-    return std::nullopt;
-  }
-  return period;
-}
-
-std::vector<BlockPeriod> ReadPeriods(CppSQLite3DB& db) {
-  std::vector<BlockPeriod> periods;
-  CppSQLite3Statement select =
-      db.compileStatement("select id, data from KSBlockSetting order by id");
-  for (CppSQLite3Query rows = select.execQuery(); !rows.eof(); rows.nextRow()) {
-    std::optional<BlockPeriod> period = ReadPeriod(rows.getInt64Field(0), rows.getStringField(1));
-    if (period) periods.push_back(std::move(*period));
-  }
-  return periods;
-}
-
 std::string Joined(const std::vector<std::string>& texts) {
   std::string all;
   for (const std::string& text : texts) all.append(all.empty() ? "" : ", ").append(text);
@@ -149,56 +109,6 @@ std::string ReadNewPeriod(const BlockOptions& options, BlockPeriod& period) {
   return {};
 }
 
-std::string RowText(const BlockPeriod& period) {
-  JsonValue row(JsonType::Object);
-  JsonValue& nodes = row["nodes"] = JsonValue(JsonType::Array);
-  for (const std::string& device : period.devices) {
-    JsonValue node(JsonType::Object);
-    node["deviceName"] = device;
-    nodes.append(std::move(node));
-  }
-  row["blockTimeStart"] = period.from;
-  row["blockTimeEnd"] = period.to;
-  return row.toString();
-}
-
-std::int64_t Insert(CppSQLite3DB& db, const std::string& text) {
-  CppSQLite3Statement insert = db.compileStatement("insert into KSBlockSetting (data) values (?)");
-  insert.bind(1, std::string_view(text));
-  insert.execDML();
-  CppSQLite3Statement select = db.compileStatement("select last_insert_rowid()");
-  return select.execQuery().getInt64Field(0);
-}
-
-/// The periods with these ids; `fault` names the first id that there is none with.
-std::vector<BlockPeriod> Choose(CppSQLite3DB& db, const std::set<std::int64_t>& ids,
-                                std::string& fault) {
-  std::vector<BlockPeriod> chosen;
-  CppSQLite3Statement select =
-      db.compileStatement("select id, data from KSBlockSetting where id = ?");
-  for (const std::int64_t id : ids) {
-    select.bind(1, id);
-    const CppSQLite3Query row = select.execQuery();
-    if (row.eof()) {
-      fault = "there is no block period " + std::to_string(id) + "; nothing is removed";
-      return {};
-    }
-    // A row that is none can be removed as well.
-    chosen.push_back(ReadPeriod(id, row.getStringField(1)).value_or(BlockPeriod{id, {}, 0, 0}));
-    select.reset();
-  }
-  return chosen;
-}
-
-void Remove(CppSQLite3DB& db, const std::vector<BlockPeriod>& periods) {
-  CppSQLite3Statement remove = db.compileStatement("delete from KSBlockSetting where id = ?");
-  for (const BlockPeriod& period : periods) {
-    remove.bind(1, period.id);
-    remove.execDML();
-    remove.reset();
-  }
-}
-
 CLI::App& AddCommand(CLI::App& group, const char* name, const char* what, BlockOptions& options) {
   CLI::App& command = *group.add_subcommand(name, what);
   AddCommonOptions(command, options.common);
@@ -229,12 +139,8 @@ int RunBlockList(const BlockOptions& options) {
   const std::string fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kListName, fault, kExitUnusable);
   std::vector<BlockPeriod> periods;
-  try {
-    CppSQLite3DB db;
-    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
-    periods = ReadPeriods(db);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kListName, FaultOf(error), kExitUnusable);
+  if (const std::string why = ReadBlockPeriods(options.common.domain, periods); !why.empty()) {
+    return Fail(kListName, why, kExitUnusable);
   }
   CommandOutput output(options.format);
   Print(periods, output);
@@ -246,37 +152,21 @@ int RunBlockAdd(const BlockOptions& options) {
   std::string fault = ReadNewPeriod(options, period);
   if (fault.empty()) fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kAddName, fault, kExitUnusable);
-  try {
-    CppSQLite3DB db;
-    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
-    db.execDML("begin immediate transaction;");
-    period.id = Insert(db, RowText(period));
-    db.execDML("commit transaction;");
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kAddName, FaultOf(error), kExitBrokenOff);
-  }
+  fault = AddBlockPeriod(options.common.domain, period);
+  if (!fault.empty()) return Fail(kAddName, fault, kExitBrokenOff);
   CommandOutput output(options.format);
   Print({period}, output);
   return output.End(kAddName);
 }
 
 int RunBlockRemove(const BlockOptions& options) {
-  std::string fault = DomainFault(options.common.domain, false);
+  const std::string fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kRemoveName, fault, kExitUnusable);
   std::vector<BlockPeriod> periods;
-  try {
-    CppSQLite3DB db;
-    db.open(DomainDatabase(kDbBlockSetting, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
-    if (!options.dryRun) db.execDML("begin immediate transaction;");
-    periods = Choose(db, {options.ids.begin(), options.ids.end()}, fault);
-    if (!fault.empty()) return Fail(kRemoveName, fault, kExitUnusable);
-    if (!options.dryRun) {
-      Remove(db, periods);
-      db.execDML("commit transaction;");
-    }
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kRemoveName, FaultOf(error), kExitBrokenOff);
-  }
+  const EditOutcome outcome =
+      RemoveBlockPeriods(options.common.domain, {options.ids.begin(), options.ids.end()},
+                         options.dryRun, periods);
+  if (outcome.kind != EditOutcome::Kind::kDone) return Fail(kRemoveName, outcome);
   CommandOutput output(options.format);
   if (output.isText()) output.Line(options.dryRun ? "would remove:" : "removed:");
   Print(periods, output);

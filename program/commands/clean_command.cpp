@@ -11,7 +11,6 @@
 #include <set>
 #include <string_view>
 
-#include "keelstone/cppsqlite3.h"
 #include "keelstone/domain_files.h"
 #include "keelstone/gone_sources.h"
 #include "keelstone/text_escape.h"
@@ -120,16 +119,18 @@ struct Plan {
   bool isMost() const { return gone.size() > kept.size(); }
 };
 
-Plan MakePlan(const std::string& domainId, const std::vector<KeepList>& lists) {
-  Plan plan;
-  plan.known = DefinedSources(domainId);
-  for (const auto& [source, rows] : StoredSources(domainId)) {
+/// Reads what the domain holds; the text says why it cannot be read.
+std::string MakePlan(const std::string& domainId, const std::vector<KeepList>& lists, Plan& plan) {
+  std::string fault = DefinedSources(domainId, plan.known);
+  SourceCounts stored;
+  if (fault.empty()) fault = StoredSources(domainId, stored);
+  for (const auto& [source, rows] : stored) {
     plan.known.insert(source);
     bool isKept = false;
     for (const KeepList& list : lists) isKept |= list.names.contains(source);
     (isKept ? plan.kept : plan.gone).emplace(source, rows);
   }
-  return plan;
+  return fault;
 }
 
 /// Says which names of the lists nobody knows. What is wrong with a list that names no known
@@ -241,11 +242,8 @@ int RunClean(const CleanOptions& options) {
   if (fault.empty()) fault = Fault(options);
   if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   Plan plan;
-  try {
-    plan = MakePlan(options.common.domain, lists);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, FaultOf(error), kExitUnusable);
-  }
+  fault = MakePlan(options.common.domain, lists, plan);
+  if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   if (plan.gone.empty()) return Print(options, plan);
   if (fault = CheckNames(lists, plan); !fault.empty()) return Fail(kName, fault, kExitUnusable);
   if (plan.isMost() && !options.yes && !IsMeant(options, plan)) return kExitUnusable;

@@ -2,9 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
+#include <map>
 #include <vector>
 
-#include "keelstone/cppsqlite3.h"
 #include "keelstone/domain_files.h"
 #include "keelstone/ini_reader.h"
 #include "keelstone/rule_global_setting.h"
@@ -76,11 +76,11 @@ int RunInit(const InitOptions& options) {
     const std::string fault = LayFileOver(options.settingsFile, settings);
     if (!fault.empty()) return Refuse(fault);
   }
-  try {
-    WarnOfKeptSettings(options, StoredGeneralSettings(options.common.domain), settings);
-  } catch (const CppSQLite3Exception& error) {
-    return Refuse(FaultOf(error));
+  std::map<std::string, JsonValue> stored;
+  if (const std::string fault = StoredSettings(options.common.domain, stored); !fault.empty()) {
+    return Refuse(fault);
   }
+  WarnOfKeptSettings(options, stored[kGeneralSettingRow], settings);
   std::vector<DomainFileReport> reports;
   const std::string failure = MakeDomain(options.common.domain, settings, &reports);
   CommandOutput output("text");

@@ -32,8 +32,7 @@ ShownSetting ViewInterval() {
   return {"IntervalTime", value, isGiven ? kIniFile : "default"};
 }
 
-ShownSetting ViewRow(const std::string& domainId, const char* name, std::int32_t inForce) {
-  const JsonValue stored = StoredSetting(domainId, name);
+ShownSetting ViewRow(const JsonValue& stored, const char* name, std::int32_t inForce) {
   const bool isDefault = !stored.isNull() && stored == DefaultSetting(name);
   return {name, inForce, stored.isNull() ? "absent" : isDefault ? "default" : "domain"};
 }
@@ -183,18 +182,20 @@ void FindBlock(const DomainView& domain, ObjectView& view) {
 
 }  // namespace
 
-DomainView ViewDomain(const std::string& domainId) {
-  DomainView view;
+std::string ViewDomain(const std::string& domainId, DomainView& view) {
   view.id = domainId;
   view.data = KSDomainDataManager::Instance()->GetKSDataManager(domainId);
-  if (!view.data) return view;
-  view.generalSettings = KSRuleGlobalSetting(StoredGeneralSettings(domainId));
+  if (!view.data) return {};
+  std::map<std::string, JsonValue> rows;
+  std::string fault = StoredSettings(domainId, rows);
+  if (!fault.empty()) return fault;
+  view.generalSettings = KSRuleGlobalSetting(rows[kGeneralSettingRow]);
   view.learns = view.data->IsEnableDynamicCal();
   view.isOn = view.data->IsEnableKSFunction();
   view.interval = ViewInterval();
-  view.tableLimit = ViewRow(domainId, "KSTableCountLimit", view.data->GetTableLimitcount());
-  view.lineLimit = ViewRow(domainId, "KSStrRowCountLimit", view.data->GetStrRowLimitcount());
-  return view;
+  view.tableLimit = ViewRow(rows["KSTableCountLimit"], "KSTableCountLimit", view.data->GetTableLimitcount());
+  view.lineLimit = ViewRow(rows["KSStrRowCountLimit"], "KSStrRowCountLimit", view.data->GetStrRowLimitcount());
+  return {};
 }
 
 ObjectView ViewObject(const DomainView& domain, const StoredObject& stored) {

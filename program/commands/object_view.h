@@ -11,9 +11,9 @@
 #include "keelstone/data_manager.h"
 #include "keelstone/expectation.h"
 #include "keelstone/json_value.h"
+#include "keelstone/object_listing.h"
 #include "keelstone/rule_enums.h"
 #include "keelstone/rule_global_setting.h"
-#include "program/commands/object_listing.h"
 
 namespace keelstone::host {
 
@@ -36,9 +36,9 @@ struct DomainView {
   ShownSetting lineLimit;               // lines of a text
 };
 
-/// The domain's settings as the engine reads them now. Database errors throw
-/// CppSQLite3Exception.
-DomainView ViewDomain(const std::string& domainId);
+/// The domain's settings as the engine reads them now. The text says why they cannot be
+/// read.
+[[nodiscard]] std::string ViewDomain(const std::string& domainId, DomainView& view);
 
 /// One value of a history.
 struct ShownPoint {
@@ -49,7 +49,7 @@ struct ShownPoint {
 
 /// All that is known of one object, made from what is stored.
 struct ObjectView {
-  RuleKey key;
+  StoredKey key;
   bool hasRule = false;
   EnumRuleType ruleType = kRuleTypeNone;
   bool isLearned = true;

@@ -1,16 +1,10 @@
 #include "program/commands/rule_command.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
-#include <memory>
-#include <optional>
 
-#include "keelstone/cppsqlite3.h"
 #include "keelstone/data_manager.h"
-#include "keelstone/database_files.h"
-#include "keelstone/domain_files.h"
+#include "keelstone/domain_edits.h"
 #include "keelstone/json_reader.h"
-#include "keelstone/rule_records.h"
 #include "program/command_output.h"
 #include "program/commands/known_variable.h"
 #include "program/commands/rule_parameter.h"
@@ -62,11 +56,8 @@ Exit codes: 0 done, also when there was none; 2 usage, or the root or a database
 used; 3 not removed
 )";
 
-ObjectDefine ObjectOf(const RuleOptions& options) {
-  ObjectDefine object;
-  object.deviceName = options.device;
-  object.interfaceValue = options.interface;
-  return object;
+StoredKey StoredKeyOf(const RuleOptions& options) {
+  return {options.device, options.interface, options.source, options.param, options.variable};
 }
 
 JsonValue KeyOf(const RuleOptions& options) {
@@ -88,55 +79,6 @@ std::string NameOf(const RuleOptions& options) {
   return name;
 }
 
-/// Waits until the file may be written, as long as any statement waits; whoever holds it
-/// longer makes this throw.
-void RequireWritable(int dbType, const std::string& domainId) {
-  CppSQLite3DB db;
-  db.open(DomainDatabase(dbType, domainId), CppSQLite3DB::Mode::kReadWrite);
-  db.execDML("begin immediate transaction;");
-  db.execDML("rollback transaction;");
-}
-
-/// A column of the variable's row; nothing when there is no row.
-std::optional<std::string> Stored(int dbType, const char* table, const char* column,
-                                  const RuleOptions& options) {
-  CppSQLite3DB db;
-  db.open(DomainDatabase(dbType, options.common.domain), CppSQLite3DB::Mode::kReadWrite);
-  CppSQLite3Statement select = db.compileStatement(
-      std::string("select ") + column + " from " + table +
-      " where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "
-      "variableName = ? and variableSourceType = 2");
-  int parameter = 1;
-  for (const std::string* part :
-       {&options.device, &options.interface, &options.source, &options.param, &options.variable}) {
-    select.bind(parameter++, std::string_view(*part));
-  }
-  const CppSQLite3Query row = select.execQuery();
-  if (row.eof()) return std::nullopt;
-  return std::string(row.getStringField(0));
-}
-
-std::optional<std::string> StoredHistory(const RuleOptions& options) {
-  return Stored(kDbObjectHistory, "KSObjectHistory", "HistoryData", options);
-}
-
-/// Does `change` on the domain's rules; why it failed, or nothing.
-template <class Change>
-std::string TryChange(const RuleOptions& options, const Change& change) {
-  try {
-    RequireWritable(kDbObjectRule, options.common.domain);
-    RequireWritable(kDbObjectHistory, options.common.domain);
-  } catch (const CppSQLite3Exception& error) {
-    return FaultOf(error);
-  }
-  KSDataManagerSql manager;
-  manager.Init(options.common.domain);
-  const std::uint64_t failedBefore = GetFailedWriteCount();
-  change(manager);
-  if (GetFailedWriteCount() == failedBefore) return {};
-  return FirstFailureText();
-}
-
 /// Reads type and parameter; why they are no rule, or nothing.
 std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& parameter) {
   type = RuleTypeByName(options.type);
@@ -154,8 +96,8 @@ std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& 
 
 /// The rule as it is stored, its parameter and the history made those of the variable's
 /// values; why they cannot be, or nothing.
-std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonValue& parameter,
-                           RuleDefinitionData& definition, bool& isDefined) {
+std::string MakeRule(const RuleOptions& options, JsonValue& parameter, PrescribedRule& rule,
+                     bool& isDefined) {
   KSDataManagerSql manager;
   manager.Init(options.common.domain);
   RuleDefinitionData defined;
@@ -163,15 +105,16 @@ std::string MakeDefinition(const RuleOptions& options, EnumRuleType type, JsonVa
                                             kVariableSourceParser) < 0;
   KnownVariable variable;
   if (isDefined) variable.defined = TypeOfCode(defined.variableType);
-  variable.history = StoredHistory(options).value_or("");
-  bool isConverted = false;
-  std::string fault = variable.Fit(type, parameter, isConverted);
+  StoredObject stored;
+  rule.key = StoredKeyOf(options);
+  std::string fault = ReadStoredObject(options.common.domain, rule.key, stored);
   if (!fault.empty()) return fault;
-  definition =
-      RuleDefinitionData(static_cast<int>(type), kVariableSourceParser, parameter.toString(),
-                         options.source, options.variable, 0, options.param);
-  definition.ruleGenerateType = kRulePrescribed;
-  if (isConverted) definition.history = std::move(variable.history);
+  variable.history = std::move(stored.history);
+  bool isConverted = false;
+  fault = variable.Fit(rule.type, parameter, isConverted);
+  if (!fault.empty()) return fault;
+  rule.parameter = parameter.toString();
+  if (isConverted) rule.history = std::move(variable.history);
   return {};
 }
 
@@ -209,28 +152,15 @@ void AddRuleCommand(CLI::App& program, RuleOptions& options) {
 }
 
 int RunRuleSet(const RuleOptions& options) {
-  EnumRuleType type = kRuleTypeNone;
+  PrescribedRule rule;
   JsonValue parameter;
-  if (const std::string fault = ReadRule(options, type, parameter); !fault.empty()) {
-    return Fail(kSetName, fault, kExitUnusable);
-  }
-  if (const std::string fault = DomainFault(options.common.domain, true); !fault.empty()) {
-    return Fail(kSetName, fault, kExitUnusable);
-  }
-  const auto definition = std::make_shared<RuleDefinitionData>();
   bool isDefined = false;
-  try {
-    const std::string fault = MakeDefinition(options, type, parameter, *definition, isDefined);
-    if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kSetName, FaultOf(error), kExitUnusable);
-  }
-  const ObjectDefine object = ObjectOf(options);
-  const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
-    manager.SetRuleAlgParam({{options.variable, definition}}, &object, options.source,
-                            options.param, kVariableSourceParser);
-  });
-  if (!failure.empty()) return Fail(kSetName, failure, kExitBrokenOff);
+  std::string fault = ReadRule(options, rule.type, parameter);
+  if (fault.empty()) fault = DomainFault(options.common.domain, true);
+  if (fault.empty()) fault = MakeRule(options, parameter, rule, isDefined);
+  if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
+  fault = PrescribeRule(options.common.domain, rule);
+  if (!fault.empty()) return Fail(kSetName, fault, kExitBrokenOff);
   if (!isDefined) {
     Fail(kSetName,
          "note: no variable \"" + options.variable + "\" of source \"" + options.source +
@@ -250,25 +180,16 @@ int RunRuleSet(const RuleOptions& options) {
 }
 
 int RunRuleUnset(const RuleOptions& options) {
-  if (const std::string fault = DomainFault(options.common.domain, !options.dryRun);
-      !fault.empty()) {
-    return Fail(kUnsetName, fault, kExitUnusable);
-  }
-  bool hasRule = false;
-  bool hasHistory = false;
-  try {
-    hasRule = Stored(kDbObjectRule, "KSObjectRule", "ruleTypeId", options).has_value();
-    hasHistory = StoredHistory(options).has_value();
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kUnsetName, FaultOf(error), kExitUnusable);
-  }
+  const StoredKey key = StoredKeyOf(options);
+  StoredObject stored;
+  std::string fault = DomainFault(options.common.domain, !options.dryRun);
+  if (fault.empty()) fault = ReadStoredObject(options.common.domain, key, stored);
+  if (!fault.empty()) return Fail(kUnsetName, fault, kExitUnusable);
+  const bool hasRule = stored.hasRule;
+  const bool hasHistory = stored.hasHistory;
   if (!options.dryRun && (hasRule || hasHistory)) {
-    const ObjectDefine object = ObjectOf(options);
-    const std::string failure = TryChange(options, [&](KSDataManagerSql& manager) {
-      manager.RemoveRuleDefinitionData(&object, options.source, options.variable, options.param,
-                                       kVariableSourceParser);
-    });
-    if (!failure.empty()) return Fail(kUnsetName, failure, kExitBrokenOff);
+    fault = RemoveRule(options.common.domain, key);
+    if (!fault.empty()) return Fail(kUnsetName, fault, kExitBrokenOff);
   }
   CommandOutput output(options.format);
   if (output.isText()) {

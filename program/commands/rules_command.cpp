@@ -3,11 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <vector>
 
-#include "keelstone/domain_files.h"
 #include "keelstone/json_reader.h"
+#include "keelstone/object_listing.h"
 #include "keelstone/rule_global_setting.h"
 #include "program/command_output.h"
-#include "program/commands/rule_listing.h"
 #include "program/exit_codes.h"
 #include "program/time_text.h"
 
@@ -30,35 +29,57 @@ Exit codes: 0 done; 2 usage, or the root or a database cannot be used; 3 broken 
 the output could not be written
 )";
 
-JsonValue JsonOf(const ListedRule& rule) {
+/// How a rule's history stands.
+struct HistoryState {
+  std::size_t points = 0;
+  std::optional<std::int64_t> newest;  // seconds since the epoch
+};
+
+/// Counts the points of a history text and finds the newest; what is no history has none.
+HistoryState StateOf(const std::string& text) {
+  JsonValue history;
+  if (text.empty() || !JsonReader::Parse(text, history)) return {};
+  const JsonValue* const list = history.find("dataList");
+  if (list == nullptr || !list->isArray() || list->empty()) return {};
+  HistoryState state{list->size(), std::nullopt};
+  const JsonValue& constant = *list;
+  const JsonValue* const time = constant[list->size() - 1].find("liveTime");
+  if (time != nullptr && time->isInt64()) state.newest = time->asInt64();
+  return state;
+}
+
+JsonValue JsonOf(const StoredObject& rule) {
   JsonValue object(JsonType::Object);
   constexpr std::array<const char*, 5> kNames = {"device", "interface", "source", "param",
                                                  "variable"};
   for (std::size_t i = 0; i < kNames.size(); ++i) object[kNames[i]] = rule.key[i];
-  object["type"] = RuleTypeName(static_cast<EnumRuleType>(rule.type));
+  object["type"] = RuleTypeName(static_cast<EnumRuleType>(rule.ruleType));
   JsonValue parameter;
   const bool isDocument = JsonReader::Parse(rule.parameter, parameter) && parameter.isObject();
   object["parameter"] = isDocument ? parameter : JsonValue(rule.parameter);
-  object["learned"] = rule.learned;
-  object["points"] = static_cast<std::uint64_t>(rule.points);
-  object["newest"] = rule.newest ? JsonValue(*rule.newest) : JsonValue();
+  object["learned"] = rule.isLearned();
+  const HistoryState history = StateOf(rule.history);
+  object["points"] = static_cast<std::uint64_t>(history.points);
+  object["newest"] = history.newest ? JsonValue(*history.newest) : JsonValue();
   return object;
 }
 
-std::vector<std::string> CellsOf(const ListedRule& rule) {
+std::vector<std::string> CellsOf(const StoredObject& rule) {
   std::vector<std::string> cells(rule.key.begin(), rule.key.end());
-  const char* const type = RuleTypeName(static_cast<EnumRuleType>(rule.type));
-  cells.insert(cells.end(), {type, rule.learned ? "learned" : "fixed", std::to_string(rule.points),
-                             rule.newest ? UtcTimeText(*rule.newest) : "", rule.parameter});
+  const char* const type = RuleTypeName(static_cast<EnumRuleType>(rule.ruleType));
+  const HistoryState history = StateOf(rule.history);
+  cells.insert(cells.end(),
+               {type, rule.isLearned() ? "learned" : "fixed", std::to_string(history.points),
+                history.newest ? UtcTimeText(*history.newest) : "", rule.parameter});
   for (std::string& cell : cells) {
     if (cell.empty()) cell = "-";
   }
   return cells;
 }
 
-void Print(const std::vector<ListedRule>& page, bool isFirst, CommandOutput& output) {
+void Print(const std::vector<StoredObject>& page, bool isFirst, CommandOutput& output) {
   if (!output.isText()) {
-    for (const ListedRule& rule : page) output.Json(JsonOf(rule));
+    for (const StoredObject& rule : page) output.Json(JsonOf(rule));
     return;
   }
   std::vector<std::vector<std::string>> rows;
@@ -66,7 +87,7 @@ void Print(const std::vector<ListedRule>& page, bool isFirst, CommandOutput& out
     rows.push_back({"DEVICE", "INTERFACE", "SOURCE", "PARAM", "VARIABLE", "TYPE", "ORIGIN",
                     "POINTS", "NEWEST", "PARAMETER"});
   }
-  for (const ListedRule& rule : page) rows.push_back(CellsOf(rule));
+  for (const StoredObject& rule : page) rows.push_back(CellsOf(rule));
   output.Rows(rows);
 }
 
@@ -88,19 +109,19 @@ int RunRules(const RulesOptions& options) {
   if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   CommandOutput output(options.format);
   bool isFirst = true;
-  try {
-    RuleListing listing(options.common.domain, {options.device, options.interface, options.source,
-                                                std::nullopt, options.variable});
-    while (!output.hasFailed()) {
-      const std::vector<ListedRule> page = listing.NextPage();
-      if (page.empty()) break;
-      Print(page, isFirst, output);
-      isFirst = false;
+  ObjectListing listing(options.common.domain,
+                        {.filter = {options.device, options.interface, options.source, std::nullopt,
+                                    options.variable},
+                         .onlyRules = true,
+                         .withHistories = true});
+  std::vector<StoredObject> page;
+  while (!output.hasFailed()) {
+    if (const std::string why = listing.NextPage(page); !why.empty()) {
+      return output.BreakOff(kName, why, isFirst);
     }
-  } catch (const CppSQLite3Exception& error) {
-    const int written = output.End(kName);
-    return Fail(kName, FaultOf(error),
-                isFirst && written == kExitDone ? kExitUnusable : kExitBrokenOff);
+    if (page.empty()) break;
+    Print(page, isFirst, output);
+    isFirst = false;
   }
   return output.End(kName);
 }

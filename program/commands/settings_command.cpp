@@ -1,15 +1,12 @@
 #include "program/commands/settings_command.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
-#include <optional>
+#include <map>
 #include <vector>
 
-#include "keelstone/cppsqlite3.h"
-#include "keelstone/database_files.h"
+#include "keelstone/domain_edits.h"
 #include "keelstone/domain_files.h"
 #include "keelstone/json_reader.h"
-#include "keelstone/rule_global_setting.h"
 #include "keelstone/setting_paths.h"
 #include "program/command_output.h"
 #include "program/exit_codes.h"
@@ -55,38 +52,6 @@ Exit codes: 0 done; 2 usage, no such setting, or the root or a database cannot b
 not written
 )";
 
-/// A row of the table; of two rows with one name the later counts.
-struct SettingRow {
-  std::int64_t id = 0;
-  JsonValue value;
-};
-
-std::optional<SettingRow> ReadRow(CppSQLite3DB& db, const std::string& name) {
-  std::optional<SettingRow> found;
-  CppSQLite3Statement select = db.compileStatement("select id, data from KSGlobalSetting");
-  for (CppSQLite3Query rows = select.execQuery(); !rows.eof(); rows.nextRow()) {
-    JsonValue row;
-    if (!JsonReader::Parse(rows.getStringField(1), row)) continue;
-    const JsonValue* const rowName = row.find("name");
-    if (rowName == nullptr || !rowName->isString() || rowName->stringRef() != name) continue;
-    found = SettingRow{rows.getInt64Field(0), row["value"]};
-  }
-  return found;
-}
-
-void WriteRow(CppSQLite3DB& db, const std::optional<SettingRow>& old, const std::string& name,
-              const JsonValue& value) {
-  JsonValue row(JsonType::Object);
-  row["name"] = name;
-  row["value"] = value;
-  CppSQLite3Statement write =
-      db.compileStatement(old ? "update KSGlobalSetting set data = ? where id = ?"
-                              : "insert into KSGlobalSetting (data) values (?)");
-  write.bind(1, std::string_view(row.toString()));
-  if (old) write.bind(2, old->id);
-  write.execDML();
-}
-
 /// The setting's value within its row; nullptr when it is not stored.
 const JsonValue* Find(const JsonValue& row, const SettingPath& setting) {
   const JsonValue* place = &row;
@@ -95,17 +60,6 @@ const JsonValue* Find(const JsonValue& row, const SettingPath& setting) {
     if (place == nullptr) return nullptr;
   }
   return place;
-}
-
-/// Puts the value in its place; false when something that is no object is in the way.
-bool Put(JsonValue& row, const SettingPath& setting, const JsonValue& value) {
-  JsonValue* place = &row;
-  for (const std::string& member : setting.members) {
-    if (!place->isNull() && !place->isObject()) return false;
-    place = &(*place)[member];
-  }
-  *place = value;
-  return true;
 }
 
 void Print(const std::string& path, const JsonValue& value, CommandOutput& output) {
@@ -130,21 +84,6 @@ std::vector<SettingPath> Choose(const std::string& path, const std::vector<Setti
     }
   }
   return chosen;
-}
-
-/// Sets the value within a transaction; what is in the way, or nothing.
-std::string Change(CppSQLite3DB& db, const SettingPath& setting, const JsonValue& value) {
-  db.execDML("begin immediate transaction;");
-  const std::optional<SettingRow> old = ReadRow(db, setting.row);
-  JsonValue row = old ? old->value : JsonValue();
-  // Members that are absent read as 0: without a row the others start as `init` has them.
-  if (!old && setting.row == kGeneralSettingRow) row = DefaultGeneralSettings();
-  if (!Put(row, setting, value)) {
-    return "the stored " + setting.row + " is no object where " + setting.path + " lies";
-  }
-  WriteRow(db, old, setting.row, row);
-  db.execDML("commit transaction;");
-  return {};
 }
 
 /// Finds the setting and reads the value; what is wrong with them, or nothing.
@@ -191,22 +130,19 @@ int RunSettingsGet(const SettingsOptions& options) {
   if (chosen.empty()) return Fail(kGetName, NoSuchSetting(options.path), kExitUnusable);
   const std::string fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kGetName, fault, kExitUnusable);
+  std::map<std::string, JsonValue> rows;
+  if (const std::string why = StoredSettings(options.common.domain, rows); !why.empty()) {
+    return Fail(kGetName, why, kExitUnusable);
+  }
   CommandOutput output(options.format);
-  try {
-    CppSQLite3DB db;
-    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain),
-            CppSQLite3DB::Mode::kReadWrite);
-    for (const SettingPath& setting : chosen) {
-      const std::optional<SettingRow> row = ReadRow(db, setting.row);
-      const JsonValue* const value = row ? Find(row->value, setting) : nullptr;
-      if (value != nullptr) {
-        Print(setting.path, *value, output);
-      } else if (setting.path == options.path) {
-        return Fail(kGetName, setting.path + " is not stored", kExitUnusable);
-      }
+  for (const SettingPath& setting : chosen) {
+    const auto row = rows.find(setting.row);
+    const JsonValue* const value = row != rows.end() ? Find(row->second, setting) : nullptr;
+    if (value != nullptr) {
+      Print(setting.path, *value, output);
+    } else if (setting.path == options.path) {
+      return Fail(kGetName, setting.path + " is not stored", kExitUnusable);
     }
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kGetName, FaultOf(error), kExitUnusable);
   }
   return output.End(kGetName);
 }
@@ -217,15 +153,8 @@ int RunSettingsSet(const SettingsOptions& options) {
   std::string fault = ReadSetting(options, setting, value);
   if (fault.empty()) fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
-  try {
-    CppSQLite3DB db;
-    db.open(DomainDatabase(kDbGlobalSetting, options.common.domain),
-            CppSQLite3DB::Mode::kReadWrite);
-    fault = Change(db, setting, value);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kSetName, FaultOf(error), kExitBrokenOff);
-  }
-  if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
+  const EditOutcome outcome = StoreSetting(options.common.domain, setting, value);
+  if (outcome.kind != EditOutcome::Kind::kDone) return Fail(kSetName, outcome);
   CommandOutput output(options.format);
   Print(setting.path, value, output);
   return output.End(kSetName);

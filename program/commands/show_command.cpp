@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <vector>
 
+#include "keelstone/object_listing.h"
 #include "keelstone/rule_global_setting.h"
 #include "keelstone/setting_paths.h"
 #include "program/command_output.h"
-#include "program/commands/object_listing.h"
 #include "program/commands/object_view.h"
 #include "program/exit_codes.h"
 #include "program/report/sparkline.h"
@@ -139,6 +139,20 @@ void Print(const ObjectView& object, bool isUtf8, CommandOutput& output) {
   output.Rows(rows);
 }
 
+void Print(const DomainView& domain, const std::vector<StoredObject>& page, bool isUtf8,
+           bool isFirst, CommandOutput& output) {
+  for (const StoredObject& stored : page) {
+    const ObjectView object = ViewObject(domain, stored);
+    if (!output.isText()) {
+      output.Json(JsonOf(domain, object));
+    } else {
+      if (!isFirst) output.Line("");
+      Print(object, isUtf8, output);
+    }
+    isFirst = false;
+  }
+}
+
 std::string Wanted(const ShowOptions& options) {
   std::string text = "device \"" + options.device + "\"";
   const auto add = [&text](const char* what, const std::optional<std::string>& name) {
@@ -171,29 +185,24 @@ int RunShow(const ShowOptions& options) {
   CommandOutput output(options.format);
   const bool isUtf8 = IsUtf8Locale();
   bool isFirst = true;
-  try {
-    const DomainView domain = ViewDomain(options.common.domain);
-    if (!domain.data) return Fail(kName, "the domain cannot be loaded", kExitUnusable);
-    ObjectListing listing(options.common.domain, {options.device, options.interface, options.source,
-                                                  options.param, options.variable});
-    while (!output.hasFailed()) {
-      const std::vector<StoredObject> page = listing.NextPage();
-      if (page.empty()) break;
-      for (const StoredObject& stored : page) {
-        const ObjectView object = ViewObject(domain, stored);
-        if (!output.isText()) {
-          output.Json(JsonOf(domain, object));
-        } else {
-          if (!isFirst) output.Line("");
-          Print(object, isUtf8, output);
-        }
-        isFirst = false;
-      }
+  DomainView domain;
+  if (const std::string why = ViewDomain(options.common.domain, domain); !why.empty()) {
+    return output.BreakOff(kName, why, isFirst);
+  }
+  if (!domain.data) return Fail(kName, "the domain cannot be loaded", kExitUnusable);
+  ObjectListing listing(
+      options.common.domain,
+      {.filter = {options.device, options.interface, options.source, options.param,
+                  options.variable},
+       .withHistories = true});
+  std::vector<StoredObject> page;
+  while (!output.hasFailed()) {
+    if (const std::string why = listing.NextPage(page); !why.empty()) {
+      return output.BreakOff(kName, why, isFirst);
     }
-  } catch (const CppSQLite3Exception& error) {
-    const int written = output.End(kName);
-    return Fail(kName, FaultOf(error),
-                isFirst && written == kExitDone ? kExitUnusable : kExitBrokenOff);
+    if (page.empty()) break;
+    Print(domain, page, isUtf8, isFirst, output);
+    isFirst = false;
   }
   if (isFirst) {
     return Fail(kName,

@@ -13,12 +13,12 @@
 #include "keelstone/database_files.h"
 #include "keelstone/domain_files.h"
 #include "keelstone/filesystem.h"
+#include "keelstone/object_listing.h"
 #include "program/command_output.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/output_file.h"
 #include "program/report/report_findings.h"
-#include "program/report/report_listing.h"
 #include "program/report/report_page.h"
 #include "program/report/report_results.h"
 #include "program/report/report_selection.h"
@@ -30,6 +30,7 @@ namespace {
 
 constexpr const char* kName = "report";
 constexpr std::size_t kMostVariables = 10000000;
+constexpr std::size_t kHistoriesAtOnce = 100;
 
 constexpr const char* kHelpEnd =
     R"(The page needs nothing but itself: one HTML file that loads nothing, to be opened in a
@@ -87,31 +88,68 @@ std::string DomainsOfRoot(std::vector<std::string>& domains) {
   return {};
 }
 
-/// Adds the chosen variables of all domains, and then those that only the results know; ends
-/// early when a stop is requested.
-void AddVariables(const std::vector<std::string>& domains, const ReportFindings& findings,
-                  const ReportSelection& selection, const StopRequest& stop, ReportPage& page) {
-  std::set<const VariableFindings*> shown;
-  for (const std::string& domain : domains) {
-    ReportListing listing(domain);
-    for (auto stored = listing.NextPage(); !stored.empty(); stored = listing.NextPage()) {
-      if (stop.Requested()) return;
-      for (StoredVariable& variable : stored) {
-        const ReportKey key = KeyOf(domain, variable);
-        if (!selection.chosen().contains(FingerprintOf(key))) continue;
-        const auto found = findings.variables().find(key);
-        const bool isFound = found != findings.variables().end();
-        listing.ReadHistory(variable);
-        page.Add(key, variable, isFound ? &found->second : nullptr);
-        if (isFound) shown.insert(&found->second);
-      }
+/// Puts the chosen variables on the page, those that are stored first.
+class PageFiller {
+ public:
+  PageFiller(const ReportFindings& findings, const ReportSelection& selection, ReportPage& page)
+      : findings_(findings), chosen_(selection.chosen()), page_(page) {}
+
+  /// Adds those of a domain, or what of them comes before a stop is requested; the text says
+  /// why what is stored cannot be read.
+  std::string AddStored(const std::string& domain, const StopRequest& stop) {
+    ObjectListing listing = ListVariables(domain);
+    std::vector<StoredObject> listed;
+    do {
+      std::string fault = listing.NextPage(listed);
+      if (fault.empty() && !stop.Requested()) fault = AddListed(domain, listing, listed);
+      if (!fault.empty()) return fault;
+    } while (!listed.empty() && !stop.Requested());
+    return {};
+  }
+
+  /// Adds those that only the results know.
+  void AddOthers() {
+    for (const auto& [key, variable] : findings_.variables()) {
+      const bool isChosen = chosen_.contains(FingerprintOf(key));
+      if (isChosen && !shown_.contains(&variable)) page_.Add(key, {}, &variable);
     }
   }
-  for (const auto& [key, variable] : findings.variables()) {
-    const bool isChosen = selection.chosen().contains(FingerprintOf(key));
-    if (isChosen && !shown.contains(&variable)) page.Add(key, {}, &variable);
+
+ private:
+  std::string AddListed(const std::string& domain, const ObjectListing& listing,
+                        std::vector<StoredObject>& listed) {
+    std::vector<StoredObject*> batch;
+    std::string fault;
+    for (StoredObject& variable : listed) {
+      if (!chosen_.contains(FingerprintOf(KeyOf(domain, variable)))) continue;
+      batch.push_back(&variable);
+      if (batch.size() == kHistoriesAtOnce) fault = AddBatch(domain, listing, batch);
+      if (!fault.empty()) return fault;
+    }
+    return AddBatch(domain, listing, batch);
   }
-}
+
+  std::string AddBatch(const std::string& domain, const ObjectListing& listing,
+                       std::vector<StoredObject*>& batch) {
+    std::string fault = listing.ReadHistories(batch);
+    if (!fault.empty()) return fault;
+    for (StoredObject* variable : batch) {
+      const ReportKey key = KeyOf(domain, *variable);
+      const auto found = findings_.variables().find(key);
+      const bool isFound = found != findings_.variables().end();
+      page_.Add(key, *variable, isFound ? &found->second : nullptr);
+      if (isFound) shown_.insert(&found->second);
+      variable->history = {};  // only those of a batch are in memory
+    }
+    batch.clear();
+    return {};
+  }
+
+  const ReportFindings& findings_;
+  const ReportFindings::Chosen& chosen_;
+  ReportPage& page_;
+  std::set<const VariableFindings*> shown_;
+};
 
 void SayWhatIsLeftOut(const ReportTotals& totals, std::uint64_t shown) {
   if (totals.variables <= shown) return;
@@ -130,14 +168,11 @@ int WritePage(const ReportOptions& options, const std::vector<std::string>& doma
     if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   }
   ReportSelection selection(options.maxVariables);
-  try {
-    selection.Choose(domains, findings, stop);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, FaultOf(error), kExitUnusable);
-  }
+  std::string fault = selection.Choose(domains, findings, stop);
+  if (!fault.empty()) return Fail(kName, fault, kExitUnusable);
   if (findings.isCrowded()) {
     findings.Restart(selection.chosen());
-    const std::string fault = results.ReadAgain();
+    fault = results.ReadAgain();
     if (!fault.empty()) return Fail(kName, fault, kExitBrokenOff);
   }
   OutputFile output(options.output);
@@ -148,11 +183,13 @@ int WritePage(const ReportOptions& options, const std::vector<std::string>& doma
                            .skippedLines = results.skipped(),
                            .totals = selection.totals()};
   ReportPage page(output, head, findings);
-  try {
-    AddVariables(domains, findings, selection, stop, page);
-  } catch (const CppSQLite3Exception& error) {
-    return Fail(kName, FaultOf(error), page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
+  PageFiller filler(findings, selection, page);
+  for (const std::string& domain : domains) {
+    fault = filler.AddStored(domain, stop);
+    if (fault.empty()) continue;
+    return Fail(kName, fault, page.variables() == 0 ? kExitUnusable : kExitBrokenOff);
   }
+  filler.AddOthers();
   if (stop.Requested()) return Fail(kName, "stopped; no page is written", kExitBrokenOff);
   page.End();
   if (!output.Finish()) return Fail(kName, output.fault(), kExitBrokenOff);

@@ -159,7 +159,7 @@ void ReportPage::WriteAlertList() {
   output_.Write("</table>");
 }
 
-void ReportPage::Add(const ReportKey& key, const StoredVariable& stored,
+void ReportPage::Add(const ReportKey& key, const StoredObject& stored,
                      const VariableFindings* findings) {
   if (variables_++ != 0) rows_.append(",\n");
   rows_.append(ReportRow(key, stored, findings));

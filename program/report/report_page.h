@@ -28,7 +28,7 @@ class ReportPage {
   /// Writes all that comes before the variables. What is handed over must outlive the page.
   ReportPage(OutputFile& output, const ReportHead& head, const ReportFindings& findings);
 
-  void Add(const ReportKey& key, const StoredVariable& stored, const VariableFindings* findings);
+  void Add(const ReportKey& key, const StoredObject& stored, const VariableFindings* findings);
   /// Writes the rest.
   void End();
 

@@ -7,6 +7,8 @@ namespace keelstone::host {
 
 namespace {
 
+constexpr int kPageVariables = 1000;
+
 /// Whether one variable with alerts comes before another.
 bool IsBefore(const FoundVariable& a, const FoundVariable& b) {
   return std::tuple(b.isOpen, b.lastAlert, b.alerts, a.order) <
@@ -15,18 +17,31 @@ bool IsBefore(const FoundVariable& a, const FoundVariable& b) {
 
 }  // namespace
 
-void ReportSelection::Choose(const std::vector<std::string>& domains,
-                             const ReportFindings& findings, const StopRequest& stop) {
+ReportKey KeyOf(const std::string& domain, const StoredObject& variable) {
+  ReportKey key = {domain};
+  std::copy(variable.key.begin(), variable.key.end(), key.begin() + 1);
+  return key;
+}
+
+ObjectListing ListVariables(const std::string& domain) {
+  return ObjectListing(domain, {.filter = {}, .pageSize = kPageVariables});
+}
+
+std::string ReportSelection::Choose(const std::vector<std::string>& domains,
+                                    const ReportFindings& findings, const StopRequest& stop) {
   ChooseAlerting(findings);
+  std::vector<StoredObject> page;
   for (const std::string& domain : domains) {
-    ReportListing listing(domain);
-    for (auto page = listing.NextPage(); !page.empty(); page = listing.NextPage()) {
-      if (stop.Requested()) return;
-      for (const StoredVariable& stored : page) TakeStored(domain, stored, findings);
-    }
+    ObjectListing listing = ListVariables(domain);
+    do {
+      std::string fault = listing.NextPage(page);
+      if (!fault.empty() || stop.Requested()) return fault;
+      for (const StoredObject& stored : page) TakeStored(domain, stored, findings);
+    } while (!page.empty());
   }
   ChooseRest(findings);
   totals_.devices = devices_.size();
+  return {};
 }
 
 void ReportSelection::ChooseAlerting(const ReportFindings& findings) {
@@ -50,11 +65,11 @@ void ReportSelection::ChooseAlerting(const ReportFindings& findings) {
   for (const FoundEntry* entry : alerting) chosen_.insert(entry->first);
 }
 
-void ReportSelection::TakeStored(const std::string& domain, const StoredVariable& stored,
+void ReportSelection::TakeStored(const std::string& domain, const StoredObject& stored,
                                  const ReportFindings& findings) {
   devices_.insert(DeviceHash(domain, stored.key.front()));
   totals_.withRule += stored.hasRule ? 1U : 0U;
-  totals_.prescribed += stored.hasRule && !stored.isLearned ? 1U : 0U;
+  totals_.prescribed += stored.hasRule && !stored.isLearned() ? 1U : 0U;
   const Fingerprint print = FingerprintOf(KeyOf(domain, stored));
   const auto found = findings.found().find(print);
   if (found != findings.found().end()) {

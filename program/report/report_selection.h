@@ -8,8 +8,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "keelstone/object_listing.h"
 #include "program/report/report_findings.h"
-#include "program/report/report_listing.h"
 #include "program/stop_request.h"
 
 namespace keelstone::host {
@@ -28,6 +28,12 @@ struct ReportTotals {
   std::array<std::uint64_t, kReportStates> states{};  // variables in each state
 };
 
+/// What a stored variable of a domain is found by in a report.
+ReportKey KeyOf(const std::string& domain, const StoredObject& variable);
+
+/// The variables of a domain without their histories, many at a time.
+ObjectListing ListVariables(const std::string& domain);
+
 /// Chooses the most important variables for a page: by their state, those with alerts by
 /// the time of the newest and by how many there are, the others as they are stored. Memory
 /// is needed for as many as are chosen, and for the devices. One thread.
@@ -36,9 +42,9 @@ class ReportSelection {
   explicit ReportSelection(std::size_t limit) : limit_(limit) {}
 
   /// Once; what is stored is listed and matched with what was found. Ends early when a stop
-  /// is requested. Database errors throw CppSQLite3Exception.
-  void Choose(const std::vector<std::string>& domains, const ReportFindings& findings,
-              const StopRequest& stop);
+  /// is requested. The text says why what is stored cannot be read.
+  [[nodiscard]] std::string Choose(const std::vector<std::string>& domains,
+                                   const ReportFindings& findings, const StopRequest& stop);
 
   const ReportFindings::Chosen& chosen() const noexcept { return chosen_; }
   const ReportTotals& totals() const noexcept { return totals_; }
@@ -47,7 +53,7 @@ class ReportSelection {
   using FoundEntry = ReportFindings::FoundVariables::value_type;
 
   void ChooseAlerting(const ReportFindings& findings);
-  void TakeStored(const std::string& domain, const StoredVariable& stored,
+  void TakeStored(const std::string& domain, const StoredObject& stored,
                   const ReportFindings& findings);
   void ChooseRest(const ReportFindings& findings);
   bool IsFull() const noexcept { return chosen_.size() >= limit_; }

@@ -259,20 +259,20 @@ Extent ExtentOf(const std::string& text) {
 
 }  // namespace
 
-std::string ReportRow(const ReportKey& key, const StoredVariable& stored,
+std::string ReportRow(const ReportKey& key, const StoredObject& stored,
                       const VariableFindings* findings) {
   std::string out = "[";
   Listed fields(out);
   for (const std::string& part : key) AppendScriptString(fields.Next(), part);
-  AppendNumber(fields.Next(), stored.hasRule ? stored.type : -1);
+  AppendNumber(fields.Next(), stored.hasRule ? stored.ruleType : -1);
   // 0 learned, 1 prescribed, 2 no rule yet, 3 not stored
   const bool isStored = stored.hasRule || !stored.history.empty();
-  const int origin = stored.hasRule ? (stored.isLearned ? 0 : 1) : isStored ? 2 : 3;
+  const int origin = stored.hasRule ? (stored.isLearned() ? 0 : 1) : isStored ? 2 : 3;
   AppendNumber(fields.Next(), origin);
   const Extent extent = ExtentOf(stored.history);
-  const bool isJudged = stored.hasRule && stored.type >= 0;
+  const bool isJudged = stored.hasRule && stored.ruleType >= 0;
   AppendScriptString(fields.Next(), isJudged
-                                        ? KSExpectation::Of(static_cast<EnumRuleType>(stored.type),
+                                        ? KSExpectation::Of(static_cast<EnumRuleType>(stored.ruleType),
                                                             stored.parameter, extent.type)
                                               .words
                                         : "");
@@ -294,7 +294,7 @@ std::string ReportRow(const ReportKey& key, const StoredVariable& stored,
   return out.append("]");
 }
 
-std::string ReportDetail(const StoredVariable& stored, const VariableFindings* findings,
+std::string ReportDetail(const StoredObject& stored, const VariableFindings* findings,
                          TableBudget& budget) {
   std::string out = "{";
   AppendHistory(out, stored.history, budget);

@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <string>
 
+#include "keelstone/object_listing.h"
 #include "program/report/report_findings.h"
-#include "program/report/report_listing.h"
 
 namespace keelstone::host {
 
@@ -16,12 +16,12 @@ struct TableBudget {
 
 /// A variable as a row of the page's table: what sorting, filtering and searching need.
 /// `findings` may be null. JSON that is safe in a page.
-std::string ReportRow(const ReportKey& key, const StoredVariable& stored,
+std::string ReportRow(const ReportKey& key, const StoredObject& stored,
                       const VariableFindings* findings);
 
 /// The rest of it, which the page reads when the variable is looked at: history, tables,
 /// rules, golden values, alerts.
-std::string ReportDetail(const StoredVariable& stored, const VariableFindings* findings,
+std::string ReportDetail(const StoredObject& stored, const VariableFindings* findings,
                          TableBudget& budget);
 
 }  // namespace keelstone::host

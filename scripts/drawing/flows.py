@@ -49,7 +49,7 @@ def way():
     svg.text(24, 34, "The way of one value", size=17, bold=True)
     flow.column(HOST, "the host", "one KSRuleInstance a run")
     flow.column(ENGINE, "engine", "engine/ results/")
-    flow.column(MODEL, "rules", "model/ calc/")
+    flow.column(MODEL, "rules", "model/ learn/")
     flow.column(STORE, "storage", "storage/")
 
     flow.box(HOST, 112, 66, "InitCacheData", ["InitHistoryData"])
@@ -90,9 +90,9 @@ def way():
     svg.line(ENGINE[0] + ENGINE[1] + 3, tops[0] + 20, STORE[0] - 3, tops[0] + 20, "axis", 1.6, arrow=True)
     svg.line(STORE[0] - 3, tops[0] + 32, ENGINE[0] + ENGINE[1] + 3, tops[0] + 32, "axis", 1.6, arrow=True)
     flow.box(MODEL, tops[2], 52, "GetRuleByType, Init", ["history, feature, rule data"])
-    flow.box(MODEL, tops[3], 52, "CalculateRule", ["candidates in their order"])
+    flow.box(MODEL, tops[3], 52, "LearnRule", ["candidates in their order"])
     flow.box(MODEL, tops[4], 52, "CheckAlert", ["value against parameter"])
-    flow.box(STORE, tops[3], 52, "settings", ["kept in memory"])
+    flow.box(STORE, tops[3], 52, "settings", ["one snapshot a run"])
     for place in (2, 3, 4):
         flow.across(ENGINE, MODEL, tops[place] + 20, both=True)
     flow.across(STORE, MODEL, tops[3] + 26)

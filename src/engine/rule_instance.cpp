@@ -41,35 +41,39 @@ KSRuleInstance::KSRuleInstance(const std::string& variableSource, const std::str
                                const std::string& domainId, const std::string& reserved,
                                EvaluationTime evaluationTime, bool onDemandTask)
     : evaluation_(std::make_unique<Evaluation>(
-          Evaluation::Subject{variableSource, nodeId, deviceName, nodePathSchema, structureId,
-                              variableParam, domainId, reserved, evaluationTime.seconds},
+          Subject{variableSource, nodeId, deviceName, nodePathSchema, structureId, variableParam,
+                  domainId, reserved, evaluationTime.seconds},
           onDemandTask)) {}
 
 KSRuleInstance::~KSRuleInstance() = default;
 
 bool KSRuleInstance::IsInBlockTime() {
-  return Guarded("KSRuleInstance::IsInBlockTime", [this] { return evaluation_->IsInBlockTime(); });
+  return Guarded("KSRuleInstance::IsInBlockTime",
+                 [this] { return evaluation_->lookUp().IsInBlockTime(); });
 }
 
-bool KSRuleInstance::IsDefineRule() { return evaluation_->IsDefineRule(); }
+bool KSRuleInstance::IsDefineRule() { return evaluation_->lookUp().IsDefineRule(); }
 
 bool KSRuleInstance::InitCacheData() {
-  return Guarded("KSRuleInstance::InitCacheData", [this] { return evaluation_->LoadRules(); });
+  return Guarded("KSRuleInstance::InitCacheData",
+                 [this] { return evaluation_->lookUp().LoadRules(); });
 }
 
 bool KSRuleInstance::InitHistoryData() {
   return Guarded("KSRuleInstance::InitHistoryData",
-                 [this] { return evaluation_->LoadHistories(); });
+                 [this] { return evaluation_->lookUp().LoadHistories(); });
 }
 
-void KSRuleInstance::SetCacheData(DevParserRule rules) { evaluation_->SetRules(std::move(rules)); }
+void KSRuleInstance::SetCacheData(DevParserRule rules) {
+  evaluation_->lookUp().SetRules(std::move(rules));
+}
 
 void KSRuleInstance::SetHistoryData(DevParserHistory histories) {
-  evaluation_->SetHistories(std::move(histories));
+  evaluation_->lookUp().SetHistories(std::move(histories));
 }
 
 bool KSRuleInstance::IsVarDefineRule(const std::string& variableName) {
-  return evaluation_->IsVarDefineRule(variableName);
+  return evaluation_->lookUp().IsVarDefineRule(variableName);
 }
 
 bool KSRuleInstance::ProcessVariable(const VarInfo& variable) {
@@ -78,7 +82,7 @@ bool KSRuleInstance::ProcessVariable(const VarInfo& variable) {
 }
 
 std::shared_ptr<KSRuleUpdateResultData> KSRuleInstance::GetUpdateResultData() const {
-  return evaluation_->results();
+  return evaluation_->outcome().results();
 }
 
 void KSRuleInstance::SerializeLocalDB() {
@@ -92,16 +96,16 @@ void KSRuleInstance::SetOnlyUpdateKSValue() { evaluation_->SetOnlyUpdateKSValue(
 
 bool KSRuleInstance::IsOndemandTask() const { return evaluation_->IsOndemandTask(); }
 
-void KSRuleInstance::SetExplain(bool on) { evaluation_->SetExplain(on); }
+void KSRuleInstance::SetExplain(bool on) { evaluation_->outcome().SetExplain(on); }
 
 const std::vector<KSAlertExplanation>& KSRuleInstance::GetExplanations() const {
   static const std::vector<KSAlertExplanation> kNone;
-  const Explainer* const explainer = evaluation_->explainer();
+  const Explainer* const explainer = evaluation_->outcome().explainer();
   return explainer == nullptr ? kNone : explainer->explanations();
 }
 
 EnumVerdict KSRuleInstance::GetLastVerdict() const {
-  const Explainer* const explainer = evaluation_->explainer();
+  const Explainer* const explainer = evaluation_->outcome().explainer();
   return explainer == nullptr ? kVerdictNone : explainer->verdict();
 }
 
@@ -109,7 +113,7 @@ EnumRefusal KSRuleInstance::GetLastRefusal() const { return evaluation_->refusal
 
 const std::string* KSRuleInstance::GetLoadedHistory(const std::string& interfaceValue,
                                                     const std::string& variableName) const {
-  return evaluation_->LoadedHistory(interfaceValue, variableName);
+  return evaluation_->lookUp().LoadedHistory(interfaceValue, variableName);
 }
 
 void KSRuleInstance::ReplaceHistory(const std::string& interfaceValue,

@@ -1,7 +1,8 @@
 #include "engine/value_check.h"
 
-#include "base/text/strings.h"
-#include "engine/variable_values.h"
+#include <cstdint>
+#include <variant>
+
 #include "model/rules/numeric_rules.h"
 #include "model/rules/string_rules.h"
 
@@ -17,8 +18,8 @@ std::optional<bool> Check(std::string_view param, const Value& value) {
 }
 
 template <class T>
-std::optional<bool> CheckNumber(EnumRuleType type, std::string_view param, std::optional<T> value) {
-  if (!value) return std::nullopt;
+std::optional<bool> CheckNumber(EnumRuleType type, std::string_view param, const T* value) {
+  if (value == nullptr) return std::nullopt;
   switch (type) {
     case kIntEqual:
       return Check<NumericEqualRule<T>>(param, *value);
@@ -56,16 +57,16 @@ std::optional<bool> CheckText(EnumRuleType type, std::string_view param, std::st
 
 }  // namespace
 
-std::optional<bool> BreaksRule(const VarInfo& variable, EnumRuleType type, std::string_view param) {
-  switch (variable.dataType) {
+std::optional<bool> BreaksRule(const TypedValue& value, EnumRuleType type, std::string_view param) {
+  switch (value.dataType()) {
     case KSDataInt64:
-      return CheckNumber(type, param, LeadingInt64(variable.valueText));
+      return CheckNumber(type, param, std::get_if<std::int64_t>(&value.content()));
     case KSDataFloat:
-      return CheckNumber(type, param, LeadingFloat(variable.valueText));
+      return CheckNumber(type, param, std::get_if<float>(&value.content()));
     case KSDataDouble:
-      return CheckNumber(type, param, LeadingDouble(variable.valueText));
+      return CheckNumber(type, param, std::get_if<double>(&value.content()));
     case KSDataString:
-      return CheckText(type, param, TextValue(variable.valueText));
+      return CheckText(type, param, std::get<std::string_view>(value.content()));
     default:
       return std::nullopt;
   }

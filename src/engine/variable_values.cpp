@@ -1,10 +1,8 @@
 #include "engine/variable_values.h"
 
-#include <cmath>
-#include <optional>
+#include <memory>
 #include <utility>
 
-#include "base/text/strings.h"
 #include "keelstone/compressor.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/json_value.h"
@@ -14,11 +12,6 @@
 namespace keelstone {
 
 namespace {
-
-template <class T>
-std::shared_ptr<KSDataBase> MakePoint(std::int64_t time, std::optional<T> value) {
-  return value ? std::make_shared<KSDataPoint<T>>(time, *value) : nullptr;
-}
 
 bool WasSorted(const VarInfo& table) { return (table.tableFlag & 0xFF) != 0; }
 
@@ -74,33 +67,6 @@ JsonValue ConvertMembers(EnumKSDataType dataType, const JsonValue& object) {
 }
 
 }  // namespace
-
-std::optional<float> LeadingFloat(std::string_view text) {
-  const std::optional<double> wide = LeadingDouble(text);
-  if (!wide) return std::nullopt;
-  const float number = NarrowToFloat(*wide);
-  return std::isfinite(number) ? std::optional<float>(number) : std::nullopt;
-}
-
-std::string_view TextValue(std::string_view text) { return Trim(text, " "); }
-
-std::shared_ptr<KSDataBase> CreateDataPoint(const VarInfo& variable, std::int64_t time) {
-  switch (variable.dataType) {
-    case KSDataInt64:
-      return MakePoint(time, LeadingInt64(variable.valueText));
-    case KSDataFloat:
-      return MakePoint(time, LeadingFloat(variable.valueText));
-    case KSDataDouble:
-      return MakePoint(time, LeadingDouble(variable.valueText));
-    case KSDataString:
-      return std::make_shared<KSDataPoint<std::string>>(time,
-                                                        std::string(TextValue(variable.valueText)));
-    case KSDataTable:
-      return std::make_shared<KSTableDataPoint>(time, variable.valueText);
-    default:
-      return nullptr;
-  }
-}
 
 void FillTablePoint(const VarInfo& variable, const HistoryDataBase* history,
                     KSTableDataPoint& point) {

@@ -4,16 +4,17 @@
 #include <functional>
 #include <limits>
 #include <string_view>
+#include <variant>
 
-#include "engine/variable_values.h"
+#include "engine/typed_value.h"
 #include "keelstone/algorithm_manager.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 
 namespace {
 
 // 0.0 is added because -0.0 equals 0.0 and has other bits.
+std::uint64_t Identity(std::monostate) { return 0; }
 std::uint64_t Identity(std::int64_t value) { return static_cast<std::uint64_t>(value); }
 std::uint64_t Identity(float value) { return std::bit_cast<std::uint32_t>(value + 0.0F); }
 std::uint64_t Identity(double value) { return std::bit_cast<std::uint64_t>(value + 0.0); }
@@ -47,18 +48,7 @@ void VisitPoints(const HistoryDataBase& history, Take take) {
 }  // namespace
 
 std::uint64_t IdentityOf(const VarInfo& variable) {
-  switch (variable.dataType) {
-    case KSDataInt64:
-      return Identity(LeadingInt64(variable.valueText).value_or(0));
-    case KSDataFloat:
-      return Identity(LeadingFloat(variable.valueText).value_or(0));
-    case KSDataDouble:
-      return Identity(LeadingDouble(variable.valueText).value_or(0));
-    case KSDataString:
-      return Identity(TextValue(variable.valueText));
-    default:
-      return Identity(std::string_view(variable.valueText));
-  }
+  return std::visit([](auto value) { return Identity(value); }, TypedValue(variable).content());
 }
 
 std::optional<StoredHistory> StoredHistory::Read(EnumKSDataType dataType, const std::string& text) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "keelstone/performance.h"
+#include "storage/domain/domain_place.h"
 #include "storage/settings_generation.h"
 
 namespace keelstone {
@@ -14,12 +15,10 @@ namespace {
 
 std::atomic<std::uint64_t> settingsGeneration{0};
 
-const char* SubPath() { return g_bIsParserProcess ? "/FSParserData" : "/"; }
-
 // A table of the domain, loaded and seen by nobody yet.
 template <class Table>
 std::shared_ptr<Table> MakeTable(const std::string& domainId) {
-  auto table = std::make_shared<Table>(SubPath());
+  auto table = std::make_shared<Table>(DomainsSubPath());
   table->InitDB(domainId);
   table->LoadDBData();
   return table;
@@ -36,10 +35,10 @@ void AdvanceGlobalSettingsGeneration() noexcept {
 }
 
 KSDataManagerSql::KSDataManagerSql()
-    : globalSetting_(std::make_shared<KSGlobalSettingSql>(SubPath())),
-      objectRule_(std::make_shared<KSObjectRuleSql>(SubPath())),
-      variableRule_(std::make_shared<KSVariableRuleSql>(SubPath())),
-      blockSetting_(std::make_shared<KSBlockSettingSql>(SubPath())) {}
+    : globalSetting_(std::make_shared<KSGlobalSettingSql>(DomainsSubPath())),
+      objectRule_(std::make_shared<KSObjectRuleSql>(DomainsSubPath())),
+      variableRule_(std::make_shared<KSVariableRuleSql>(DomainsSubPath())),
+      blockSetting_(std::make_shared<KSBlockSettingSql>(DomainsSubPath())) {}
 
 std::string KSDataManagerSql::GetDomainId() const {
   const MutexLock lock(domainMutex_);

@@ -1,15 +1,12 @@
 #include "keelstone/interface_translator.h"
 
-#include <cerrno>
-#include <exception>
+#include <stdexcept>
 #include <utility>
 
-#include "keelstone/cppsqlite3.h"
 #include "keelstone/database_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/logger.h"
-#include "keelstone/resource_adaptor.h"
+#include "storage/tables/table_frame.h"
 
 namespace keelstone {
 
@@ -20,6 +17,11 @@ constexpr const char* kFunction = "InterfaceTranslator::LoadDataFromDB";
 constexpr const char* kSource = "interface_translator";
 constexpr const char* kTable = "KSInterfaceType";
 constexpr const char* kSelect = "select data from KSInterfaceType";
+constexpr TableOperation kLoad{.table = kTable,
+                               .dbType = kDbInterfaceType,
+                               .function = kFunction,
+                               .source = kSource,
+                               .access = TableAccess::kAsk};
 
 // Reads one row into `names`; false when it holds no name.
 bool TakeRow(std::string_view text, std::unordered_map<std::string, std::string>& names) {
@@ -33,12 +35,7 @@ bool TakeRow(std::string_view text, std::unordered_map<std::string, std::string>
 }
 
 // How many rows were passed over.
-int ReadNames(CppSQLite3DB& db, const std::string& path,
-              std::unordered_map<std::string, std::string>& names) {
-  if (PathError(path) == ENOENT) return 0;
-  db.open(path, CppSQLite3DB::Mode::kReadWrite);  // rolls back what a crash has left
-  db.requireKnownSchema();
-  if (!db.tableExists(kTable)) return 0;
+int ReadNames(CppSQLite3DB& db, std::unordered_map<std::string, std::string>& names) {
   auto statement = db.compileStatement(kSelect);
   int refused = 0;
   for (auto query = statement.execQuery(); !query.eof(); query.nextRow()) {
@@ -57,16 +54,12 @@ InterfaceTranslator* InterfaceTranslator::Instance() {
 bool InterfaceTranslator::LoadDataFromDB(const std::string& domainId, const std::string& path) {
   int refused = 0;
   try {
-    const auto record = FSResourceAdaptor::Instance().RegisterTable(
-        GuidFromText(domainId), kDbInterfaceType, kDbInterfaceType);
     auto names = std::make_shared<Names>();
-    CppSQLite3DB db;
+    TableFault fault;
     const MutexLock load(loadMutex_);
-    {
-      const MutexLock lock(record->mutex);
-      refused = ReadNames(db, path, *names);
-      db.close();
-    }
+    const TableOutcome outcome = TableFrame::RunAt(
+        domainId, path, kLoad, [&](CppSQLite3DB& db) { refused = ReadNames(db, *names); }, &fault);
+    if (IsFailure(outcome)) throw std::runtime_error(fault.message);
     const WriterLock lock(mutex_);
     domains_[domainId] = std::move(names);
   } catch (const std::exception& error) {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/typed_value.h"
 #include "engine/value_check.h"
-#include "engine/variable_values.h"
 #include "keelstone/algorithm_manager.h"
 #include "tests/engine/evaluated_unit.h"
 #include "tests/support/log_capture.h"
@@ -76,7 +76,7 @@ std::string SomeHistory(Dice& dice, EnumKSDataType type, std::int64_t newest) {
   const auto history = MakeHistory(dice.OneIn(15) ? dice.Type() : type);
   for (unsigned left = dice.OneIn(12) ? 0 : 1 + dice.Below(12); left > 0; --left) {
     VarInfo variable = Value("", history->dataType, SomeValue(dice, type));
-    const auto point = CreateDataPoint(variable, newest - (left - 1) * 1000);
+    const auto point = TypedValue(variable).MakePoint(newest - (left - 1) * 1000);
     if (point) history->AddData(point, 100);
   }
   std::string text = history->ToString();
@@ -240,7 +240,7 @@ TEST(BreaksRule, SaysWhatTheRuleSays) {
     const auto definition =
         std::make_shared<RuleDefinitionData>(ruleType, kRuleLearned, SomeParam(dice));
     const VarInfo value = Value("v", type, SomeValue(dice, type));
-    const auto breaks = BreaksRule(value, ruleType, definition->ruleParam);
+    const auto breaks = BreaksRule(TypedValue(value), ruleType, definition->ruleParam);
     if (!breaks) continue;
     ++told[ruleType];
     const auto rule = KSRuleAlgMgr::Instance()->GetRuleByType(AlgTypeOf(type), ruleType, type);
@@ -248,7 +248,7 @@ TEST(BreaksRule, SaysWhatTheRuleSays) {
     rule->Init(definition, "no domain");
     const std::string about = definition->ruleParam + " of " + std::to_string(ruleType) + ", " +
                               value.valueText + " of " + std::to_string(type);
-    ASSERT_EQ(rule->CheckAlert(CreateDataPoint(value, kNow)), *breaks) << about;
+    ASSERT_EQ(rule->CheckAlert(TypedValue(value).MakePoint(kNow)), *breaks) << about;
     ASSERT_EQ(rule->GetRuleParam(), definition->ruleParam) << about;
   }
   // All but regular expressions and tables.

@@ -186,6 +186,27 @@ TEST_F(RuleInstance, WithoutDynamicCalculationChecksOnly) {
   EXPECT_THAT(Histories(), IsEmpty());
 }
 
+TEST_F(RuleInstance, KeepsTheSettingsItBeganWith) {
+  const auto stored = [](int dataType, const std::string& value) {
+    std::string points;
+    for (int i = 30; i > 0; --i) {
+      points += (points.empty() ? "" : ",") +
+                (R"({"liveTime":)" + std::to_string(kNow - i * 86400)) + R"(,"dataValue":)" +
+                value + "}";
+    }
+    return R"({"dataType":)" + std::to_string(dataType) + R"(,"dataList":[)" + points + "]}";
+  };
+  for (const char* name : {"number", "text"}) Define(name);
+  StoreHistory("number", stored(KSDataInt64, "5"));
+  StoreHistory("text", stored(KSDataString, R"("up")"));
+  const auto instance = unit_.Start(kNow);
+  domain_.Tune("{}");  // under which nothing is learned
+  instance->ProcessVariable(Value("number", KSDataInt64, "5"));
+  instance->ProcessVariable(Value("text", KSDataString, "up"));
+  EXPECT_EQ(instance->GetUpdateResultData()->GetKSRuleUpdateResults().size(), 2U);
+  EXPECT_EQ(instance->GetUpdateResultData()->GetKSValueUpdateResults().size(), 2U);
+}
+
 TEST_F(RuleInstance, BeginsANewHistoryForARefusedOneWhereNoRuleIsKept) {
   Define("load");
   Define("other");

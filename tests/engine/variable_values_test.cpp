@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/typed_value.h"
+
 namespace keelstone::testing {
 namespace {
 
@@ -16,7 +18,7 @@ std::optional<T> ValueOf(int dataType, const std::string& text) {
   VarInfo variable;
   variable.dataType = dataType;
   variable.valueText = text;
-  const auto point = CreateDataPoint(variable, 1700000000);
+  const auto point = TypedValue(variable).MakePoint(1700000000);
   if (!point) return std::nullopt;
   const auto* const number = dynamic_cast<const KSDataPoint<T>*>(point.get());
   EXPECT_NE(number, nullptr);

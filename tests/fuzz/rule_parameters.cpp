@@ -2,6 +2,7 @@
 // text and judges values.
 #include <memory>
 
+#include "engine/typed_value.h"
 #include "engine/variable_values.h"
 #include "keelstone/algorithm_manager.h"
 #include "tests/fuzz/fuzz_home.h"
@@ -24,7 +25,7 @@ void JudgeValues(IRuleBase& rule, EnumKSDataType dataType, const std::string& te
     VarInfo variable;
     variable.dataType = dataType;
     variable.valueText = value;
-    const auto point = CreateDataPoint(variable, 1700000000);
+    const auto point = TypedValue(variable).MakePoint(1700000000);
     if (!point) continue;
     rule.CheckAlert(point);
     rule.CheckGoldenValue(point);

@@ -1,5 +1,6 @@
 """Holds the includes of the tree against the rooms in ARCHITECTURE.md: a room uses only what stands
-above it in the table, and its row names the rooms that it uses, no more and no fewer.
+above it in the table, and its row names the rooms that it uses, no more and no fewer. SQLite is
+for its wrapper and the storage room.
 
 usage: rooms_test.py TREE
 """
@@ -10,6 +11,7 @@ import unittest
 
 TREE = pathlib.Path(sys.argv.pop(1))
 INCLUDE = re.compile(r'\s*#\s*include "([^"]+)"')
+SQLITE = re.compile(r"\bCppSQLite3\w*|\bsqlite3\w*|\bcppsqlite3\b", re.I)
 
 
 def table():
@@ -51,16 +53,21 @@ def target(name):
     return name
 
 
-def includes():
-    """Every include of one room by another: (room, used room, where)."""
+def lines():
+    """Every line of the rooms: (file, number, text)."""
     files = [path for folder in ("include/keelstone", "src", "bindings", "program")
              for path in (TREE / folder).rglob("*") if path.suffix in (".h", ".cpp", ".c")]
     for path in sorted(files):
-        name = str(path.relative_to(TREE))
         for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-            found = INCLUDE.match(line)
-            if found and room_of(name) != room_of(target(found[1])):
-                yield room_of(name), room_of(target(found[1])), f"{name}:{number}: {found[1]}"
+            yield str(path.relative_to(TREE)), number, line
+
+
+def includes():
+    """Every include of one room by another: (room, used room, where)."""
+    for name, number, line in lines():
+        found = INCLUDE.match(line)
+        if found and room_of(name) != room_of(target(found[1])):
+            yield room_of(name), room_of(target(found[1])), f"{name}:{number}: {found[1]}"
 
 
 class RoomsTest(unittest.TestCase):
@@ -82,6 +89,14 @@ class RoomsTest(unittest.TestCase):
                 self.assertIn(other, allowed, f"{where}: the table does not let {room} use {other}")
             for other in allowed:
                 self.assertIn(other, used[room], f"the table lets {room} use {other}; nothing does")
+
+    def test_sqlite_is_for_storage(self):
+        places = {name: f"{name}:{number}: {line.strip()}" for name, number, line in lines()
+                  if SQLITE.search(line)}
+        wrapper = ("include/keelstone/cppsqlite3.h", "src/base/sqlite/cppsqlite3.cpp")
+        self.assertTrue(all(name in places for name in wrapper))
+        self.assertEqual([where for name, where in places.items()
+                          if name not in wrapper and room_of(name) != "src/storage"], [])
 
     def test_the_public_face_needs_nothing_else(self):
         private = [f"{path.name}:{number}: {found[1]}"

@@ -275,9 +275,9 @@ void CppSQLite3DB::open(const std::string& file, Mode mode) {
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
 }
 
-void CppSQLite3DB::attach(const std::string& file, const std::string& schema) {
+void CppSQLite3DB::attach(const std::string& file, const std::string& schema, Mode mode) {
   RequireOpen();
-  RequirePlainFile(file, Mode::kCreate);
+  RequirePlainFile(file, mode);
   CppSQLite3Statement statement = compileStatement("attach ?1 as " + schema);
   statement.bind(1, file);
   try {

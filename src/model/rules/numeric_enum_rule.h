@@ -10,18 +10,18 @@ namespace keelstone {
 
 /// The value should be one of a few that it changes between.
 template <class T>
-class NumericEnumRule final : public NumericRule<T, IntEnumData> {
-  using Base = NumericRule<T, IntEnumData>;
+class NumericEnumRule final : public LearnedRule<NumericRule<T, IntEnumData>> {
+  using Base = LearnedRule<NumericRule<T, IntEnumData>>;
 
  public:
   using typename Base::Data;
 
   explicit NumericEnumRule(EnumRuleType type = kIntEnum) : Base(type) {}
 
-  bool CheckRule(const std::string& domainId) override {
-    const auto lesson = this->Prepare(domainId);
-    if (lesson.feature == nullptr || !lesson.settings->intEnum) return false;
-    return Fits(*lesson.feature, *lesson.settings->intEnum) && this->Accept(domainId);
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
+    const auto* const feature = this->Lesson();
+    return feature != nullptr && settings.intEnum && Fits(*feature, *settings.intEnum) &&
+           this->Accept(domainId);
   }
 
   /// The learning test itself.
@@ -32,12 +32,11 @@ class NumericEnumRule final : public NumericRule<T, IntEnumData> {
                NarrowToFloat(feature.count * settings.deltaEZero);
   }
 
-  bool UpdateRule() override {
+  bool UpdateRuleWith(const RuleSettings* settings) override {
     Data* const data = this->RuleData();
     const auto* const feature = this->Feature();
     const auto* const history = this->History();
-    const auto settings = DomainRuleSettings(this->domainId_);
-    if (data == nullptr || feature == nullptr || history == nullptr || !settings ||
+    if (data == nullptr || feature == nullptr || history == nullptr || settings == nullptr ||
         !settings->intEnum) {
       return false;
     }

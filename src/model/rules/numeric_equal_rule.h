@@ -11,8 +11,8 @@ namespace keelstone {
 /// The value should stay what it is: learned from histories whose successive values
 /// mostly do not change.
 template <class T>
-class NumericEqualRule final : public NumericRule<T, IntEqualData> {
-  using Base = NumericRule<T, IntEqualData>;
+class NumericEqualRule final : public LearnedRule<NumericRule<T, IntEqualData>> {
+  using Base = LearnedRule<NumericRule<T, IntEqualData>>;
 
  public:
   using typename Base::Data;
@@ -21,10 +21,12 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
 
   bool CheckRule(const std::string& domainId) override {
     this->domainId_ = domainId;
-    const auto lesson = this->Prepare(domainId);
-    if (lesson.feature == nullptr || !lesson.settings->intEqual) return false;
-    return Fits(*lesson.feature, this->History(), *lesson.settings->intEqual,
-                isLessCountCondition_) &&
+    return Base::CheckRule(domainId);
+  }
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
+    const auto* const feature = this->Lesson();
+    return feature != nullptr && settings.intEqual &&
+           Fits(*feature, this->History(), *settings.intEqual, isLessCountCondition_) &&
            this->Accept(domainId);
   }
 
@@ -35,12 +37,11 @@ class NumericEqualRule final : public NumericRule<T, IntEqualData> {
                                 : FitsFullCount(feature, settings);
   }
 
-  bool UpdateRule() override {
+  bool UpdateRuleWith(const RuleSettings* settings) override {
     Data* const data = this->RuleData();
     if (data == nullptr) return false;
-    const auto settings = DomainRuleSettings(this->domainId_);
-    if (const auto* const stable =
-            StablePoint(this->History(), settings ? settings->intEqual.get() : nullptr)) {
+    if (const auto* const stable = StablePoint(
+            this->History(), settings == nullptr ? nullptr : settings->intEqual.get())) {
       data->value = stable->value;
       data->golden = *stable;
     }

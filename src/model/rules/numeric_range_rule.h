@@ -11,8 +11,8 @@ namespace keelstone {
 
 /// The value should stay within bounds: some standard deviations around the mean.
 template <class T>
-class NumericRangeRule final : public NumericRule<T, IntRangeData> {
-  using Base = NumericRule<T, IntRangeData>;
+class NumericRangeRule final : public LearnedRule<NumericRule<T, IntRangeData>> {
+  using Base = LearnedRule<NumericRule<T, IntRangeData>>;
   using Traits = NumericTraits<T>;
 
  public:
@@ -20,14 +20,11 @@ class NumericRangeRule final : public NumericRule<T, IntRangeData> {
 
   explicit NumericRangeRule(EnumRuleType type = kIntRange) : Base(type) {}
 
-  bool CheckRule(const std::string& domainId) override {
-    const auto lesson = this->Prepare(domainId);
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
+    const auto* const feature = this->Lesson();
     // How often a value must occur to count is the enumeration's threshold.
-    if (lesson.feature == nullptr || !lesson.settings->intRange || !lesson.settings->intEnum) {
-      return false;
-    }
-    return Fits(*lesson.feature, *lesson.settings->intRange, *lesson.settings->intEnum) &&
-           this->Accept(domainId);
+    return feature != nullptr && settings.intRange && settings.intEnum &&
+           Fits(*feature, *settings.intRange, *settings.intEnum) && this->Accept(domainId);
   }
 
   /// The learning test itself.
@@ -38,12 +35,11 @@ class NumericRangeRule final : public NumericRule<T, IntRangeData> {
                             settings.valueStatusCount);
   }
 
-  bool UpdateRule() override {
+  bool UpdateRuleWith(const RuleSettings* settings) override {
     Data* const data = this->RuleData();
     const auto* const feature = this->Feature();
     const auto* const history = this->History();
-    const auto settings = DomainRuleSettings(this->domainId_);
-    if (data == nullptr || feature == nullptr || history == nullptr || !settings ||
+    if (data == nullptr || feature == nullptr || history == nullptr || settings == nullptr ||
         !settings->intRange) {
       return false;
     }

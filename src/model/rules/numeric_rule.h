@@ -11,9 +11,9 @@
 #include "keelstone/json_value.h"
 #include "keelstone/rule_base.h"
 #include "keelstone/rule_data.h"
-#include "keelstone/rule_settings.h"
 #include "model/history/cast_to.h"
 #include "model/history/numeric_traits.h"
+#include "model/rules/learned_rule.h"
 
 namespace keelstone {
 
@@ -84,19 +84,9 @@ class NumericRule : public IRuleBase {
   /// Told whether a parameter text that parses has the member "ruleParam".
   virtual void NoteHasParameter(bool) {}
 
-  /// What a learning test looks at; `feature` is nullptr when there is nothing to learn
-  /// from.
-  struct Lesson {
-    const KSNumercialDataFeature<T>* feature = nullptr;
-    std::shared_ptr<const RuleSettings> settings;
-  };
-
-  Lesson Prepare(const std::string& domainId) const {
-    Lesson lesson;
-    if (GetHisotryCount() == 0) return lesson;
-    lesson.settings = DomainRuleSettings(domainId);
-    if (lesson.settings) lesson.feature = Feature();
-    return lesson;
+  /// The feature to learn from, or nullptr when there is nothing to learn from.
+  const KSNumercialDataFeature<T>* Lesson() const {
+    return GetHisotryCount() == 0 ? nullptr : Feature();
   }
 
   const NumercialHistoryData<T>* History() const {

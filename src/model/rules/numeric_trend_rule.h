@@ -11,14 +11,14 @@ namespace keelstone {
 /// learned by these tests has no "ruleParam" yet; it judges values only after it was
 /// rebuilt from a definition whose parameter text has one.
 template <class T>
-class NumericTrendRule : public NumericRule<T, IntEqualData> {
-  using Base = NumericRule<T, IntEqualData>;
+class NumericTrendRule : public LearnedRule<NumericRule<T, IntEqualData>> {
+  using Base = LearnedRule<NumericRule<T, IntEqualData>>;
 
  public:
   using Base::Base;
   using typename Base::Data;
 
-  bool UpdateRule() override {
+  bool UpdateRuleWith(const RuleSettings*) override {
     Data* const data = this->RuleData();
     const auto* const feature = this->Feature();
     if (data == nullptr || feature == nullptr) return false;
@@ -66,10 +66,10 @@ class NumericConstantRule final : public NumericTrendRule<T> {
 
   explicit NumericConstantRule(EnumRuleType type = kIntConstant) : Base(type) {}
 
-  bool CheckRule(const std::string& domainId) override {
-    const auto lesson = this->Prepare(domainId);
-    if (lesson.feature == nullptr || !lesson.settings->intConstant) return false;
-    return Fits(*lesson.feature, *lesson.settings->intConstant) && this->Accept(domainId);
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
+    const auto* const feature = this->Lesson();
+    return feature != nullptr && settings.intConstant && Fits(*feature, *settings.intConstant) &&
+           this->Accept(domainId);
   }
 
   /// The learning test itself.
@@ -99,10 +99,10 @@ class NumericIncreaseRule final : public NumericTrendRule<T> {
 
   explicit NumericIncreaseRule(EnumRuleType type = kIntIncrease) : Base(type) {}
 
-  bool CheckRule(const std::string& domainId) override {
-    const auto lesson = this->Prepare(domainId);
-    if (lesson.feature == nullptr || !lesson.settings->intIncrease) return false;
-    return Fits(*lesson.feature, *lesson.settings->intIncrease) && this->Accept(domainId);
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
+    const auto* const feature = this->Lesson();
+    return feature != nullptr && settings.intIncrease && Fits(*feature, *settings.intIncrease) &&
+           this->Accept(domainId);
   }
 
   /// The learning test itself.

@@ -31,7 +31,9 @@ void IRuleBase::Init(const std::shared_ptr<RuleDefinitionData>&, const std::stri
 void IRuleBase::InitWithHistory(const std::shared_ptr<RuleDefinitionData>&, std::string_view,
                                 const std::string&) {}
 bool IRuleBase::CheckRule(const std::string&) { return false; }
+bool IRuleBase::CheckRuleWith(const RuleSettings&, const std::string&) { return false; }
 bool IRuleBase::UpdateRule() { return false; }
+bool IRuleBase::UpdateRuleWith(const RuleSettings*) { return false; }
 bool IRuleBase::CheckGoldenValue(const std::shared_ptr<KSDataBase>&) { return false; }
 bool IRuleBase::CheckAlert(const std::shared_ptr<KSDataBase>&) { return false; }
 bool IRuleBase::Judges(const std::shared_ptr<KSDataBase>&) const { return false; }

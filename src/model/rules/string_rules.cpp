@@ -19,16 +19,13 @@ void LogRefused(const char* function, const std::string& text) {
 
 }  // namespace
 
-bool KSStringEqualRule::CheckRule(const std::string& domainId) {
-  if (Lesson() == nullptr) return false;
-  const auto settings = DomainRuleSettings(domainId);
-  return settings && Lasts(settings->strEqual.get()) && Accept(domainId);
+bool KSStringEqualRule::CheckRuleWith(const RuleSettings& settings, const std::string& domainId) {
+  return Lasts(settings.strEqual.get()) && Accept(domainId);
 }
 
-bool KSStringEqualRule::UpdateRule() {
+bool KSStringEqualRule::UpdateRuleWith(const RuleSettings* settings) {
   StrEqualData* const data = RuleData();
-  const auto settings = DomainRuleSettings(domainId_);
-  const Point* const stable = StablePoint(settings ? settings->strEqual.get() : nullptr);
+  const Point* const stable = StablePoint(settings == nullptr ? nullptr : settings->strEqual.get());
   if (data == nullptr || stable == nullptr) return false;
   data->ruleParam = stable->value;
   data->golden = *stable;
@@ -50,24 +47,21 @@ bool KSStringEqualRule::Breaks(const StrEqualData& data, std::string_view text) 
   return Trim(text, kBlanks) != Trim(data.ruleParam, kBlanks);
 }
 
-bool KSStringEnumRule::CheckRule(const std::string& domainId) {
+bool KSStringEnumRule::CheckRuleWith(const RuleSettings& settings, const std::string& domainId) {
   const KSStringDataFeature* const feature = Lesson();
-  if (feature == nullptr) return false;
-  const auto settings = DomainRuleSettings(domainId);
-  if (!settings || !settings->strEnum) return false;
-  const KSStrEnumRuleSetting& limits = *settings->strEnum;
+  if (feature == nullptr || !settings.strEnum) return false;
+  const KSStrEnumRuleSetting& limits = *settings.strEnum;
   return feature->count >= limits.dataCountMinLimit &&
          static_cast<std::int64_t>(feature->valueCounts.size()) <= limits.valueStatusCount &&
          static_cast<double>(feature->changeFrequency) >= limits.changeFrequency &&
          Accept(domainId);
 }
 
-bool KSStringEnumRule::UpdateRule() {
+bool KSStringEnumRule::UpdateRuleWith(const RuleSettings* settings) {
   StrEnumData* const data = RuleData();
   const KSStringDataFeature* const feature = Feature();
   const StrHisotryData* const history = History();
-  const auto settings = DomainRuleSettings(domainId_);
-  if (data == nullptr || feature == nullptr || history == nullptr || !settings ||
+  if (data == nullptr || feature == nullptr || history == nullptr || settings == nullptr ||
       !settings->strEnum) {
     return false;
   }

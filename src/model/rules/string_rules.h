@@ -11,12 +11,13 @@ namespace keelstone {
 
 /// The text should stay what it is. Leading and trailing spaces and line feeds do not
 /// count. Learned.
-class KSStringEqualRule final : public TextRule<StrHisotryData, KSStringDataFeature, StrEqualData> {
+class KSStringEqualRule final
+    : public LearnedRule<TextRule<StrHisotryData, KSStringDataFeature, StrEqualData>> {
  public:
-  explicit KSStringEqualRule(EnumRuleType type = kStrEqual) : TextRule(type) {}
+  explicit KSStringEqualRule(EnumRuleType type = kStrEqual) : LearnedRule(type) {}
 
-  bool CheckRule(const std::string& domainId) override;
-  bool UpdateRule() override;
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override;
+  bool UpdateRuleWith(const RuleSettings* settings) override;
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
   static bool Breaks(const StrEqualData& data, std::string_view text);
@@ -26,12 +27,13 @@ class KSStringEqualRule final : public TextRule<StrHisotryData, KSStringDataFeat
 };
 
 /// The text should be one of a few that it changes between. Learned.
-class KSStringEnumRule final : public TextRule<StrHisotryData, KSStringDataFeature, StrEnumData> {
+class KSStringEnumRule final
+    : public LearnedRule<TextRule<StrHisotryData, KSStringDataFeature, StrEnumData>> {
  public:
-  explicit KSStringEnumRule(EnumRuleType type = kStrEnum) : TextRule(type) {}
+  explicit KSStringEnumRule(EnumRuleType type = kStrEnum) : LearnedRule(type) {}
 
-  bool CheckRule(const std::string& domainId) override;
-  bool UpdateRule() override;
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override;
+  bool UpdateRuleWith(const RuleSettings* settings) override;
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
   static bool Breaks(const StrEnumData& data, std::string_view text);

@@ -9,16 +9,14 @@ void KSTableMd5EqualRule::LogRefusedHistory(const std::string& text) const {
          "Failed to load history data: %s", text.c_str());
 }
 
-bool KSTableMd5EqualRule::CheckRule(const std::string& domainId) {
-  if (Lesson() == nullptr) return false;
-  const auto settings = DomainRuleSettings(domainId);
-  return settings && Lasts(settings->tableMd5.get()) && Accept(domainId);
+bool KSTableMd5EqualRule::CheckRuleWith(const RuleSettings& settings, const std::string& domainId) {
+  return Lasts(settings.tableMd5.get()) && Accept(domainId);
 }
 
-bool KSTableMd5EqualRule::UpdateRule() {
+bool KSTableMd5EqualRule::UpdateRuleWith(const RuleSettings* settings) {
   TablMd5EqualData* const data = RuleData();
-  const auto settings = DomainRuleSettings(domainId_);
-  const KSTableDataPoint* const stable = StablePoint(settings ? settings->tableMd5.get() : nullptr);
+  const KSTableDataPoint* const stable =
+      StablePoint(settings == nullptr ? nullptr : settings->tableMd5.get());
   if (data == nullptr || stable == nullptr) return false;
   data->hashCmp = stable->value;
   data->hashSort = stable->content->hashSort;

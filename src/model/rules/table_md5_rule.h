@@ -10,12 +10,12 @@ namespace keelstone {
 
 /// A table should keep its digest, compared byte for byte. Learned.
 class KSTableMd5EqualRule final
-    : public TextRule<TableHistoryData, KSTableDataFeature, TablMd5EqualData> {
+    : public LearnedRule<TextRule<TableHistoryData, KSTableDataFeature, TablMd5EqualData>> {
  public:
-  explicit KSTableMd5EqualRule(EnumRuleType type = kTableMd5) : TextRule(type) {}
+  explicit KSTableMd5EqualRule(EnumRuleType type = kTableMd5) : LearnedRule(type) {}
 
-  bool CheckRule(const std::string& domainId) override;
-  bool UpdateRule() override;
+  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override;
+  bool UpdateRuleWith(const RuleSettings* settings) override;
   bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
   bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
 

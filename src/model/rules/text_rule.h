@@ -9,10 +9,10 @@
 
 #include "keelstone/history_data.h"
 #include "keelstone/rule_base.h"
-#include "keelstone/rule_settings.h"
 #include "keelstone/text_feature.h"
 #include "keelstone/text_rule_data.h"
 #include "model/history/history_steps.h"
+#include "model/rules/learned_rule.h"
 
 namespace keelstone {
 

@@ -1,13 +1,9 @@
 #include "keelstone/gone_sources.h"
 
-#include <cerrno>
-
-#include "keelstone/cppsqlite3.h"
 #include "keelstone/database_files.h"
-#include "keelstone/domain_data_manager.h"
 #include "keelstone/domain_files.h"
-#include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
+#include "keelstone/rule_records.h"
 #include "storage/tables/object_rule_schema.h"
 
 namespace keelstone {
@@ -22,27 +18,30 @@ constexpr const char* kDeleteGone =
     " where variableSourceType = 2 and variableSource in (select name from temp.gone)";
 static_assert(kVariableSourceParser == 2);
 
-/// Calls `visit` with every row that `select` gives of a table. Throws
-/// CppSQLite3Exception.
+/// Calls `visit` with every row that `select` gives of a table; a missing one has none. Why
+/// it cannot be read.
 template <class Visit>
-void ForEachRow(int dbType, const std::string& domainId, const char* table,
-                const std::string& select, Visit visit) {
-  const std::string file = DomainDatabase(dbType, domainId);
-  if (PathError(file) == ENOENT) return;
-  CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kReadWrite);
-  if (!db.tableExists(table)) return;
-  CppSQLite3Statement statement = db.compileStatement(select);
-  for (CppSQLite3Query rows = statement.execQuery(); !rows.eof(); rows.nextRow()) visit(rows);
+std::string ForEachRow(const std::string& domainId, const TableOperation& operation,
+                       const std::string& select, Visit visit) {
+  TableFault fault;
+  const TableOutcome outcome = TableFrame::RunAt(
+      domainId, DomainDatabase(operation.dbType, domainId), operation,
+      [&](CppSQLite3DB& db) {
+        auto statement = db.compileStatement(select);
+        for (auto rows = statement.execQuery(); !rows.eof(); rows.nextRow()) visit(rows);
+      },
+      &fault);
+  return IsFailure(outcome) ? fault.Text() : std::string();
 }
 
-void CountSources(int dbType, const std::string& domainId, const char* table,
-                  std::int64_t SourceRows::* number, SourceCounts& counts) {
-  ForEachRow(dbType, domainId, table,
-             std::string("select variableSource, count(*) from ") + table + kCountSources,
-             [&](const CppSQLite3Query& row) {
-               counts[std::string(row.getStringField(0))].*number = row.getInt64Field(1);
-             });
+std::string CountSources(const std::string& domainId, const TableOperation& operation,
+                         std::int64_t SourceRows::*number, SourceCounts& counts) {
+  return ForEachRow(
+      domainId, operation,
+      std::string("select variableSource, count(*) from ") + operation.table + kCountSources,
+      [&](const CppSQLite3Query& row) {
+        counts[std::string(row.getStringField(0))].*number = row.getInt64Field(1);
+      });
 }
 
 /// The rows are gone with the commit; the room that they took may come back later.
@@ -56,12 +55,12 @@ void Shrink(CppSQLite3DB& db) {
 
 /// One statement over all sources: a scan of the table takes the same time for one as for
 /// many, and either all of them go or none. Names are bound, never part of the text.
-bool RemoveRows(const KSObjectRuleSql& table, const TableOperation& operation,
+bool RemoveRows(const std::string& domainId, const TableOperation& operation,
                 const std::set<std::string>& sources) {
-  return !IsFailure(TableFrame::Run(table, operation, [&](CppSQLite3DB& db) {
+  const auto remove = [&](CppSQLite3DB& db) {
     db.execDML("pragma temp_store = memory;");
     db.execDML(kMakeGone);
-    CppSQLite3Statement insert = db.compileStatement(kInsertGone);
+    auto insert = db.compileStatement(kInsertGone);
     for (const std::string& source : sources) {
       insert.bindStatic(1, source);
       insert.execDML();
@@ -70,45 +69,44 @@ bool RemoveRows(const KSObjectRuleSql& table, const TableOperation& operation,
     insert.finalize();
     db.execDML(std::string("delete from main.") + operation.table + kDeleteGone);
     Shrink(db);
-  }));
+  };
+  return !IsFailure(TableFrame::RunAt(domainId, DomainDatabase(operation.dbType, domainId),
+                                      operation, remove));
 }
 
 }  // namespace
 
-SourceCounts StoredSources(const std::string& domainId) {
-  SourceCounts counts;
-  CountSources(kDbObjectRule, domainId, kRuleTable, &SourceRows::rules, counts);
-  CountSources(kDbObjectHistory, domainId, kHistoryTable, &SourceRows::histories, counts);
-  return counts;
+std::string StoredSources(const std::string& domainId, SourceCounts& counts) {
+  constexpr const char* kFunction = "StoredSources";
+  counts.clear();
+  std::string fault =
+      CountSources(domainId, RuleOperation(kFunction), &SourceRows::rules, counts);
+  if (!fault.empty()) return fault;
+  return CountSources(domainId, HistoryOperation(kFunction), &SourceRows::histories, counts);
 }
 
-std::set<std::string> DefinedSources(const std::string& domainId) {
-  std::set<std::string> sources;
-  ForEachRow(kDbVariableRule, domainId, "KSVariableRule", "select data from KSVariableRule",
-             [&](const CppSQLite3Query& row) {
-               JsonValue definition;
-               if (!JsonReader::Parse(row.getStringField(0), definition)) return;
-               const JsonValue* const source = definition.find("variableSource");
-               if (source != nullptr && source->isString()) sources.insert(source->stringRef());
-             });
-  return sources;
+std::string DefinedSources(const std::string& domainId, std::set<std::string>& sources) {
+  constexpr TableOperation kDefined{.table = "KSVariableRule",
+                                    .dbType = kDbVariableRule,
+                                    .function = "DefinedSources",
+                                    .source = "gone_sources"};
+  sources.clear();
+  return ForEachRow(domainId, kDefined, "select data from KSVariableRule",
+                    [&](const CppSQLite3Query& row) {
+                      JsonValue definition;
+                      if (!JsonReader::Parse(row.getStringField(0), definition)) return;
+                      const JsonValue* const source = definition.find("variableSource");
+                      if (source != nullptr && source->isString()) {
+                        sources.insert(source->stringRef());
+                      }
+                    });
 }
 
 bool RemoveSources(const std::string& domainId, const std::set<std::string>& sources) {
-  if (sources.empty()) return true;
-  const auto table =
-      KSDomainDataManager::Instance()->GetKSDataManager(domainId)->GetObjectRuleTable();
   constexpr const char* kFunction = "RemoveSources";
-  return RemoveRows(*table, RuleOperation(kFunction, TableAccess::kChange), sources) &&
-         RemoveRows(*table, HistoryOperation(kFunction, TableAccess::kChange), sources);
-}
-
-bool RemoveGoneSources(const std::string& domainId, const std::set<std::string>& kept) {
-  std::set<std::string> gone;
-  for (const auto& [source, rows] : StoredSources(domainId)) {
-    if (!kept.contains(source)) gone.insert(source);
-  }
-  return RemoveSources(domainId, gone);
+  if (sources.empty()) return true;
+  return RemoveRows(domainId, RuleOperation(kFunction, TableAccess::kChange), sources) &&
+         RemoveRows(domainId, HistoryOperation(kFunction, TableAccess::kChange), sources);
 }
 
 }  // namespace keelstone

@@ -7,6 +7,7 @@
 #include "base/text/strings.h"
 #include "keelstone/object_rule_table.h"
 #include "storage/tables/object_rule_schema.h"
+#include "storage/tables/row_batch.h"
 
 namespace keelstone {
 

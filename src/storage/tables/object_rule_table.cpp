@@ -8,9 +8,10 @@
 #include "keelstone/performance.h"
 #include "storage/load/unit_changes.h"
 #include "storage/tables/object_rule_schema.h"
+#include "storage/tables/row_batch.h"
 
 // The construction of KSObjectRuleSql and its writers. Its readers stand in
-// ksobjectrulereads.cpp, its removals in ksobjectruleremovals.cpp.
+// object_rule_reads.cpp, its removals in object_rule_removals.cpp.
 namespace keelstone {
 
 namespace {

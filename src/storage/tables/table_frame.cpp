@@ -1,16 +1,11 @@
 #include "storage/tables/table_frame.h"
 
-#include <dirent.h>
-#include <unistd.h>
-
-#include <sqlite3.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <memory>
-#include <string>
+#include <new>
+#include <optional>
 #include <string_view>
 
 #include "base/text/strings.h"
@@ -19,12 +14,12 @@
 #include "keelstone/logger.h"
 #include "keelstone/resource_adaptor.h"
 #include "storage/load/unit_changes.h"
+#include "storage/tables/joint_commit.h"
 
 namespace keelstone {
 
 namespace {
 
-constexpr const char* kBegin = "begin transaction;";
 constexpr const char* kBeginForWriting = "begin immediate transaction;";
 constexpr const char* kCommit = "commit transaction;";
 constexpr const char* kRollback = "rollback transaction;";
@@ -47,83 +42,48 @@ void LogFailure(const TableOperation& operation, DeferredLog& log) noexcept {
   log.Add(kLogError, __LINE__, "", name, " operate failed.");
 }
 
-// Faults that pass, or that concern the rows as much as the file: written one after the
-// other the two tables would fare no better, and one might end ahead of the other.
-bool MayPass(int code) {
-  switch (code & 0xFF) {
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-    case SQLITE_FULL:
-    case SQLITE_IOERR:
-    case SQLITE_NOMEM:
-    case SQLITE_INTERRUPT:
-    case SQLITE_TOOBIG:
-      return true;
-    default:
-      return false;
+// One operation under way, and who is told of what fails in it.
+struct Task {
+  const TableOperation& operation;
+  DeferredLog& log;
+  TableFault* fault;  // may be null
+
+  bool IsToldByCaller() const noexcept {
+    return operation.access == TableAccess::kAsk || operation.access == TableAccess::kMake;
   }
-}
-
-std::string JournalMode(CppSQLite3DB& db, const std::string& pragma) {
-  auto statement = db.compileStatement(pragma);
-  return std::string(statement.execQuery().getStringField(0));
-}
-
-// With a write-ahead log each file would be committed for itself. One that somebody uses
-// meanwhile stays as it is.
-bool HasRollbackJournal(CppSQLite3DB& db, const std::string& schema) {
-  const std::string pragma = "pragma " + schema + ".journal_mode";
-  if (JournalMode(db, pragma) != "wal") return true;
-  try {
-    return JournalMode(db, pragma + "=delete") == "delete";
-  } catch (const CppSQLite3Exception&) {
-    return false;
+  bool MakesFile() const noexcept {
+    return operation.access == TableAccess::kCreate || operation.access == TableAccess::kMake;
   }
-}
-
-bool IsSuperJournal(std::string_view name, std::string_view database) {
-  constexpr std::string_view kMark = "-mj";
-  constexpr std::size_t kDigits = 9;
-  return name.size() == database.size() + kMark.size() + kDigits && name.starts_with(database) &&
-         name.substr(database.size()).starts_with(kMark);
-}
-
-// Whether nobody needs a super-journal: of the journals that it lists, each name ended by a
-// NUL, there are none but those of the two files that are held.
-bool IsAbandoned(const std::string& superJournal, const std::string& first,
-                 const std::string& second) {
-  std::ifstream file(superJournal, std::ios::binary);
-  if (!file) return false;
-  std::string name;
-  while (std::getline(file, name, '\0')) {
-    if (name != first && name != second && PathError(name) != ENOENT) return false;
+  void Answer(std::string_view file, std::string_view message,
+              bool isMemory = false) const noexcept {
+    if (fault == nullptr) return;
+    fault->isMemory = isMemory;
+    try {
+      fault->file = file;
+      fault->message = message;
+    } catch (const std::bad_alloc&) {
+      fault->isMemory = true;
+    }
   }
-  return true;
-}
-
-struct CloseFolder {
-  void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+  /// `line` is what the log says.
+  void Fail(std::string_view file, std::string_view message,
+            std::initializer_list<std::string_view> line, bool isMemory = false) const noexcept {
+    Answer(file, message, isMemory);
+    if (IsToldByCaller()) return;
+    log.Add(kLogError, __LINE__, line);
+    NoteFailure(file, operation.function, message);
+    LogFailure(operation, log);
+  }
+  void Count() const noexcept {
+    if (IsToldByCaller()) return;
+    ++failedHere;
+    if (operation.access == TableAccess::kRead) {
+      failedReads.fetch_add(1, std::memory_order_acq_rel);
+    } else {
+      CountFailedWrite();
+    }
+  }
 };
-
-// A commit over two files that broke off while it began leaves the list of its journals
-// behind, which nobody else would remove. Called with both files held for writing: SQLite has
-// rolled back by then what their journals held, and no other commit over them runs.
-void RemoveAbandonedSuperJournals(const std::string& database, const std::string& second) {
-  const std::size_t slash = database.rfind('/') + 1;
-  const std::string folder = database.substr(0, slash);
-  const std::string own = database.substr(slash);
-  const std::string beside = folder + second.substr(second.rfind('/') + 1);
-  constexpr const char* kJournal = "-journal";
-  // Not by the standard library's iterator, which ends the process when memory is short.
-  const std::unique_ptr<DIR, CloseFolder> entries(::opendir(folder.c_str()));
-  if (entries == nullptr) return;
-  while (const dirent* const entry = ::readdir(entries.get())) {
-    const char* const name = static_cast<const char*>(entry->d_name);
-    if (!IsSuperJournal(name, own)) continue;
-    const std::string path = folder + name;
-    if (IsAbandoned(path, database + kJournal, beside + kJournal)) ::unlink(path.c_str());
-  }
-}
 
 void MakeTable(CppSQLite3DB& db, const std::string& schema, const std::string& file,
                const TableOperation& operation, DeferredLog& log) {
@@ -138,102 +98,81 @@ void MakeIndex(CppSQLite3DB& db, const char* schema, const TableOperation& opera
   db.execDML(FormatPositional(operation.indexSql, {schema}));
 }
 
-}  // namespace
-
-std::uint64_t GetFailedWriteCount() { return failedWrites.load(std::memory_order_acquire); }
-
-std::uint64_t GetFailedReadCount() { return failedReads.load(std::memory_order_acquire); }
-
-std::uint64_t FailedOperationsHere() noexcept { return failedHere; }
-
-void CountFailedWrite() noexcept { failedWrites.fetch_add(1, std::memory_order_acq_rel); }
-
-TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation& operation,
-                             const Body& body) {
-  DeferredLog log(operation.function, operation.source);  // goes after the lock
-  TableOutcome outcome = TableOutcome::kFailed;
-  const std::string domainId = table.GetDomainId();
-  CppSQLite3DB db;
-  const auto record = FSResourceAdaptor::Instance().RegisterTable(
-      GuidFromText(domainId), operation.dbType, operation.dbType);
-  if (record != nullptr) {
-    const MutexLock lock(record->mutex);
-    outcome = RunLocked(db, table.fileSystem_->GetDBFile(operation.dbType, domainId), operation,
-                        body, log);
-    db.close();
-  } else {
-    LogFailure(operation, log);
-    NoteFailure({}, operation.function, "the lock record was refused");
+std::shared_ptr<LockRecord> RecordOf(const std::string& domainId, const Task& task) {
+  const int dbType = task.operation.dbType;
+  auto record =
+      FSResourceAdaptor::Instance().RegisterTable(GuidFromText(domainId), dbType, dbType);
+  if (record == nullptr) {
+    constexpr const char* kWhy = "the lock record was refused";
+    task.Fail({}, kWhy, {kWhy, "."});
   }
-  if (IsFailure(outcome)) {
-    ++failedHere;
-    if (operation.access == TableAccess::kRead) {
-      failedReads.fetch_add(1, std::memory_order_acq_rel);
-    } else {
-      CountFailedWrite();
-    }
-  }
-  // Writers name the devices of their rows themselves.
-  if (operation.access == TableAccess::kChange) NoteChangeOfAllUnits();
-  return outcome;
+  return record;
 }
 
-TableOutcome TableFrame::RunLocked(CppSQLite3DB& db, const std::string& file,
-                                   const TableOperation& operation, const Body& body,
-                                   DeferredLog& log) {
-  const int error = operation.access != TableAccess::kCreate ? PathError(file) : 0;
-  if (error == ENOENT) return TableOutcome::kNoFile;
-  if (error != 0) {
-    log.Add(kLogError, __LINE__, file.c_str(), " cannot be reached: ", ::strerrordesc_np(error));
-    NoteFailure(file, operation.function, ::strerrordesc_np(error));
-    LogFailure(operation, log);
-    return TableOutcome::kUnreachable;
+bool Open(CppSQLite3DB& db, const std::string& file, const Task& task) {
+  const TableOperation& operation = task.operation;
+  const bool makes = task.MakesFile();
+  if (makes && !MakeParentFolders(file)) {
+    task.log.Add(kLogError, __LINE__, "The folder of ", file.c_str(), " cannot be made.");
   }
-  TableOutcome outcome = TableOutcome::kNoTable;
-  const bool done = Attempt(db, operation, log, [&] {
-    if (!Open(db, file, operation, log)) return;
-    body(db);
-    outcome = TableOutcome::kRan;
-  });
-  return done ? outcome : TableOutcome::kFailed;
+  // For reads too: only a connection that may write can roll back what a crash left.
+  db.open(file, makes ? CppSQLite3DB::Mode::kCreate : CppSQLite3DB::Mode::kReadWrite);
+  db.requireKnownSchema();
+  if (operation.access == TableAccess::kMake) return true;
+  if (!db.tableExists(operation.table)) {
+    if (operation.createSql == nullptr) return false;
+    MakeTable(db, "main", file, operation, task.log);
+  }
+  if (makes) MakeIndex(db, "main", operation);
+  return true;
 }
 
-TableOutcome TableFrame::RunTogether(const CKSDBOperateBase& table, const TableOperation& first,
-                                     const TableOperation& second, const Body& body) {
-  DeferredLog log(first.function, first.source);  // goes after the locks
-  const std::string domainId = table.GetDomainId();
-  const Guid domain = GuidFromText(domainId);
-  FSResourceAdaptor& records = FSResourceAdaptor::Instance();
-  const auto firstRecord = records.RegisterTable(domain, first.dbType, first.dbType);
-  const auto secondRecord = records.RegisterTable(domain, second.dbType, second.dbType);
-  if (firstRecord == nullptr || secondRecord == nullptr) return TableOutcome::kNoTable;
-  CppSQLite3DB db;
-  TableOutcome outcome = TableOutcome::kFailed;
-  {
-    const MutexLock lock(firstRecord->mutex);
-    const MutexLock lockSecond(secondRecord->mutex);
-    outcome =
-        RunBothLocked(db, table.fileSystem_->GetDBFile(first.dbType, domainId), first,
-                      table.fileSystem_->GetDBFile(second.dbType, domainId), second, body, log);
-    db.close();
-  }
-  if (outcome == TableOutcome::kFailed) {
-    ++failedHere;
-    CountFailedWrite();
-  }
-  return outcome;
+TableOutcome AnswerNoTable(const std::string& file, const Task& task) {
+  if (task.fault != nullptr) task.Answer(file, std::string("no table ") + task.operation.table);
+  return TableOutcome::kNoTable;
 }
 
-TableOutcome TableFrame::RunBothLocked(CppSQLite3DB& db, const std::string& firstFile,
-                                       const TableOperation& first, const std::string& secondFile,
-                                       const TableOperation& second, const Body& body,
-                                       DeferredLog& log) {
-  if (PathError(firstFile) != 0) return TableOutcome::kNoTable;
+// Whether the file is there; else what to answer.
+std::optional<TableOutcome> LookFor(const std::string& file, const Task& task) {
+  const int error = PathError(file);
+  if (error == 0) return std::nullopt;
+  const char* const why = ::strerrordesc_np(error);
+  if (error == ENOENT) {
+    task.Answer(file, why);
+    return TableOutcome::kNoFile;
+  }
+  task.Fail(file, why, {file, " cannot be reached: ", why});
+  return TableOutcome::kUnreachable;
+}
+
+TableOutcome RunLocked(CppSQLite3DB& db, const std::string& file, const Task& task,
+                       const TableFrame::Body& body) {
+  if (!task.MakesFile()) {
+    if (const auto missing = LookFor(file, task)) return *missing;
+  }
+  bool isThere = false;
+  const bool done = TableFrame::Attempt(
+      db, task.operation, task.log,
+      [&] {
+        isThere = Open(db, file, task);
+        if (isThere) body(db);
+      },
+      task.fault);
+  if (!done) return TableOutcome::kFailed;
+  return isThere ? TableOutcome::kRan : AnswerNoTable(file, task);
+}
+
+// The body of RunTogether, under both locks.
+TableOutcome CommitBoth(CppSQLite3DB& db, const std::string& file, const std::string& secondFile,
+                        const TableOperation& second, const Task& task,
+                        const TableFrame::Body& body) {
+  constexpr const char* kSecond = TableFrame::kSecond;
+  if (PathError(file) != 0) return TableOutcome::kNoTable;
   TableOutcome outcome = TableOutcome::kNoTable;
   const auto work = [&] {
-    db.open(firstFile, CppSQLite3DB::Mode::kReadWrite);
+    db.open(file, CppSQLite3DB::Mode::kReadWrite);
     db.requireKnownSchema();
-    if (!db.tableExists(first.table)) return;
+    if (!db.tableExists(task.operation.table)) return;
     db.attach(secondFile, kSecond);
     db.requireKnownSchema(kSecond);
     if (!HasRollbackJournal(db, "main") || !HasRollbackJournal(db, kSecond)) return;
@@ -241,13 +180,13 @@ TableOutcome TableFrame::RunBothLocked(CppSQLite3DB& db, const std::string& firs
     RemoveAbandonedSuperJournals(db.fileName(), secondFile);
     DeferredLog madeLog(second.function, second.source);
     if (!db.tableExists(second.table, kSecond)) MakeTable(db, kSecond, secondFile, second, madeLog);
-    MakeIndex(db, "main", first);
+    MakeIndex(db, "main", task.operation);
     MakeIndex(db, kSecond, second);
     body(db);
     db.execDML(kCommit);
     outcome = TableOutcome::kRan;
   };
-  const bool done = Attempt(db, first, log, [&] {
+  const bool done = TableFrame::Attempt(db, task.operation, task.log, [&] {
     try {
       work();
     } catch (const CppSQLite3Exception& error) {
@@ -258,58 +197,120 @@ TableOutcome TableFrame::RunBothLocked(CppSQLite3DB& db, const std::string& firs
   return done ? outcome : TableOutcome::kFailed;
 }
 
+// Whether the file has its table.
+bool Attach(CppSQLite3DB& db, const std::string& file, const TableOperation& operation) {
+  db.attach(file, TableFrame::kSecond, CppSQLite3DB::Mode::kReadWrite);
+  db.requireKnownSchema(TableFrame::kSecond);
+  return db.tableExists(operation.table, TableFrame::kSecond);
+}
+
+}  // namespace
+
+std::uint64_t GetFailedWriteCount() { return failedWrites.load(std::memory_order_acquire); }
+
+std::uint64_t GetFailedReadCount() { return failedReads.load(std::memory_order_acquire); }
+
+std::uint64_t FailedOperationsHere() noexcept { return failedHere; }
+
+void CountFailedWrite() noexcept { failedWrites.fetch_add(1, std::memory_order_acq_rel); }
+
+std::string TableFault::Text() const {
+  if (isMemory) throw std::bad_alloc();
+  return file.empty() ? message : file + ": " + message;
+}
+
+TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation& operation,
+                             const Body& body) {
+  const std::string domainId = table.GetDomainId();
+  return RunAt(domainId, table.fileSystem_->GetDBFile(operation.dbType, domainId), operation,
+               body);
+}
+
+TableOutcome TableFrame::RunAt(const std::string& domainId, const std::string& file,
+                               const TableOperation& operation, const Body& body,
+                               TableFault* fault) {
+  DeferredLog log(operation.function, operation.source);  // goes after the lock
+  const Task task{operation, log, fault};
+  TableOutcome outcome = TableOutcome::kFailed;
+  CppSQLite3DB db;
+  if (const auto record = RecordOf(domainId, task)) {
+    const MutexLock lock(record->mutex);
+    outcome = RunLocked(db, file, task, body);
+    db.close();
+  }
+  if (IsFailure(outcome)) task.Count();
+  // Writers name the devices of their rows themselves.
+  if (operation.access == TableAccess::kChange) NoteChangeOfAllUnits();
+  return outcome;
+}
+
+TableOutcome TableFrame::RunTogether(const CKSDBOperateBase& table, const TableOperation& first,
+                                     const TableOperation& second, const Body& body) {
+  DeferredLog log(first.function, first.source);  // goes after the locks
+  const Task task{first, log, nullptr};
+  const std::string domainId = table.GetDomainId();
+  const auto record = RecordOf(domainId, task);
+  const auto recordOfSecond = RecordOf(domainId, {second, log, nullptr});
+  if (record == nullptr || recordOfSecond == nullptr) return TableOutcome::kNoTable;
+  const std::string file = table.GetDBFile(first.dbType);
+  const std::string secondFile = table.GetDBFile(second.dbType);
+  CppSQLite3DB db;
+  TableOutcome outcome = TableOutcome::kFailed;
+  {
+    const MutexLock lock(record->mutex);
+    const MutexLock lockSecond(recordOfSecond->mutex);
+    outcome = CommitBoth(db, file, secondFile, second, task, body);
+    db.close();
+  }
+  if (IsFailure(outcome)) task.Count();
+  return outcome;
+}
+
+TableOutcome TableFrame::ReadTogether(const std::string& domainId, const TableOperation& first,
+                                      const std::string& firstFile, const TableOperation& second,
+                                      const std::string& secondFile, const Body& body,
+                                      TableFault* fault) {
+  DeferredLog log(first.function, first.source);  // goes after the locks
+  const Task task{first, log, fault};
+  const Task taskOfSecond{second, log, fault};
+  CppSQLite3DB db;
+  TableOutcome outcome = TableOutcome::kFailed;
+  const auto record = RecordOf(domainId, task);
+  const auto recordOfSecond = RecordOf(domainId, taskOfSecond);
+  if (record != nullptr && recordOfSecond != nullptr) {
+    const MutexLock lock(record->mutex);
+    const MutexLock lockSecond(recordOfSecond->mutex);
+    const auto missing = LookFor(secondFile, taskOfSecond);
+    bool isThere = false;
+    outcome = missing ? *missing : RunLocked(db, firstFile, task, [&](CppSQLite3DB&) {
+      isThere = Attach(db, secondFile, second);
+      if (isThere) body(db);
+    });
+    db.close();
+    if (outcome == TableOutcome::kRan && !isThere) outcome = AnswerNoTable(secondFile, taskOfSecond);
+  }
+  if (IsFailure(outcome)) task.Count();
+  return outcome;
+}
+
 bool TableFrame::Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
-                         const std::function<void()>& work) {
+                         const std::function<void()>& work, TableFault* fault) {
+  const Task task{operation, log, fault};
   try {
     work();
     return true;
   } catch (const CppSQLite3Exception& error) {
-    log.Add(kLogError, __LINE__,
-            {"sqlite exception in rw:", error.file(), error.file().empty() ? "" : ": ",
-             error.errorMessage(), "."});
-    NoteFailure(error.file(), operation.function, error.errorMessage());
+    task.Fail(error.file(), error.errorMessage(),
+              {"sqlite exception in rw:", error.file(), error.file().empty() ? "" : ": ",
+               error.errorMessage(), "."});
   } catch (const std::exception& error) {
-    log.Add(kLogError, __LINE__, "c++ exception in rw:", error.what(), ".");
-    NoteFailure({}, operation.function, error.what());
+    task.Fail({}, error.what(), {"c++ exception in rw:", error.what(), "."},
+              dynamic_cast<const std::bad_alloc*>(&error) != nullptr);
   } catch (...) {
-    log.Add(kLogError, __LINE__, "unkown error.", "", "");
-    NoteFailure({}, operation.function, "an unknown error");
+    task.Fail({}, "an unknown error", {"unkown error."});
   }
-  LogFailure(operation, log);
   RollBack(db);
   return false;
-}
-
-bool TableFrame::Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,
-                      DeferredLog& log) {
-  const bool create = operation.access == TableAccess::kCreate;
-  if (create && !MakeParentFolders(file)) {
-    log.Add(kLogError, __LINE__, "The folder of ", file.c_str(), " cannot be made.");
-  }
-  // For reads too: only a connection that may write can roll back what a crash left.
-  db.open(file, create ? CppSQLite3DB::Mode::kCreate : CppSQLite3DB::Mode::kReadWrite);
-  db.requireKnownSchema();
-  if (!db.tableExists(operation.table)) {
-    if (operation.createSql == nullptr) return false;
-    MakeTable(db, "main", file, operation, log);
-  }
-  if (create) MakeIndex(db, "main", operation);
-  return true;
-}
-
-void RowBatch::BeforeRow() {
-  if (rows_ == 0 && limit_ != kCallers) db_.execDML(kBegin);
-}
-
-void RowBatch::AfterRow() {
-  if (limit_ == kCallers || ++rows_ < limit_) return;
-  db_.execDML(kCommit);
-  rows_ = 0;
-}
-
-void RowBatch::Finish() {
-  if (rows_ >= 1) db_.execDML(kCommit);
-  rows_ = 0;
 }
 
 }  // namespace keelstone

@@ -2,7 +2,7 @@
 #define KEELSTONE_STORAGE_TABLES_TABLE_FRAME_H
 
 #include <functional>
-#include <limits>
+#include <string>
 
 #include "keelstone/cppsqlite3.h"
 #include "keelstone/mutex.h"
@@ -11,11 +11,15 @@
 
 namespace keelstone {
 
-/// What an operation does to its database file.
+/// What an operation does to its database file. A failed kRead counts as a failed read, a
+/// failed kChange or kCreate as a failed write. What fails in kAsk and kMake is the caller's
+/// to tell: it is neither logged nor counted.
 enum class TableAccess {
+  kAsk,     // as kRead
   kRead,    // a missing file or table is answered
-  kChange,  // likewise; an error counts as a failed write
-  kCreate,  // a missing file is made with its folder; an error counts as a failed write
+  kChange,  // likewise
+  kCreate,  // a missing file is made with its folder
+  kMake,    // likewise; the body makes the table
 };
 
 /// What an operation works on, and how it signs its log lines. Texts are literals.
@@ -48,15 +52,31 @@ constexpr int StatusOf(TableOutcome outcome) noexcept {
   return outcome == TableOutcome::kNoTable ? 1 : -1;
 }
 
+/// Why an operation did not run, for callers who answer it.
+struct TableFault {
+  std::string file;     // "" when none was open
+  std::string message;  // "what was done: why it failed"; "" when nothing did
+  bool isMemory = false;
+
+  /// "FILE: what was done: why it failed". Throws std::bad_alloc when it was memory that
+  /// was lacking.
+  std::string Text() const;
+};
+
 /// The frame of every operation on a database: takes the lock record of the domain's
 /// database, resolves and opens the file, looks for the table, runs the body, closes and
 /// lets go; what fails is rolled back, logged after the lock is free, and counted. Every
-/// exception ends here. Any thread.
+/// exception ends here. Where a `fault` is given, it says why the outcome is not kRan. Any
+/// thread.
 class TableFrame {
  public:
   using Body = std::function<void(CppSQLite3DB&)>;
   static TableOutcome Run(const CKSDBOperateBase& table, const TableOperation& operation,
                           const Body& body);
+  /// The same on a file that the caller has resolved.
+  static TableOutcome RunAt(const std::string& domainId, const std::string& file,
+                            const TableOperation& operation, const Body& body,
+                            TableFault* fault = nullptr);
   /// Runs `body` as one transaction over two databases of the domain: the file of `second`
   /// is attached as kSecond, made with its table when missing. Holds both lock records,
   /// taken in the order of the arguments, which must be that of their database types.
@@ -66,43 +86,17 @@ class TableFrame {
   /// the caller works on one after the other.
   static TableOutcome RunTogether(const CKSDBOperateBase& table, const TableOperation& first,
                                   const TableOperation& second, const Body& body);
+  /// Runs `body`, which only reads, with the file of `second` attached as kSecond; holds
+  /// both lock records likewise. kNoFile and kNoTable: one of the two is missing.
+  static TableOutcome ReadTogether(const std::string& domainId, const TableOperation& first,
+                                   const std::string& firstFile, const TableOperation& second,
+                                   const std::string& secondFile, const Body& body,
+                                   TableFault* fault);
   static constexpr const char* kSecond = "second";
   /// Runs `work` alone, under the caller's locks: what it throws is logged to `log` and
   /// what it left open on `db` is rolled back. Whether it ran to its end.
   static bool Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
-                      const std::function<void()>& work);
-
- private:
-  static TableOutcome RunLocked(CppSQLite3DB& db, const std::string& file,
-                                const TableOperation& operation, const Body& body,
-                                DeferredLog& log);
-  static bool Open(CppSQLite3DB& db, const std::string& file, const TableOperation& operation,
-                   DeferredLog& log);
-  static TableOutcome RunBothLocked(CppSQLite3DB& db, const std::string& firstFile,
-                                    const TableOperation& first, const std::string& secondFile,
-                                    const TableOperation& second, const Body& body,
-                                    DeferredLog& log);
-};
-
-/// Groups the rows of one write into transactions, of 600 unless told: BeforeRow and
-/// AfterRow around each row, Finish after the last. What an error leaves open, the frame rolls
-/// back.
-class RowBatch {
- public:
-  static constexpr int kRows = 600;
-  static constexpr int kAllRows = std::numeric_limits<int>::max();  // one transaction
-  static constexpr int kCallers = 0;  // the caller has begun one and commits it
-
-  explicit RowBatch(CppSQLite3DB& db, int rowsATransaction = kRows)
-      : db_(db), limit_(rowsATransaction) {}
-  void BeforeRow();
-  void AfterRow();
-  void Finish();
-
- private:
-  CppSQLite3DB& db_;
-  int limit_;
-  int rows_ = 0;
+                      const std::function<void()>& work, TableFault* fault = nullptr);
 };
 
 /// Counts a write whose rows are not on disk (GetFailedWriteCount). Any thread.

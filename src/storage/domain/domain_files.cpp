@@ -10,18 +10,16 @@
 #include <system_error>
 
 #include "base/text/strings.h"
-#include "keelstone/cppsqlite3.h"
-#include "keelstone/data_manager.h"
 #include "keelstone/database_files.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/json_reader.h"
+#include "keelstone/setting_paths.h"
+#include "storage/domain/domain_place.h"
 #include "storage/tables/object_rule_schema.h"
 
 namespace keelstone {
 
 namespace {
-
-constexpr const char* kGeneralSettingName = "KSGeneralSetting";
 
 /// A table that a domain needs from the first run on.
 struct DomainTable {
@@ -63,8 +61,7 @@ constexpr std::array<DomainTable, 5> kTables = {{
 }};
 
 FSResFileSystem DomainFileSystem() {
-  return FSResFileSystem(VXFileSystem::GetSystemRootFolder() + "data" +
-                         (g_bIsParserProcess ? "/FSParserData" : "/"));
+  return FSResFileSystem(VXFileSystem::GetSystemRootFolder() + "data" + DomainsSubPath());
 }
 
 std::string FileOf(const DomainTable& table, const std::string& domainId) {
@@ -85,7 +82,7 @@ JsonValue Setting(const char* name, JsonValue value) {
 std::vector<JsonValue> DefaultSettingRows(const JsonValue& generalSettings) {
   JsonValue filter(JsonType::Object);
   filter["value"] = JsonValue(JsonType::Array);
-  return {Setting(kGeneralSettingName, generalSettings),
+  return {Setting(kGeneralSettingRow, generalSettings),
           Setting("KSInterfaceFilter", std::move(filter)),
           Setting("KSTableCountLimit", 5000),
           Setting("KSStrRowCountLimit", 100),
@@ -135,14 +132,8 @@ bool AddMissingIndex(CppSQLite3DB& db, const DomainTable& table) {
   return true;
 }
 
-/// Whether anything was added. An exception rolls back by closing the file.
-bool MakeTable(const DomainTable& table, const std::string& file,
-               const JsonValue& generalSettings) {
-  CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kCreate);
-  db.requireKnownSchema();
-  // At once for writing: two programs that make the same domain come one after the other.
-  db.execDML("begin immediate transaction;");
+/// Whether anything was added.
+bool MakeTable(CppSQLite3DB& db, const DomainTable& table, const JsonValue& generalSettings) {
   bool changed = false;
   if (!db.tableExists(table.name)) {
     db.execDML(std::string("create table ") + table.name + " " + table.columns);
@@ -150,8 +141,41 @@ bool MakeTable(const DomainTable& table, const std::string& file,
   }
   changed |= AddMissingIndex(db, table);
   if (table.dbType == kDbGlobalSetting) changed |= AddMissingSettings(db, generalSettings);
-  db.execDML(changed ? "commit transaction;" : "rollback transaction;");
   return changed;
+}
+
+TableOutcome RunOn(const DomainTable& table, const std::string& domainId, const char* function,
+                   TableAccess access, const TableFrame::Body& body, TableFault& fault) {
+  const TableOperation operation{.table = table.name,
+                                 .dbType = table.dbType,
+                                 .function = function,
+                                 .source = "domain_files",
+                                 .access = access};
+  return TableFrame::RunAt(domainId, FileOf(table, domainId), operation, body, &fault);
+}
+
+/// What keeps a file from being used; empty where nothing does. Names in `missing` what is
+/// not there, unless something is named already.
+std::string FileFault(const DomainTable& table, const std::string& domainId,
+                      const std::string& file, std::string& missing) {
+  // Compiling names a column that is missing.
+  const auto compile = [&](CppSQLite3DB& db) {
+    db.compileStatement(std::string("select ") + table.used + " from " + table.name);
+  };
+  TableFault fault;
+  switch (RunOn(table, domainId, "CheckDomain", TableAccess::kAsk, compile, fault)) {
+    case TableOutcome::kRan:
+      return {};
+    case TableOutcome::kNoFile:
+      if (missing.empty()) missing = "there is no " + file;
+      return {};
+    case TableOutcome::kNoTable:
+      if (missing.empty()) missing = file + " has no table " + table.name;
+      return {};
+    default:
+      fault.file = file;
+      return fault.Text();
+  }
 }
 
 }  // namespace
@@ -184,19 +208,8 @@ DomainCheck CheckDomain(const std::string& domainId, bool forWriting) {
     if (::access(file.c_str(), writes ? R_OK | W_OK : R_OK) != 0) {
       return {Condition::kUnusable, Because(file, errno)};
     }
-    try {
-      CppSQLite3DB db;
-      db.open(file, CppSQLite3DB::Mode::kReadWrite);
-      db.requireKnownSchema();
-      if (db.tableExists(table.name)) {
-        // Compiling names a column that is missing.
-        db.compileStatement(std::string("select ") + table.used + " from " + table.name);
-      } else if (missing.empty()) {
-        missing = file + " has no table " + table.name;
-      }
-    } catch (const CppSQLite3Exception& error) {
-      return {Condition::kUnusable, file + ": " + error.errorMessage()};
-    }
+    std::string fault = FileFault(table, domainId, file, missing);
+    if (!fault.empty()) return {Condition::kUnusable, std::move(fault)};
   }
   if (!any) return {Condition::kAbsent, "there is no " + DomainFolder(domainId)};
   return missing.empty() ? DomainCheck{Condition::kComplete, ""}
@@ -210,29 +223,33 @@ std::string MakeDomain(const std::string& domainId, const JsonValue& generalSett
   }
   for (const DomainTable& table : kTables) {
     const std::string file = FileOf(table, domainId);
-    try {
-      const bool changed = MakeTable(table, file, generalSettings);
-      if (reports != nullptr) reports->push_back({file, changed});
-    } catch (const CppSQLite3Exception& error) {
-      return file + ": " + error.errorMessage();
+    bool changed = false;
+    TableFault fault;
+    // Two programs that make the same domain come one after the other.
+    const auto make = [&](CppSQLite3DB& db) {
+      changed = InTransaction(db, [&] { return MakeTable(db, table, generalSettings); });
+    };
+    if (RunOn(table, domainId, "MakeDomain", TableAccess::kMake, make, fault) !=
+        TableOutcome::kRan) {
+      fault.file = file;
+      return fault.Text();
     }
+    if (reports != nullptr) reports->push_back({file, changed});
   }
   return {};
 }
 
-JsonValue StoredSetting(const std::string& domainId, const std::string& name) {
-  const std::string file = FileOf(kTables[0], domainId);
-  std::error_code ignored;
-  if (!std::filesystem::exists(file, ignored)) return {};
-  CppSQLite3DB db;
-  db.open(file, CppSQLite3DB::Mode::kReadWrite);
-  db.requireKnownSchema();
-  JsonValue found;
-  if (!db.tableExists(kTables[0].name)) return found;
-  ForEachSetting(db, [&](const JsonValue& row) {
-    if (NameOf(row) == name) found = row["value"];
-  });
-  return found;
+std::string StoredSettings(const std::string& domainId, std::map<std::string, JsonValue>& rows) {
+  rows.clear();
+  TableFault fault;
+  const auto read = [&](CppSQLite3DB& db) {
+    ForEachSetting(db, [&](const JsonValue& row) {
+      if (row["name"].isString()) rows[row["name"].stringRef()] = row["value"];
+    });
+  };
+  const TableOutcome outcome =
+      RunOn(kTables[0], domainId, "StoredSettings", TableAccess::kRead, read, fault);
+  return IsFailure(outcome) ? fault.Text() : std::string();
 }
 
 JsonValue DefaultSetting(const std::string& name) {
@@ -240,10 +257,6 @@ JsonValue DefaultSetting(const std::string& name) {
     if (NameOf(row) == name) return row["value"];
   }
   return {};
-}
-
-JsonValue StoredGeneralSettings(const std::string& domainId) {
-  return StoredSetting(domainId, kGeneralSettingName);
 }
 
 }  // namespace keelstone

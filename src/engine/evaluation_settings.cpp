@@ -1,0 +1,29 @@
+#include "engine/evaluation_settings.h"
+
+#include <algorithm>
+
+#include "keelstone/ini_reader.h"
+
+namespace keelstone {
+
+namespace {
+
+std::int32_t ReadIni(const char* key, std::int32_t otherwise) {
+  return IniReader::GetInt("Keelstone", key, otherwise, "fix_frontserver.ini");
+}
+
+std::shared_ptr<const RuleSettings> RulesOf(const KSDataManagerSql* manager) {
+  return manager != nullptr ? manager->GetRuleSettings()
+                            : std::make_shared<const RuleSettings>(KSRuleGlobalSetting());
+}
+
+}  // namespace
+
+EvaluationSettings::EvaluationSettings(const KSDataManagerSql* manager)
+    : rules(RulesOf(manager)),
+      areUnreadable(manager != nullptr && !manager->AreGlobalSettingsRead()),
+      dynamicCalculation(manager != nullptr && manager->IsEnableDynamicCal()),
+      intervalTime(ReadIni("IntervalTime", 1800)),
+      strValueLength(static_cast<std::size_t>(std::max(ReadIni("StrValueLength", 1024), 0))) {}
+
+}  // namespace keelstone

@@ -1,0 +1,225 @@
+#include "engine/look_up.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <utility>
+#include <vector>
+
+#include "base/text/strings.h"
+#include "engine/typed_value.h"
+#include "engine/variable_values.h"
+#include "keelstone/clock.h"
+#include "keelstone/domain_data_manager.h"
+#include "keelstone/logger.h"
+#include "keelstone/performance.h"
+
+namespace keelstone {
+
+namespace {
+
+/// Has the processor fetch both ends of a text that will be read soon, while it looks for
+/// what else is needed.
+void FetchAhead(const std::string& text) {
+  constexpr std::size_t kLine = 64;  // bytes
+  const char* const begin = text.data();
+  __builtin_prefetch(begin + text.size());
+  for (std::size_t at = 0; at < std::min(text.size(), 4 * kLine); at += kLine) {
+    __builtin_prefetch(begin + at);
+  }
+}
+
+/// The value of a two-step map, or nullptr. `outer` is where the first step led the last
+/// time; variables mostly come interface by interface.
+template <class Map>
+auto* FindTwice(Map& map, typename Map::iterator& outer, const std::string& first,
+                const std::string& second) {
+  if (outer == map.end() || outer->first != first) outer = map.find(first);
+  if (outer == map.end()) return static_cast<decltype(&outer->second.begin()->second)>(nullptr);
+  const auto inner = outer->second.find(second);
+  return inner == outer->second.end() ? nullptr : &inner->second;
+}
+
+}  // namespace
+
+LookUp::LookUp(const Subject& subject)
+    : subject_(subject),
+      manager_(KSDomainDataManager::Instance()->GetKSDataManager(subject.domainId)) {}
+
+bool LookUp::IsInBlockTime() const {
+  if (!manager_) return false;
+  const ObjectDefine object = subject_.Object({});
+  std::vector<std::pair<std::int64_t, std::int64_t>> periods;
+  manager_->GetBlockTimeByObjectId(periods, &object);
+  const std::int64_t now = Clock::NowSeconds();
+  for (const auto& [start, end] : periods) {
+    if (now < start || now > end) continue;
+    KS_LOG("FS_Keelstone", "KSRuleInstance::IsInBlockTime", "ksruleinstance", kLogNotice,
+           "Time: %" PRId64 " is in block time of device: %s.", now, subject_.deviceName.c_str());
+    return true;
+  }
+  return false;
+}
+
+bool LookUp::IsDefineRule() const {
+  if (!rules_.empty()) return true;
+  return manager_ &&
+         manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
+}
+
+void LookUp::SetRules(DevParserRule rules) {
+  rules_ = std::move(rules);
+  rulesOfInterface_ = rules_.end();
+  areRulesGiven_ = true;
+  mayBeShared_ = true;
+  definedVariables_.reset();
+}
+
+void LookUp::SetHistories(DevParserHistory histories) {
+  histories_ = std::move(histories);
+  historiesOfInterface_ = histories_.end();
+  areHistoriesGiven_ = true;
+}
+
+// What could not be read is not taken for absent: it would be learned anew, and what is
+// stored would be overwritten.
+template <class Read>
+bool LookUp::Load(const char* label, Read read) {
+  const FSPerformance timing("KeelstoneRunner", label);
+  if (!manager_) return false;
+  const ObjectDefine object = subject_.Object({});
+  const std::uint64_t failedBefore = FailedOperationsHere();
+  read(object);
+  isUnreadable_ = isUnreadable_ || FailedOperationsHere() != failedBefore;
+  return true;
+}
+
+bool LookUp::LoadRules() {
+  if (areRulesGiven_) return true;
+  return Load("InitCacheData", [this](const ObjectDefine& object) {
+    manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
+                                         subject_.variableParam, kVariableSourceParser);
+    rulesOfInterface_ = rules_.end();
+  });
+}
+
+bool LookUp::LoadHistories() {
+  if (areHistoriesGiven_) return true;
+  return Load("InitHistoryData", [this](const ObjectDefine& object) {
+    manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource,
+                                 subject_.variableParam, kVariableSourceParser);
+    historiesOfInterface_ = histories_.end();
+  });
+}
+
+bool LookUp::IsVarDefineRule(const std::string& variableName) {
+  if (!definedVariables_) {
+    definedVariables_.emplace();
+    for (const auto& [interfaceValue, definitions] : rules_) {
+      for (const auto& [name, definition] : definitions) definedVariables_->insert(name);
+    }
+  }
+  return definedVariables_->contains(variableName);
+}
+
+const std::string* LookUp::LoadedHistory(const std::string& interfaceValue,
+                                         const std::string& variableName) const {
+  const auto interface = histories_.find(interfaceValue);
+  if (interface == histories_.end()) return nullptr;
+  const auto history = interface->second.find(variableName);
+  return history != interface->second.end() ? &history->second : nullptr;
+}
+
+void LookUp::ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
+                            std::string history) {
+  histories_[interfaceValue][variableName] = std::move(history);
+  historiesOfInterface_ = histories_.end();
+}
+
+bool LookUp::IsFiltered(const std::string& interfaceValue) {
+  if (interfaceValue.empty() || !manager_) return false;
+  const std::uint64_t generation = GlobalSettingsGeneration();
+  if (!filter_ || generation != filterGeneration_) {
+    filter_ = manager_->GetInterfaceFilterSet();
+    filterGeneration_ = generation;
+  }
+  return std::any_of(filter_->begin(), filter_->end(), [&](const std::string& entry) {
+    return ContainsIgnoreCase(interfaceValue, entry);
+  });
+}
+
+Found LookUp::Find(const VarInfo& variable) {
+  const auto* const cache = DBWriteWrapper::Instance();
+  if (!pendingMark_) pendingMark_ = cache->MarkOf(subject_.domainId, subject_.deviceName);
+  Found found;
+  found.mayHavePending = pendingMark_->MayHaveRows();
+  if (found.mayHavePending) {
+    found.record = cache->GetCachedRuleDefinition(subject_.domainId, subject_.deviceName,
+                                                  variable.interfaceValue, subject_.variableSource,
+                                                  subject_.variableParam, variable.variableName);
+    found.isPending = found.record != nullptr;
+    found.needsLock = found.isPending;
+    if (found.isPending) return found;
+  }
+  found.loadedHistory =
+      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
+  if (found.loadedHistory != nullptr) FetchAhead(*found.loadedHistory);
+  const auto* const loaded =
+      FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
+  if (loaded != nullptr) found.record = *loaded;
+  found.isOurs = found.record && (!mayBeShared_ || found.record.use_count() == 2);
+  // Also when it is ours now: after whoever held it before.
+  found.needsLock = mayBeShared_;
+  return found;
+}
+
+// What others may hold, other instances and the write-behind worker, is worked on as a copy.
+bool LookUp::Take(const VarInfo& variable, const Found& found, TakenDefinition& definition) const {
+  if (!found.record) {
+    if (!TakeNew(variable, definition)) return false;
+    TakeHistory(variable, found, definition);
+    return true;
+  }
+  definition.shared = found.record;
+  std::optional<DefinitionLock> lock;
+  if (found.needsLock) lock.emplace(*found.record);
+  if (found.isOurs && found.loadedHistory != nullptr) {
+    definition.own = found.record;
+  } else {
+    definition.own = std::make_shared<RuleDefinitionData>(*found.record);
+    definition.HoldHistory(std::move(definition.own->history));
+  }
+  lock.reset();
+  if (!found.isPending) TakeHistory(variable, found, definition);
+  return true;
+}
+
+bool LookUp::TakeNew(const VarInfo& variable, TakenDefinition& definition) const {
+  definition.own = std::make_shared<RuleDefinitionData>();
+  RuleDefinitionData& own = *definition.own;
+  if (!manager_ ||
+      manager_->GetRuleDefinitionData(own, variable.variableName, subject_.variableSource, {},
+                                      kVariableSourceParser) >= 0) {
+    return false;
+  }
+  if (!own.IsEnable()) return false;
+  definition.isNew = own.ruleType != kTableMd5;
+  const auto dataType = static_cast<EnumKSDataType>(variable.dataType);
+  if (IsNumeric(dataType)) own.ruleParam = ConvertVariableRuleParam(dataType, own.ruleParam);
+  definition.HoldHistory(std::move(own.history));
+  return true;
+}
+
+void LookUp::TakeHistory(const VarInfo& variable, const Found& found,
+                         TakenDefinition& definition) const {
+  std::string pending;
+  if (found.mayHavePending &&
+      DBWriteWrapper::Instance()->GetCachedHistoryData(
+          subject_.domainId, subject_.deviceName, variable.interfaceValue, subject_.variableSource,
+          subject_.variableParam, variable.variableName, pending) == 1) {
+    definition.HoldHistory(std::move(pending));
+  } else if (found.loadedHistory != nullptr) {
+    definition.history = *found.loadedHistory;
+  }
+}
+
+}  // namespace keelstone

@@ -1,0 +1,52 @@
+#ifndef KEELSTONE_ENGINE_TAKEN_DEFINITION_H
+#define KEELSTONE_ENGINE_TAKEN_DEFINITION_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "keelstone/rule_records.h"
+
+namespace keelstone {
+
+/// A variable's definition for the length of one value's way. Rules read and write `own`: the
+/// record itself where nobody else holds it, else a copy, which WriteBack puts into the
+/// record at the end. One thread; the record behind it may be others' too.
+///
+/// Whatever looks definitions up fills it: a `history` that lies elsewhere must stay as it is
+/// and where it is until the value has been judged and its outcome taken.
+class TakenDefinition {
+ public:
+  TakenDefinition() = default;
+  TakenDefinition(const TakenDefinition&) = delete;  // `history` may point into it
+  TakenDefinition& operator=(const TakenDefinition&) = delete;
+
+  /// What is stored of the variable in the end.
+  const std::shared_ptr<RuleDefinitionData>& record() const { return shared ? shared : own; }
+  bool IsCopy() const { return shared && shared != own; }
+
+  /// Keeps a history text that lies nowhere else.
+  void HoldHistory(std::string text) {
+    heldHistory_ = std::move(text);
+    history = heldHistory_;
+  }
+  /// Whether values of this type code are the definition's. One that knows none yet takes
+  /// this one, the record too.
+  bool TakeType(std::int32_t variableType) const;
+  /// Puts rule, parameter and history of a copy into the record.
+  void WriteBack() const;
+
+  std::shared_ptr<RuleDefinitionData> own;
+  std::shared_ptr<RuleDefinitionData> shared;  // the record; empty while the definition is new
+  std::string_view history;                    // what is known of the variable so far
+  bool isNew = false;                          // its rule is to be reported
+
+ private:
+  std::string heldHistory_;
+};
+
+}  // namespace keelstone
+
+#endif  // KEELSTONE_ENGINE_TAKEN_DEFINITION_H
