@@ -226,7 +226,8 @@ std::vector<Operation> Operations() {
       // read
       {"ReadManyRuleUnits", filled, false, -1, -1, QueryUnits(1000)},
       {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
-      {"ListObjects", filled, false, 1, 0, [] {
+      {"ListObjects", filled, false, 1, 0,
+       [] {
          return Work([] {
            ObjectListing listing(kDomain, {.filter = {"d"}, .withHistories = true, .pageSize = 7});
            std::vector<StoredObject> page;
@@ -245,9 +246,8 @@ std::vector<Operation> Operations() {
                                         .parameter = "fixed",
                                         .history = "fitted"});
        })},
-      {"RemoveRule", filled, true, 1, 0, Edit([] {
-         return RemoveRule(kDomain, {"d", "", "source", "param", Variable(1)});
-       })},
+      {"RemoveRule", filled, true, 1, 0,
+       Edit([] { return RemoveRule(kDomain, {"d", "", "source", "param", Variable(1)}); })},
       {"StoreSetting", filled, true, 1, 0, Edit([] {
          return StoreSetting(kDomain, {.path = {}, .row = "KSTableCountLimit", .members = {}}, 18)
              .why;
