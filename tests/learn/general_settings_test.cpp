@@ -2,7 +2,6 @@
 
 #include <limits>
 #include <string>
-#include <vector>
 
 #include "keelstone/json_reader.h"
 #include "keelstone/rule_global_setting.h"

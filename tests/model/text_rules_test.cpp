@@ -25,7 +25,6 @@
 namespace keelstone::testing {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using std::string_literals::operator""s;
 
