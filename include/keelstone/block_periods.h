@@ -32,9 +32,10 @@ struct KEELSTONE_EXPORT BlockPeriod {
 
 /// Finds the periods of these ids (a row that is none has no devices), and unless it is
 /// `dryRun` removes them, all or none. Refused where there is no row of an id.
-[[nodiscard]] KEELSTONE_EXPORT EditOutcome
-RemoveBlockPeriods(const std::string& domainId, const std::set<std::int64_t>& ids, bool dryRun,
-                   std::vector<BlockPeriod>& periods);
+[[nodiscard]] KEELSTONE_EXPORT EditOutcome RemoveBlockPeriods(const std::string& domainId,
+                                                              const std::set<std::int64_t>& ids,
+                                                              bool dryRun,
+                                                              std::vector<BlockPeriod>& periods);
 
 }  // namespace keelstone
 

@@ -163,9 +163,8 @@ int RunBlockRemove(const BlockOptions& options) {
   const std::string fault = DomainFault(options.common.domain, false);
   if (!fault.empty()) return Fail(kRemoveName, fault, kExitUnusable);
   std::vector<BlockPeriod> periods;
-  const EditOutcome outcome =
-      RemoveBlockPeriods(options.common.domain, {options.ids.begin(), options.ids.end()},
-                         options.dryRun, periods);
+  const EditOutcome outcome = RemoveBlockPeriods(
+      options.common.domain, {options.ids.begin(), options.ids.end()}, options.dryRun, periods);
   if (outcome.kind != EditOutcome::Kind::kDone) return Fail(kRemoveName, outcome);
   CommandOutput output(options.format);
   if (output.isText()) output.Line(options.dryRun ? "would remove:" : "removed:");

@@ -190,8 +190,10 @@ std::string ViewDomain(const std::string& domainId, DomainView& view) {
   view.learns = view.data->IsEnableDynamicCal();
   view.isOn = view.data->IsEnableKSFunction();
   view.interval = ViewInterval();
-  view.tableLimit = ViewRow(rows["KSTableCountLimit"], "KSTableCountLimit", view.data->GetTableLimitcount());
-  view.lineLimit = ViewRow(rows["KSStrRowCountLimit"], "KSStrRowCountLimit", view.data->GetStrRowLimitcount());
+  view.tableLimit =
+      ViewRow(rows["KSTableCountLimit"], "KSTableCountLimit", view.data->GetTableLimitcount());
+  view.lineLimit =
+      ViewRow(rows["KSStrRowCountLimit"], "KSStrRowCountLimit", view.data->GetStrRowLimitcount());
   return {};
 }
 

@@ -190,11 +190,10 @@ int RunShow(const ShowOptions& options) {
     return output.BreakOff(kName, why, isFirst);
   }
   if (!domain.data) return Fail(kName, "the domain cannot be loaded", kExitUnusable);
-  ObjectListing listing(
-      options.common.domain,
-      {.filter = {options.device, options.interface, options.source, options.param,
-                  options.variable},
-       .withHistories = true});
+  ObjectListing listing(options.common.domain,
+                        {.filter = {options.device, options.interface, options.source,
+                                    options.param, options.variable},
+                         .withHistories = true});
   std::vector<StoredObject> page;
   while (!output.hasFailed()) {
     if (const std::string why = listing.NextPage(page); !why.empty()) {

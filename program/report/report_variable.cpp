@@ -271,11 +271,11 @@ std::string ReportRow(const ReportKey& key, const StoredObject& stored,
   AppendNumber(fields.Next(), origin);
   const Extent extent = ExtentOf(stored.history);
   const bool isJudged = stored.hasRule && stored.ruleType >= 0;
-  AppendScriptString(fields.Next(), isJudged
-                                        ? KSExpectation::Of(static_cast<EnumRuleType>(stored.ruleType),
-                                                            stored.parameter, extent.type)
-                                              .words
-                                        : "");
+  AppendScriptString(fields.Next(),
+                     isJudged ? KSExpectation::Of(static_cast<EnumRuleType>(stored.ruleType),
+                                                  stored.parameter, extent.type)
+                                    .words
+                              : "");
   AppendCount(fields.Next(), extent.points);
   AppendNumber(fields.Next(), extent.newest);
   AppendCount(fields.Next(), findings != nullptr ? findings->alerts : 0);

@@ -35,7 +35,7 @@ std::string ForEachRow(const std::string& domainId, const TableOperation& operat
 }
 
 std::string CountSources(const std::string& domainId, const TableOperation& operation,
-                         std::int64_t SourceRows::*number, SourceCounts& counts) {
+                         std::int64_t SourceRows::* number, SourceCounts& counts) {
   return ForEachRow(
       domainId, operation,
       std::string("select variableSource, count(*) from ") + operation.table + kCountSources,
@@ -70,8 +70,8 @@ bool RemoveRows(const std::string& domainId, const TableOperation& operation,
     db.execDML(std::string("delete from main.") + operation.table + kDeleteGone);
     Shrink(db);
   };
-  return !IsFailure(TableFrame::RunAt(domainId, DomainDatabase(operation.dbType, domainId),
-                                      operation, remove));
+  return !IsFailure(
+      TableFrame::RunAt(domainId, DomainDatabase(operation.dbType, domainId), operation, remove));
 }
 
 }  // namespace
@@ -79,8 +79,7 @@ bool RemoveRows(const std::string& domainId, const TableOperation& operation,
 std::string StoredSources(const std::string& domainId, SourceCounts& counts) {
   constexpr const char* kFunction = "StoredSources";
   counts.clear();
-  std::string fault =
-      CountSources(domainId, RuleOperation(kFunction), &SourceRows::rules, counts);
+  std::string fault = CountSources(domainId, RuleOperation(kFunction), &SourceRows::rules, counts);
   if (!fault.empty()) return fault;
   return CountSources(domainId, HistoryOperation(kFunction), &SourceRows::histories, counts);
 }

@@ -89,28 +89,28 @@ void Remove(CppSQLite3DB& db, const std::vector<BlockPeriod>& periods) {
 
 std::string ReadBlockPeriods(const std::string& domainId, std::vector<BlockPeriod>& periods) {
   periods.clear();
-  return RunOnDomain(
-      domainId, BlockOperation("ReadBlockPeriods", TableAccess::kRead), [&](CppSQLite3DB& db) {
-        auto select = db.compileStatement(kSelectAll);
-        for (auto rows = select.execQuery(); !rows.eof(); rows.nextRow()) {
-          auto period = ReadPeriod(rows.getInt64Field(0), rows.getStringField(1));
-          if (period) periods.push_back(std::move(*period));
-        }
-      });
+  return RunOnDomain(domainId, BlockOperation("ReadBlockPeriods", TableAccess::kRead),
+                     [&](CppSQLite3DB& db) {
+                       auto select = db.compileStatement(kSelectAll);
+                       for (auto rows = select.execQuery(); !rows.eof(); rows.nextRow()) {
+                         auto period = ReadPeriod(rows.getInt64Field(0), rows.getStringField(1));
+                         if (period) periods.push_back(std::move(*period));
+                       }
+                     });
 }
 
 std::string AddBlockPeriod(const std::string& domainId, BlockPeriod& period) {
-  return RunOnDomain(
-      domainId, BlockOperation("AddBlockPeriod", TableAccess::kChange), [&](CppSQLite3DB& db) {
-        InTransaction(db, [&] {
-          auto insert = db.compileStatement(kInsert);
-          insert.bind(1, std::string_view(RowText(period)));
-          insert.execDML();
-          auto select = db.compileStatement("select last_insert_rowid()");
-          period.id = select.execQuery().getInt64Field(0);
-          return true;
-        });
-      });
+  return RunOnDomain(domainId, BlockOperation("AddBlockPeriod", TableAccess::kChange),
+                     [&](CppSQLite3DB& db) {
+                       InTransaction(db, [&] {
+                         auto insert = db.compileStatement(kInsert);
+                         insert.bind(1, std::string_view(RowText(period)));
+                         insert.execDML();
+                         auto select = db.compileStatement("select last_insert_rowid()");
+                         period.id = select.execQuery().getInt64Field(0);
+                         return true;
+                       });
+                     });
 }
 
 EditOutcome RemoveBlockPeriods(const std::string& domainId, const std::set<std::int64_t>& ids,

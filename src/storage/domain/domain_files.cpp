@@ -82,12 +82,10 @@ JsonValue Setting(const char* name, JsonValue value) {
 std::vector<JsonValue> DefaultSettingRows(const JsonValue& generalSettings) {
   JsonValue filter(JsonType::Object);
   filter["value"] = JsonValue(JsonType::Array);
-  return {Setting(kGeneralSettingRow, generalSettings),
-          Setting("KSInterfaceFilter", std::move(filter)),
-          Setting("KSTableCountLimit", 5000),
-          Setting("KSStrRowCountLimit", 100),
-          Setting("KSDynamicRuleStatus", "true"),
-          Setting("EnableKSFunction", "true")};
+  return {
+      Setting(kGeneralSettingRow, generalSettings), Setting("KSInterfaceFilter", std::move(filter)),
+      Setting("KSTableCountLimit", 5000),           Setting("KSStrRowCountLimit", 100),
+      Setting("KSDynamicRuleStatus", "true"),       Setting("EnableKSFunction", "true")};
 }
 
 /// Calls `visit` with every row of the table "KSGlobalSetting" that is a JSON object.

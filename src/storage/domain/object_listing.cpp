@@ -117,9 +117,8 @@ std::string ObjectListing::NextPage(std::vector<StoredObject>& page) {
   page.clear();
   TableFault fault;
   const TableOutcome outcome = TableFrame::ReadTogether(
-      domainId_, RuleOperation("ObjectListing::NextPage"),
-      DomainDatabase(kDbObjectRule, domainId_), HistoryOperation("ObjectListing::NextPage"),
-      DomainDatabase(kDbObjectHistory, domainId_),
+      domainId_, RuleOperation("ObjectListing::NextPage"), DomainDatabase(kDbObjectRule, domainId_),
+      HistoryOperation("ObjectListing::NextPage"), DomainDatabase(kDbObjectHistory, domainId_),
       [&](CppSQLite3DB& db) { page = ReadPage(db, scope_, last_); }, &fault);
   if (outcome != TableOutcome::kRan) return fault.Text();
   if (!page.empty()) last_ = page.back().key;
