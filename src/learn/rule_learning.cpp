@@ -63,28 +63,33 @@ static_assert(
 
 /// Tests a candidate before it makes it: what CheckRuleWith of one rule after the other comes
 /// to.
-template <class T, EnumAlgType kFamily, std::int8_t kPlace>
-std::shared_ptr<IRuleBase> Try(const LearningMaterial& material) {
-  constexpr Candidate kCandidate = CandidateAt(kFamily, kPlace);
-  using Rule = RuleClass<kCandidate.type, T>;
-  const auto* const feature = Rule::AsFeature(material.feature.get());
-  if (feature == nullptr) return nullptr;
-  const typename Rule::Case lesson{*feature, Rule::AsHistory(material.history.get()),
-                                   material.settings, kCandidate.isLessCount};
-  if (!Rule::Fits(lesson)) return nullptr;
+template <class Rule, class Feature, class History>
+std::shared_ptr<IRuleBase> Try(const LearningMaterial& material, const Feature& feature,
+                               const History* history, bool isLessCount) {
+  if (!Rule::Fits({feature, history, material.settings, isLessCount})) return nullptr;
   auto rule = std::make_shared<Rule>();
-  rule->setIsLessCountCondition(kCandidate.isLessCount);
+  rule->setIsLessCountCondition(isLessCount);
   rule->SetHistoryAndDataFeature(material.ruleDefine, material.history, material.feature);
   rule->Accept(material.domainId);
   return rule;
 }
 
+/// All candidates of a family for values of type T look at the same feature and history.
 template <class T, EnumAlgType kFamily>
 std::shared_ptr<IRuleBase> FirstFitting(const LearningMaterial& material) {
+  using First = RuleClass<CandidateAt(kFamily, 1).type, T>;
   if (!material.history || material.history->GetDataCount() == 0) return nullptr;
+  const auto* const feature = First::AsFeature(material.feature.get());
+  const auto* const history = First::AsHistory(material.history.get());
+  if (feature == nullptr) return nullptr;
   std::shared_ptr<IRuleBase> rule;
+  const auto fits = [&]<Candidate kCandidate>() {
+    rule = Try<RuleClass<kCandidate.type, T>>(material, *feature, history, kCandidate.isLessCount);
+    return rule != nullptr;
+  };
   [&]<std::size_t... kPlaces>(std::index_sequence<kPlaces...>) {
-    (... || (rule = Try<T, kFamily, static_cast<std::int8_t>(kPlaces + 1)>(material)));
+    (... ||
+     fits.template operator()<CandidateAt(kFamily, static_cast<std::int8_t>(kPlaces + 1))>());
   }(std::make_index_sequence<LastPlace(kFamily)>());
   return rule;
 }
