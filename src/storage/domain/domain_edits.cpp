@@ -51,12 +51,17 @@ std::string ChangeRules(const std::string& domainId, const char* function, const
   return fault.empty() ? "the databases could not be written" : fault;
 }
 
-ObjectDefine ObjectOf(const StoredKey& key) {
+/// A key in the words of the rule table.
+struct RowKey {
+  explicit RowKey(const StoredKey& key) : source(key[2]), param(key[3]), variable(key[4]) {
+    object.deviceName = key[0];
+    object.interfaceValue = key[1];
+  }
   ObjectDefine object;
-  object.deviceName = key[0];
-  object.interfaceValue = key[1];
-  return object;
-}
+  const std::string& source;
+  const std::string& param;
+  const std::string& variable;
+};
 
 /// A row of the settings; of two rows with one name the later counts.
 struct SettingRow {
@@ -113,23 +118,23 @@ bool ChangeRow(CppSQLite3DB& db, const SettingPath& setting, const JsonValue& va
 }  // namespace
 
 std::string PrescribeRule(const std::string& domainId, const PrescribedRule& rule) {
-  const auto& [device, interface, source, param, variable] = rule.key;
+  const RowKey key(rule.key);
   const auto definition =
       std::make_shared<RuleDefinitionData>(static_cast<int>(rule.type), kVariableSourceParser,
-                                           rule.parameter, source, variable, 0, param);
+                                           rule.parameter, key.source, key.variable, 0, key.param);
   definition->ruleGenerateType = kRulePrescribed;
   definition->history = rule.history;
-  const ObjectDefine object = ObjectOf(rule.key);
   return ChangeRules(domainId, "PrescribeRule", [&](KSObjectRuleSql& table) {
-    table.SetRuleAlgParam({{variable, definition}}, &object, source, param, kVariableSourceParser);
+    table.SetRuleAlgParam({{key.variable, definition}}, &key.object, key.source, key.param,
+                          kVariableSourceParser);
   });
 }
 
-std::string RemoveRule(const std::string& domainId, const StoredKey& key) {
-  const auto& [device, interface, source, param, variable] = key;
-  const ObjectDefine object = ObjectOf(key);
+std::string RemoveRule(const std::string& domainId, const StoredKey& stored) {
+  const RowKey key(stored);
   return ChangeRules(domainId, "RemoveRule", [&](KSObjectRuleSql& table) {
-    table.RemoveRuleDefinitionData(&object, source, variable, param, kVariableSourceParser);
+    table.RemoveRuleDefinitionData(&key.object, key.source, key.variable, key.param,
+                                   kVariableSourceParser);
   });
 }
 

@@ -285,8 +285,9 @@ TableOutcome TableFrame::ReadTogether(const std::string& domainId, const TableOp
       if (isThere) body(db);
     });
     db.close();
-    if (outcome == TableOutcome::kRan && !isThere)
+    if (outcome == TableOutcome::kRan && !isThere) {
       outcome = AnswerNoTable(secondFile, taskOfSecond);
+    }
   }
   if (IsFailure(outcome)) task.Count();
   return outcome;
