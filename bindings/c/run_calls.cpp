@@ -5,9 +5,9 @@
 #include <string>
 #include <utility>
 
+#include "base/text/numbers.h"
 #include "bindings/c/run_handle.h"
 #include "bindings/c/table_text.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone::c {
 

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
+#include "base/text/numbers.h"
 #include "bindings/c/call.h"
-#include "keelstone/numbers.h"
 #include "keelstone/text_escape.h"
 
 namespace keelstone::c {

@@ -42,7 +42,7 @@ KEELSTONE_EXPORT std::string DomainFolderName(std::string_view domainId);
 
 /// The file name of a database ("KSObjectRule.db"); nullptr when the type is none of
 /// EnumDbType.
-[[nodiscard]] const char* DBFileName(int dbType) noexcept;
+[[nodiscard]] KEELSTONE_EXPORT const char* DBFileName(int dbType) noexcept;
 
 }  // namespace keelstone
 

@@ -13,6 +13,7 @@ namespace keelstone {
 
 /// How an edit of a domain's databases ended.
 struct KEELSTONE_EXPORT EditOutcome {
+  /// Whether the edit took place.
   enum class Kind {
     kDone,     // it is on disk
     kRefused,  // what is stored does not take it; nothing has changed

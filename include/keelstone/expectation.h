@@ -1,7 +1,7 @@
 #ifndef KEELSTONE_EXPECTATION_H
 #define KEELSTONE_EXPECTATION_H
 
-#include <cstdint>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,35 +9,21 @@
 #include "keelstone/export.h"
 #include "keelstone/json_value.h"
 #include "keelstone/rule_enums.h"
+#include "keelstone/rule_kinds.h"
 
 namespace keelstone {
-
-/// What a rule compares a value with.
-enum EnumExpectationKind : std::int32_t {
-  kExpectNothing = 0,     // the parameter cannot be read
-  kExpectValue = 1,       // equal to `value`
-  kExpectNotValue = 2,    // equal to none of `values`
-  kExpectSet = 3,         // equal to one of `values`
-  kExpectBounds = 4,      // not below `least`, not above `most`
-  kExpectAtMost = 5,      // not above `value`
-  kExpectAtLeast = 6,     // not below `value`
-  kExpectIncreasing = 7,  // above `value`
-  kExpectConstant = 8,    // equal to `value`
-  kExpectPattern = 9,     // `text` is found in it: Perl syntax, whatever the letter case
-  kExpectDigest = 10,     // its digest is `text`
-};
 
 /// What a rule expects of a value, in words and as data that a value can be judged by
 /// without the rule. Numbers compare exactly, as does text byte by byte. A value type.
 struct KEELSTONE_EXPORT KSExpectation {
-  EnumExpectationKind kind = kExpectNothing;
+  EnumExpectationKind kind = kExpectNothing;  // compares with the members below
   /// "between 3 and 7"; device text stands in it as it came, long values are cut.
   std::string words;
-  JsonValue value;
-  std::vector<JsonValue> values;
-  JsonValue least;
+  JsonValue value;                // one value or limit
+  std::vector<JsonValue> values;  // several
+  JsonValue least;                // bounds
   JsonValue most;
-  std::string text;
+  std::string text;  // pattern or digest
   /// Leading and trailing spaces and line feeds count neither of the value nor of `value`.
   bool isTrimmed = false;
 

@@ -27,11 +27,11 @@ inline constexpr unsigned kFolderRights = 0750;
 /// cannot be done, and errno says why.
 [[nodiscard]] KEELSTONE_EXPORT bool MakeParentFolders(const std::string& path);
 /// Whether a plain file stands there; false also when its status cannot be had.
-[[nodiscard]] bool FileExists(const std::string& path);
+[[nodiscard]] KEELSTONE_EXPORT bool FileExists(const std::string& path);
 /// 0 when something stands there, of whatever kind; ENOENT when nothing does, which a name
 /// too long for any file counts as; else the errno that says why that cannot be found out
 /// (links that lead round in a circle, a closed folder on the way).
-[[nodiscard]] int PathError(const std::string& path);
+[[nodiscard]] KEELSTONE_EXPORT int PathError(const std::string& path);
 
 }  // namespace keelstone
 

@@ -9,10 +9,11 @@
 #include "keelstone/export.h"
 #include "keelstone/json_value.h"
 #include "keelstone/mutex.h"
-#include "keelstone/rule_settings.h"
 #include "keelstone/table_base.h"
 
 namespace keelstone {
+
+class RuleSettings;
 
 /// Entries of the interface filter; an object's learned rules are not judged when its
 /// interface value holds one of them in any letter case.

@@ -50,28 +50,12 @@ class KEELSTONE_EXPORT HistoryDataBase {
 };
 
 /// The elements of a history's list as text, kept beside the points so that a history
-/// which was read and grew by a point writes only that point.
-class HistoryListText {
- public:
-  /// The text is `front()` and then `back()`.
-  std::string_view front() const noexcept { return lasting_; }
-  std::string_view back() const noexcept { return std::string_view(text_).substr(begin_); }
-  bool IsEmpty() const noexcept { return lasting_.empty() && begin_ == text_.size(); }
-
-  /// Puts elements behind those that are there. Of a lasting text no copy is made where
-  /// it is the first.
-  void Append(std::string_view elements, bool isLasting);
-  /// Drops the first `count` elements. Each ends with the only '}' outside its strings; the
-  /// strings that are keys hold none.
-  void DropFront(std::size_t count, bool mayHoldStrings);
-  /// Starts a further element and answers the text to append it to.
-  std::string& NextElement();
-  void Clear() noexcept;
-
- private:
-  std::string_view lasting_;  // comes first
-  std::string text_;
-  std::size_t begin_ = 0;  // of what is left of text_
+/// which was read and grew by a point writes only that point. The text is what `lasting`
+/// views, then `text` from `begin` on.
+struct HistoryListText {
+  std::string_view lasting;
+  std::string text;
+  std::size_t begin = 0;
 };
 
 /// A history of one type of points.

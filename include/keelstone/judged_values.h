@@ -23,7 +23,7 @@ struct NewestValue {
 };
 
 /// A number for the interface and the name of a variable within its unit.
-std::uint64_t VariableKeyOf(const VarInfo& variable);
+KEELSTONE_EXPORT std::uint64_t VariableKeyOf(const VarInfo& variable);
 
 /// What was judged last of each variable of one unit (domain, device, source, param). A
 /// variable is forgotten once `reach` values of all units have come after its latest one: so

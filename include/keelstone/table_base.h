@@ -48,7 +48,7 @@ KEELSTONE_EXPORT std::uint64_t GetFailedReadCount();
 
 /// How many operations of this thread, reads and writes, have failed: when the number is
 /// the same after an operation as before it, the operation went well.
-std::uint64_t FailedOperationsHere() noexcept;
+KEELSTONE_EXPORT std::uint64_t FailedOperationsHere() noexcept;
 
 }  // namespace keelstone
 

@@ -16,7 +16,7 @@ KEELSTONE_EXPORT void AppendJsonString(std::string& out, std::string_view bytes)
 
 /// How many bytes the character at the front of a text takes when it is a control
 /// character, ends a line or turns the direction of writing; 0: it is none, or not UTF-8.
-std::size_t UnsafeLength(std::string_view bytes) noexcept;
+KEELSTONE_EXPORT std::size_t UnsafeLength(std::string_view bytes) noexcept;
 
 /// Appends a text from outside as one that a terminal can be shown: control characters,
 /// those that turn the direction of writing, and bytes that are not UTF-8 stand escaped.

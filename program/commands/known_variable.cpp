@@ -33,11 +33,8 @@ const char* WordsOf(EnumKSDataType type) {
 }
 
 /// Whether a rule of the kind can judge values of the type.
-bool Judges(EnumRuleType type, EnumKSDataType values) {
-  if (type == kTableMd5) return values == KSDataTable;
-  const bool isText =
-      type == kStrEqual || type == kStrNoEqual || type == kStrEnum || type == kStrRegex;
-  return isText ? values == KSDataString : IsNumber(values);
+bool Judges(const RuleKind& rule, EnumKSDataType values) {
+  return values != KSDataUnknown && AlgTypeOf(values) == rule.family;
 }
 
 /// Makes a number one of the type; false when it is none.
@@ -118,20 +115,20 @@ EnumKSDataType TypeOfCode(std::int32_t typeCode) {
   return KSDataUnknown;
 }
 
-EnumKSDataType TypeOfParameter(EnumRuleType type, const JsonValue& parameter) {
-  if (type == kTableMd5) return KSDataTable;
-  if (Judges(type, KSDataString)) return KSDataString;
+EnumKSDataType TypeOfParameter(const RuleKind& rule, const JsonValue& parameter) {
+  if (rule.family == KSAlgTable) return KSDataTable;
+  if (rule.family == KSAlgString) return KSDataString;
   return HoldsReal(parameter) ? KSDataDouble : KSDataInt64;
 }
 
-std::string KnownVariable::Fit(EnumRuleType type, JsonValue& parameter, bool& isConverted) {
+std::string KnownVariable::Fit(const RuleKind& rule, JsonValue& parameter, bool& isConverted) {
   const EnumKSDataType stored = TypeOfHistory(history);
   const EnumKSDataType values = defined != KSDataUnknown ? defined : stored;
   isConverted = false;
   if (values == KSDataUnknown) return {};
-  if (!Judges(type, values)) {
+  if (!Judges(rule, values)) {
     return std::string("the variable holds ") + WordsOf(values) + ", and the rule judges " +
-           WordsOf(TypeOfParameter(type, parameter));
+           WordsOf(TypeOfParameter(rule, parameter));
   }
   if (!IsNumber(values)) return {};  // a text or table begins a new history where it must
   if (std::string fault = FitNumbers(values, parameter); !fault.empty()) return fault;

@@ -6,6 +6,7 @@
 
 #include "keelstone/json_value.h"
 #include "keelstone/rule_enums.h"
+#include "keelstone/rule_kinds.h"
 
 namespace keelstone::host {
 
@@ -15,7 +16,7 @@ EnumKSDataType TypeOfHistory(const std::string& history);
 EnumKSDataType TypeOfCode(std::int32_t typeCode);
 /// The type of the values that a rule of this kind is for, as its parameter is written: whole
 /// numbers, unless one of the parameter's is not.
-EnumKSDataType TypeOfParameter(EnumRuleType type, const JsonValue& parameter);
+EnumKSDataType TypeOfParameter(const RuleKind& rule, const JsonValue& parameter);
 
 /// What is known of the values of a variable that is to get a rule.
 struct KnownVariable {
@@ -25,7 +26,7 @@ struct KnownVariable {
   /// Makes the rule's parameter and the history those of the variable's values: whole
   /// numbers become real ones where those are defined. The text says what cannot be
   /// converted and why; empty: all is. `isConverted`: the history is another one now.
-  std::string Fit(EnumRuleType type, JsonValue& parameter, bool& isConverted);
+  std::string Fit(const RuleKind& rule, JsonValue& parameter, bool& isConverted);
 };
 
 }  // namespace keelstone::host

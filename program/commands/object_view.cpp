@@ -12,6 +12,7 @@
 #include "keelstone/explanation.h"
 #include "keelstone/ini_reader.h"
 #include "keelstone/json_reader.h"
+#include "keelstone/rule_kinds.h"
 #include "keelstone/setting_paths.h"
 #include "program/commands/known_variable.h"
 #include "program/time_text.h"
@@ -47,17 +48,14 @@ const JsonValue* FindMember(const JsonValue& document, const std::vector<std::st
 }
 
 /// The general settings that a learned rule of the type is judged and learned by.
-std::vector<ShownSetting> SettingsOf(EnumRuleType type, const JsonValue& stored) {
-  const std::string start = std::string(RuleTypeName(type)) + ".";
+std::vector<ShownSetting> SettingsOf(const RuleKind& rule, const JsonValue& stored) {
+  const std::string start = std::string(rule.name) + ".";
   const JsonValue defaults = DefaultGeneralSettings();
   std::vector<ShownSetting> settings;
   for (const SettingPath& path : SettingPaths()) {
     const bool isOwn = !path.members.empty() && path.path.starts_with(start);
-    // Two that types read beyond their own.
-    const bool isLent = (type == kIntRange && path.path == "intEnum.alertThreshold") ||
-                        (type == kTableMd5 && path.path == ".timeIntervalLimit");
-    // Tables are learned again by the lent interval, whatever their own says.
-    const bool isUnread = type == kTableMd5 && path.path == start + "timeIntervalLimit";
+    const bool isLent = rule.lentSetting != nullptr && path.path == rule.lentSetting;
+    const bool isUnread = rule.isIntervalLent && path.path == start + "timeIntervalLimit";
     if ((!isOwn && !isLent) || isUnread) continue;
     const JsonValue* const value = FindMember(stored, path.members);
     const JsonValue* const usual = FindMember(defaults, path.members);
@@ -81,9 +79,8 @@ EnumKSDataType TypeWithoutHistory(const DomainView& domain, const StoredObject& 
   for (const int code : {stored.variableType, isDefined ? definition.variableType : 0}) {
     if (const EnumKSDataType type = TypeOfCode(code); type != KSDataUnknown) return type;
   }
-  const bool isRule = stored.ruleType >= 0 && stored.ruleType < kRuleTypeCount;
-  return isRule ? TypeOfParameter(static_cast<EnumRuleType>(stored.ruleType), parameter)
-                : KSDataUnknown;
+  const RuleKind* const rule = FindRuleKind(static_cast<EnumRuleType>(stored.ruleType));
+  return rule != nullptr ? TypeOfParameter(*rule, parameter) : KSDataUnknown;
 }
 
 template <class Point>
@@ -218,12 +215,13 @@ ObjectView ViewObject(const DomainView& domain, const StoredObject& stored) {
   const std::string& history = view.isHistoryRead ? stored.history : std::string();
   std::shared_ptr<IRuleBase> rule;
   if (stored.hasRule) rule = MakeRule(domain.id, stored, view.dataType, history);
-  if (rule) {
-    const bool isTrend = view.ruleType == kIntConstant || view.ruleType == kIntIncrease;
-    // The rule reads whole numbers as real ones where its values are.
-    const bool isWhole = TypeOfParameter(view.ruleType, parameter) == KSDataInt64;
+  const RuleKind* const kind = FindRuleKind(view.ruleType);
+  if (rule && kind != nullptr) {
+    // The rule reads whole numbers as real ones where its values are, and shows a number where
+    // none is learned yet.
+    const bool isAsStored = kind->followsValues || TypeOfParameter(*kind, parameter) == KSDataInt64;
     view.expected = KSExpectation::Of(
-        view.ruleType, isTrend || isWhole ? stored.parameter : rule->GetRuleParam(), view.dataType);
+        view.ruleType, isAsStored ? stored.parameter : rule->GetRuleParam(), view.dataType);
     TakeHistory(rule->GetHistoryData().get(), rule.get(), view);
     FindReference(view);
   } else {
@@ -235,8 +233,8 @@ ObjectView ViewObject(const DomainView& domain, const StoredObject& stored) {
   FindBlock(domain, view);
 
   if (!view.hasRule || view.isLearned) {
-    if (rule) {
-      view.settings = SettingsOf(view.ruleType, domain.generalSettings);
+    if (rule && kind != nullptr) {
+      view.settings = SettingsOf(*kind, domain.generalSettings);
     } else {
       view.settings.push_back(domain.interval);
     }

@@ -80,9 +80,9 @@ std::string NameOf(const RuleOptions& options) {
 }
 
 /// Reads type and parameter; why they are no rule, or nothing.
-std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& parameter) {
-  type = RuleTypeByName(options.type);
-  if (type == kRuleTypeNone) {
+std::string ReadRule(const RuleOptions& options, const RuleKind*& kind, JsonValue& parameter) {
+  kind = FindRuleKind(options.type);
+  if (kind == nullptr) {
     return "--type: there is no rule type \"" + options.type + "\"; there is " + RuleTypeNames();
   }
   JsonParseError error;
@@ -90,14 +90,15 @@ std::string ReadRule(const RuleOptions& options, EnumRuleType& type, JsonValue& 
   if (!JsonReader::Parse(options.parameter, parameter, &error, reading)) {
     return "--parameter: not JSON: " + error.message + " at byte " + std::to_string(error.offset);
   }
-  const std::string fault = ParameterFault(type, parameter);
+  const std::string fault = ParameterFault(*kind, parameter);
   return fault.empty() ? fault : "--parameter of " + options.type + ": " + fault;
 }
 
 /// The rule as it is stored, its parameter and the history made those of the variable's
 /// values; why they cannot be, or nothing.
-std::string MakeRule(const RuleOptions& options, JsonValue& parameter, PrescribedRule& rule,
-                     bool& isDefined) {
+std::string MakeRule(const RuleOptions& options, const RuleKind& kind, JsonValue& parameter,
+                     PrescribedRule& rule, bool& isDefined) {
+  rule.type = kind.type;
   KSDataManagerSql manager;
   manager.Init(options.common.domain);
   RuleDefinitionData defined;
@@ -111,7 +112,7 @@ std::string MakeRule(const RuleOptions& options, JsonValue& parameter, Prescribe
   if (!fault.empty()) return fault;
   variable.history = std::move(stored.history);
   bool isConverted = false;
-  fault = variable.Fit(rule.type, parameter, isConverted);
+  fault = variable.Fit(kind, parameter, isConverted);
   if (!fault.empty()) return fault;
   rule.parameter = parameter.toString();
   if (isConverted) rule.history = std::move(variable.history);
@@ -155,9 +156,10 @@ int RunRuleSet(const RuleOptions& options) {
   PrescribedRule rule;
   JsonValue parameter;
   bool isDefined = false;
-  std::string fault = ReadRule(options, rule.type, parameter);
+  const RuleKind* kind = nullptr;
+  std::string fault = ReadRule(options, kind, parameter);
   if (fault.empty()) fault = DomainFault(options.common.domain, true);
-  if (fault.empty()) fault = MakeRule(options, parameter, rule, isDefined);
+  if (fault.empty()) fault = MakeRule(options, *kind, parameter, rule, isDefined);
   if (!fault.empty()) return Fail(kSetName, fault, kExitUnusable);
   fault = PrescribeRule(options.common.domain, rule);
   if (!fault.empty()) return Fail(kSetName, fault, kExitBrokenOff);

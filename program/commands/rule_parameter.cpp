@@ -1,51 +1,14 @@
 #include "program/commands/rule_parameter.h"
 
-#include <array>
-#include <vector>
-
-#include "keelstone/bounded_regex.h"
+#include "keelstone/pattern_fault.h"
 #include "keelstone/rule_global_setting.h"
 
 namespace keelstone::host {
 
 namespace {
 
-enum class MemberKind { kText, kTexts, kNumber, kNumbers, kBool, kPattern };
-
 constexpr const char* kPattern =
     "a regular expression in Perl's syntax, of at most 256 KiB, without recursion and (*ACCEPT)";
-
-struct Member {
-  const char* name;
-  MemberKind kind;
-  bool required = true;
-};
-
-std::vector<Member> MembersOf(EnumRuleType type) {
-  switch (type) {
-    case kStrEqual:
-      return {{"ruleParam", MemberKind::kText}};
-    case kStrRegex:
-      return {{"ruleParam", MemberKind::kPattern}};
-    case kStrNoEqual:
-    case kStrEnum:
-      return {{"ruleParam", MemberKind::kTexts}};
-    case kIntNoEqual:
-    case kIntEnum:
-      return {{"ruleParam", MemberKind::kNumbers}};
-    case kIntRange:
-      return {{"minValue", MemberKind::kNumber}, {"maxValue", MemberKind::kNumber}};
-    case kIntConstant:
-    case kIntIncrease:
-      return {{"ruleParam", MemberKind::kNumber, false}};
-    case kTableMd5:
-      return {{"hashCmp", MemberKind::kText},
-              {"hashSort", MemberKind::kBool, false},
-              {"hashColumns", MemberKind::kTexts, false}};
-    default:
-      return {{"ruleParam", MemberKind::kNumber}};
-  }
-}
 
 bool IsArrayOf(const JsonValue& value, bool (*fits)(const JsonValue&)) {
   if (!value.isArray() || value.empty()) return false;
@@ -59,19 +22,19 @@ bool IsText(const JsonValue& value) { return value.isString(); }
 bool IsNumber(const JsonValue& value) { return value.isNumeric(); }
 
 /// What the member must be; nullptr when it is.
-const char* Demand(MemberKind kind, const JsonValue& value) {
+const char* Demand(ParameterKind kind, const JsonValue& value) {
   switch (kind) {
-    case MemberKind::kText:
+    case ParameterKind::kText:
       return IsText(value) ? nullptr : "a text";
-    case MemberKind::kTexts:
+    case ParameterKind::kTexts:
       return IsArrayOf(value, IsText) ? nullptr : "an array of texts, one at least";
-    case MemberKind::kNumber:
+    case ParameterKind::kNumber:
       return IsNumber(value) ? nullptr : "a number";
-    case MemberKind::kNumbers:
+    case ParameterKind::kNumbers:
       return IsArrayOf(value, IsNumber) ? nullptr : "an array of numbers, one at least";
-    case MemberKind::kBool:
+    case ParameterKind::kBool:
       return value.isBool() ? nullptr : "true or false";
-    case MemberKind::kPattern:
+    case ParameterKind::kPattern:
       break;
   }
   if (!IsText(value)) return "a text";
@@ -80,11 +43,12 @@ const char* Demand(MemberKind kind, const JsonValue& value) {
 
 std::string Named(const char* name) { return std::string("\"") + name + "\""; }
 
-std::string UnknownMember(const std::vector<Member>& members, const JsonValue& parameter) {
+std::string UnknownMember(const RuleKind& rule, const JsonValue& parameter) {
   for (const std::string& name : parameter.getMemberNames()) {
     bool isKnown = false;
     std::string known;
-    for (const Member& member : members) {
+    for (const ParameterMember& member : rule.parameter) {
+      if (member.name == nullptr) break;
       isKnown |= name == member.name;
       known.append(known.empty() ? "" : ", ").append(Named(member.name));
     }
@@ -95,15 +59,6 @@ std::string UnknownMember(const std::vector<Member>& members, const JsonValue& p
 
 }  // namespace
 
-EnumRuleType RuleTypeByName(const std::string& name) {
-  for (int type = 0; type < kRuleTypeCount; ++type) {
-    if (name == RuleTypeName(static_cast<EnumRuleType>(type))) {
-      return static_cast<EnumRuleType>(type);
-    }
-  }
-  return kRuleTypeNone;
-}
-
 std::string RuleTypeNames() {
   std::string names;
   for (int type = 0; type < kRuleTypeCount; ++type) {
@@ -112,21 +67,21 @@ std::string RuleTypeNames() {
   return names;
 }
 
-std::string ParameterFault(EnumRuleType type, const JsonValue& parameter) {
+std::string ParameterFault(const RuleKind& rule, const JsonValue& parameter) {
   if (!parameter.isObject()) return "it must be a JSON object";
-  const std::vector<Member> members = MembersOf(type);
-  for (const Member& member : members) {
+  for (const ParameterMember& member : rule.parameter) {
+    if (member.name == nullptr) break;
     const JsonValue* const value = parameter.find(member.name);
-    if (value == nullptr && !member.required) continue;
+    if (value == nullptr && !member.isRequired) continue;
     if (value == nullptr) return Named(member.name) + " is missing";
     const char* const demand = Demand(member.kind, *value);
     if (demand != nullptr) return Named(member.name) + " must be " + demand;
   }
-  if (type == kIntRange &&
+  if (rule.expectation == kExpectBounds &&
       parameter.find("minValue")->asDouble() > parameter.find("maxValue")->asDouble()) {
     return "\"minValue\" is above \"maxValue\"";
   }
-  return UnknownMember(members, parameter);
+  return UnknownMember(rule, parameter);
 }
 
 }  // namespace keelstone::host

@@ -4,17 +4,15 @@
 #include <string>
 
 #include "keelstone/json_value.h"
-#include "keelstone/rule_enums.h"
+#include "keelstone/rule_kinds.h"
 
 namespace keelstone::host {
 
-/// The rule type of this name ("intLEQ"); kRuleTypeNone when there is none.
-EnumRuleType RuleTypeByName(const std::string& name);
-/// All names, separated by ", ".
+/// The names of all rule types, separated by ", ".
 std::string RuleTypeNames();
 
 /// What keeps a parameter from being one of this kind of rule; empty when nothing does.
-std::string ParameterFault(EnumRuleType type, const JsonValue& parameter);
+std::string ParameterFault(const RuleKind& rule, const JsonValue& parameter);
 
 }  // namespace keelstone::host
 

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "keelstone/data_manager.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 
 namespace keelstone {
 

@@ -8,9 +8,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/text/numbers.h"
 #include "keelstone/history_data.h"
 #include "keelstone/json_reader.h"
-#include "keelstone/numbers.h"
 #include "keelstone/text_rule_data.h"
 
 namespace keelstone {

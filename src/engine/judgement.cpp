@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "base/text/numbers.h"
 #include "keelstone/algorithm_manager.h"
-#include "keelstone/numbers.h"
 #include "learn/rule_learning.h"
 
 namespace keelstone {

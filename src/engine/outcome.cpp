@@ -1,7 +1,8 @@
 #include "engine/outcome.h"
 
+#include "base/text/numbers.h"
 #include "keelstone/logger.h"
-#include "keelstone/numbers.h"
+#include "records/rule_kind_rows.h"
 
 namespace keelstone {
 
@@ -28,8 +29,7 @@ void Outcome::Conclude(const Case& judged) {
   IRuleBase& rule = judged.rule;
   RuleDefinitionData& own = *judged.definition.own;
   if (IsBroken(judged)) CollectAlert(judged.variable, own.ruleType, own.ruleParam);
-  const bool followsValue =
-      (rule.GetType() == kIntConstant || rule.GetType() == kIntIncrease) && !rule.IsDynamic();
+  const bool followsValue = KindOf(rule.GetType()).followsValues && !rule.IsDynamic();
   if (followsValue) rule.UpdateParam(judged.point);
   own.ruleType = rule.GetType();
   own.ruleParam = rule.GetRuleParam();

@@ -2,8 +2,8 @@
 
 #include <optional>
 
+#include "base/text/numbers.h"
 #include "engine/value_check.h"
-#include "keelstone/numbers.h"
 #include "model/history/history_scan.h"
 
 namespace keelstone {

@@ -7,7 +7,7 @@
 #include "engine/look_up.h"
 #include "engine/typed_value.h"
 #include "keelstone/rule_records.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 
 namespace keelstone {
 

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "base/text/numbers.h"
 #include "base/text/strings.h"
-#include "keelstone/numbers.h"
 #include "keelstone/table_data_point.h"
 
 namespace keelstone {

@@ -3,56 +3,16 @@
 #include <cstdint>
 #include <variant>
 
-#include "model/rules/numeric_rules.h"
-#include "model/rules/string_rules.h"
+#include "learn/rule_type_table.h"
 
 namespace keelstone {
 
 namespace {
 
-template <class Rule, class Value>
-std::optional<bool> Check(std::string_view param, const Value& value) {
-  typename Rule::Data data;
-  if (!data.TakeOwnText(param)) return std::nullopt;
-  return Rule::Breaks(data, value);
-}
-
 template <class T>
-std::optional<bool> CheckNumber(EnumRuleType type, std::string_view param, const T* value) {
-  if (value == nullptr) return std::nullopt;
-  switch (type) {
-    case kIntEqual:
-      return Check<NumericEqualRule<T>>(param, *value);
-    case kIntNoEqual:
-      return Check<NumericNotEqualRule<T>>(param, *value);
-    case kIntEnum:
-      return Check<NumericEnumRule<T>>(param, *value);
-    case kIntRange:
-      return Check<NumericRangeRule<T>>(param, *value);
-    case kIntConstant:
-      return Check<NumericConstantRule<T>>(param, *value);
-    case kIntIncrease:
-      return Check<NumericIncreaseRule<T>>(param, *value);
-    case kIntLEQ:
-      return Check<NumericLessEqualRule<T>>(param, *value);
-    case kIntGEQ:
-      return Check<NumericGreaterEqualRule<T>>(param, *value);
-    default:
-      return std::nullopt;
-  }
-}
-
-std::optional<bool> CheckText(EnumRuleType type, std::string_view param, std::string_view value) {
-  switch (type) {
-    case kStrEqual:
-      return Check<KSStringEqualRule>(param, value);
-    case kStrNoEqual:
-      return Check<KSStrNoEqualRule>(param, value);
-    case kStrEnum:
-      return Check<KSStringEnumRule>(param, value);
-    default:
-      return std::nullopt;
-  }
+std::optional<bool> Check(EnumRuleType type, std::string_view param, const TypedValue& value) {
+  const T* const content = std::get_if<T>(&value.content());
+  return content == nullptr ? std::nullopt : BreaksParameter(type, param, *content);
 }
 
 }  // namespace
@@ -60,13 +20,13 @@ std::optional<bool> CheckText(EnumRuleType type, std::string_view param, std::st
 std::optional<bool> BreaksRule(const TypedValue& value, EnumRuleType type, std::string_view param) {
   switch (value.dataType()) {
     case KSDataInt64:
-      return CheckNumber(type, param, std::get_if<std::int64_t>(&value.content()));
+      return Check<std::int64_t>(type, param, value);
     case KSDataFloat:
-      return CheckNumber(type, param, std::get_if<float>(&value.content()));
+      return Check<float>(type, param, value);
     case KSDataDouble:
-      return CheckNumber(type, param, std::get_if<double>(&value.content()));
+      return Check<double>(type, param, value);
     case KSDataString:
-      return CheckText(type, param, std::get<std::string_view>(value.content()));
+      return Check<std::string_view>(type, param, value);
     default:
       return std::nullopt;
   }

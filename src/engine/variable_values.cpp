@@ -3,11 +3,11 @@
 #include <memory>
 #include <utility>
 
+#include "base/text/numbers.h"
 #include "keelstone/compressor.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/json_value.h"
 #include "keelstone/logger.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 

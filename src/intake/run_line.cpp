@@ -8,7 +8,7 @@
 #include <optional>
 #include <utility>
 
-#include "keelstone/table_value.h"
+#include "intake/table_value.h"
 #include "keelstone/text_escape.h"
 
 namespace keelstone {

@@ -1,4 +1,4 @@
-#include "keelstone/table_value.h"
+#include "intake/table_value.h"
 
 #include <algorithm>
 #include <charconv>
@@ -8,7 +8,7 @@
 #include <unordered_set>
 
 #include "base/text/md5.h"
-#include "keelstone/numbers.h"
+#include "base/text/numbers.h"
 #include "keelstone/text_escape.h"
 
 namespace keelstone {

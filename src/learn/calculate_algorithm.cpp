@@ -1,8 +1,8 @@
 #include "keelstone/calculate_algorithm.h"
 
-#include "keelstone/rule_settings.h"
 #include "learn/rule_learning.h"
 #include "learn/rule_type_table.h"
+#include "settings/rule_settings.h"
 
 namespace keelstone {
 

@@ -6,7 +6,7 @@
 
 #include "keelstone/rule_base.h"
 #include "keelstone/rule_enums.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 
 namespace keelstone {
 

@@ -2,72 +2,84 @@
 
 #include <array>
 #include <cstddef>
+#include <string>
+#include <type_traits>
 
-#include "model/rules/numeric_rules.h"
-#include "model/rules/regex_rule.h"
-#include "model/rules/string_rules.h"
-#include "model/rules/table_md5_rule.h"
+#include "learn/rule_classes.h"
 
 namespace keelstone {
 
 namespace {
 
-/// The class of a rule type.
-struct RuleTypeRow {
-  EnumRuleType type;
-  std::shared_ptr<IRuleBase> (*make)(EnumRuleType, EnumKSDataType);
-};
-
-template <template <class> class Rule>
-std::shared_ptr<IRuleBase> MakeNumeric(EnumRuleType type, EnumKSDataType dataType) {
-  switch (dataType) {
-    case KSDataInt64:
-      return std::make_shared<Rule<std::int64_t>>(type);
-    case KSDataFloat:
-      return std::make_shared<Rule<float>>(type);
-    case KSDataDouble:
-      return std::make_shared<Rule<double>>(type);
-    default:
-      return nullptr;
+template <EnumRuleType kType>
+std::shared_ptr<IRuleBase> Make(EnumKSDataType dataType) {
+  if constexpr (KindOf(kType).family != KSAlgNumerical) {
+    return std::make_shared<RuleClass<kType, std::string>>();
+  } else {
+    switch (dataType) {
+      case KSDataInt64:
+        return std::make_shared<RuleClass<kType, std::int64_t>>();
+      case KSDataFloat:
+        return std::make_shared<RuleClass<kType, float>>();
+      case KSDataDouble:
+        return std::make_shared<RuleClass<kType, double>>();
+      default:
+        return nullptr;
+    }
   }
 }
 
-/// Strings and tables have one class whatever the data type.
-template <class Rule>
-std::shared_ptr<IRuleBase> Make(EnumRuleType type, EnumKSDataType) {
-  return std::make_shared<Rule>(type);
+constexpr auto kMakers = ForEachRuleType([]<EnumRuleType kType> { return &Make<kType>; });
+
+template <class Value>
+using Check = std::optional<bool> (*)(std::string_view, Value);
+
+template <class Rule, class Value>
+std::optional<bool> CheckWith(std::string_view param, Value value) {
+  typename Rule::Data data;
+  if (!data.TakeOwnText(param)) return std::nullopt;
+  return Rule::Breaks(data, value);
 }
 
-constexpr std::array kRows = {
-    RuleTypeRow{kStrEqual, Make<KSStringEqualRule>},
-    RuleTypeRow{kStrNoEqual, Make<KSStrNoEqualRule>},
-    RuleTypeRow{kStrEnum, Make<KSStringEnumRule>},
-    RuleTypeRow{kStrRegex, Make<KSStrRegexRule>},
-    RuleTypeRow{kIntEqual, MakeNumeric<NumericEqualRule>},
-    RuleTypeRow{kIntNoEqual, MakeNumeric<NumericNotEqualRule>},
-    RuleTypeRow{kIntEnum, MakeNumeric<NumericEnumRule>},
-    RuleTypeRow{kIntRange, MakeNumeric<NumericRangeRule>},
-    RuleTypeRow{kIntConstant, MakeNumeric<NumericConstantRule>},
-    RuleTypeRow{kIntIncrease, MakeNumeric<NumericIncreaseRule>},
-    RuleTypeRow{kIntLEQ, MakeNumeric<NumericLessEqualRule>},
-    RuleTypeRow{kIntGEQ, MakeNumeric<NumericGreaterEqualRule>},
-    RuleTypeRow{kTableMd5, Make<KSTableMd5EqualRule>},
-};
-static_assert(kRows.size() == kRuleTypeCount);
-
-constexpr bool IsInOrder() {
-  for (std::size_t i = 0; i < kRows.size(); ++i) {
-    if (static_cast<std::size_t>(kRows[i].type) != i) return false;
+template <EnumRuleType kType, class Value>
+constexpr Check<Value> CheckOf() {
+  constexpr EnumAlgType kFamily = std::is_arithmetic_v<Value> ? KSAlgNumerical : KSAlgString;
+  if constexpr (KindOf(kType).isCheckedByParameter && KindOf(kType).family == kFamily) {
+    return &CheckWith<RuleClass<kType, Value>, Value>;
+  } else {
+    return nullptr;
   }
-  return true;
 }
-static_assert(IsInOrder());
+
+template <class Value>
+constexpr auto kChecks =
+    ForEachRuleType([]<EnumRuleType kType> { return CheckOf<kType, Value>(); });
+
+template <class Value>
+std::optional<bool> CheckValue(EnumRuleType type, std::string_view param, Value value) {
+  const Check<Value> check =
+      IsRuleType(type) ? kChecks<Value>[static_cast<std::size_t>(type)] : nullptr;
+  return check == nullptr ? std::nullopt : check(param, value);
+}
 
 }  // namespace
 
 std::shared_ptr<IRuleBase> MakeRule(EnumRuleType type, EnumKSDataType dataType) {
-  if (type < 0 || type >= kRuleTypeCount) return nullptr;
-  return kRows[static_cast<std::size_t>(type)].make(type, dataType);
+  return IsRuleType(type) ? kMakers[static_cast<std::size_t>(type)](dataType) : nullptr;
+}
+
+std::optional<bool> BreaksParameter(EnumRuleType type, std::string_view param, std::int64_t value) {
+  return CheckValue(type, param, value);
+}
+std::optional<bool> BreaksParameter(EnumRuleType type, std::string_view param, float value) {
+  return CheckValue(type, param, value);
+}
+std::optional<bool> BreaksParameter(EnumRuleType type, std::string_view param, double value) {
+  return CheckValue(type, param, value);
+}
+std::optional<bool> BreaksParameter(EnumRuleType type, std::string_view param,
+                                    std::string_view value) {
+  return CheckValue(type, param, value);
 }
 
 }  // namespace keelstone

@@ -4,9 +4,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "base/text/numbers.h"
 #include "keelstone/json_reader.h"
-#include "keelstone/numbers.h"
-#include "keelstone/rule_global_setting.h"
 
 namespace keelstone {
 
@@ -20,30 +19,6 @@ constexpr std::array<const char*, 11> kKindNames = {"none",     "value",   "notV
                                                     "bounds",   "atMost",  "atLeast",  "increasing",
                                                     "constant", "pattern", "digest"};
 
-/// How each kind of rule is told: `words` before its parameter, `unread` when it has none
-/// (a counter that is being learned carries no bound).
-struct Wording {
-  EnumExpectationKind kind;
-  const char* words;
-  const char* unread;
-};
-
-constexpr std::array<Wording, kRuleTypeCount> kWordings = {{
-    {kExpectValue, "always ", "always the same"},                 // strEqual
-    {kExpectNotValue, "none of ", ""},                            // strNoEqual
-    {kExpectSet, "one of ", ""},                                  // strEnum
-    {kExpectPattern, "matching ", ""},                            // strRegex
-    {kExpectValue, "always ", "always the same"},                 // intEqual
-    {kExpectNotValue, "none of ", ""},                            // intNoEqual
-    {kExpectSet, "one of ", ""},                                  // intEnum
-    {kExpectBounds, "between ", ""},                              // intRange
-    {kExpectConstant, "constant at ", "constant"},                // intConstant
-    {kExpectIncreasing, "rising above ", "rising"},               // intIncrease
-    {kExpectAtMost, "at most ", ""},                              // intLEQ
-    {kExpectAtLeast, "at least ", ""},                            // intGEQ
-    {kExpectDigest, "the table with digest ", "the same table"},  // tableMd5
-}};
-
 std::string ListInWords(const std::vector<JsonValue>& values, EnumKSDataType dataType) {
   std::string text;
   for (std::size_t i = 0; i < values.size(); ++i) {
@@ -55,9 +30,8 @@ std::string ListInWords(const std::vector<JsonValue>& values, EnumKSDataType dat
 }
 
 /// Takes the parameter's data; false when it lacks what the kind compares with.
-bool TakeData(const JsonValue& document, KSExpectation& expected) {
-  const JsonValue* const parameter =
-      document.find(expected.kind == kExpectDigest ? "hashCmp" : "ruleParam");
+bool TakeData(const JsonValue& document, const RuleKind& rule, KSExpectation& expected) {
+  const JsonValue* const parameter = document.find(rule.parameter.front().name);
   switch (expected.kind) {
     case kExpectBounds: {
       const JsonValue* const least = document.find("minValue");
@@ -127,15 +101,15 @@ const char* ExpectationKindName(EnumExpectationKind kind) {
 KSExpectation KSExpectation::Of(EnumRuleType type, const std::string& parameter,
                                 EnumKSDataType dataType) {
   KSExpectation expected;
-  if (type >= 0 && type < kRuleTypeCount) {
-    const Wording& wording = kWordings[static_cast<std::size_t>(type)];
-    expected.kind = wording.kind;
-    expected.isTrimmed = type == kStrEqual;
-    expected.words = wording.unread;
+  const RuleKind* const rule = FindRuleKind(type);
+  if (rule != nullptr) {
+    expected.kind = rule->expectation;
+    expected.isTrimmed = rule->isTrimmed;
+    expected.words = rule->unread;
     JsonValue document;
     const bool isRead = parameter.empty() || JsonReader::Parse(parameter, document);
-    if (isRead && TakeData(document, expected)) {
-      expected.words = wording.words + DataInWords(expected, dataType);
+    if (isRead && TakeData(document, *rule, expected)) {
+      expected.words = rule->words + DataInWords(expected, dataType);
       return expected;
     }
     if (isRead && document.empty() && !expected.words.empty()) {
@@ -144,8 +118,8 @@ KSExpectation KSExpectation::Of(EnumRuleType type, const std::string& parameter,
     }
   }
   expected = KSExpectation();
-  const std::string name = RuleTypeName(type);
-  expected.words = (name.empty() ? "no rule" : name) + " " + CutText(parameter, kShownBytes);
+  const std::string name = rule == nullptr ? "no rule" : rule->name;
+  expected.words = name + " " + CutText(parameter, kShownBytes);
   return expected;
 }
 

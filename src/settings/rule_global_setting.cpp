@@ -1,10 +1,13 @@
 #include "keelstone/rule_global_setting.h"
 
+#include <cstddef>
 #include <initializer_list>
+#include <type_traits>
 
 #include "keelstone/json_reader.h"
 #include "keelstone/logger.h"
-#include "settings/rule_kinds.h"
+#include "records/rule_kind_rows.h"
+#include "settings/setting_classes.h"
 
 namespace keelstone {
 
@@ -107,11 +110,19 @@ constexpr Fields<Other> kFields<Other> = {
     {"dataCountHistory", &Other::dataCountHistory},
 };
 
+/// The class whose table a settings class is filled by.
+template <class Setting>
+using Described =
+    std::conditional_t<std::is_base_of_v<Lasting, Setting>, Lasting,
+                       std::conditional_t<std::is_base_of_v<Trend, Setting>, Trend, Setting>>;
+
 template <class Setting>
 bool Load(const JsonValue& document, const char* key, Setting& setting) {
+  using Class = Described<Setting>;
+  static_assert(kFields<Class>.size() > 0, "the settings have a table of their fields");
   try {
     const JsonValue& object = document[key];
-    for (const Field<Setting>& field : kFields<Setting>) {
+    for (const Field<Class>& field : kFields<Class>) {
       const JsonValue& holder = field.group == nullptr ? object : object[field.group];
       const JsonValue& member = holder[field.key];
       if (field.whole != nullptr) {
@@ -126,11 +137,23 @@ bool Load(const JsonValue& document, const char* key, Setting& setting) {
   }
 }
 
+/// From the sub-object of the type whose settings these are.
+template <class Setting>
+bool LoadOwn(const JsonValue& document, Setting& setting) {
+  const char* key = "";
+  ForEachRuleType([&key]<EnumRuleType kType> {
+    if (std::is_same_v<SettingClass<kType>, Setting>) key = KindOf(kType).name;
+    return true;
+  });
+  return Load(document, key, setting);
+}
+
 /// The document that a settings object would be loaded from, in the order of its rows.
 template <class Setting>
 JsonValue Save(const Setting& setting) {
+  using Class = Described<Setting>;
   JsonValue object(JsonType::Object);
-  for (const Field<Setting>& field : kFields<Setting>) {
+  for (const Field<Class>& field : kFields<Class>) {
     JsonValue& holder = field.group == nullptr ? object : object[field.group];
     holder[field.key] =
         field.whole != nullptr ? JsonValue(setting.*field.whole) : JsonValue(setting.*field.ratio);
@@ -138,46 +161,48 @@ JsonValue Save(const Setting& setting) {
   return object;
 }
 
-template <class Setting, class... Arguments>
-std::shared_ptr<Setting> Loaded(const JsonValue& document, Arguments... arguments) {
-  auto setting = std::make_shared<Setting>(arguments...);
-  return setting->LoadSetting(document) ? setting : nullptr;
-}
+using LoadedBase = std::shared_ptr<KSRuleSettingBase>;
+constexpr auto kLoaders = ForEachRuleType([]<EnumRuleType kType> {
+  return +[](const JsonValue& document) { return LoadedBase(LoadedSettingOf<kType>(document)); };
+});
+constexpr auto kHaveOwn = ForEachRuleType([]<EnumRuleType kType> { return kHasOwnSetting<kType>; });
 
-/// Whether a type's settings are found under its own name although it has no class.
-bool HasOtherSetting(const RuleKind& row) { return row.settings == nullptr; }
+LoadedBase LoadedFor(EnumRuleType type, const KSRuleGlobalSetting& document) {
+  return IsRuleType(type) ? kLoaders[static_cast<std::size_t>(type)](document)
+                          : document.GetOtherSetting(type);
+}
 
 }  // namespace
 
 bool KSStrEqualRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load<KSLastingTextSetting>(document, RuleTypeName(kStrEqual), *this);
+  return LoadOwn(document, *this);
 }
 bool KSMd5TableRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load<KSLastingTextSetting>(document, RuleTypeName(kTableMd5), *this);
+  return LoadOwn(document, *this);
 }
 bool KSStrEnumRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load(document, RuleTypeName(kStrEnum), *this);
+  return LoadOwn(document, *this);
 }
 bool KSIntEnumRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load(document, RuleTypeName(kIntEnum), *this);
+  return LoadOwn(document, *this);
 }
 bool KSIntEqualRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load(document, RuleTypeName(kIntEqual), *this);
+  return LoadOwn(document, *this);
 }
 bool KSIntRangeRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load(document, RuleTypeName(kIntRange), *this);
+  return LoadOwn(document, *this);
 }
 bool KSIntConstantRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load<KSTrendRuleSetting>(document, RuleTypeName(kIntConstant), *this);
+  return LoadOwn(document, *this);
 }
 bool KSIntIncreaseRuleSetting::LoadSetting(const JsonValue& document) {
-  return Load<KSTrendRuleSetting>(document, RuleTypeName(kIntIncrease), *this);
+  return LoadOwn(document, *this);
 }
 
 bool KSOtherRuleSetting::LoadSetting(const JsonValue& document) {
   if (ruleType == kRuleTypeNone) return false;
-  const RuleKind* const row = FindRuleKind(ruleType);
-  return Load(document, row != nullptr && HasOtherSetting(*row) ? row->name : "", *this);
+  const bool isNamed = IsRuleType(ruleType) && !kHaveOwn[static_cast<std::size_t>(ruleType)];
+  return Load(document, isNamed ? KindOf(ruleType).name : "", *this);
 }
 
 KSRuleGlobalSetting::KSRuleGlobalSetting(const std::string& text) {
@@ -187,46 +212,46 @@ KSRuleGlobalSetting::KSRuleGlobalSetting(const std::string& text) {
 }
 
 std::shared_ptr<KSStrEqualRuleSetting> KSRuleGlobalSetting::GetStrEqualSetting() const {
-  return Loaded<KSStrEqualRuleSetting>(*this);
+  return LoadedSettingOf<kStrEqual>(*this);
 }
 std::shared_ptr<KSStrEnumRuleSetting> KSRuleGlobalSetting::GetStrEnumSetting() const {
-  return Loaded<KSStrEnumRuleSetting>(*this);
+  return LoadedSettingOf<kStrEnum>(*this);
 }
 std::shared_ptr<KSIntEnumRuleSetting> KSRuleGlobalSetting::GetIntEnumSetting() const {
-  return Loaded<KSIntEnumRuleSetting>(*this);
+  return LoadedSettingOf<kIntEnum>(*this);
 }
 std::shared_ptr<KSIntEqualRuleSetting> KSRuleGlobalSetting::GetIntEqualSetting() const {
-  return Loaded<KSIntEqualRuleSetting>(*this);
+  return LoadedSettingOf<kIntEqual>(*this);
 }
 std::shared_ptr<KSIntRangeRuleSetting> KSRuleGlobalSetting::GetIntRangeSetting() const {
-  return Loaded<KSIntRangeRuleSetting>(*this);
+  return LoadedSettingOf<kIntRange>(*this);
 }
 std::shared_ptr<KSIntConstantRuleSetting> KSRuleGlobalSetting::GetIntConstSetting() const {
-  return Loaded<KSIntConstantRuleSetting>(*this);
+  return LoadedSettingOf<kIntConstant>(*this);
 }
 std::shared_ptr<KSIntIncreaseRuleSetting> KSRuleGlobalSetting::GetIntIncreaseSetting() const {
-  return Loaded<KSIntIncreaseRuleSetting>(*this);
-}
-std::shared_ptr<KSOtherRuleSetting> KSRuleGlobalSetting::GetOtherSetting(EnumRuleType type) const {
-  return Loaded<KSOtherRuleSetting>(*this, type);
+  return LoadedSettingOf<kIntIncrease>(*this);
 }
 std::shared_ptr<KSMd5TableRuleSetting> KSRuleGlobalSetting::GetMD5TableSetting() const {
-  return Loaded<KSMd5TableRuleSetting>(*this);
+  return LoadedSettingOf<kTableMd5>(*this);
+}
+std::shared_ptr<KSOtherRuleSetting> KSRuleGlobalSetting::GetOtherSetting(EnumRuleType type) const {
+  auto setting = std::make_shared<KSOtherRuleSetting>(type);
+  return setting->LoadSetting(*this) ? setting : nullptr;
 }
 
 std::int32_t KSRuleGlobalSetting::GetHistoryDataCount(EnumRuleType type) const {
-  const RuleKind* const row = FindRuleKind(type);
-  const std::shared_ptr<KSRuleSettingBase> setting =
-      row != nullptr && row->settings != nullptr ? row->settings(*this) : GetOtherSetting(type);
+  const LoadedBase setting = LoadedFor(type, *this);
   return setting ? setting->GetDataCountHistory() : 30;
 }
 
 std::int32_t KSRuleGlobalSetting::GetLiveTMInterval(EnumRuleType type) const {
-  const RuleKind* const row = FindRuleKind(type);
-  const std::shared_ptr<KSRuleSettingBase> setting =
-      row != nullptr && row->typedInterval ? row->settings(*this) : GetOtherSetting(type);
+  const bool isLent = IsRuleType(type) && KindOf(type).isIntervalLent;
+  const LoadedBase setting = isLent ? GetOtherSetting(type) : LoadedFor(type, *this);
   return setting ? setting->GetTimeIntervalLimit() : 21600;
 }
+
+const char* RuleTypeName(EnumRuleType type) { return IsRuleType(type) ? KindOf(type).name : ""; }
 
 void LayOver(JsonValue& base, const JsonValue& top) {
   if (!base.isObject() || !top.isObject()) {
@@ -239,25 +264,12 @@ void LayOver(JsonValue& base, const JsonValue& top) {
 }
 
 JsonValue DefaultGeneralSettings() {
-  KSIntEqualRuleSetting intEqual;
-  intEqual.condition0DeltaEZero = 0.9;
   JsonValue document(JsonType::Object);
-  const auto set = [&document](EnumRuleType type, JsonValue object) {
-    document[RuleTypeName(type)] = std::move(object);
-  };
-  set(kStrEqual, Save<KSLastingTextSetting>(KSStrEqualRuleSetting()));
-  set(kStrNoEqual, Save(KSOtherRuleSetting(kStrNoEqual)));
-  set(kStrEnum, Save(KSStrEnumRuleSetting()));
-  set(kStrRegex, Save(KSOtherRuleSetting(kStrRegex)));
-  set(kIntEqual, Save(intEqual));
-  set(kIntNoEqual, Save(KSOtherRuleSetting(kIntNoEqual)));
-  set(kIntEnum, Save(KSIntEnumRuleSetting()));
-  set(kIntRange, Save(KSIntRangeRuleSetting()));
-  set(kIntConstant, Save<KSTrendRuleSetting>(KSIntConstantRuleSetting()));
-  set(kIntIncrease, Save<KSTrendRuleSetting>(KSIntIncreaseRuleSetting()));
-  set(kIntLEQ, Save(KSOtherRuleSetting(kIntLEQ)));
-  set(kIntGEQ, Save(KSOtherRuleSetting(kIntGEQ)));
-  set(kTableMd5, Save<KSLastingTextSetting>(KSMd5TableRuleSetting()));
+  ForEachRuleType([&document]<EnumRuleType kType> {
+    document[KindOf(kType).name] = Save(DefaultSettingOf<kType>());
+    return true;
+  });
+  document[KindOf(kIntEqual).name]["condition0"]["deltaEZero"] = 0.9;
   return document;
 }
 

@@ -1,4 +1,4 @@
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 
 #include <cstddef>
 
@@ -17,15 +17,7 @@ std::size_t SlotOf(EnumRuleType type) {
 }  // namespace
 
 RuleSettings::RuleSettings(const KSRuleGlobalSetting& document)
-    : strEqual(document.GetStrEqualSetting()),
-      strEnum(document.GetStrEnumSetting()),
-      intEqual(document.GetIntEqualSetting()),
-      intEnum(document.GetIntEnumSetting()),
-      intRange(document.GetIntRangeSetting()),
-      intConstant(document.GetIntConstSetting()),
-      intIncrease(document.GetIntIncreaseSetting()),
-      tableMd5(document.GetMD5TableSetting()),
-      limits_() {
+    : typed_(LoadedSettingsOf(document, EveryRuleType())), limits_() {
   for (int type = kRuleTypeNone; type <= kRuleTypeCount; ++type) {
     const auto ruleType = static_cast<EnumRuleType>(type);
     limits_[SlotOf(ruleType)] = {document.GetHistoryDataCount(ruleType),

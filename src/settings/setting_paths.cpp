@@ -7,7 +7,7 @@
 #include <numeric>
 #include <utility>
 
-#include "keelstone/numbers.h"
+#include "base/text/numbers.h"
 #include "keelstone/rule_global_setting.h"
 
 namespace keelstone {

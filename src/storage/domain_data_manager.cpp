@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "base/threads/thread_owned.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 #include "storage/tables/deferred_log.h"
 
 namespace keelstone {

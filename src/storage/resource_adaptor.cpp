@@ -1,4 +1,4 @@
-#include "keelstone/resource_adaptor.h"
+#include "storage/resource_adaptor.h"
 
 #include <boost/uuid/name_generator_sha1.hpp>
 #include <boost/uuid/uuid.hpp>

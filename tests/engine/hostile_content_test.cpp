@@ -7,7 +7,6 @@
 #include "keelstone/history_data.h"
 #include "keelstone/json_reader.h"
 #include "tests/engine/evaluated_unit.h"
-#include "tests/support/log_capture.h"
 #include "tests/support/odd_texts.h"
 #include "tests/support/points.h"
 #include "tests/support/tuned_domain.h"

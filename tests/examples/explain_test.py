@@ -4,15 +4,15 @@ and what is found is what is found without.
 Usage: explain_test.py EXAMPLES PROGRAM
 """
 import collections
-import gzip
 import json
 import os
 import re
 import struct
-import subprocess
 import sys
 import tempfile
 import unittest
+
+import recordings
 
 EXAMPLES, PROGRAM = sys.argv.pop(1), sys.argv.pop(1)
 
@@ -46,21 +46,18 @@ def as_judged(variable, value_type):
 
 
 class ExplainTest(unittest.TestCase):
-    def evaluate(self, folder, name, lines, *options):
-        example = os.path.join(EXAMPLES, name)
+    def evaluate(self, folder, example, lines, *options):
         root = os.path.join(folder, "root%d" % len(os.listdir(folder)))
-        subprocess.run([PROGRAM, "init", "--root", root, "--interval-time", "2", "--settings",
-                        os.path.join(example, "settings.json")], check=True, capture_output=True)
-        return subprocess.run([PROGRAM, "evaluate", "--root", root, "--enroll", "--quiet", *options],
-                              input=lines, check=True, capture_output=True).stdout
+        recordings.make_root(PROGRAM, example, root)
+        return recordings.evaluate(PROGRAM, root, lines, *options)
 
     def check(self, name):
-        with gzip.open(os.path.join(EXAMPLES, name, "recording.jsonl.gz")) as file:
-            lines = file.read()
+        example = os.path.join(EXAMPLES, name)
+        lines = recordings.lines_of(example)
         with tempfile.TemporaryDirectory() as folder:
-            plain = self.evaluate(folder, name, lines, "--format", "json")
-            explained = self.evaluate(folder, name, lines, "--format", "json", "--explain")
-            told = self.evaluate(folder, name, lines, "--format", "text").decode()
+            plain = self.evaluate(folder, example, lines, "--format", "json")
+            explained = self.evaluate(folder, example, lines, "--format", "json", "--explain")
+            told = self.evaluate(folder, example, lines, "--format", "text").decode()
 
         # What is found is the same, byte for byte; a run that only cleared something is extra.
         kept = [re.sub(rb',"explanations":\[.*$', b"}", line) for line in explained.splitlines()]

@@ -1,13 +1,14 @@
 """The lab's recording, evaluated, against its labels: what must be found, and how many false
 alerts are bearable."""
 
-import gzip
 import json
 import os
 import subprocess
 import sys
 import tempfile
 import unittest
+
+import recordings
 
 LAB, PROGRAM = sys.argv.pop(1), sys.argv.pop(1)
 
@@ -25,22 +26,17 @@ class LabScoreTest(unittest.TestCase):
 
         with tempfile.TemporaryDirectory() as folder:
             root = os.path.join(folder, "root")
-            subprocess.run([PROGRAM, "init", "--root", root, "--interval-time", "2",
-                            "--settings", os.path.join(LAB, "settings.json")],
-                           check=True, capture_output=True)
-            with gzip.open(recording) as file:
-                evaluated = subprocess.run(
-                    [PROGRAM, "evaluate", "--root", root, "--enroll", "--format", "json"],
-                    input=file.read(), check=True, capture_output=True)
+            recordings.make_root(PROGRAM, LAB, root)
+            results = recordings.evaluate(PROGRAM, root, recordings.lines_of(LAB), "--format", "json")
         scored = subprocess.run([os.path.join(LAB, "score"), "--json", labels, recording],
-                                input=evaluated.stdout, check=True, capture_output=True)
+                                input=results, check=True, capture_output=True)
         score = json.loads(scored.stdout)
         self.assertEqual(score["found"], len(faults), score)
         self.assertEqual(score["missed"], 0, score)
         self.assertLessEqual(score["false"], MOST_FALSE_ALERTS, score)
 
         # The table that the documents show.
-        shown = subprocess.run([os.path.join(LAB, "score"), labels, recording], input=evaluated.stdout,
+        shown = subprocess.run([os.path.join(LAB, "score"), labels, recording], input=results,
                                check=True, capture_output=True).stdout.decode()
         table = shown[shown.index("fault  "):shown.index("outside the windows")]
         for document in ("README.md", "docs/lab.md"):

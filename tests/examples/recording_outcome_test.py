@@ -7,16 +7,16 @@ With --print it writes the digests of this program instead, for recording_outcom
 
 import base64
 import ctypes
-import gzip
 import hashlib
 import json
 import os
 import re
 import sqlite3
-import subprocess
 import sys
 import tempfile
 import unittest
+
+import recordings
 
 PRINT = "--print" in sys.argv and not sys.argv.remove("--print")
 EXAMPLES, PROGRAM = sys.argv.pop(1), sys.argv.pop(1)
@@ -68,19 +68,15 @@ def stored_rows(root):
 
 def outcome(example, pieces):
     folder = os.path.join(EXAMPLES, example)
-    with gzip.open(os.path.join(folder, "recording.jsonl.gz")) as file:
-        runs = file.read().splitlines(keepends=True)
+    runs = recordings.lines_of(folder).splitlines(keepends=True)
     output = []
     with tempfile.TemporaryDirectory() as work:
         root = os.path.join(work, "root")
-        subprocess.run([PROGRAM, "init", "--root", root, "--interval-time", "2", "--settings",
-                        os.path.join(folder, "settings.json")], check=True, capture_output=True)
+        recordings.make_root(PROGRAM, folder, root)
         size = -(-len(runs) // pieces)
         for first in range(0, len(runs), size):
-            evaluated = subprocess.run(
-                [PROGRAM, "evaluate", "--root", root, "--enroll", "--format", "json"],
-                input=b"".join(runs[first:first + size]), check=True, capture_output=True)
-            output += evaluated.stdout.splitlines()
+            piece = b"".join(runs[first:first + size])
+            output += recordings.evaluate(PROGRAM, root, piece, "--format", "json").splitlines()
         return {"output": digest(output), "databases": digest(stored_rows(root))}
 
 

@@ -4,7 +4,7 @@
 
 #include "keelstone/cppsqlite3.h"
 #include "keelstone/rule_instance.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 #include "tests/fuzz/fuzz_home.h"
 
 namespace keelstone::fuzz {

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "base/text/utf8.h"
+#include "intake/table_value.h"
 #include "keelstone/compressor.h"
 #include "keelstone/raw_json.h"
-#include "keelstone/table_value.h"
 #include "keelstone/text_rule_data.h"
 #include "tests/fuzz/fuzz_target.h"
 

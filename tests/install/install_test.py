@@ -5,6 +5,7 @@ symbols, its headers, its manual, and the examples built against it in both ways
 usage: install_test.py TREE BUILD-FOLDER CMAKE C++-COMPILER C-COMPILER
 """
 import concurrent.futures
+import json
 import os
 import pathlib
 import re
@@ -19,6 +20,11 @@ TREE, BUILD, CMAKE, CXX, CC = sys.argv[1:6]
 TREE = pathlib.Path(TREE)
 PYTHON = "/usr/bin/python3"
 CLANG = next(name for name in ("clang-14", "clang-19", "clang") if shutil.which(name))
+
+
+FUNCTIONS = {"FunctionDecl", "CXXMethodDecl", "CXXConstructorDecl", "CXXDestructorDecl",
+             "CXXConversionDecl"}
+RECORDS = {"NamespaceDecl", "LinkageSpecDecl", "CXXRecordDecl", "ClassTemplateSpecializationDecl"}
 
 
 def blocks(document, language):
@@ -50,6 +56,35 @@ def run(*command, **options):
 
 def minor():
     return run(PYTHON, "-c", "import sys; print(sys.version_info.minor)").strip()
+
+
+def note_names(node, record, declared, defined, access="public", only=None):
+    """Takes from a compiler's tree what is declared without a body (by its mangled name) and what
+    has one; `only`: of the members of a class made from a template, those that it leaves open."""
+    kind, inner, name = node.get("kind", ""), node.get("inner", []), node.get("name", "")
+    if node.get("isImplicit") or access == "private":
+        return
+    has_body = any(part.get("kind") in ("CompoundStmt", "CXXTryStmt") for part in inner)
+    if kind in FUNCTIONS or (kind == "VarDecl" and node.get("storageClass") == "extern"):
+        given = has_body or {"pure", "explicitlyDeleted", "explicitlyDefaulted"} & node.keys()
+        symbol = node.get("mangledName", name)
+        if given or (only is not None and name not in only):
+            defined.add(symbol)
+        else:
+            declared[symbol] = f"{record}::{name}"
+    elif kind == "ClassTemplateDecl":
+        pattern = next(part for part in inner if part.get("kind") == "CXXRecordDecl")
+        inside = {}
+        note_names(pattern, name, inside, set())
+        left_open = {text.rpartition("::")[2] for text in inside.values()}
+        for part in inner:
+            if part.get("kind") == "ClassTemplateSpecializationDecl":
+                note_names(part, record, declared, defined, access, left_open)
+    elif kind in RECORDS:
+        access = "private" if node.get("tagUsed") == "class" else "public"
+        for part in inner:
+            access = part["access"] if part.get("kind") == "AccessSpecDecl" else access
+            note_names(part, name or record, declared, defined, access, only)
 
 
 class InstallTest(unittest.TestCase):
@@ -127,6 +162,25 @@ class InstallTest(unittest.TestCase):
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             self.assertEqual([fault for fault in pool.map(compile_alone, jobs) if fault], [])
         self.assertGreater(len(headers), 40)
+
+    def test_every_name_that_a_header_declares_links(self):
+        """What the headers declare and do not define, as a host's compiler sees it, is in the
+        library: all but private members and what is virtual and pure."""
+        names = "".join(f'#include "{header.relative_to(self.headers)}"\n'
+                        for header in sorted(self.headers.rglob("*.h")))
+        seen = subprocess.run(
+            [CLANG.replace("clang", "clang++"), "-std=c++20", "-fsyntax-only", f"-I{self.headers}",
+             "-Xclang", "-ast-dump=json", "-Xclang", "-ast-dump-filter=keelstone", "-x", "c++", "-"],
+            input=names, text=True, stdout=subprocess.PIPE, check=True).stdout
+        declared, defined, at = {}, set(), seen.find("{")
+        while at >= 0:
+            root, at = json.JSONDecoder().raw_decode(seen, at)
+            note_names(root, "", declared, defined)
+            at = seen.find("{", at)
+        table = run("nm", "-D", "--defined-only", self.library)
+        defined |= {re.sub("@@.*", "", line.split()[-1]) for line in table.splitlines()}
+        self.assertGreater(len(declared), 400)
+        self.assertEqual(sorted(declared[name] for name in set(declared) - defined), [])
 
     def test_program_uses_public_headers_only(self):
         installed = {str(header.relative_to(self.headers)) for header in self.headers.rglob("*.h")}

@@ -1,4 +1,4 @@
-#include "keelstone/table_value.h"
+#include "intake/table_value.h"
 
 #include <gmock/gmock.h>
 

@@ -2,11 +2,10 @@
 
 #include <limits>
 #include <string>
-#include <vector>
 
 #include "keelstone/json_reader.h"
 #include "keelstone/rule_global_setting.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 #include "tests/support/log_capture.h"
 
 namespace keelstone::testing {
@@ -86,8 +85,8 @@ TEST(RuleSettingsOnce, AnswerLikeTheDocument) {
           << type;
       EXPECT_EQ(settings.LiveInterval(Type(type)), document.GetLiveTMInterval(Type(type))) << type;
     }
-    EXPECT_EQ(settings.intRange == nullptr, document.GetIntRangeSetting() == nullptr);
-    EXPECT_EQ(settings.tableMd5 == nullptr, document.GetMD5TableSetting() == nullptr);
+    EXPECT_EQ(settings.Of<kIntRange>() == nullptr, document.GetIntRangeSetting() == nullptr);
+    EXPECT_EQ(settings.Of<kTableMd5>() == nullptr, document.GetMD5TableSetting() == nullptr);
   }
 }
 

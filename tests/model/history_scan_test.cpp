@@ -9,9 +9,9 @@
 #include <random>
 #include <string>
 
+#include "base/text/numbers.h"
 #include "keelstone/algorithm_manager.h"
 #include "keelstone/history_data.h"
-#include "keelstone/numbers.h"
 #include "tests/support/odd_texts.h"
 
 // The short ways through a history text against the way through the JSON reader, which a

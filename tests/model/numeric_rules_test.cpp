@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
@@ -189,6 +192,30 @@ TEST(RuleFeature, IsThatOfTheHistoryTheRuleWasMadeOf) {
       }
     }
   }
+}
+
+/// The slots of virtual operations, the destructor's being 0.
+template <class Class, class... Operations>
+std::vector<std::ptrdiff_t> SlotsOf(Operations Class::*... operations) {
+  const auto slot = [](auto operation) {
+    std::array<std::ptrdiff_t, 2> words = {};  // an offset and a bit, as the C++ ABI lays it out
+    static_assert(sizeof(operation) == sizeof(words));
+    std::memcpy(words.data(), &operation, sizeof(words));
+    return words[0] / static_cast<std::ptrdiff_t>(sizeof(void*)) - 1;
+  };
+  return {slot(operations)...};
+}
+
+TEST(VirtualOperations, StandInTheirOrderWithOursBehindThem) {
+  using History = HistoryDataBase;
+  EXPECT_EQ(SlotsOf<History>(&History::FromString, &History::ToString, &History::GetDataCount,
+                             &History::AddData, &History::GetDataValue, &History::GetLastTime),
+            (std::vector<std::ptrdiff_t>{1, 2, 3, 4, 5, 6}));
+  using Rule = IRuleBase;
+  EXPECT_EQ(SlotsOf<Rule>(&Rule::Init, &Rule::CheckRule, &Rule::UpdateRule, &Rule::CheckGoldenValue,
+                          &Rule::CheckAlert, &Rule::GetType, &Rule::IsDynamic, &Rule::IsEqual,
+                          &Rule::UpdateParam, &Rule::setIsLessCountCondition),
+            (std::vector<std::ptrdiff_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
 }
 
 }  // namespace

@@ -12,8 +12,8 @@
 
 #include "base/text/base64.h"
 #include "keelstone/algorithm_manager.h"
-#include "keelstone/bounded_regex.h"
 #include "keelstone/json_reader.h"
+#include "model/rules/bounded_regex.h"
 #include "model/rules/regex_rule.h"
 #include "model/rules/string_rules.h"
 #include "model/rules/table_md5_rule.h"
@@ -25,7 +25,6 @@
 namespace keelstone::testing {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using std::string_literals::operator""s;
 

@@ -6,7 +6,6 @@ import contextlib
 import json
 import pathlib
 import re
-import shlex
 import shutil
 import sqlite3
 import sys

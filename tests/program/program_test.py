@@ -47,7 +47,7 @@ class ProgramTest(ProgramCase):
         self.assertIn("left as they are", said)
         self.assertEqual([self.database(name).read_bytes() for name in DATABASES], before)
         # What was begun is made whole.
-        self.ask("KSGlobalSetting", "delete from KSGlobalSetting where data like '%Table%'")
+        self.ask("KSGlobalSetting", "delete from KSGlobalSetting where data like '%KSTableCountLimit%'")
         self.database(RULES).write_bytes(b"")
         self.database(HISTORIES).unlink()
         self.call("init")

@@ -32,10 +32,6 @@ class CacheQueue : public ::testing::Test {
   void Write(const std::string& device, const std::string& param) const {
     table->SetRuleAlgParam({RuleRow(device, "v", Definition(param, "history of " + param))});
   }
-  void WriteByAnotherProcess(const std::string& device, const std::string& param) const {
-    Execute(DomainFile(kDbObjectRule, domain), {"update KSObjectRule set ruleAlgParameter='" +
-                                                param + "' where deviceName='" + device + "'"});
-  }
   static std::string ParamOf(const std::shared_ptr<DevParserRule>& rules) {
     return rules == nullptr ? "none" : rules->at("").at("v")->ruleParam;
   }

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "keelstone/domain_data_manager.h"
-#include "keelstone/rule_settings.h"
+#include "settings/rule_settings.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"

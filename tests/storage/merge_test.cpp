@@ -1,9 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/interface_translator.h"
 #include "keelstone/write_behind.h"

@@ -12,7 +12,6 @@
 namespace keelstone::testing {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class ObjectRuleTable : public ::testing::Test {

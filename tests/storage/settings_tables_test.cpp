@@ -6,6 +6,7 @@
 #include "keelstone/block_setting_table.h"
 #include "keelstone/global_setting_table.h"
 #include "keelstone/variable_rule_table.h"
+#include "settings/rule_settings.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"

@@ -6,11 +6,13 @@
 #include <ostream>
 #include <set>
 
+#include "keelstone/block_periods.h"
 #include "keelstone/cleaner.h"
 #include "keelstone/data_cache_queue.h"
 #include "keelstone/data_sync_manager.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/interface_translator.h"
+#include "keelstone/object_listing.h"
 #include "keelstone/write_behind.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/domain_files.h"
@@ -184,6 +186,11 @@ std::function<Work()> Merge(MergeCall merge, int type) {
   });
 }
 
+/// An edit, which says why it failed.
+std::function<Work()> Edit(const std::function<std::string()>& edit) {
+  return Plain([edit] { return edit().empty() ? 1 : 0; });
+}
+
 void Cache() {
   DBWriteWrapper::Instance()->CacheData(kDomain, "d", Rules("new", "new", kFewRows),
                                         Histories("newer", kFewRows));
@@ -219,6 +226,39 @@ std::vector<Operation> Operations() {
       // read
       {"ReadManyRuleUnits", filled, false, -1, -1, QueryUnits(1000)},
       {"QueueHistories", filled, false, 0, 0, FetchHistories(), "absent"},
+      {"ListObjects", filled, false, 1, 0,
+       [] {
+         return Work([] {
+           ObjectListing listing(kDomain,
+                                 {.filter = {"d"}, .withHistories = true, .pageSize = 500});
+           std::vector<StoredObject> page;
+           Answer answer{1, {}};
+           do {
+             if (!listing.NextPage(page).empty()) return Answer{0, {}};
+             for (const auto& object : page) answer.seen += object.key[4] + object.history + ' ';
+           } while (!page.empty());
+           return answer;
+         });
+       }},
+      // Edits
+      {"PrescribeRule", filled, true, 1, 0, Edit([] {
+         return PrescribeRule(kDomain, {.key = {"d", "", "source", "param", Variable(0)},
+                                        .type = kIntLEQ,
+                                        .parameter = "fixed",
+                                        .history = "fitted"});
+       })},
+      {"RemoveRule", filled, true, 1, 0,
+       Edit([] { return RemoveRule(kDomain, {"d", "", "source", "param", Variable(1)}); })},
+      {"StoreSetting", filled, true, 1, 0, Edit([] {
+         return StoreSetting(kDomain, {.path = {}, .row = "KSTableCountLimit", .members = {}}, 18)
+             .why;
+       })},
+      {"RemoveBlockPeriods", filled, true, 1, 0, Edit([] {
+         std::vector<BlockPeriod> removed;
+         const EditOutcome outcome = RemoveBlockPeriods(kDomain, {1}, false, removed);
+         // Refused: it is gone already.
+         return outcome.kind == EditOutcome::Kind::kFailed ? outcome.why : std::string();
+       })},
       // Settings
       {"LoadGlobalSettings", filled, false, 1, 0,
        Load<KSGlobalSettingSql>(

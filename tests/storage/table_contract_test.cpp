@@ -91,9 +91,9 @@ TYPED_TEST(TableContract, AFileThatCannotBeUsedIsLoggedWithItsNameAndOtherDomain
   EXPECT_EQ(TypeParam::Read(this->table), TypeParam::kError);
   EXPECT_EQ(GetFailedWriteCount(), writes);
   EXPECT_EQ(GetFailedReadCount(), reads + 1);
-  EXPECT_THAT(log.Messages(),
-              ElementsAre(AllOf(HasSubstr(file), HasSubstr("file is not a database")),
-                          TypeParam::kFailed));
+  EXPECT_THAT(
+      log.Messages(),
+      ElementsAre(AllOf(HasSubstr(file), HasSubstr("file is not a database")), TypeParam::kFailed));
   for (const auto& line : log.Lines()) {
     EXPECT_EQ(line.level, kLogError);
     EXPECT_EQ(line.function, TypeParam::kFunction);

@@ -2,14 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <filesystem>
 #include <future>
 #include <thread>
 
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/ini_reader.h"
-#include "keelstone/resource_adaptor.h"
 #include "keelstone/write_behind.h"
+#include "storage/resource_adaptor.h"
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_root.h"

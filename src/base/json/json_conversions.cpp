@@ -7,8 +7,8 @@
 
 #include "base/json/json_node.h"
 #include "base/text/base64.h"
+#include "base/text/numbers.h"
 #include "keelstone/json_value.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 namespace {

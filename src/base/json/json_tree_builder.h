@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "base/json/json_keys.h"
+#include "base/text/numbers.h"
 #include "keelstone/json_value.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 

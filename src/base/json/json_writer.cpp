@@ -11,9 +11,9 @@
 #include "base/json/json_node.h"
 #include "base/text/base64.h"
 #include "base/text/growing_text.h"
+#include "base/text/numbers.h"
 #include "base/text/utf8.h"
 #include "keelstone/json_value.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 namespace {

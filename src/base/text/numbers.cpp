@@ -1,4 +1,4 @@
-#include "keelstone/numbers.h"
+#include "base/text/numbers.h"
 
 #include <algorithm>
 #include <charconv>

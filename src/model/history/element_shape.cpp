@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "keelstone/numbers.h"
+#include "base/text/numbers.h"
 #include "model/history/history_layout.h"
 
 namespace keelstone {

@@ -10,6 +10,7 @@
 #include "model/history/element_shape.h"
 #include "model/history/history_element.h"
 #include "model/history/history_layout.h"
+#include "model/history/list_text.h"
 
 namespace keelstone {
 
@@ -20,36 +21,6 @@ constexpr bool kIsText = std::is_base_of_v<TextPoint, Point>;
 
 // Of a number; the keys of its element alone take more.
 constexpr std::size_t kLeastElementSize = 28;
-
-/// The position behind the quote that ends a string, from the first byte in it; npos when
-/// there is none.
-std::size_t EndOfString(std::string_view text, std::size_t begin) {
-  for (std::size_t quote = text.find('"', begin); quote != text.npos;
-       quote = text.find('"', quote + 1)) {
-    std::size_t first = quote;  // of the backslashes before the quote
-    while (first > begin && text[first - 1] == '\\') --first;
-    if ((quote - first) % 2 == 0) return quote + 1;
-  }
-  return text.npos;
-}
-
-/// Where the first `count` elements of a list's text end, behind the comma too; what is
-/// left of `count` when there are not so many.
-std::size_t EndOfElements(std::string_view list, std::size_t& count, bool mayHoldStrings) {
-  std::size_t at = 0;
-  for (; count > 0 && at < list.size(); ++at) {
-    if (!mayHoldStrings) at = std::min(list.find('}', at), list.size() - 1);
-    if (mayHoldStrings && list[at] == '"') {
-      // Strings may hold braces: hop over them.
-      at = EndOfString(list, at + 1);
-      if (at == list.npos) return list.size();
-      --at;
-    } else if (list[at] == '}') {
-      --count;
-    }
-  }
-  return at == 0 ? 0 : std::min(at + 1, list.size());
-}
 
 template <class Point>
 constexpr bool kHasShapes = !kIsText<Point>;
@@ -91,44 +62,6 @@ void HistoryDataBase::AddData(const std::shared_ptr<KSDataBase>&, std::int32_t) 
 void HistoryDataBase::GetDataValue(const std::shared_ptr<KSDataBase>&, std::string&) const {}
 std::int64_t HistoryDataBase::GetLastTime() const { return 0; }
 
-void HistoryListText::Append(std::string_view elements, bool isLasting) {
-  if (isLasting && IsEmpty()) {
-    Clear();
-    lasting_ = elements;
-    return;
-  }
-  std::string& list = NextElement();
-  list.reserve(list.size() + elements.size() + elements.size() / 16);  // most grow by a point
-  list.append(elements);
-}
-
-void HistoryListText::DropFront(std::size_t count, bool mayHoldStrings) {
-  lasting_.remove_prefix(EndOfElements(lasting_, count, mayHoldStrings));
-  begin_ += EndOfElements(back(), count, mayHoldStrings);
-  // What comes first has no comma before it.
-  if (lasting_.empty() && back().starts_with(',')) ++begin_;
-  // Once more of it is dropped than kept, let it go.
-  if (begin_ > text_.size() - begin_) {
-    text_.erase(0, begin_);
-    begin_ = 0;
-  }
-}
-
-std::string& HistoryListText::NextElement() {
-  if (IsEmpty()) {
-    Clear();
-  } else {
-    text_ += ',';
-  }
-  return text_;
-}
-
-void HistoryListText::Clear() noexcept {
-  lasting_ = {};
-  text_.clear();
-  begin_ = 0;
-}
-
 template <class Point>
 bool PointHistory<Point>::FromOwnLayout(std::string_view text, bool isLasting) {
   HistoryLayout layout(text);
@@ -145,7 +78,7 @@ bool PointHistory<Point>::FromOwnLayout(std::string_view text, bool isLasting) {
     return false;
   }
   if (hasListText_) {
-    listText_.Append({listBegin, static_cast<std::size_t>(listEnd - listBegin)}, isLasting);
+    Append(listText_, {listBegin, static_cast<std::size_t>(listEnd - listBegin)}, isLasting);
   }
   return true;
 }
@@ -172,7 +105,7 @@ bool PointHistory<Point>::Read(std::string_view text, bool isLasting) {
     // Without a list there are no numbers, but of texts it must be there.
     if (!list.isArray() && (kIsText<Point> || !list.isNull())) return false;
     hasListText_ = false;
-    listText_.Clear();
+    Clear(listText_);
     for (const JsonValue& element : list) {
       Point point;
       ReadElement(element, point);
@@ -194,10 +127,10 @@ std::string PointHistory<Point>::ToString() const {
 template <class Point>
 void PointHistory<Point>::WriteTo(std::string& text) const {
   if (points_.empty()) return text.clear();
-  if (hasListText_) return WriteHistoryText(dataType, listText_.front(), listText_.back(), text);
+  if (hasListText_) return WriteHistoryText(dataType, listText_.lasting, OwnPart(listText_), text);
   HistoryListText list;
-  for (const Point& point : points_) AppendElement(list.NextElement(), point);
-  WriteHistoryText(dataType, list.front(), list.back(), text);
+  for (const Point& point : points_) AppendElement(NextElement(list), point);
+  WriteHistoryText(dataType, list.lasting, OwnPart(list), text);
 }
 
 template <class Point>
@@ -213,10 +146,10 @@ void PointHistory<Point>::AddData(const std::shared_ptr<KSDataBase>& point, std:
   if (points_.size() > kept) {
     const std::size_t dropped = points_.size() - kept;
     points_.erase(points_.begin(), points_.begin() + static_cast<std::ptrdiff_t>(dropped));
-    if (hasListText_) listText_.DropFront(dropped, kIsText<Point>);
+    if (hasListText_) DropFront(listText_, dropped, kIsText<Point>);
   }
   points_.push_back(*added);
-  if (hasListText_) AppendElement(listText_.NextElement(), *added);
+  if (hasListText_) AppendElement(NextElement(listText_), *added);
 }
 
 template <class Point>

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-#include "keelstone/numbers.h"
+#include "base/text/numbers.h"
 
 namespace keelstone {
 

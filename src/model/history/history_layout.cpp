@@ -1,6 +1,6 @@
 #include "model/history/history_layout.h"
 
-#include "keelstone/numbers.h"
+#include "base/text/numbers.h"
 
 namespace keelstone {
 

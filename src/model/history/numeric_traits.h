@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
+#include "base/text/numbers.h"
 #include "keelstone/history_data.h"
 #include "keelstone/json_value.h"
-#include "keelstone/numbers.h"
 #include "keelstone/rule_enums.h"
 
 namespace keelstone {

@@ -5,8 +5,8 @@
 #include <cmath>
 #include <string>
 
+#include "base/text/numbers.h"
 #include "keelstone/json_value.h"
-#include "keelstone/numbers.h"
 
 namespace keelstone {
 

@@ -1,4 +1,4 @@
-#include "keelstone/bounded_regex.h"
+#include "model/rules/bounded_regex.h"
 
 #include <algorithm>
 #include <boost/regex.hpp>

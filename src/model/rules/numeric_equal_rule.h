@@ -1,7 +1,7 @@
 #ifndef KEELSTONE_MODEL_RULES_NUMERIC_EQUAL_RULE_H
 #define KEELSTONE_MODEL_RULES_NUMERIC_EQUAL_RULE_H
 
-#include <cstdint>
+#include <string>
 
 #include "model/history/history_steps.h"
 #include "model/rules/numeric_rule.h"
@@ -11,57 +11,45 @@ namespace keelstone {
 /// The value should stay what it is: learned from histories whose successive values
 /// mostly do not change.
 template <class T>
-class NumericEqualRule final : public LearnedRule<NumericRule<T, IntEqualData>> {
-  using Base = LearnedRule<NumericRule<T, IntEqualData>>;
+class NumericEqualRule final
+    : public LearnedRule<NumericRule<NumericEqualRule<T>, T, IntEqualData>> {
+  using Base = LearnedRule<NumericRule<NumericEqualRule, T, IntEqualData>>;
 
  public:
+  static constexpr EnumRuleType kType = kIntEqual;
+  using typename Base::Case;
   using typename Base::Data;
+  using typename Base::Feature;
 
-  explicit NumericEqualRule(EnumRuleType type = kIntEqual) : Base(type) {}
-
+  /// The domain is known from here on, whether the test fits or not.
   bool CheckRule(const std::string& domainId) override {
     this->domainId_ = domainId;
     return Base::CheckRule(domainId);
   }
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
-    const auto* const feature = this->Lesson();
-    return feature != nullptr && settings.intEqual &&
-           Fits(*feature, this->History(), *settings.intEqual, isLessCountCondition_) &&
-           this->Accept(domainId);
-  }
 
-  /// The learning test itself.
-  static bool Fits(const KSNumercialDataFeature<T>& feature, const NumercialHistoryData<T>* history,
-                   const KSIntEqualRuleSetting& settings, bool isLessCountCondition) {
-    return isLessCountCondition ? FitsLessCount(feature, history, settings)
-                                : FitsFullCount(feature, settings);
+  static bool Fits(const Case& lesson) {
+    const Settings* const settings = lesson.settings.template Of<kIntEqual>();
+    if (settings == nullptr) return false;
+    return lesson.isLessCount ? FitsLessCount(lesson.feature, lesson.history, *settings)
+                              : FitsFullCount(lesson.feature, *settings);
   }
 
   bool UpdateRuleWith(const RuleSettings* settings) override {
     Data* const data = this->RuleData();
     if (data == nullptr) return false;
-    if (const auto* const stable = StablePoint(
-            this->History(), settings == nullptr ? nullptr : settings->intEqual.get())) {
+    const Settings* const own = settings == nullptr ? nullptr : settings->template Of<kIntEqual>();
+    if (const auto* const stable = StablePoint(this->OwnHistory(), own)) {
       data->value = stable->value;
       data->golden = *stable;
     }
     return true;
   }
 
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->TakeGoldenIf(point, [](const Data& data, T value) { return value == data.value; });
-  }
-
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, Breaks);
-  }
-
   static bool Breaks(const Data& data, T value) { return value != data.value; }
 
-  void setIsLessCountCondition(bool lessCount) override { isLessCountCondition_ = lessCount; }
+  void setIsLessCountCondition(bool lessCount) override { this->isLessCount_ = lessCount; }
 
  private:
-  using Feature = KSNumercialDataFeature<T>;
   using Settings = KSIntEqualRuleSetting;
 
   // The number of differences, rounded through single precision as the thresholds expect.
@@ -96,8 +84,12 @@ class NumericEqualRule final : public LearnedRule<NumericRule<T, IntEqualData>> 
     return NewestStablePoint(history->points(),
                              settings == nullptr ? 3 : settings->countEqualValueLimit);
   }
+};
 
-  bool isLessCountCondition_ = false;
+template <>
+struct RuleClassOf<kIntEqual> {
+  template <class T>
+  using For = NumericEqualRule<T>;
 };
 
 }  // namespace keelstone

@@ -5,29 +5,30 @@
 
 namespace keelstone {
 
-/// The value should not pass a bound: `kType` says on which side. Prescribed only, never
+/// The value should not pass a bound: `kBound` says on which side. Prescribed only, never
 /// learned.
-template <class T, EnumRuleType kType>
-class NumericLimitRule final : public NumericRule<T, IntEqualData> {
-  static_assert(kType == kIntLEQ || kType == kIntGEQ);
-  using Base = NumericRule<T, IntEqualData>;
+template <class T, EnumRuleType kBound>
+class NumericLimitRule final : public NumericRule<NumericLimitRule<T, kBound>, T, IntEqualData> {
+  static_assert(kBound == kIntLEQ || kBound == kIntGEQ);
 
  public:
-  using typename Base::Data;
+  static constexpr EnumRuleType kType = kBound;
 
-  explicit NumericLimitRule(EnumRuleType type = kType) : Base(type) {}
+  static bool Breaks(const IntEqualData<T>& data, T value) {
+    return kBound == kIntLEQ ? value > data.value : value < data.value;
+  }
+};
 
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->TakeGoldenIf(point,
-                              [](const Data& data, T value) { return !Breaks(data, value); });
-  }
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, Breaks);
-  }
+template <>
+struct RuleClassOf<kIntLEQ> {
+  template <class T>
+  using For = NumericLimitRule<T, kIntLEQ>;
+};
 
-  static bool Breaks(const Data& data, T value) {
-    return kType == kIntLEQ ? value > data.value : value < data.value;
-  }
+template <>
+struct RuleClassOf<kIntGEQ> {
+  template <class T>
+  using For = NumericLimitRule<T, kIntGEQ>;
 };
 
 }  // namespace keelstone

@@ -11,63 +11,50 @@ namespace keelstone {
 
 /// The value should stay within bounds: some standard deviations around the mean.
 template <class T>
-class NumericRangeRule final : public LearnedRule<NumericRule<T, IntRangeData>> {
-  using Base = LearnedRule<NumericRule<T, IntRangeData>>;
+class NumericRangeRule final
+    : public LearnedRule<NumericRule<NumericRangeRule<T>, T, IntRangeData>> {
+  using Base = LearnedRule<NumericRule<NumericRangeRule, T, IntRangeData>>;
   using Traits = NumericTraits<T>;
 
  public:
+  static constexpr EnumRuleType kType = kIntRange;
+  using typename Base::Case;
   using typename Base::Data;
+  using typename Base::Feature;
 
-  explicit NumericRangeRule(EnumRuleType type = kIntRange) : Base(type) {}
-
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
-    const auto* const feature = this->Lesson();
+  static bool Fits(const Case& lesson) {
+    const auto* const settings = lesson.settings.template Of<kIntRange>();
     // How often a value must occur to count is the enumeration's threshold.
-    return feature != nullptr && settings.intRange && settings.intEnum &&
-           Fits(*feature, *settings.intRange, *settings.intEnum) && this->Accept(domainId);
-  }
-
-  /// The learning test itself.
-  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSIntRangeRuleSetting& settings,
-                   const KSIntEnumRuleSetting& occurrences) {
-    return feature.count >= settings.dataCountMinLimit &&
-           HasMoreOccurring(feature.valueCounts, occurrences.alertThreshold,
-                            settings.valueStatusCount);
+    const auto* const occurrences = lesson.settings.template Of<kIntEnum>();
+    return settings != nullptr && occurrences != nullptr &&
+           lesson.feature.count >= settings->dataCountMinLimit &&
+           HasMoreOccurring(lesson.feature.valueCounts, occurrences->alertThreshold,
+                            settings->valueStatusCount);
   }
 
   bool UpdateRuleWith(const RuleSettings* settings) override {
     Data* const data = this->RuleData();
-    const auto* const feature = this->Feature();
-    const auto* const history = this->History();
-    if (data == nullptr || feature == nullptr || history == nullptr || settings == nullptr ||
-        !settings->intRange) {
+    const auto* const feature = this->OwnFeature();
+    const auto* const history = this->OwnHistory();
+    const auto* const own = settings == nullptr ? nullptr : settings->template Of<kIntRange>();
+    if (data == nullptr || feature == nullptr || history == nullptr || own == nullptr) {
       return false;
     }
-    LearnBounds(*feature, *settings->intRange, *data);
+    LearnBounds(*feature, *own, *data);
     const auto* const golden =
-        NewestFittingPoint(history->points(), [data](T value) { return IsWithin(*data, value); });
+        NewestFittingPoint(history->points(), [data](T value) { return !Breaks(*data, value); });
     if (golden == nullptr) return false;
     data->golden = *golden;
     return true;
   }
 
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->TakeGoldenIf(point, IsWithin);
+  static bool Breaks(const Data& data, T value) {
+    return value < data.minValue || value > data.maxValue;
   }
-
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->AlertIf(point, Breaks);
-  }
-
-  static bool Breaks(const Data& data, T value) { return !IsWithin(data, value); }
 
  private:
-  static bool IsWithin(const Data& data, T value) {
-    return !(value < data.minValue || value > data.maxValue);
-  }
-
-  static void LearnBounds(const KSNumercialDataFeature<T>& feature,
-                          const KSIntRangeRuleSetting& settings, Data& data) {
+  static void LearnBounds(const Feature& feature, const KSIntRangeRuleSetting& settings,
+                          Data& data) {
     using Real = typename Traits::Real;
     const Real mean = static_cast<Real>(feature.mean);
     const Real spread = static_cast<Real>(settings.stdCoefficient) * static_cast<Real>(feature.std);
@@ -83,6 +70,12 @@ class NumericRangeRule final : public LearnedRule<NumericRule<T, IntRangeData>> 
     data.maxValue = upper;
     data.minValue = lower;
   }
+};
+
+template <>
+struct RuleClassOf<kIntRange> {
+  template <class T>
+  using For = NumericRangeRule<T>;
 };
 
 }  // namespace keelstone

@@ -3,17 +3,17 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "keelstone/data_feature.h"
 #include "keelstone/history_data.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/json_value.h"
-#include "keelstone/rule_base.h"
 #include "keelstone/rule_data.h"
-#include "model/history/cast_to.h"
 #include "model/history/numeric_traits.h"
 #include "model/rules/learned_rule.h"
+#include "model/rules/typed_rule.h"
 
 namespace keelstone {
 
@@ -41,16 +41,14 @@ void ReadParam(const JsonValue& param, IntRangeData<T>& data) {
   data.maxValue = maxValue;
 }
 
-/// What all numeric rules share: the value type T, the class of their rule data, reading
-/// a stored definition, and the preconditions of learning.
-template <class T, template <class> class DataTemplate>
-class NumericRule : public IRuleBase {
+/// What all numeric rules share: the value type T, the class of their rule data, and reading a
+/// stored definition.
+template <class Rule, class T, template <class> class DataTemplate>
+class NumericRule
+    : public TypedRule<Rule, DataTemplate<T>, NumercialHistoryData<T>, KSNumercialDataFeature<T>> {
  public:
   using Traits = NumericTraits<T>;
   using Data = DataTemplate<T>;
-  using Point = KSDataPoint<T>;
-
-  using IRuleBase::IRuleBase;
 
   void Init(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
             const std::string& domainId) override {
@@ -69,73 +67,21 @@ class NumericRule : public IRuleBase {
     });
   }
 
-  /// What follows a learning test that fits: rule data with an empty parameter. True.
-  bool Accept(const std::string& domainId) {
-    ruleData_ = BuildData({});
-    domainId_ = domainId;
-    return true;
-  }
-
-  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
-    return RuleData() != nullptr && AsPoint(point) != nullptr;
-  }
-
  protected:
   /// Told whether a parameter text that parses has the member "ruleParam".
   virtual void NoteHasParameter(bool) {}
-
-  /// The feature to learn from, or nullptr when there is nothing to learn from.
-  const KSNumercialDataFeature<T>* Lesson() const {
-    return GetHisotryCount() == 0 ? nullptr : Feature();
-  }
-
-  const NumercialHistoryData<T>* History() const {
-    return dynamic_cast<const NumercialHistoryData<T>*>(history_.get());
-  }
-  const KSNumercialDataFeature<T>* Feature() const {
-    return CastTo<const KSNumercialDataFeature<T>>(GetDataFeature().get());
-  }
-  Data* RuleData() const { return CastTo<Data>(ruleData_.get()); }
-  static const Point* AsPoint(const std::shared_ptr<KSDataBase>& point) {
-    return CastTo<const Point>(point.get());
-  }
-
-  /// Makes the point the golden one when the rule data and the point are of this type and
-  /// `fits(data, value)` says so.
-  template <class Predicate>
-  bool TakeGoldenIf(const std::shared_ptr<KSDataBase>& point, Predicate fits) {
-    Data* const data = RuleData();
-    const Point* const number = AsPoint(point);
-    if (data == nullptr || number == nullptr || !fits(*data, number->value)) return false;
-    data->golden = *number;
-    return true;
-  }
-
-  /// Whether `breaks(data, value)` for rule data and a point of this type.
-  template <class Predicate>
-  bool AlertIf(const std::shared_ptr<KSDataBase>& point, Predicate breaks) const {
-    const Data* const data = RuleData();
-    const Point* const number = AsPoint(point);
-    return data != nullptr && number != nullptr && breaks(*data, number->value);
-  }
 
  private:
   template <class ReadHistory>
   void TakeDefinition(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                       const std::string& domainId, ReadHistory readHistory) {
     const auto history = std::make_shared<typename Traits::History>();
-    history_ = history;
+    this->history_ = history;
     if (!readHistory(*history)) return;
-    isFeatureDue_ = true;
-    ruleData_ = BuildData(ruleDefine->ruleParam);
-    ruleDefine_ = ruleDefine;
-    domainId_ = domainId;
-  }
-
-  std::shared_ptr<KSDataFeature> MakeFeature() const override {
-    auto feature = std::make_shared<KSNumercialDataFeature<T>>();
-    feature->Calculate(history_);
-    return feature;
+    this->isFeatureDue_ = true;
+    this->ruleData_ = BuildData(ruleDefine->ruleParam);
+    this->ruleDefine_ = ruleDefine;
+    this->domainId_ = domainId;
   }
 
   /// Rule data with the starting values, then with the parameter as far as the text gives

@@ -12,11 +12,6 @@
 /// The names of the numeric rules, kind by kind and value type by value type.
 namespace keelstone {
 
-template <class T>
-using NumericLessEqualRule = NumericLimitRule<T, kIntLEQ>;
-template <class T>
-using NumericGreaterEqualRule = NumericLimitRule<T, kIntGEQ>;
-
 using KSIntEqualRule = NumericEqualRule<std::int64_t>;
 using KSFloatEqualRule = NumericEqualRule<float>;
 using KSDoubleEqualRule = NumericEqualRule<double>;
@@ -42,13 +37,13 @@ using KSIntIncreaseRule = NumericIncreaseRule<std::int64_t>;
 using KSFloatIncreaseRule = NumericIncreaseRule<float>;
 using KSDoubleIncreaseRule = NumericIncreaseRule<double>;
 
-using KSIntLessEqualRule = NumericLessEqualRule<std::int64_t>;
-using KSFloatLessEqualRule = NumericLessEqualRule<float>;
-using KSDoubleLessEqualRule = NumericLessEqualRule<double>;
+using KSIntLessEqualRule = NumericLimitRule<std::int64_t, kIntLEQ>;
+using KSFloatLessEqualRule = NumericLimitRule<float, kIntLEQ>;
+using KSDoubleLessEqualRule = NumericLimitRule<double, kIntLEQ>;
 
-using KSIntGreaterEqualRule = NumericGreaterEqualRule<std::int64_t>;
-using KSFloatGreaterEqualRule = NumericGreaterEqualRule<float>;
-using KSDoubleGreaterEqualRule = NumericGreaterEqualRule<double>;
+using KSIntGreaterEqualRule = NumericLimitRule<std::int64_t, kIntGEQ>;
+using KSFloatGreaterEqualRule = NumericLimitRule<float, kIntGEQ>;
+using KSDoubleGreaterEqualRule = NumericLimitRule<double, kIntGEQ>;
 
 }  // namespace keelstone
 

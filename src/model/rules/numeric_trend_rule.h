@@ -10,26 +10,25 @@ namespace keelstone {
 /// What the constant and the increase rule share: values that hardly ever fall. A rule
 /// learned by these tests has no "ruleParam" yet; it judges values only after it was
 /// rebuilt from a definition whose parameter text has one.
-template <class T>
-class NumericTrendRule : public LearnedRule<NumericRule<T, IntEqualData>> {
-  using Base = LearnedRule<NumericRule<T, IntEqualData>>;
+template <class Rule, class T>
+class NumericTrendRule : public LearnedRule<NumericRule<Rule, T, IntEqualData>> {
+  using Base = LearnedRule<NumericRule<Rule, T, IntEqualData>>;
 
  public:
-  using Base::Base;
+  using typename Base::Case;
   using typename Base::Data;
+  using typename Base::Feature;
 
   bool UpdateRuleWith(const RuleSettings*) override {
     Data* const data = this->RuleData();
-    const auto* const feature = this->Feature();
+    const auto* const feature = this->OwnFeature();
     if (data == nullptr || feature == nullptr) return false;
     data->value = feature->lastPoint.value;
     data->golden = feature->lastPoint;
     return true;
   }
 
-  bool Judges(const std::shared_ptr<KSDataBase>& point) const override {
-    return hasParameter_ && Base::Judges(point);
-  }
+  bool IsComplete() const { return hasParameter_; }
 
   void UpdateParam(const std::shared_ptr<KSDataBase>& point) override {
     Data* const data = this->RuleData();
@@ -39,12 +38,10 @@ class NumericTrendRule : public LearnedRule<NumericRule<T, IntEqualData>> {
 
  protected:
   void NoteHasParameter(bool hasParameter) override { hasParameter_ = hasParameter; }
-  bool HasParameter() const { return hasParameter_; }
 
   /// A decrease is tolerated when there are few, and the last is larger than
   /// "deltaLZeroValue" times the largest increase: a counter that started anew.
-  static bool HardlyFalls(const KSNumercialDataFeature<T>& feature,
-                          const KSTrendRuleSetting& settings) {
+  static bool HardlyFalls(const Feature& feature, const KSTrendRuleSetting& settings) {
     if (feature.count < settings.dataCountMinLimit) return false;
     if (feature.negativeDeltaCount > settings.deltaLZeroCount) return false;
     // An increase without bounds times 0 is no number and refuses nothing.
@@ -58,70 +55,56 @@ class NumericTrendRule : public LearnedRule<NumericRule<T, IntEqualData>> {
 
 /// The value should stay as it was: mostly unchanged from one value to the next.
 template <class T>
-class NumericConstantRule final : public NumericTrendRule<T> {
-  using Base = NumericTrendRule<T>;
+class NumericConstantRule final : public NumericTrendRule<NumericConstantRule<T>, T> {
+  using Base = NumericTrendRule<NumericConstantRule, T>;
 
  public:
+  static constexpr EnumRuleType kType = kIntConstant;
+  using typename Base::Case;
   using typename Base::Data;
 
-  explicit NumericConstantRule(EnumRuleType type = kIntConstant) : Base(type) {}
-
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
-    const auto* const feature = this->Lesson();
-    return feature != nullptr && settings.intConstant && Fits(*feature, *settings.intConstant) &&
-           this->Accept(domainId);
-  }
-
-  /// The learning test itself.
-  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSTrendRuleSetting& settings) {
-    return Base::HardlyFalls(feature, settings) &&
-           feature.zeroDeltaCount > feature.count * settings.deltaEZero;
-  }
-
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->TakeGoldenIf(point, Breaks);
-  }
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->AlertIf(point, Breaks);
+  static bool Fits(const Case& lesson) {
+    const auto* const settings = lesson.settings.template Of<kIntConstant>();
+    return settings != nullptr && Base::HardlyFalls(lesson.feature, *settings) &&
+           lesson.feature.zeroDeltaCount > lesson.feature.count * settings->deltaEZero;
   }
 
   /// For data from a parameter text that has "ruleParam".
   static bool Breaks(const Data& data, T value) { return value != data.value; }
+  /// The newest that differs.
+  static bool IsGolden(const Data& data, T value) { return Breaks(data, value); }
+};
+
+template <>
+struct RuleClassOf<kIntConstant> {
+  template <class T>
+  using For = NumericConstantRule<T>;
 };
 
 /// The value should grow from one value to the next.
 template <class T>
-class NumericIncreaseRule final : public NumericTrendRule<T> {
-  using Base = NumericTrendRule<T>;
+class NumericIncreaseRule final : public NumericTrendRule<NumericIncreaseRule<T>, T> {
+  using Base = NumericTrendRule<NumericIncreaseRule, T>;
 
  public:
+  static constexpr EnumRuleType kType = kIntIncrease;
+  using typename Base::Case;
   using typename Base::Data;
 
-  explicit NumericIncreaseRule(EnumRuleType type = kIntIncrease) : Base(type) {}
-
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override {
-    const auto* const feature = this->Lesson();
-    return feature != nullptr && settings.intIncrease && Fits(*feature, *settings.intIncrease) &&
-           this->Accept(domainId);
-  }
-
-  /// The learning test itself.
-  static bool Fits(const KSNumercialDataFeature<T>& feature, const KSTrendRuleSetting& settings) {
-    return Base::HardlyFalls(feature, settings) &&
-           feature.zeroDeltaCount <= feature.count * settings.deltaEZero;
-  }
-
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->TakeGoldenIf(point, [](const Data& data, T value) {
-      return !Breaks(data, value);
-    });
-  }
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override {
-    return this->HasParameter() && this->AlertIf(point, Breaks);
+  static bool Fits(const Case& lesson) {
+    const auto* const settings = lesson.settings.template Of<kIntIncrease>();
+    return settings != nullptr && Base::HardlyFalls(lesson.feature, *settings) &&
+           lesson.feature.zeroDeltaCount <= lesson.feature.count * settings->deltaEZero;
   }
 
   /// For data from a parameter text that has "ruleParam".
   static bool Breaks(const Data& data, T value) { return !(value > data.value); }
+};
+
+template <>
+struct RuleClassOf<kIntIncrease> {
+  template <class T>
+  using For = NumericIncreaseRule<T>;
 };
 
 }  // namespace keelstone

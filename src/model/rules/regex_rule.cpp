@@ -6,18 +6,15 @@
 #include <optional>
 
 #include "base/threads/thread_owned.h"
-#include "keelstone/bounded_regex.h"
 #include "keelstone/logger.h"
+#include "model/rules/bounded_regex.h"
 
 namespace keelstone {
 
 namespace {
 
-using Point = KSDataPoint<std::string>;
-
 constexpr const char* kModule = "FS_Keelstone";
 constexpr const char* kFunction = "KSStrRegexRule::StrIsMatch";
-constexpr const char* kSourceFile = "ksstrregexrule";
 
 constexpr std::size_t kLongestKept = std::size_t{1} << 20U;  // bytes of a value
 
@@ -66,11 +63,6 @@ void SearchOnce(const std::string& value, const std::string& pattern, LastSearch
 
 }  // namespace
 
-void KSStrRegexRule::LogRefusedHistory(const std::string& text) const {
-  KS_LOG(kModule, "KSStrRegexRule::Init", kSourceFile, kLogError, "Failed to load history data: %s",
-         text.c_str());
-}
-
 bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pattern) {
   try {
     LastSearch& last = ThreadOwned<LastSearch>::Get();
@@ -83,18 +75,6 @@ bool KSStrRegexRule::StrIsMatch(const std::string& value, const std::string& pat
            error.what());
   }
   return false;
-}
-
-bool KSStrRegexRule::CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) {
-  return TakeGoldenIf<Point>(point, [](const StrEqualData& data, const Point& text) {
-    return StrIsMatch(text.value, data.ruleParam);
-  });
-}
-
-bool KSStrRegexRule::CheckAlert(const std::shared_ptr<KSDataBase>& point) {
-  return AlertIf<Point>(point, [](const StrEqualData& data, const Point& text) {
-    return !StrIsMatch(text.value, data.ruleParam);
-  });
 }
 
 }  // namespace keelstone

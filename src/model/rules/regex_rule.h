@@ -1,10 +1,9 @@
 #ifndef KEELSTONE_MODEL_RULES_REGEX_RULE_H
 #define KEELSTONE_MODEL_RULES_REGEX_RULE_H
 
-#include <memory>
 #include <string>
 
-#include "model/rules/text_rule.h"
+#include "model/rules/string_rules.h"
 
 namespace keelstone {
 
@@ -12,17 +11,22 @@ namespace keelstone {
 /// count). Prescribed only; the pattern is the rule's parameter. A pattern that PatternFault
 /// names, or that is too costly on a text, is logged and counts as no match; a text costs no
 /// more than about a second.
-class KSStrRegexRule final : public TextRule<StrHisotryData, KSStringDataFeature, StrEqualData> {
+class KSStrRegexRule final : public StringRule<KSStrRegexRule, StrEqualData> {
  public:
-  explicit KSStrRegexRule(EnumRuleType type = kStrRegex) : TextRule(type) {}
-
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
+  static constexpr EnumRuleType kType = kStrRegex;
+  static constexpr const char* kInit = "KSStrRegexRule::Init";
+  static constexpr const char* kSourceFile = "ksstrregexrule";
 
   static bool StrIsMatch(const std::string& value, const std::string& pattern);
+  static bool Breaks(const StrEqualData& data, const std::string& text) {
+    return !StrIsMatch(text, data.ruleParam);
+  }
+};
 
- protected:
-  void LogRefusedHistory(const std::string& text) const override;
+template <>
+struct RuleClassOf<kStrRegex> {
+  template <class>
+  using For = KSStrRegexRule;
 };
 
 }  // namespace keelstone

@@ -1,58 +1,66 @@
 #ifndef KEELSTONE_MODEL_RULES_STRING_RULES_H
 #define KEELSTONE_MODEL_RULES_STRING_RULES_H
 
-#include <memory>
-#include <string>
 #include <string_view>
 
 #include "model/rules/text_rule.h"
 
 namespace keelstone {
 
+template <class Rule, class DataType>
+using StringRule = TextRule<Rule, DataType, StrHisotryData, KSStringDataFeature>;
+
 /// The text should stay what it is. Leading and trailing spaces and line feeds do not
 /// count. Learned.
-class KSStringEqualRule final
-    : public LearnedRule<TextRule<StrHisotryData, KSStringDataFeature, StrEqualData>> {
+class KSStringEqualRule final : public LearnedRule<StringRule<KSStringEqualRule, StrEqualData>> {
  public:
-  explicit KSStringEqualRule(EnumRuleType type = kStrEqual) : LearnedRule(type) {}
+  static constexpr EnumRuleType kType = kStrEqual;
+  static constexpr const char* kInit = "KSStringEqualRule::Init";
+  static constexpr const char* kSourceFile = "ksstringrules";
 
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override;
+  static bool Fits(const Case& lesson);
   bool UpdateRuleWith(const RuleSettings* settings) override;
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
   static bool Breaks(const StrEqualData& data, std::string_view text);
+};
 
- protected:
-  void LogRefusedHistory(const std::string& text) const override;
+template <>
+struct RuleClassOf<kStrEqual> {
+  template <class>
+  using For = KSStringEqualRule;
 };
 
 /// The text should be one of a few that it changes between. Learned.
-class KSStringEnumRule final
-    : public LearnedRule<TextRule<StrHisotryData, KSStringDataFeature, StrEnumData>> {
+class KSStringEnumRule final : public LearnedRule<StringRule<KSStringEnumRule, StrEnumData>> {
  public:
-  explicit KSStringEnumRule(EnumRuleType type = kStrEnum) : LearnedRule(type) {}
+  static constexpr EnumRuleType kType = kStrEnum;
+  static constexpr const char* kInit = "KSStringEnumRule::Init";
+  static constexpr const char* kSourceFile = "ksstringrules";
 
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override;
+  static bool Fits(const Case& lesson);
   bool UpdateRuleWith(const RuleSettings* settings) override;
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
   static bool Breaks(const StrEnumData& data, std::string_view text);
+};
 
- protected:
-  void LogRefusedHistory(const std::string& text) const override;
+template <>
+struct RuleClassOf<kStrEnum> {
+  template <class>
+  using For = KSStringEnumRule;
 };
 
 /// The text should be none of the listed ones. Prescribed only.
-class KSStrNoEqualRule final : public TextRule<StrHisotryData, KSStringDataFeature, StrEnumData> {
+class KSStrNoEqualRule final : public StringRule<KSStrNoEqualRule, StrEnumData> {
  public:
-  explicit KSStrNoEqualRule(EnumRuleType type = kStrNoEqual) : TextRule(type) {}
+  static constexpr EnumRuleType kType = kStrNoEqual;
+  static constexpr const char* kInit = "KSStrNoEqualRule::Init";
+  static constexpr const char* kSourceFile = "ksstringrules";
 
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
   static bool Breaks(const StrEnumData& data, std::string_view text);
+};
 
- protected:
-  void LogRefusedHistory(const std::string& text) const override;
+template <>
+struct RuleClassOf<kStrNoEqual> {
+  template <class>
+  using For = KSStrNoEqualRule;
 };
 
 }  // namespace keelstone

@@ -1,7 +1,6 @@
 #ifndef KEELSTONE_MODEL_RULES_TABLE_MD5_RULE_H
 #define KEELSTONE_MODEL_RULES_TABLE_MD5_RULE_H
 
-#include <memory>
 #include <string>
 
 #include "model/rules/text_rule.h"
@@ -10,17 +9,24 @@ namespace keelstone {
 
 /// A table should keep its digest, compared byte for byte. Learned.
 class KSTableMd5EqualRule final
-    : public LearnedRule<TextRule<TableHistoryData, KSTableDataFeature, TablMd5EqualData>> {
+    : public LearnedRule<
+          TextRule<KSTableMd5EqualRule, TablMd5EqualData, TableHistoryData, KSTableDataFeature>> {
  public:
-  explicit KSTableMd5EqualRule(EnumRuleType type = kTableMd5) : LearnedRule(type) {}
+  static constexpr EnumRuleType kType = kTableMd5;
+  static constexpr const char* kInit = "KSTableMd5EqualRule::Init";
+  static constexpr const char* kSourceFile = "kstablemd5equalrule";
 
-  bool CheckRuleWith(const RuleSettings& settings, const std::string& domainId) override;
+  static bool Fits(const Case& lesson);
   bool UpdateRuleWith(const RuleSettings* settings) override;
-  bool CheckGoldenValue(const std::shared_ptr<KSDataBase>& point) override;
-  bool CheckAlert(const std::shared_ptr<KSDataBase>& point) override;
+  static bool Breaks(const TablMd5EqualData& data, const std::string& digest);
+  /// The golden table itself, not any that has the expected digest.
+  static bool IsGolden(const TablMd5EqualData& data, const std::string& digest);
+};
 
- protected:
-  void LogRefusedHistory(const std::string& text) const override;
+template <>
+struct RuleClassOf<kTableMd5> {
+  template <class>
+  using For = KSTableMd5EqualRule;
 };
 
 }  // namespace keelstone

@@ -12,15 +12,15 @@
 #include "keelstone/database_files.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/filesystem.h"
-#include "keelstone/first_failure.h"
 #include "keelstone/interface_translator.h"
 #include "keelstone/logger.h"
-#include "keelstone/resource_adaptor.h"
 #include "keelstone/write_behind.h"
 #include "storage/delivery/database_overwrite.h"
 #include "storage/load/unit_changes.h"
+#include "storage/resource_adaptor.h"
 #include "storage/tables/data_rows.h"
 #include "storage/tables/deferred_log.h"
+#include "storage/tables/note_failure.h"
 #include "storage/tables/object_rule_schema.h"
 
 namespace keelstone {

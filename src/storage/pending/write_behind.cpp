@@ -9,11 +9,11 @@
 
 #include "base/threads/fork_gate.h"
 #include "keelstone/domain_data_manager.h"
-#include "keelstone/first_failure.h"
 #include "keelstone/ini_reader.h"
 #include "keelstone/logger.h"
 #include "storage/load/unit_changes.h"
 #include "storage/pending/pending_rows.h"
+#include "storage/tables/note_failure.h"
 #include "storage/tables/table_frame.h"
 
 namespace keelstone {

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "keelstone/mutex.h"
+#include "storage/tables/note_failure.h"
 
 namespace keelstone {
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "keelstone/database_files.h"
+#include "settings/rule_settings.h"
 #include "storage/settings_generation.h"
 #include "storage/tables/data_rows.h"
 

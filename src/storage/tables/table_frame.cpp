@@ -10,11 +10,11 @@
 
 #include "base/text/strings.h"
 #include "keelstone/filesystem.h"
-#include "keelstone/first_failure.h"
 #include "keelstone/logger.h"
-#include "keelstone/resource_adaptor.h"
 #include "storage/load/unit_changes.h"
+#include "storage/resource_adaptor.h"
 #include "storage/tables/joint_commit.h"
+#include "storage/tables/note_failure.h"
 
 namespace keelstone {
 

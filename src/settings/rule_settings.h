@@ -1,18 +1,21 @@
-#ifndef KEELSTONE_RULE_SETTINGS_H
-#define KEELSTONE_RULE_SETTINGS_H
+#ifndef KEELSTONE_SETTINGS_RULE_SETTINGS_H
+#define KEELSTONE_SETTINGS_RULE_SETTINGS_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "keelstone/rule_global_setting.h"
+#include "settings/setting_classes.h"
 
 namespace keelstone {
 
 /// All typed settings of one general-settings document, loaded once so that judging a
-/// value reads no JSON. Immutable and shared by every thread. A settings object that
-/// did not load is empty: its rule type is then not learned.
+/// value reads no JSON. Immutable and shared by every thread. A type whose settings did not
+/// load is not learned.
 class RuleSettings {
  public:
   explicit RuleSettings(const KSRuleGlobalSetting& document);
@@ -22,20 +25,18 @@ class RuleSettings {
   /// GetLiveTMInterval of the document, seconds.
   std::int32_t LiveInterval(EnumRuleType type) const;
 
-  const std::shared_ptr<const KSStrEqualRuleSetting> strEqual;
-  const std::shared_ptr<const KSStrEnumRuleSetting> strEnum;
-  const std::shared_ptr<const KSIntEqualRuleSetting> intEqual;
-  const std::shared_ptr<const KSIntEnumRuleSetting> intEnum;
-  const std::shared_ptr<const KSIntRangeRuleSetting> intRange;
-  const std::shared_ptr<const KSIntConstantRuleSetting> intConstant;
-  const std::shared_ptr<const KSIntIncreaseRuleSetting> intIncrease;
-  const std::shared_ptr<const KSMd5TableRuleSetting> tableMd5;
+  /// The settings of a type; nullptr when they did not load.
+  template <EnumRuleType kType>
+  const SettingClass<kType>* Of() const noexcept {
+    return std::get<static_cast<std::size_t>(kType)>(typed_).get();
+  }
 
  private:
   struct Limits {
     std::int32_t historyDataCount;
     std::int32_t liveInterval;
   };
+  const LoadedSettings typed_;
   // One entry a rule type, then one for any type that is none, then one for -1.
   std::array<Limits, kRuleTypeCount + 2> limits_;
 };
@@ -47,4 +48,4 @@ std::shared_ptr<const RuleSettings> DomainRuleSettings(const std::string& domain
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_RULE_SETTINGS_H
+#endif  // KEELSTONE_SETTINGS_RULE_SETTINGS_H

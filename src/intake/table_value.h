@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_TABLE_VALUE_H
-#define KEELSTONE_TABLE_VALUE_H
+#ifndef KEELSTONE_INTAKE_TABLE_VALUE_H
+#define KEELSTONE_INTAKE_TABLE_VALUE_H
 
 #include <optional>
 #include <string>
@@ -31,4 +31,4 @@ struct TableFault {
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_TABLE_VALUE_H
+#endif  // KEELSTONE_INTAKE_TABLE_VALUE_H

@@ -1,13 +1,11 @@
-#ifndef KEELSTONE_NUMBERS_H
-#define KEELSTONE_NUMBERS_H
+#ifndef KEELSTONE_BASE_TEXT_NUMBERS_H
+#define KEELSTONE_BASE_TEXT_NUMBERS_H
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "keelstone/export.h"
 
 /// Conversions between texts and numbers, none of which depends on the locale, and
 /// narrowing conversions that say what comes out when a value does not fit.
@@ -16,10 +14,10 @@ namespace keelstone {
 /// The whole number at the start of `text` (white space, sign, decimal digits, then
 /// anything), as C's atoll; beyond 64 bits it saturates. Nothing when there are no
 /// digits.
-KEELSTONE_EXPORT std::optional<std::int64_t> LeadingInt64(std::string_view text) noexcept;
+std::optional<std::int64_t> LeadingInt64(std::string_view text) noexcept;
 /// The finite real at the start of `text` (white space, sign, decimal or hexadecimal),
 /// as C's atof. Nothing when there is no number or it is not finite.
-KEELSTONE_EXPORT std::optional<double> LeadingDouble(std::string_view text) noexcept;
+std::optional<double> LeadingDouble(std::string_view text) noexcept;
 
 /// LeadingInt64, or 0.
 std::int64_t AtollSaturated(std::string_view text) noexcept;
@@ -55,7 +53,7 @@ std::int32_t SaturateToInt32(std::int64_t value) noexcept;
 float NarrowToFloat(double value) noexcept;
 /// The double that the text of a float reads as: 0.1 for 0.1F, where widening would give
 /// 0.10000000149011612. It narrows to the same float.
-KEELSTONE_EXPORT double AsWritten(float value) noexcept;
+double AsWritten(float value) noexcept;
 /// a - b in 64-bit two's complement: wraps instead of overflowing.
 constexpr std::int64_t WrappingDifference(std::int64_t a, std::int64_t b) noexcept {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
@@ -63,4 +61,4 @@ constexpr std::int64_t WrappingDifference(std::int64_t a, std::int64_t b) noexce
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_NUMBERS_H
+#endif  // KEELSTONE_BASE_TEXT_NUMBERS_H

@@ -1,19 +1,13 @@
-#ifndef KEELSTONE_BOUNDED_REGEX_H
-#define KEELSTONE_BOUNDED_REGEX_H
+#ifndef KEELSTONE_MODEL_RULES_BOUNDED_REGEX_H
+#define KEELSTONE_MODEL_RULES_BOUNDED_REGEX_H
 
 #include <memory>
 #include <string>
 #include <string_view>
 
-#include "keelstone/export.h"
+#include "keelstone/pattern_fault.h"
 
 namespace keelstone {
-
-/// What makes a text no pattern of a regular expression rule: that it is no regular
-/// expression in Perl's syntax, is longer than 256 KiB, calls a part of itself (`(?R)`,
-/// `(?1)`, `(?&name)`), holds the verb `(*ACCEPT)`, or another one (`(*PRUNE)`) in a group
-/// that repeats. Empty for a sound one. Any thread.
-KEELSTONE_EXPORT std::string PatternFault(const std::string& pattern);
 
 /// A regular expression (Perl syntax, letter case does not count) each of whose searches
 /// ends after about a second at most. What the matcher does is counted, not timed, so that
@@ -40,4 +34,4 @@ class BoundedRegex {
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_BOUNDED_REGEX_H
+#endif  // KEELSTONE_MODEL_RULES_BOUNDED_REGEX_H

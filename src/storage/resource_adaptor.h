@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_RESOURCE_ADAPTOR_H
-#define KEELSTONE_RESOURCE_ADAPTOR_H
+#ifndef KEELSTONE_STORAGE_RESOURCE_ADAPTOR_H
+#define KEELSTONE_STORAGE_RESOURCE_ADAPTOR_H
 
 #include <boost/uuid/uuid.hpp>
 #include <map>
@@ -7,7 +7,6 @@
 #include <string>
 #include <tuple>
 
-#include "keelstone/export.h"
 #include "keelstone/mutex.h"
 
 namespace keelstone {
@@ -15,7 +14,7 @@ namespace keelstone {
 /// A 128-bit identifier made from a text: equal texts give equal identifiers.
 using Guid = boost::uuids::uuid;
 /// The name-based identifier (RFC 4122 version 5) of a domain id.
-KEELSTONE_EXPORT Guid GuidFromText(const std::string& text);
+Guid GuidFromText(const std::string& text);
 
 /// The lock of one database of one domain, process-wide. Whoever works on the file
 /// holds `mutex` from before the path is resolved until the file is closed; no other
@@ -25,7 +24,7 @@ struct LockRecord {
 };
 
 /// Hands out the lock records. Records live as long as the process. Any thread.
-class KEELSTONE_EXPORT FSResourceAdaptor {
+class FSResourceAdaptor {
  public:
   static FSResourceAdaptor& Instance();
 
@@ -43,4 +42,4 @@ class KEELSTONE_EXPORT FSResourceAdaptor {
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_RESOURCE_ADAPTOR_H
+#endif  // KEELSTONE_STORAGE_RESOURCE_ADAPTOR_H
