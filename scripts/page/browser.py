@@ -69,6 +69,7 @@ class Browser:
             "perfLoggingPrefs": {"enableNetwork": True, "enablePage": False},
         }
         capabilities = {"browserName": "chrome", "goog:chromeOptions": options,
+                        "timeouts": {"script": 110_000},  # ms
                         "goog:loggingPrefs": {"browser": "ALL", "performance": "ALL"}}
         answer = self._call("POST", "/session", {"capabilities": {"alwaysMatch": capabilities}})
         self.base += "/session/" + answer["sessionId"]
