@@ -30,8 +30,7 @@ constexpr const char* kInsertSetting = "insert into KSGlobalSetting (data) value
 /// Waits until rules and histories may be written; why they may not.
 std::string WriteFault(const std::string& domainId, const char* function) {
   const auto look = [](CppSQLite3DB& db) { InTransaction(db, [] { return false; }); };
-  const std::string fault =
-      RunOnDomain(domainId, RuleOperation(function, TableAccess::kChange), look);
+  std::string fault = RunOnDomain(domainId, RuleOperation(function, TableAccess::kChange), look);
   if (!fault.empty()) return fault;
   return RunOnDomain(domainId, HistoryOperation(function, TableAccess::kChange), look);
 }
