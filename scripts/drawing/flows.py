@@ -105,7 +105,7 @@ def way():
     flow.box(HOST, 694, 52, "SerializeLocalDB", ["what is to be kept"])
     flow.box(ENGINE, 694, 52, "the run's rows", ["rules and histories"])
     flow.box(MODEL, 694, 52, "DBWriteWrapper", ["pending rows, in memory"])
-    flow.box(STORE, 694, 52, "its worker", ["600 rows a transaction"], "band")
+    flow.box(STORE, 694, 52, "its worker", ["one commit a flush"], "band")
     flow.across(HOST, ENGINE, 720)
     flow.across(ENGINE, MODEL, 720)
     flow.across(MODEL, STORE, 720)
