@@ -14,6 +14,8 @@
 
 namespace keelstone {
 
+class ResidentUnit;
+
 /// The time of a run in seconds since the epoch, beyond 32 bits too.
 struct EvaluationTime {
   std::int64_t seconds = 0;
@@ -71,6 +73,10 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// what the database holds: rows that wait to be written come before it.
   void SetCacheData(DevParserRule rules);
   void SetHistoryData(DevParserHistory histories);
+  /// For ResidentStore, in the place of both: works on a unit that stays in memory, which
+  /// SerializeLocalDB then changes instead of handing rows over. Before anything else; the
+  /// instance lets go of the unit when it ends.
+  void Attach(std::shared_ptr<ResidentUnit> unit);
   /// Whether a rule of this variable was loaded, on any interface.
   bool IsVarDefineRule(const std::string& variableName);
 

@@ -35,6 +35,7 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
 
 void KSRuleInstance::Evaluation::SerializeLocalDB() {
   outcome_.CollectReplaced(lookUp_);
+  if (lookUp_.IsAttached()) return outcome_.StoreIn(lookUp_);
   if (outcome_.HasRows()) lookUp_.NoteHandedOver();
   outcome_.HandOver();
 }
@@ -48,7 +49,7 @@ void KSRuleInstance::Evaluation::ReplaceHistory(const std::string& interfaceValu
 
 bool KSRuleInstance::Evaluation::TakeValue(const VarInfo& variable) {
   if (settings_.areUnreadable || lookUp_.isUnreadable()) return RefuseUnreadable(variable);
-  const Found found = lookUp_.Find(variable);
+  Found found = lookUp_.Find(variable);
   const TypedValue value(variable);
   if (TryCheckOnly(variable, value, found)) return true;
   TakenDefinition definition;

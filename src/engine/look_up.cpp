@@ -31,7 +31,7 @@ void FetchAhead(const std::string& text) {
 /// The value of a two-step map, or nullptr. `outer` is where the first step led the last
 /// time; variables mostly come interface by interface.
 template <class Map>
-auto* FindTwice(Map& map, typename Map::iterator& outer, const std::string& first,
+auto* FindTwice(const Map& map, typename Map::const_iterator& outer, const std::string& first,
                 const std::string& second) {
   if (outer == map.end() || outer->first != first) outer = map.find(first);
   if (outer == map.end()) return static_cast<decltype(&outer->second.begin()->second)>(nullptr);
@@ -61,22 +61,50 @@ bool LookUp::IsInBlockTime() const {
 }
 
 bool LookUp::IsDefineRule() const {
-  if (!rules_.empty()) return true;
+  if (!rules().empty()) return true;
   return manager_ &&
          manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
 }
 
+void LookUp::ForgetPlaces() {
+  rulesOfInterface_ = rules().end();
+  historiesOfInterface_ = histories().end();
+}
+
+void LookUp::Attach(std::shared_ptr<ResidentUnit> unit) {
+  unit_ = std::move(unit);
+  areRulesGiven_ = unit_->AreRulesLoaded();
+  areHistoriesGiven_ = unit_->AreHistoriesLoaded();
+  ForgetPlaces();
+}
+
+void LookUp::Store(const std::vector<ObjectRuleData>& rules,
+                   std::vector<ObjectRuleHistoryData> histories) {
+  unit_->Apply(rules, std::move(histories));
+  copies_.clear();
+  replaced_.clear();
+  ForgetPlaces();
+}
+
 void LookUp::SetRules(DevParserRule rules) {
-  rules_ = std::move(rules);
-  rulesOfInterface_ = rules_.end();
+  if (unit_) {
+    unit_->SetRules(std::move(rules));
+  } else {
+    rules_ = std::move(rules);
+  }
+  ForgetPlaces();
   areRulesGiven_ = true;
   mayBeShared_ = true;
   definedVariables_.reset();
 }
 
 void LookUp::SetHistories(DevParserHistory histories) {
-  histories_ = std::move(histories);
-  historiesOfInterface_ = histories_.end();
+  if (unit_) {
+    unit_->SetHistories(std::move(histories));
+  } else {
+    histories_ = std::move(histories);
+  }
+  ForgetPlaces();
   areHistoriesGiven_ = true;
 }
 
@@ -90,31 +118,46 @@ bool LookUp::Load(const char* label, Read read) {
   const std::uint64_t failedBefore = FailedOperationsHere();
   read(object);
   isUnreadable_ = isUnreadable_ || FailedOperationsHere() != failedBefore;
+  if (unit_ && isUnreadable_) unit_->Refuse();
   return true;
 }
 
 bool LookUp::LoadRules() {
   if (areRulesGiven_) return true;
   return Load("InitCacheData", [this](const ObjectDefine& object) {
-    manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
-                                         subject_.variableParam, kVariableSourceParser);
-    rulesOfInterface_ = rules_.end();
+    DevParserRule loaded;
+    const int status =
+        manager_->GetRuleDefinitionDataByDev(unit_ ? loaded : rules_, &object,
+                                             subject_.variableSource, subject_.variableParam,
+                                             kVariableSourceParser);
+    ForgetPlaces();
+    if (!unit_) return;
+    unit_->SetRules(std::move(loaded));
+    areRulesGiven_ = true;
+    // Without a table what is learned goes nowhere.
+    if (status >= 0) unit_->Refuse();
+    ForgetPlaces();
   });
 }
 
 bool LookUp::LoadHistories() {
   if (areHistoriesGiven_) return true;
   return Load("InitHistoryData", [this](const ObjectDefine& object) {
-    manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource,
+    DevParserHistory loaded;
+    manager_->GetRuleHistoryData(unit_ ? loaded : histories_, &object, subject_.variableSource,
                                  subject_.variableParam, kVariableSourceParser);
-    historiesOfInterface_ = histories_.end();
+    if (unit_) {
+      unit_->SetHistories(std::move(loaded));
+      areHistoriesGiven_ = true;
+    }
+    ForgetPlaces();
   });
 }
 
 bool LookUp::IsVarDefineRule(const std::string& variableName) {
   if (!definedVariables_) {
     definedVariables_.emplace();
-    for (const auto& [interfaceValue, definitions] : rules_) {
+    for (const auto& [interfaceValue, definitions] : rules()) {
       for (const auto& [name, definition] : definitions) definedVariables_->insert(name);
     }
   }
@@ -123,16 +166,19 @@ bool LookUp::IsVarDefineRule(const std::string& variableName) {
 
 const std::string* LookUp::LoadedHistory(const std::string& interfaceValue,
                                          const std::string& variableName) const {
-  const auto interface = histories_.find(interfaceValue);
-  if (interface == histories_.end()) return nullptr;
-  const auto history = interface->second.find(variableName);
-  return history != interface->second.end() ? &history->second : nullptr;
+  for (const DevParserHistory* texts : {&replaced_, &histories()}) {
+    const auto interface = texts->find(interfaceValue);
+    if (interface == texts->end()) continue;
+    const auto history = interface->second.find(variableName);
+    if (history != interface->second.end()) return &history->second;
+  }
+  return nullptr;
 }
 
 void LookUp::ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
                             std::string history) {
-  histories_[interfaceValue][variableName] = std::move(history);
-  historiesOfInterface_ = histories_.end();
+  (unit_ ? replaced_ : histories_)[interfaceValue][variableName] = std::move(history);
+  ForgetPlaces();
 }
 
 bool LookUp::IsFiltered(const std::string& interfaceValue) {
@@ -147,7 +193,33 @@ bool LookUp::IsFiltered(const std::string& interfaceValue) {
   });
 }
 
+void LookUp::FindLoaded(const VarInfo& variable, Found& found) {
+  found.loadedHistory = FindTwice(histories(), historiesOfInterface_, variable.interfaceValue,
+                                  variable.variableName);
+  const auto* const loaded =
+      FindTwice(rules(), rulesOfInterface_, variable.interfaceValue, variable.variableName);
+  if (loaded != nullptr) found.record = *loaded;
+}
+
+// What a run works on of a resident record takes its place for the run's later values.
+void LookUp::FindResident(const VarInfo& variable, Found& found) {
+  if (!replaced_.empty()) {
+    found.loadedHistory = LoadedHistory(variable.interfaceValue, variable.variableName);
+  }
+  const auto copy = copies_.empty() ? copies_.end() : copies_.find(found.record.get());
+  found.isResident = copy == copies_.end();
+  if (!found.isResident) found.record = copy->second;
+  found.isOurs = found.record && (found.isResident || found.record.use_count() == 2);
+}
+
 Found LookUp::Find(const VarInfo& variable) {
+  if (unit_) {
+    Found found;
+    FindLoaded(variable, found);
+    FindResident(variable, found);
+    if (found.loadedHistory != nullptr) FetchAhead(*found.loadedHistory);
+    return found;
+  }
   const auto* const cache = DBWriteWrapper::Instance();
   if (!pendingMark_) pendingMark_ = cache->MarkOf(subject_.domainId, subject_.deviceName);
   Found found;
@@ -160,12 +232,8 @@ Found LookUp::Find(const VarInfo& variable) {
     found.needsLock = found.isPending;
     if (found.isPending) return found;
   }
-  found.loadedHistory =
-      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
+  FindLoaded(variable, found);
   if (found.loadedHistory != nullptr) FetchAhead(*found.loadedHistory);
-  const auto* const loaded =
-      FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
-  if (loaded != nullptr) found.record = *loaded;
   found.isOurs = found.record && (!mayBeShared_ || found.record.use_count() == 2);
   // Also when it is ours now: after whoever held it before.
   found.needsLock = mayBeShared_;
@@ -173,11 +241,16 @@ Found LookUp::Find(const VarInfo& variable) {
 }
 
 // What others may hold, other instances and the write-behind worker, is worked on as a copy.
-bool LookUp::Take(const VarInfo& variable, const Found& found, TakenDefinition& definition) const {
+bool LookUp::Take(const VarInfo& variable, Found& found, TakenDefinition& definition) {
   if (!found.record) {
     if (!TakeNew(variable, definition)) return false;
     TakeHistory(variable, found, definition);
     return true;
+  }
+  if (found.isResident) {
+    std::shared_ptr<RuleDefinitionData>& copy = copies_[found.record.get()];
+    copy = std::make_shared<RuleDefinitionData>(*found.record);
+    found.record = copy;
   }
   definition.shared = found.record;
   std::optional<DefinitionLock> lock;

@@ -6,7 +6,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "engine/resident_unit.h"
 #include "engine/subject.h"
 #include "engine/taken_definition.h"
 #include "keelstone/data_manager.h"
@@ -20,6 +23,7 @@ namespace keelstone {
 struct Found {
   std::shared_ptr<RuleDefinitionData> record;  // pending or loaded; empty without either
   const std::string* loadedHistory = nullptr;  // nullptr: nothing was loaded
+  bool isResident = false;                     // the record is the store's, and not to be changed
   bool mayHavePending = false;                 // rows of the unit wait to be written
   bool isPending = false;                      // the record is one of them
   bool isOurs = false;                         // nobody else holds the record now
@@ -27,7 +31,8 @@ struct Found {
 };
 
 /// The first step of a value's way: what the domain's storage holds of one device and parser,
-/// as far as it was loaded, handed over by a host, or waits to be written.
+/// as far as it was loaded, handed over by a host, or waits to be written. Over a unit that is
+/// resident it asks nobody else: the unit is newer than whatever waits to be written.
 ///
 /// It belongs to one evaluation and shares the records it finds with whoever else holds them:
 /// the host that handed them over, the write-behind cache, other evaluations through it. One
@@ -47,6 +52,13 @@ class LookUp {
   bool LoadHistories();
   void SetRules(DevParserRule rules);
   void SetHistories(DevParserHistory histories);
+  /// Before anything is loaded: works on a unit that stays in memory. The unit stays as it is
+  /// until Store; records that a value is judged by are copied, and found again by later values.
+  void Attach(std::shared_ptr<ResidentUnit> unit);
+  bool IsAttached() const { return unit_ != nullptr; }
+  /// Puts a run's rows into the unit.
+  void Store(const std::vector<ObjectRuleData>& rules,
+             std::vector<ObjectRuleHistoryData> histories);
   bool IsVarDefineRule(const std::string& variableName);
   const std::string* LoadedHistory(const std::string& interfaceValue,
                                    const std::string& variableName) const;
@@ -61,13 +73,18 @@ class LookUp {
   Found Find(const VarInfo& variable);
   /// Makes ready what was found, or what the variable rules say of a variable that nobody has
   /// learned yet. False when it has no enabled definition.
-  bool Take(const VarInfo& variable, const Found& found, TakenDefinition& definition) const;
+  bool Take(const VarInfo& variable, Found& found, TakenDefinition& definition);
   /// Others may hold the records from here on: some wait to be written.
   void NoteHandedOver() { mayBeShared_ = true; }
 
  private:
   template <class Read>
   bool Load(const char* label, Read read);
+  const DevParserRule& rules() const { return unit_ ? unit_->rules() : rules_; }
+  const DevParserHistory& histories() const { return unit_ ? unit_->histories() : histories_; }
+  void ForgetPlaces();
+  void FindLoaded(const VarInfo& variable, Found& found);
+  void FindResident(const VarInfo& variable, Found& found);
   bool TakeNew(const VarInfo& variable, TakenDefinition& definition) const;
   void TakeHistory(const VarInfo& variable, const Found& found, TakenDefinition& definition) const;
 
@@ -75,9 +92,14 @@ class LookUp {
   const std::shared_ptr<KSDataManagerSql> manager_;
   DevParserRule rules_;
   DevParserHistory histories_;
+  std::shared_ptr<ResidentUnit> unit_;  // empty, or in the place of the two
+  // Over a resident unit: what the run works on of it, by the records and the texts it takes
+  // the place of.
+  std::unordered_map<const RuleDefinitionData*, std::shared_ptr<RuleDefinitionData>> copies_;
+  DevParserHistory replaced_;
   // Where the last variable was: they mostly come interface by interface.
-  DevParserRule::iterator rulesOfInterface_ = rules_.end();
-  DevParserHistory::iterator historiesOfInterface_ = histories_.end();
+  DevParserRule::const_iterator rulesOfInterface_ = rules_.end();
+  DevParserHistory::const_iterator historiesOfInterface_ = histories_.end();
   std::optional<PendingMark> pendingMark_;  // from the first variable on
   // Whether others may have come to hold records of rules_: a host that handed them over,
   // the write-behind cache after it got rows.

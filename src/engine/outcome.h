@@ -62,6 +62,8 @@ class Outcome {
   void CollectReplaced(const LookUp& lookUp);
   /// Whether rows wait that were not handed over yet.
   bool HasRows() const { return !pendingRules_.empty() || !pendingHistories_.empty(); }
+  /// Puts the rows into the unit that the look-up works on, all or none.
+  void StoreIn(LookUp& lookUp);
   /// Hands rows over, and once more those of earlier calls that nothing newer has overtaken.
   void HandOver();
 

@@ -62,6 +62,12 @@ void Outcome::CollectReplaced(const LookUp& lookUp) {
   }
 }
 
+void Outcome::StoreIn(LookUp& lookUp) {
+  if (!HasRows()) return;
+  lookUp.Store(pendingRules_, std::exchange(pendingHistories_, {}));
+  pendingRules_.clear();
+}
+
 void Outcome::HandOver() {
   DBWriteWrapper* const cache = DBWriteWrapper::Instance();
   std::shared_ptr<HandedRows> handed;

@@ -72,6 +72,10 @@ void KSRuleInstance::SetHistoryData(DevParserHistory histories) {
   evaluation_->lookUp().SetHistories(std::move(histories));
 }
 
+void KSRuleInstance::Attach(std::shared_ptr<ResidentUnit> unit) {
+  evaluation_->lookUp().Attach(std::move(unit));
+}
+
 bool KSRuleInstance::IsVarDefineRule(const std::string& variableName) {
   return evaluation_->lookUp().IsVarDefineRule(variableName);
 }
