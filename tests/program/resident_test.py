@@ -73,7 +73,7 @@ class ResidentTest(unittest.TestCase):
         self.root = str(self.folder / "root")
 
     def call(self, *arguments, input="", code=0):
-        done = subprocess.run([PROGRAM, arguments[0], "--root", self.root, *arguments[1:]],
+        done = subprocess.run([PROGRAM, *arguments, "--root", self.root],
                               input=input.encode(), capture_output=True, timeout=300)
         self.assertEqual(done.returncode, code, done.stderr.decode(errors="replace"))
         return done.stdout
