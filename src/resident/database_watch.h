@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "keelstone/mutex.h"
-#include "keelstone/resource_adaptor.h"
+#include "storage/resource_adaptor.h"
 #include "storage/pending/row_source.h"
 
 namespace keelstone {
