@@ -51,8 +51,8 @@ RuleMaterial RuleMaterial::Read(const TakenDefinition& definition, EnumKSDataTyp
   RuleMaterial material;
   material.dataType = dataType;
   material.mayLearn = mayLearn;
-  material.rule = manager->GetRuleByType(AlgTypeOf(dataType),
-                                         static_cast<EnumRuleType>(definition.own->ruleType), dataType);
+  material.rule = manager->GetRuleByType(
+      AlgTypeOf(dataType), static_cast<EnumRuleType>(definition.own->ruleType), dataType);
   if (material.rule) {
     if (definition.points) {
       material.rule->InitWithPoints(definition.own, definition.points, domainId);

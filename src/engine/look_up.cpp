@@ -127,10 +127,9 @@ bool LookUp::LoadRules() {
   if (areRulesGiven_) return true;
   return Load("InitCacheData", [this](const ObjectDefine& object) {
     DevParserRule loaded;
-    const int status =
-        manager_->GetRuleDefinitionDataByDev(unit_ ? loaded : rules_, &object,
-                                             subject_.variableSource, subject_.variableParam,
-                                             kVariableSourceParser);
+    const int status = manager_->GetRuleDefinitionDataByDev(
+        unit_ ? loaded : rules_, &object, subject_.variableSource, subject_.variableParam,
+        kVariableSourceParser);
     ForgetPlaces();
     if (!unit_) return;
     unit_->SetRules(loaded);
@@ -212,8 +211,8 @@ bool LookUp::IsFiltered(const std::string& interfaceValue) {
 }
 
 void LookUp::FindLoaded(const VarInfo& variable, Found& found) {
-  found.loadedHistory = FindTwice(histories_, historiesOfInterface_, variable.interfaceValue,
-                                  variable.variableName);
+  found.loadedHistory =
+      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
   const auto* const loaded =
       FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
   if (loaded != nullptr) found.record = *loaded;

@@ -26,10 +26,10 @@ struct Found {
   const std::string* loadedHistory = nullptr;  // nullptr: nothing was loaded
   // In the place of both: what a unit in memory has of the variable.
   const ResidentVariable* resident = nullptr;
-  bool mayHavePending = false;                 // rows of the unit wait to be written
-  bool isPending = false;                      // the record is one of them
-  bool isOurs = false;                         // nobody else holds the record now
-  bool needsLock = false;                      // somebody else holds it, or may have held it
+  bool mayHavePending = false;  // rows of the unit wait to be written
+  bool isPending = false;       // the record is one of them
+  bool isOurs = false;          // nobody else holds the record now
+  bool needsLock = false;       // somebody else holds it, or may have held it
 };
 
 /// The first step of a value's way: what the domain's storage holds of one device and parser,

@@ -158,7 +158,7 @@ class ResidentUnit {
   bool isRefused_ = false;
   bool isPacked_ = false;
   mutable std::uint32_t first_ = 0;  // the place of the variable that came first the last time
-  std::uint32_t runs_ = 0;  // since it was loaded, as far as it matters
+  std::uint32_t runs_ = 0;           // since it was loaded, as far as it matters
   std::size_t ruleCount_ = 0;
   std::int64_t rowCount_ = 0;
   std::size_t heapBytes_ = 0;  // of the variables

@@ -121,8 +121,8 @@ const std::string* KSRuleInstance::GetLoadedHistory(const std::string& interface
   return evaluation_->lookUp().LoadedHistory(interfaceValue, variableName);
 }
 
-std::optional<std::int64_t> KSRuleInstance::GuessNewestTime(
-    const std::string& interfaceValue, const std::string& variableName) const {
+std::optional<std::int64_t> KSRuleInstance::GuessNewestTime(const std::string& interfaceValue,
+                                                            const std::string& variableName) const {
   return evaluation_->lookUp().GuessNewestTime(interfaceValue, variableName);
 }
 

@@ -16,8 +16,7 @@ bool IsComplete(const Found& found) {
   return found.isPending || (!found.mayHavePending && found.loadedHistory != nullptr);
 }
 
-bool IsLearnedForType(std::int32_t generateType, std::int32_t ownType,
-                      std::int32_t variableType) {
+bool IsLearnedForType(std::int32_t generateType, std::int32_t ownType, std::int32_t variableType) {
   return generateType == kRuleLearned && ownType != 0 && ownType == variableType;
 }
 
