@@ -25,7 +25,8 @@ from faults import LinkDown, SessionShut  # noqa: E402
 from routers import Lab, LabError, missing  # noqa: E402
 
 CADENCE = 3.0
-POLLS = 50
+POLLS = int(os.environ.get("POLLS", 50))
+GNMI_ROUTERS = ("r1=127.0.0.1:57401", "r2=127.0.0.1:57402")
 FAULTS = ((30, 35, LinkDown()), (40, 45, SessionShut()))
 
 
@@ -112,6 +113,34 @@ def wait_for_port(router, port, protocol="tcp"):
             return
         time.sleep(0.1)
     raise LabError(f"{router.name}: nothing listens on port {port}")
+
+
+@contextlib.contextmanager
+def gnmi_target():
+    """The target of gnmic/target, serving two routers of the lab's recording."""
+    program = tool("bin", "lab-target")
+    recording = os.path.join(HERE, os.pardir, "lab", "recording.jsonl.gz")
+    with subprocess.Popen([program, "serve", recording, *GNMI_ROUTERS], stdout=subprocess.PIPE) as process:
+        try:
+            process.stdout.readline()
+            yield
+        finally:
+            process.terminate()
+
+
+def wait_until_quiet(path):
+    """Waits until a file exists and has not grown for five seconds."""
+    size, since = -1, time.monotonic()
+    while size <= 0 or time.monotonic() - since < 5.0:
+        time.sleep(0.2)
+        grown = os.path.getsize(path) if os.path.exists(path) else -1
+        if grown != size:
+            size, since = grown, time.monotonic()
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
 
 
 def in_python(script):
