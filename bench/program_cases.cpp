@@ -206,6 +206,72 @@ Rounds MemoryRounds(const BenchSettings& settings) {
   }};
 }
 
+/// Polls of one device whose values come one line an interface, as an event stream has them.
+void WriteStreamInput(const std::filesystem::path& path, std::size_t polls, std::uint64_t seed) {
+  constexpr std::size_t kInterfaces = 48;
+  std::mt19937_64 random(seed);
+  std::string lines;
+  for (std::size_t line = 0; line < polls * kInterfaces; ++line) {
+    const std::size_t interface = line % kInterfaces;
+    lines += "{\"time\":" + std::to_string(FleetTime(0) + 30 * (line / kInterfaces)) +
+             ",\"device\":\"" + FleetDevice(0) + "\",\"source\":\"" + kFleetSource +
+             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" + FleetInterface(interface) +
+             "\",\"value\":" + std::to_string(100 + random() % 50) + "}]}\n";
+  }
+  WriteFile(path, lines);
+}
+
+/// The stream with its unit in memory and with one that is written and read between two lines,
+/// of which there are fewer: it takes so much longer.
+Rounds StreamRounds(const BenchSettings& settings) {
+  const std::array<std::size_t, 2> polls = {settings.brief ? 4U : 2000U, settings.brief ? 2U : 10U};
+  const ProgramRoot root(settings.root);
+  for (const std::size_t count : polls) {
+    WriteStreamInput(root.File(std::to_string(count) + ".jsonl"), count, settings.seed);
+  }
+  return {.round = [=] {
+    const auto perValue = [&](std::size_t count, const std::vector<std::string>& more) {
+      std::filesystem::remove_all(root.DomainFolder("stream"));
+      const ProgramRun run = root.Evaluate("stream", std::to_string(count) + ".jsonl", more);
+      if (root.Histories("stream") != 48) throw std::runtime_error("not learned");
+      return run.seconds * 1e9 / static_cast<double>(48 * count);
+    };
+    const double ours = perValue(polls[0], {});
+    const double reference = perValue(polls[1], {"--memory", "0"});
+    return Sample{.ours = ours, .reference = reference, .figures = {{"values/s", 1e9 / ours}}};
+  }};
+}
+
+/// A fleet in memory that is checked again and again against one that is read for each run.
+Rounds CheckRounds(const BenchSettings& settings) {
+  const std::size_t devices = settings.brief ? 4 : 500;
+  const std::size_t runs = settings.brief ? 2 : 40;
+  const auto values = static_cast<double>(devices * kVariables * runs);
+  const ProgramRoot root(settings.root);
+  const Fleet fleet{devices};
+  const auto program = std::make_shared<StoredProgram>(root, "checked", fleet);
+  std::string lines;
+  for (std::size_t run = 0; run < runs; ++run) {
+    for (std::size_t device = 0; device < devices; ++device) {
+      AppendRun(lines, FleetTime(fleet.points) + 30 * static_cast<std::int32_t>(run + 1), device,
+                [](std::size_t) { return std::to_string(kFleetValue); });
+    }
+  }
+  WriteFile(root.File("checked.jsonl"), lines);
+  return {.round = [=] {
+    const auto check = [&](const std::vector<std::string>& more) {
+      return root.Evaluate("checked", "checked.jsonl", more);
+    };
+    const ProgramRun ours = check({"--threads", "1", "--judge-repeated"});
+    const ProgramRun two = check({"--threads", "2", "--judge-repeated"});
+    const ProgramRun reference = check({"--threads", "1", "--judge-repeated", "--memory", "0"});
+    return Sample{.ours = ours.processorSeconds * 1e9 / values,
+                  .reference = reference.processorSeconds * 1e9 / values,
+                  .figures = {{"one thread / two, by the clock", ours.seconds / two.seconds},
+                              {"MB in use by the program", ours.peakBytes / 1e6}}};
+  }};
+}
+
 }  // namespace
 
 void AddProgramCases(BenchCases& cases) {
@@ -232,6 +298,22 @@ void AddProgramCases(BenchCases& cases) {
                    .goal = 3.0,
                    .rounds = kLeastRounds,
                    .make = MemoryRounds});
+  cases.push_back({.number = "12",
+                   .name = "program/check",
+                   .ours = "500 devices x 100 variables x 40 runs, 30 s apart, in memory",
+                   .reference = "read for each run (--memory 0)",
+                   .unit = "ns/value",
+                   .goal = 0.3,
+                   .rounds = kLeastRounds,
+                   .make = CheckRounds});
+  cases.push_back({.number = "14",
+                   .name = "program/stream",
+                   .ours = "one device x 48 lines a poll, its unit in memory",
+                   .reference = "written and read between two lines (--memory 0)",
+                   .unit = "ns/value",
+                   .goal = 0.01,
+                   .rounds = kLeastRounds,
+                   .make = StreamRounds});
 }
 
 }  // namespace keelstone::bench

@@ -13,17 +13,13 @@
 #include "keelstone/export.h"
 #include "keelstone/intake_stages.h"
 #include "keelstone/judged_values.h"
+#include "keelstone/resident_store.h"
 #include "keelstone/rule_instance.h"
 #include "keelstone/run_line.h"
+#include "keelstone/unit_data.h"
 #include "keelstone/update_result.h"
 
 namespace keelstone {
-
-/// What the databases hold of one unit at a moment when nothing of it is pending.
-struct KEELSTONE_EXPORT UnitData {
-  DevParserRule rules;
-  DevParserHistory histories;
-};
 
 /// A value that a rule has judged.
 struct KEELSTONE_EXPORT JudgedValue {
@@ -43,7 +39,8 @@ struct KEELSTONE_EXPORT RunRequest {
   bool onDemand = false;  // check, and learn nothing
   bool explain = false;   // alerts are explained
   IntakeStages stages = IntakeStages::Off();
-  JudgedValues::Place judged;  // what was judged before; without it the histories alone count
+  JudgedValues::Place judged;      // what was judged before; without it the histories alone count
+  ResidentStore* store = nullptr;  // keeps units in memory; nullptr: the run loads what it needs
 };
 
 /// What the engine made of one run.
@@ -56,6 +53,7 @@ struct KEELSTONE_EXPORT RunOutcome {
   // All values are rejected, and nothing is stored; after Store: not all of it is.
   bool lacksMemory = false;
   bool mayHavePending = false;                      // there may be rows for the write-behind cache
+  bool isResident = false;                          // a store keeps the rows; none are pending
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
   // Where explanations were asked for: one an alert, and what was judged, both in order.
   std::vector<KSAlertExplanation> explanations;
@@ -77,7 +75,7 @@ KEELSTONE_EXPORT std::int64_t CountLines(std::string_view text) noexcept;
 /// over the domain's limits or refused by a stage is rejected here; what the engine cannot
 /// take is rejected, whatever goes wrong. When memory runs short the run as a whole is rejected.
 /// Any thread, but one run of a unit at a time. `data` is what was loaded of the unit ahead;
-/// without it the run loads for itself.
+/// without it, and where a store has the unit, the run loads for itself.
 KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain,
                                         const RunRequest& request,
                                         std::unique_ptr<UnitData> data = nullptr) noexcept;

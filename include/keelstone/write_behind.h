@@ -32,6 +32,7 @@ class PendingMark {
 };
 
 class HandedRows;
+class RowSource;
 
 /// The write-behind cache in front of the object-rule and history tables. Evaluation
 /// hands rows over and goes on; one worker thread writes them when "CacheSize" rows
@@ -81,6 +82,14 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   /// Whether rows of the unit wait to be written.
   bool HasPendingRows(const std::string& domainId, const std::string& unitKey) const;
 
+  /// From now on flushes of the domain write the rows of `source`, too; false when the domain
+  /// has a source. Whoever adds one removes it before it ends, and not from within a flush.
+  bool AddSource(const std::string& domainId, RowSource& source);
+  void RemoveSource(const std::string& domainId);
+  /// So many rows have come to the domain's source: they count like rows handed over, until a
+  /// flush takes them.
+  void NoteSourceRows(const std::string& domainId, std::int64_t count);
+
   /// Writes what is pending of one domain and answers the number of rows that this call
   /// wrote. Returns when every row handed over before the call is written, also those
   /// that another flush had taken. From within a flush (a host's log callback) it does
@@ -98,6 +107,7 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   void WakeWhenDue();
   void StartWorker();
   void FlushWithoutWorker();
+  int WriteUpTo(const std::string& domainId, std::uint64_t last, std::size_t announced);
   void Work();
   void Renew();
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -103,6 +104,15 @@ std::string RootFault(const EvaluateOptions& options) {
 
 }  // namespace
 
+std::size_t DefaultMemory() {
+  constexpr std::size_t kLeast = 64U << 20U;
+  const long pages = ::sysconf(_SC_PHYS_PAGES);
+  const long pageBytes = ::sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageBytes <= 0) return kLeast;
+  return std::max(kLeast,
+                  static_cast<std::size_t>(pages) / 4 * static_cast<std::size_t>(pageBytes));
+}
+
 void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
   CLI::App& command = *program.add_subcommand(
       "evaluate", "Evaluate parser runs: learn, check, and print what was found");
@@ -118,6 +128,14 @@ void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {
            ->type_name("N"),
       1, kMaxThreads);
   AddMaxLineOption(command, options.maxLine);
+  RequireRange(*command
+                    .add_option("--memory", options.memory,
+                                "Memory for the state of devices from run to run: bytes, or as in "
+                                "512mb, 2gb (default: a quarter of the machine's); 0: it is read "
+                                "and written for each run")
+                    ->type_name("SIZE")
+                    ->transform(CLI::AsSizeValue(false)),
+               0, std::numeric_limits<std::int64_t>::max());
   command.add_flag("--explain", options.explain,
                    "With json, explain every alert: what was expected, why, since when");
   command.add_flag("--all", options.all, "With json, also print runs without results");

@@ -10,12 +10,16 @@
 
 namespace keelstone::host {
 
+/// A quarter of the machine's memory, at least 64 MiB.
+std::size_t DefaultMemory();
+
 struct EvaluateOptions {
   CommonOptions common;
   std::vector<std::string> files;  // "-" is standard input; none: standard input
   std::string format;              // "json" or "text"; empty: by what standard output is
   unsigned threads = 0;            // 0: the cores
   std::size_t maxLine = LineReader::kMaxLine;
+  std::size_t memory = DefaultMemory();  // bytes for units that stay in memory; 0: none stay
   bool explain = false;
   bool all = false;
   bool enroll = false;

@@ -55,6 +55,7 @@ EvaluateJob::EvaluateJob(const EvaluateOptions& options, OutputFormat format,
                          std::uint64_t inputTotal)
     : options_(options),
       format_(format),
+      store_(options.memory > 0 ? std::make_unique<ResidentStore>(options.memory) : nullptr),
       console_(!options.quiet && ::isatty(STDERR_FILENO) == 1),
       output_(STDOUT_FILENO),
       domains_(console_, options.enroll, !options.onDemand),
@@ -115,6 +116,7 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   request.explain = options_.explain || format_ == OutputFormat::kText;
   request.stages = options_.stages;
   request.judged = std::move(run.judged);
+  request.store = store_.get();
   RunOutcome outcome = EvaluateRun(run.parsed, *run.domain, request, std::move(run.data));
   outcome.Store();
   run.lacksMemory = outcome.lacksMemory;
@@ -136,7 +138,7 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   }
   // Where no thread waits for signals, nobody else tells the scheduler.
   if (stop_.Requested()) scheduler_.load()->Stop();
-  return outcome.mayHavePending;
+  return outcome.mayHavePending && !outcome.isResident;
 }
 
 void EvaluateJob::Flush(const std::string& domain) noexcept {
@@ -149,7 +151,9 @@ void EvaluateJob::Flush(const std::string& domain) noexcept {
 
 RunWork::Units EvaluateJob::Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept {
   try {
-    if (domain.engineOn) return LoadUnits(domain, keys);
+    if (!domain.engineOn || !domain.data) return {};
+    if (!store_) return LoadUnits(*domain.data->GetObjectRuleTable(), keys);
+    store_->LoadAhead(domain.id, keys);
   } catch (const std::exception&) {
     // Without memory for many at once each run loads for itself.
   }

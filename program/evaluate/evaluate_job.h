@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "keelstone/resident_store.h"
 #include "program/console.h"
 #include "program/domain_registry.h"
 #include "program/evaluate/alert_book.h"
@@ -62,6 +63,7 @@ class EvaluateJob final : private RunWork {
 
   const EvaluateOptions& options_;
   const OutputFormat format_;
+  const std::unique_ptr<ResidentStore> store_;  // empty: units are read for each run
   Console console_;
   StopRequest stop_;
   OutputWriter output_;  // the delivery thread's

@@ -6,9 +6,10 @@
 #include <memory>
 #include <string>
 
+#include "keelstone/domain.h"
 #include "keelstone/judged_values.h"
 #include "keelstone/run_line.h"
-#include "program/evaluate/unit_data.h"
+#include "keelstone/unit_data.h"
 
 namespace keelstone::host {
 

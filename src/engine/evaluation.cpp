@@ -35,6 +35,7 @@ bool KSRuleInstance::Evaluation::ProcessVariable(const VarInfo& variable) {
 
 void KSRuleInstance::Evaluation::SerializeLocalDB() {
   outcome_.CollectReplaced(lookUp_);
+  if (lookUp_.IsAttached()) return outcome_.StoreIn(lookUp_);
   if (outcome_.HasRows()) lookUp_.NoteHandedOver();
   outcome_.HandOver();
 }
@@ -48,7 +49,7 @@ void KSRuleInstance::Evaluation::ReplaceHistory(const std::string& interfaceValu
 
 bool KSRuleInstance::Evaluation::TakeValue(const VarInfo& variable) {
   if (settings_.areUnreadable || lookUp_.isUnreadable()) return RefuseUnreadable(variable);
-  const Found found = lookUp_.Find(variable);
+  Found found = lookUp_.Find(variable);
   const TypedValue value(variable);
   if (TryCheckOnly(variable, value, found)) return true;
   TakenDefinition definition;
@@ -76,8 +77,8 @@ bool KSRuleInstance::Evaluation::JudgeValue(const VarInfo& variable, const Typed
                                             const TakenDefinition& definition) {
   const std::shared_ptr<KSDataBase> point = value.MakePoint(subject_.time);
   if (!point) return RefuseNoValue();
-  RuleMaterial material = RuleMaterial::Read(definition.own, definition.history, value.dataType(),
-                                             MayLearn(), subject_.domainId);
+  RuleMaterial material =
+      RuleMaterial::Read(definition, value.dataType(), MayLearn(), subject_.domainId);
   if (material.isHistoryRefused) {
     outcome_.LogRefusedHistory(variable);
     // A rule of numbers is kept with all that is stored of it; else a new history begins.
@@ -92,7 +93,7 @@ bool KSRuleInstance::Evaluation::JudgeValue(const VarInfo& variable, const Typed
   if (material.rule) {
     outcome_.Conclude({variable, point, definition, *material.rule, judgement});
   } else if (material.mayLearn && material.history) {
-    outcome_.KeepForLearning(variable, point, *material.history);
+    outcome_.KeepForLearning(variable, point, material.history);
   }
   return true;
 }

@@ -12,6 +12,7 @@
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/logger.h"
 #include "keelstone/performance.h"
+#include "model/history/history_scan.h"
 
 namespace keelstone {
 
@@ -31,7 +32,7 @@ void FetchAhead(const std::string& text) {
 /// The value of a two-step map, or nullptr. `outer` is where the first step led the last
 /// time; variables mostly come interface by interface.
 template <class Map>
-auto* FindTwice(Map& map, typename Map::iterator& outer, const std::string& first,
+auto* FindTwice(const Map& map, typename Map::const_iterator& outer, const std::string& first,
                 const std::string& second) {
   if (outer == map.end() || outer->first != first) outer = map.find(first);
   if (outer == map.end()) return static_cast<decltype(&outer->second.begin()->second)>(nullptr);
@@ -61,22 +62,50 @@ bool LookUp::IsInBlockTime() const {
 }
 
 bool LookUp::IsDefineRule() const {
-  if (!rules_.empty()) return true;
+  if (unit_ ? unit_->HasRules() : !rules_.empty()) return true;
   return manager_ &&
          manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
 }
 
-void LookUp::SetRules(DevParserRule rules) {
-  rules_ = std::move(rules);
+void LookUp::ForgetPlaces() {
   rulesOfInterface_ = rules_.end();
+  historiesOfInterface_ = histories_.end();
+}
+
+void LookUp::Attach(std::shared_ptr<ResidentUnit> unit) {
+  unit_ = std::move(unit);
+  course_ = unit_->BeginRun();
+  areRulesGiven_ = unit_->AreRulesLoaded();
+  areHistoriesGiven_ = unit_->AreHistoriesLoaded();
+  ForgetPlaces();
+}
+
+void LookUp::Store(const std::vector<ResidentRow>& rules,
+                   const std::vector<ResidentRow>& histories) {
+  copies_.clear();  // they name variables by their places, which may move
+  unit_->Apply(rules, histories, subject_.nodePathSchema);
+  replaced_.clear();
+}
+
+void LookUp::SetRules(DevParserRule rules) {
+  if (unit_) {
+    unit_->SetRules(rules);
+  } else {
+    rules_ = std::move(rules);
+  }
+  ForgetPlaces();
   areRulesGiven_ = true;
   mayBeShared_ = true;
   definedVariables_.reset();
 }
 
 void LookUp::SetHistories(DevParserHistory histories) {
-  histories_ = std::move(histories);
-  historiesOfInterface_ = histories_.end();
+  if (unit_) {
+    unit_->SetHistories(histories);
+  } else {
+    histories_ = std::move(histories);
+  }
+  ForgetPlaces();
   areHistoriesGiven_ = true;
 }
 
@@ -90,24 +119,38 @@ bool LookUp::Load(const char* label, Read read) {
   const std::uint64_t failedBefore = FailedOperationsHere();
   read(object);
   isUnreadable_ = isUnreadable_ || FailedOperationsHere() != failedBefore;
+  if (unit_ && isUnreadable_) unit_->Refuse();
   return true;
 }
 
 bool LookUp::LoadRules() {
   if (areRulesGiven_) return true;
   return Load("InitCacheData", [this](const ObjectDefine& object) {
-    manager_->GetRuleDefinitionDataByDev(rules_, &object, subject_.variableSource,
-                                         subject_.variableParam, kVariableSourceParser);
-    rulesOfInterface_ = rules_.end();
+    DevParserRule loaded;
+    const int status = manager_->GetRuleDefinitionDataByDev(
+        unit_ ? loaded : rules_, &object, subject_.variableSource, subject_.variableParam,
+        kVariableSourceParser);
+    ForgetPlaces();
+    if (!unit_) return;
+    unit_->SetRules(loaded);
+    areRulesGiven_ = true;
+    // Without a table what is learned goes nowhere.
+    if (status >= 0) unit_->Refuse();
+    ForgetPlaces();
   });
 }
 
 bool LookUp::LoadHistories() {
   if (areHistoriesGiven_) return true;
   return Load("InitHistoryData", [this](const ObjectDefine& object) {
-    manager_->GetRuleHistoryData(histories_, &object, subject_.variableSource,
+    DevParserHistory loaded;
+    manager_->GetRuleHistoryData(unit_ ? loaded : histories_, &object, subject_.variableSource,
                                  subject_.variableParam, kVariableSourceParser);
-    historiesOfInterface_ = histories_.end();
+    if (unit_) {
+      unit_->SetHistories(loaded);
+      areHistoriesGiven_ = true;
+    }
+    ForgetPlaces();
   });
 }
 
@@ -117,22 +160,42 @@ bool LookUp::IsVarDefineRule(const std::string& variableName) {
     for (const auto& [interfaceValue, definitions] : rules_) {
       for (const auto& [name, definition] : definitions) definedVariables_->insert(name);
     }
+    if (unit_) {
+      for (const ResidentVariable& variable : unit_->variables()) {
+        if (variable.hasRule) definedVariables_->insert(variable.name);
+      }
+    }
   }
   return definedVariables_->contains(variableName);
 }
 
 const std::string* LookUp::LoadedHistory(const std::string& interfaceValue,
                                          const std::string& variableName) const {
-  const auto interface = histories_.find(interfaceValue);
-  if (interface == histories_.end()) return nullptr;
-  const auto history = interface->second.find(variableName);
-  return history != interface->second.end() ? &history->second : nullptr;
+  const DevParserHistory& texts = unit_ ? replaced_ : histories_;
+  auto interface = texts.end();
+  if (const std::string* text = FindTwice(texts, interface, interfaceValue, variableName)) {
+    return text;
+  }
+  const auto* const stored = unit_ ? unit_->Find(interfaceValue, variableName) : nullptr;
+  if (stored == nullptr || !stored->history.IsThere()) return nullptr;
+  historyText_ = stored->history.ToText();
+  return &historyText_;
+}
+
+std::optional<std::int64_t> LookUp::GuessNewestTime(const std::string& interfaceValue,
+                                                    const std::string& variableName) const {
+  if (unit_ && replaced_.empty()) {
+    const auto* const stored = unit_->Find(interfaceValue, variableName);
+    return stored == nullptr ? std::nullopt : stored->history.GuessNewest();
+  }
+  const std::string* const text = LoadedHistory(interfaceValue, variableName);
+  return text == nullptr ? std::nullopt : keelstone::GuessNewestTime(*text);
 }
 
 void LookUp::ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
                             std::string history) {
-  histories_[interfaceValue][variableName] = std::move(history);
-  historiesOfInterface_ = histories_.end();
+  (unit_ ? replaced_ : histories_)[interfaceValue][variableName] = std::move(history);
+  ForgetPlaces();
 }
 
 bool LookUp::IsFiltered(const std::string& interfaceValue) {
@@ -147,7 +210,30 @@ bool LookUp::IsFiltered(const std::string& interfaceValue) {
   });
 }
 
+void LookUp::FindLoaded(const VarInfo& variable, Found& found) {
+  found.loadedHistory =
+      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
+  const auto* const loaded =
+      FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
+  if (loaded != nullptr) found.record = *loaded;
+}
+
+// What a run works on of a stored rule takes its place for the run's later values.
+Found LookUp::FindResident(const VarInfo& variable) {
+  Found found;
+  found.resident = unit_->Next(variable.interfaceValue, variable.variableName, course_);
+  if (!replaced_.empty()) {
+    auto interface = replaced_.cend();
+    found.loadedHistory =
+        FindTwice(replaced_, interface, variable.interfaceValue, variable.variableName);
+  }
+  const auto copy = copies_.empty() ? copies_.end() : copies_.find(found.resident);
+  if (copy != copies_.end()) found.record = copy->second->record;
+  return found;
+}
+
 Found LookUp::Find(const VarInfo& variable) {
+  if (unit_) return FindResident(variable);
   const auto* const cache = DBWriteWrapper::Instance();
   if (!pendingMark_) pendingMark_ = cache->MarkOf(subject_.domainId, subject_.deviceName);
   Found found;
@@ -160,12 +246,8 @@ Found LookUp::Find(const VarInfo& variable) {
     found.needsLock = found.isPending;
     if (found.isPending) return found;
   }
-  found.loadedHistory =
-      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
+  FindLoaded(variable, found);
   if (found.loadedHistory != nullptr) FetchAhead(*found.loadedHistory);
-  const auto* const loaded =
-      FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
-  if (loaded != nullptr) found.record = *loaded;
   found.isOurs = found.record && (!mayBeShared_ || found.record.use_count() == 2);
   // Also when it is ours now: after whoever held it before.
   found.needsLock = mayBeShared_;
@@ -173,7 +255,8 @@ Found LookUp::Find(const VarInfo& variable) {
 }
 
 // What others may hold, other instances and the write-behind worker, is worked on as a copy.
-bool LookUp::Take(const VarInfo& variable, const Found& found, TakenDefinition& definition) const {
+bool LookUp::Take(const VarInfo& variable, Found& found, TakenDefinition& definition) {
+  if (unit_) return TakeResident(variable, found, definition);
   if (!found.record) {
     if (!TakeNew(variable, definition)) return false;
     TakeHistory(variable, found, definition);
@@ -190,6 +273,39 @@ bool LookUp::Take(const VarInfo& variable, const Found& found, TakenDefinition& 
   }
   lock.reset();
   if (!found.isPending) TakeHistory(variable, found, definition);
+  return true;
+}
+
+// A rule is copied once a run. The first value that comes to it works on the copy itself where
+// a history is stored; every other one as if the copy were somebody else's.
+bool LookUp::TakeResident(const VarInfo& variable, const Found& found,
+                          TakenDefinition& definition) {
+  const ResidentVariable* const stored = found.resident;
+  const bool isStoredHistory = stored != nullptr && stored->history.IsThere();
+  if (stored == nullptr || !stored->hasRule) {
+    if (!TakeNew(variable, definition)) return false;
+    definition.resident = std::make_shared<ResidentCopy>(ResidentCopy{definition.own, nullptr});
+  } else {
+    std::shared_ptr<ResidentCopy>& copy = copies_[stored];
+    const bool isFirst = copy == nullptr;
+    if (isFirst) copy = std::make_shared<ResidentCopy>(ResidentCopy{stored->Record(), nullptr});
+    definition.resident = copy;
+    definition.shared = copy->record;
+    if (isFirst && (isStoredHistory || found.loadedHistory != nullptr)) {
+      definition.own = copy->record;
+    } else {
+      // What it was judged by before reads its history as a text.
+      if (copy->history) copy->history->WriteTo(copy->record->history);
+      copy->history.reset();
+      definition.own = std::make_shared<RuleDefinitionData>(*copy->record);
+      definition.HoldHistory(std::move(definition.own->history));
+    }
+  }
+  if (found.loadedHistory != nullptr) {
+    definition.history = *found.loadedHistory;
+  } else if (isStoredHistory) {
+    definition.TakeHistory(stored->history, static_cast<EnumKSDataType>(variable.dataType));
+  }
   return true;
 }
 

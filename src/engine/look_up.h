@@ -6,7 +6,11 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
+#include "engine/resident_unit.h"
 #include "engine/subject.h"
 #include "engine/taken_definition.h"
 #include "keelstone/data_manager.h"
@@ -20,14 +24,17 @@ namespace keelstone {
 struct Found {
   std::shared_ptr<RuleDefinitionData> record;  // pending or loaded; empty without either
   const std::string* loadedHistory = nullptr;  // nullptr: nothing was loaded
-  bool mayHavePending = false;                 // rows of the unit wait to be written
-  bool isPending = false;                      // the record is one of them
-  bool isOurs = false;                         // nobody else holds the record now
-  bool needsLock = false;                      // somebody else holds it, or may have held it
+  // In the place of both: what a unit in memory has of the variable.
+  const ResidentVariable* resident = nullptr;
+  bool mayHavePending = false;  // rows of the unit wait to be written
+  bool isPending = false;       // the record is one of them
+  bool isOurs = false;          // nobody else holds the record now
+  bool needsLock = false;       // somebody else holds it, or may have held it
 };
 
 /// The first step of a value's way: what the domain's storage holds of one device and parser,
-/// as far as it was loaded, handed over by a host, or waits to be written.
+/// as far as it was loaded, handed over by a host, or waits to be written. Over a unit that is
+/// resident it asks nobody else: the unit is newer than whatever waits to be written.
 ///
 /// It belongs to one evaluation and shares the records it finds with whoever else holds them:
 /// the host that handed them over, the write-behind cache, other evaluations through it. One
@@ -47,9 +54,20 @@ class LookUp {
   bool LoadHistories();
   void SetRules(DevParserRule rules);
   void SetHistories(DevParserHistory histories);
+  /// Before anything is loaded: works on a unit that stays in memory. The unit stays as it is
+  /// until Store; records that a value is judged by are copied, and found again by later values.
+  void Attach(std::shared_ptr<ResidentUnit> unit);
+  bool IsAttached() const { return unit_ != nullptr; }
+  /// Puts a run's rows into the unit.
+  void Store(const std::vector<ResidentRow>& rules, const std::vector<ResidentRow>& histories);
   bool IsVarDefineRule(const std::string& variableName);
+  /// Until the next call of this object.
   const std::string* LoadedHistory(const std::string& interfaceValue,
                                    const std::string& variableName) const;
+  /// About when the newest value of what LoadedHistory answers was; nothing where that would
+  /// have to be read.
+  std::optional<std::int64_t> GuessNewestTime(const std::string& interfaceValue,
+                                              const std::string& variableName) const;
   void ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
                       std::string history);
 
@@ -61,13 +79,17 @@ class LookUp {
   Found Find(const VarInfo& variable);
   /// Makes ready what was found, or what the variable rules say of a variable that nobody has
   /// learned yet. False when it has no enabled definition.
-  bool Take(const VarInfo& variable, const Found& found, TakenDefinition& definition) const;
+  bool Take(const VarInfo& variable, Found& found, TakenDefinition& definition);
   /// Others may hold the records from here on: some wait to be written.
   void NoteHandedOver() { mayBeShared_ = true; }
 
  private:
   template <class Read>
   bool Load(const char* label, Read read);
+  void ForgetPlaces();
+  void FindLoaded(const VarInfo& variable, Found& found);
+  Found FindResident(const VarInfo& variable);
+  bool TakeResident(const VarInfo& variable, const Found& found, TakenDefinition& definition);
   bool TakeNew(const VarInfo& variable, TakenDefinition& definition) const;
   void TakeHistory(const VarInfo& variable, const Found& found, TakenDefinition& definition) const;
 
@@ -75,9 +97,16 @@ class LookUp {
   const std::shared_ptr<KSDataManagerSql> manager_;
   DevParserRule rules_;
   DevParserHistory histories_;
+  std::shared_ptr<ResidentUnit> unit_;  // empty, or in the place of the two
+  ResidentUnit::Course course_;
+  // Over a resident unit: what the run works on of its rules, and the texts that have taken the
+  // place of its histories.
+  std::unordered_map<const ResidentVariable*, std::shared_ptr<ResidentCopy>> copies_;
+  DevParserHistory replaced_;
+  mutable std::string historyText_;  // that was answered last
   // Where the last variable was: they mostly come interface by interface.
-  DevParserRule::iterator rulesOfInterface_ = rules_.end();
-  DevParserHistory::iterator historiesOfInterface_ = histories_.end();
+  DevParserRule::const_iterator rulesOfInterface_ = rules_.end();
+  DevParserHistory::const_iterator historiesOfInterface_ = histories_.end();
   std::optional<PendingMark> pendingMark_;  // from the first variable on
   // Whether others may have come to hold records of rules_: a host that handed them over,
   // the write-behind cache after it got rows.

@@ -113,7 +113,13 @@ void Evaluate(const ParsedRun& run, const Domain& domain, const RunRequest& requ
   outcome.results = instance.GetUpdateResultData();
   outcome.blocked = instance.IsInBlockTime();
   if (outcome.blocked) instance.SetOnlyUpdateKSValue();
-  if (data) {
+  auto unit = request.store != nullptr
+                  ? request.store->Take(run.domain, {run.device, run.source, run.param})
+                  : nullptr;
+  outcome.isResident = unit != nullptr;
+  if (unit) {
+    instance.Attach(std::move(unit));
+  } else if (data) {
     instance.SetCacheData(std::move(data->rules));
     instance.SetHistoryData(std::move(data->histories));
   }

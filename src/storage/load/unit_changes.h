@@ -16,6 +16,19 @@ void NoteUnitChange(std::string_view domainId, std::string_view deviceName) noex
 /// A change to devices that are not known by name.
 void NoteChangeOfAllUnits() noexcept;
 
+/// The same count without what a source of rows (RowSource) has written: as long as it stays,
+/// nobody but the one source of the domain has changed the device. Any thread, lock-free.
+std::uint64_t OthersUnitChanges(std::string_view domainId, std::string_view deviceName) noexcept;
+
+/// While it lives, what this thread writes are rows of the domain's source. One a thread.
+class SourceWriteMark {
+ public:
+  SourceWriteMark() noexcept;
+  ~SourceWriteMark();
+  SourceWriteMark(const SourceWriteMark&) = delete;
+  SourceWriteMark& operator=(const SourceWriteMark&) = delete;
+};
+
 }  // namespace keelstone
 
 #endif  // KEELSTONE_STORAGE_LOAD_UNIT_CHANGES_H

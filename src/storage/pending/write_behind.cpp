@@ -4,6 +4,7 @@
 #include <atomic>
 #include <boost/thread/thread.hpp>
 #include <exception>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "keelstone/logger.h"
 #include "storage/load/unit_changes.h"
 #include "storage/pending/pending_rows.h"
+#include "storage/pending/row_source.h"
 #include "storage/tables/note_failure.h"
 #include "storage/tables/table_frame.h"
 
@@ -87,6 +89,13 @@ void Announce(std::size_t rows, std::size_t size, const char* operation) {
   }
 }
 
+// `size` 0: says nothing.
+void AnnounceBoth(std::size_t rules, std::size_t histories, std::size_t size) {
+  if (size == 0) return;
+  Announce(rules, size, "SetRuleAlgParam");
+  Announce(histories, size, "SetRuleHistoryData");
+}
+
 // Writes a generation in one commit; the number of its rows.
 int WriteWhole(const std::string& domainId, const PendingGeneration& generation) {
   int written = 0;
@@ -99,11 +108,47 @@ int WriteWhole(const std::string& domainId, const PendingGeneration& generation)
   return written;
 }
 
+template <class Row>
+std::vector<const Row*> PointersTo(const std::vector<Row>& rows) {
+  std::vector<const Row*> pointers;
+  pointers.reserve(rows.size());
+  for (const Row& row : rows) pointers.push_back(&row);
+  return pointers;
+}
+
+// Writes what a source holds in one commit; the number of its rows.
+int WriteSource(const std::string& domainId, RowSource& source, std::size_t announced) {
+  if (!source.HasRows()) return 0;
+  int written = 0;
+  bool isOnDisk = false;
+  RunStep([&] {
+    const SourceRows rows = source.Take();
+    const std::uint64_t failedBefore = FailedOperationsHere();
+    AnnounceBoth(rows.rules.size(), rows.histories.size(), announced);
+    {
+      const SourceWriteMark mark;
+      TableOf(domainId)->WriteFlush(PointersTo(rows.rules), PointersTo(rows.histories));
+    }
+    isOnDisk = FailedOperationsHere() == failedBefore;
+    written = static_cast<int>(rows.rules.size() + rows.histories.size());
+  });
+  source.Written(isOnDisk);
+  return written;
+}
+
 }  // namespace
 
 struct DBWriteWrapper::State {
+  struct Source {
+    RowSource* source = nullptr;
+    std::int64_t rows = 0;  // that have come since the last flush of the domain
+  };
+
   PendingRows pending;
-  int cacheTime = 0;           // s; set before the worker starts, like wakeAt
+  Mutex sourcesMutex;  // guards sources; innermost
+  std::map<std::string, Source> sources KS_GUARDED_BY(sourcesMutex);
+  std::atomic<std::int64_t> sourceRows{0};  // the sum of their rows
+  int cacheTime = 0;                        // s; set before the worker starts, like wakeAt
   std::int64_t cacheSize = 1;  // rows; the worker flushes at once when so many are pending
   std::int64_t wakeAt = 1;     // rows; the worker is notified from here on
   Mutex wakeMutex;             // guards started; orders tests of the pending rows with
@@ -115,18 +160,51 @@ struct DBWriteWrapper::State {
   std::atomic<std::int64_t> nextFlush{0};  // s of the steady clock
   std::atomic<std::int64_t> nextStart{0};  // likewise: when a worker is tried again
 
+  // Rows that count towards cacheSize.
+  std::int64_t WaitingRows() const { return pending.OpenRows() + sourceRows.load(); }
   void WaitForRows();
+  bool HasSource(const std::string& domainId);
+  std::vector<std::string> DomainsOfSources();
+  // The domain's source, whose rows count no longer; nullptr when it has none. It stays while
+  // the right to flush the domain is held.
+  RowSource* BeginFlush(const std::string& domainId);
+  void RenewSources() noexcept KS_NO_THREAD_SAFETY_ANALYSIS;
 };
+
+bool DBWriteWrapper::State::HasSource(const std::string& domainId) {
+  const MutexLock lock(sourcesMutex);
+  return sources.contains(domainId);
+}
+
+std::vector<std::string> DBWriteWrapper::State::DomainsOfSources() {
+  std::vector<std::string> domains;
+  const MutexLock lock(sourcesMutex);
+  for (const auto& [domainId, source] : sources) domains.push_back(domainId);
+  return domains;
+}
+
+RowSource* DBWriteWrapper::State::BeginFlush(const std::string& domainId) {
+  const MutexLock lock(sourcesMutex);
+  const auto found = sources.find(domainId);
+  if (found == sources.end()) return nullptr;
+  sourceRows.fetch_sub(std::exchange(found->second.rows, 0));
+  return found->second.source;
+}
+
+// In a forked child: no other thread is here, and the lock may be one that the parent held.
+void DBWriteWrapper::State::RenewSources() noexcept {
+  for (const auto& [domainId, source] : sources) source.source->Renew();
+}
 
 void DBWriteWrapper::State::WaitForRows() {
   const auto deadline = boost::chrono::steady_clock::now() + boost::chrono::seconds(cacheTime);
   const MutexLock lock(wakeMutex);
   if (cacheTime == 0) {
     // Without a time to wait every row is due at once, and without rows nothing is.
-    while (pending.OpenRows() < wakeAt) wake.Wait(wakeMutex);
+    while (WaitingRows() < wakeAt) wake.Wait(wakeMutex);
     return;
   }
-  while (pending.OpenRows() < wakeAt && wake.WaitUntil(wakeMutex, deadline)) {
+  while (WaitingRows() < wakeAt && wake.WaitUntil(wakeMutex, deadline)) {
   }
 }
 
@@ -155,7 +233,7 @@ void DBWriteWrapper::Renew() {
   renewed->cacheSize = state_->cacheSize;
   renewed->wakeAt = state_->wakeAt;
   renewed->nextFlush = SteadySeconds() + state_->cacheTime;
-  state_ = renewed;
+  std::exchange(state_, renewed)->RenewSources();
 }
 
 void DBWriteWrapper::StartWorker() {
@@ -176,7 +254,7 @@ void DBWriteWrapper::StartWorker() {
 
 void DBWriteWrapper::FlushWithoutWorker() {
   const std::int64_t now = SteadySeconds();
-  if (state_->pending.OpenRows() < state_->wakeAt && now < state_->nextFlush.load()) return;
+  if (state_->WaitingRows() < state_->wakeAt && now < state_->nextFlush.load()) return;
   state_->nextFlush.store(now + state_->cacheTime);
   ForceWriteDisk();
 }
@@ -226,7 +304,7 @@ void DBWriteWrapper::HandOverAgain(const std::string& domainId, const std::strin
 void DBWriteWrapper::WakeWhenDue() {
   if (state_->worker.load() == nullptr) StartWorker();  // as in a forked child
   if (state_->worker.load() == nullptr) return FlushWithoutWorker();
-  if (state_->pending.OpenRows() < state_->wakeAt) return;
+  if (state_->WaitingRows() < state_->wakeAt) return;
   const MutexLock lock(state_->wakeMutex);
   state_->wake.NotifyAll();
 }
@@ -257,18 +335,49 @@ bool DBWriteWrapper::HasPendingRows(const std::string& domainId, const std::stri
   return state_->pending.HasUnit(domainId, unitKey);
 }
 
+bool DBWriteWrapper::AddSource(const std::string& domainId, RowSource& source) {
+  const MutexLock lock(state_->sourcesMutex);
+  return state_->sources.try_emplace(domainId, State::Source{&source}).second;
+}
+
+void DBWriteWrapper::RemoveSource(const std::string& domainId) {
+  // Who holds the right to flush is the only one to use it.
+  const PendingRows::Flush flush(state_->pending, domainId, 0);
+  state_->BeginFlush(domainId);
+  const MutexLock lock(state_->sourcesMutex);
+  state_->sources.erase(domainId);
+}
+
+void DBWriteWrapper::NoteSourceRows(const std::string& domainId, std::int64_t count) {
+  {
+    const MutexLock lock(state_->sourcesMutex);
+    const auto found = state_->sources.find(domainId);
+    if (found == state_->sources.end()) return;
+    found->second.rows += count;
+    state_->sourceRows.fetch_add(count);
+  }
+  WakeWhenDue();
+}
+
+int DBWriteWrapper::WriteUpTo(const std::string& domainId, std::uint64_t last,
+                              std::size_t announced) {
+  int written = 0;
+  PendingRows::Flush flush(state_->pending, domainId, last);
+  while (const PendingGeneration* generation = flush.Oldest()) {
+    AnnounceBoth(generation->ruleRows, generation->rows - generation->ruleRows, announced);
+    written += WriteWhole(domainId, *generation);
+    flush.DropOldest();
+  }
+  RowSource* const source = state_->BeginFlush(domainId);
+  return source != nullptr ? written + WriteSource(domainId, *source, announced) : written;
+}
+
 int DBWriteWrapper::WriteDomain(const std::string& domainId) {
   if (isFlushing) return 0;
   const FlushingMark mark;
   const std::uint64_t last = state_->pending.Seal(domainId);
-  if (last == 0) return 0;
-  int written = 0;
-  PendingRows::Flush flush(state_->pending, domainId, last);
-  while (const PendingGeneration* generation = flush.Oldest()) {
-    written += WriteWhole(domainId, *generation);
-    flush.DropOldest();
-  }
-  return written;
+  if (last == 0 && !state_->HasSource(domainId)) return 0;
+  return WriteUpTo(domainId, last, 0);
 }
 
 void DBWriteWrapper::ForceWriteDisk() {
@@ -276,17 +385,11 @@ void DBWriteWrapper::ForceWriteDisk() {
   const FlushingMark mark;
   KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
          "Force write cache data to data base. Begin");
-  const auto sealed = state_->pending.SealAll();
-  const auto size = static_cast<std::size_t>(std::max(ReadSetting("BachCount", 10000), 1));
-  for (const auto& [domainId, last] : sealed) {
-    PendingRows::Flush flush(state_->pending, domainId, last);
-    while (const PendingGeneration* generation = flush.Oldest()) {
-      Announce(generation->ruleRows, size, "SetRuleAlgParam");
-      Announce(generation->rows - generation->ruleRows, size, "SetRuleHistoryData");
-      WriteWhole(domainId, *generation);
-      flush.DropOldest();
-    }
-  }
+  std::map<std::string, std::uint64_t> domains;  // with the newest generation to write
+  for (const std::string& domainId : state_->DomainsOfSources()) domains[domainId] = 0;
+  for (const auto& [domainId, last] : state_->pending.SealAll()) domains[domainId] = last;
+  const auto announced = static_cast<std::size_t>(std::max(ReadSetting("BachCount", 10000), 1));
+  for (const auto& [domainId, last] : domains) WriteUpTo(domainId, last, announced);
   KS_LOG(kModule, kFlushFunction, kSource, kLogProgress,
          "Force write cache data to data base. End");
 }

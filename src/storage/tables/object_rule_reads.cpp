@@ -7,6 +7,7 @@
 #include "keelstone/object_rule_table.h"
 #include "keelstone/performance.h"
 #include "storage/tables/object_rule_schema.h"
+#include "storage/tables/stored_definition.h"
 
 namespace keelstone {
 
@@ -51,12 +52,9 @@ constexpr DefinitionColumns kUnitRuleColumns{8, 0, 3, 4, 5};
 
 std::shared_ptr<RuleDefinitionData> ReadDefinition(const CppSQLite3Query& query,
                                                    const DefinitionColumns& columns) {
-  auto definition = std::make_shared<RuleDefinitionData>();
-  definition->ruleType = query.getIntField(columns.ruleType, -1);
-  definition->ruleParam = query.getStringField(columns.ruleParam);
-  definition->ruleGenerateType = query.getIntField(columns.generateType, -1);
-  definition->variableType = query.getIntField(columns.variableType, -1);
-  return definition;
+  return StoredDefinition(
+      query.getIntField(columns.ruleType, -1), query.getStringField(columns.ruleParam),
+      query.getIntField(columns.generateType, -1), query.getIntField(columns.variableType, -1));
 }
 
 // Files rows by interface value and variable name. They come in the order of the primary

@@ -1,13 +1,10 @@
-#include "program/evaluate/unit_data.h"
+#include "keelstone/unit_data.h"
 
 #include <map>
 #include <string>
 #include <utility>
 
-#include "keelstone/object_rule_table.h"
-#include "keelstone/table_base.h"
-
-namespace keelstone::host {
+namespace keelstone {
 
 namespace {
 
@@ -28,23 +25,23 @@ Part Take(std::map<std::string, std::shared_ptr<Part>>& parts, const std::string
 
 }  // namespace
 
-std::vector<std::unique_ptr<UnitData>> LoadUnits(const Domain& domain,
+std::vector<std::unique_ptr<UnitData>> LoadUnits(KSObjectRuleSql& table,
                                                  const std::vector<UnitKey>& keys) {
   std::vector<std::unique_ptr<UnitData>> loaded(keys.size());
   std::vector<std::shared_ptr<UnitKey>> asked;
   for (const UnitKey& key : keys) {
     if (IsUnmistakable(key)) asked.push_back(std::make_shared<UnitKey>(key));
   }
-  if (asked.empty() || !domain.data) return loaded;
+  if (asked.empty()) return loaded;
 
-  const auto table = domain.data->GetObjectRuleTable();
-  const std::uint64_t failedBefore = GetFailedReadCount();
+  const std::uint64_t failedBefore = FailedOperationsHere();
   std::map<std::string, std::shared_ptr<DevParserRule>> rules;
   std::map<std::string, std::shared_ptr<DevParserHistory>> histories;
-  table->GetMultiRuleDefinitionDataByDevParsers(rules, asked, kVariableSourceParser);
-  table->GetMultiRuleHistoryDataBeDevParsers(histories, asked, kVariableSourceParser);
+  const int status =
+      table.GetMultiRuleDefinitionDataByDevParsers(rules, asked, kVariableSourceParser);
+  table.GetMultiRuleHistoryDataBeDevParsers(histories, asked, kVariableSourceParser);
   // Each run then reads for itself, and says what it cannot read.
-  if (GetFailedReadCount() != failedBefore) return loaded;
+  if (status >= 0 || FailedOperationsHere() != failedBefore) return loaded;
 
   for (std::size_t i = 0; i < keys.size(); ++i) {
     if (!IsUnmistakable(keys[i])) continue;
@@ -56,4 +53,4 @@ std::vector<std::unique_ptr<UnitData>> LoadUnits(const Domain& domain,
   return loaded;
 }
 
-}  // namespace keelstone::host
+}  // namespace keelstone
