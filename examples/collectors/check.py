@@ -88,9 +88,10 @@ def check_node_exporter():
     only_during("node-exporter", 0, [time for time, entry in values
                                      if entry['node_network_up{device="eth1"}'] == "0"],
                 "node_network_up 0")
-    need(values[0][1]["node_filesystem_size_bytes" '{device="lab",fstype="tmpfs",mountpoint="/run"}'],
-         "1.6777216e+07", "whole numbers from 1e6 with an exponent")
-    note(name, f"{len(found)} scrapes of 2 devices, {sum(len(v) for _, v in values) // POLLS} samples each")
+    size = 'node_filesystem_size_bytes{device="lab",fstype="tmpfs",mountpoint="/run"}'
+    need(values[0][1][size], "1.6777216e+07", "a whole number from 1e6")
+    each = sum(len(entry) for _, entry in values) // POLLS
+    note(name, f"{len(found)} scrapes of 2 devices, {each} samples each")
 
 
 def check_openmetrics():
@@ -130,8 +131,8 @@ def check_collectd():
     kinds = {kind for entry in lists for kind in entry["dstypes"]}
     need(kinds, {"derive", "gauge"}, "dstypes")
     need({entry["host"] for entry in lists}, {"r1", "r2"}, "hosts")
-    series = {tuple(entry[key] for key in ("host", "plugin", "plugin_instance", "type", "type_instance"))
-              for entry in lists}
+    names = ("host", "plugin", "plugin_instance", "type", "type_instance")
+    series = {tuple(entry[key] for key in names) for entry in lists}
     note(name, f"{len(objects(name))} arrays, {len(lists)} value lists of {len(series)} series")
     name = "collectd/recording.csv.tar.gz"
     with tarfile.open(os.path.join(HERE, name)) as tar:
@@ -142,12 +143,13 @@ def check_collectd():
         need(header.split(",")[0], "epoch", path)
         need({len(line.split(",")) for line in data}, {len(header.split(","))}, path)
         lines += len(data)
-    note(name, f"{len(files)} files, {lines} rows, {sum('nan' in text for text in files.values())} files with nan")
+    unknown = sum("nan" in text for text in files.values())
+    note(name, f"{len(files)} files, {lines} rows, {unknown} files with nan")
 
 
-def influx_key(line):
-    """Measurement, tags and time of a line without escaped blanks before its fields."""
-    return line.split(" ", 1)[0], line.rsplit(" ", 1)[1]
+def influx_keys(lines):
+    """Measurement, tags and time of each line."""
+    return [(re.match(r"(?:[^ \\]|\\.)+", line)[0], line.rsplit(" ", 1)[1]) for line in lines]
 
 
 def check_telegraf():
@@ -156,7 +158,7 @@ def check_telegraf():
     lines = load("telegraf/recording.influx.gz").splitlines()
     given = load("telegraf/recording.execd.influx.gz").splitlines()
     need(sum(len(batch["metrics"]) for batch in batches), len(single), "metrics in the batches")
-    need([influx_key(line) for line in given], [influx_key(line) for line in lines], "lines to execd")
+    need(influx_keys(given), influx_keys(lines), "lines to execd")
     need(len(lines), len(single), "lines")
     need(all(entry["timestamp"] < 1e10 for entry in single), True, "seconds")
     need(all(metric["timestamp"] > 1e12 for batch in batches for metric in batch["metrics"]), True,
@@ -195,13 +197,13 @@ def check_gnmic():
     arrays = objects("gnmic/recording.arrays.jsonl.gz")
     events = [event for array in arrays for event in array]
     need(objects("gnmic/recording.events.jsonl.gz"), events, "single events")
-    need(json.loads("[" + load("gnmic/recording.stdout.json.gz").replace("\n]\n[", "\n],\n[") + "]"),
-         arrays, "indented arrays")
+    indented = load("gnmic/recording.stdout.json.gz").replace("\n]\n[", "\n],\n[")
+    need(json.loads(f"[{indented}]"), arrays, "indented arrays")
     deletes = sum(len(event.get("deletes", [])) for event in events)
     kinds = {type(value).__name__ for event in events for value in event.get("values", {}).values()}
     need(kinds, {"str", "int", "float", "list"}, "types of values")
-    state = "/network-instances/network-instance/protocols/protocol/bgp/neighbors/neighbor/state/session-state"
-    states = {event["values"][state] for event in events if state in event.get("values", {})}
+    states = {value for event in events for name, value in event.get("values", {}).items()
+              if name.endswith("/neighbor/state/session-state")}
     need({"ESTABLISHED", "IDLE"} <= states, True, "session states")
     note("gnmic/recording.arrays.jsonl.gz",
          f"{len(arrays)} arrays, {len(events)} events of 2 devices, {deletes} deleted paths")
@@ -215,8 +217,10 @@ def check_parsers():
     cells = [value for entry in found for row in entry["parsed"] for value in row.values()]
     need({type(value) for value in cells}, {str, list}, "cells")
     states = [(entry["time"], row["state_or_prefixes_received"]) for entry in found
-              for row in entry["parsed"] if entry["platform"] == "cisco_ios" and entry["device"] == "r2"]
-    only_during("textfsm", 1, [time for time, state in states if state == "Idle (Admin)"], "Idle (Admin)")
+              for row in entry["parsed"]
+              if entry["platform"] == "cisco_ios" and entry["device"] == "r2"]
+    only_during("textfsm", 1, [time for time, state in states if state == "Idle (Admin)"],
+                "Idle (Admin)")
     note("textfsm/texts.jsonl.gz", f"{len(objects('textfsm/texts.jsonl.gz'))} answers of 4 routers")
     note(name, f"{len(found)} lists of dicts, {len(cells)} cells, all texts or lists of texts")
     name = "genie/recording.jsonl.gz"
@@ -228,7 +232,8 @@ def check_parsers():
     name = "napalm/recording.jsonl.gz"
     found = objects(name)
     down = [entry["time"] for entry in found if entry["getter"] == "get_bgp_neighbors" and
-            entry["device"] == "r2" and not entry["result"]["global"]["peers"]["10.0.24.2"]["is_up"]]
+            entry["device"] == "r2" and
+            not entry["result"]["global"]["peers"]["10.0.24.2"]["is_up"]]
     only_during("textfsm", 1, down, "is_up false")
     note(name, f"{len(found)} nested dicts of {len({e['getter'] for e in found})} getters")
 

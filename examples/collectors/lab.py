@@ -1,7 +1,7 @@
 """The lab of examples/lab, with two faults, for the collectors that record it live.
 
-A recording is 50 polls, 3 s apart: 30 without a fault, 5 with r1's link to r2 down, 5 without, 5 with
-r2's BGP session to r4 shut, 5 without. What was done and when goes to `faults.jsonl`.
+A recording is 50 polls, 3 s apart: 30 without a fault, 5 with r1's link to r2 down, 5 without, 5
+with r2's BGP session to r4 shut, 5 without. What was done and when goes to `faults.jsonl`.
 """
 
 import contextlib
@@ -25,8 +25,8 @@ from faults import LinkDown, SessionShut  # noqa: E402
 from routers import Lab, LabError, missing  # noqa: E402
 
 CADENCE = 3.0
-POLLS = int(os.environ.get("POLLS", 50))
-GNMI_ROUTERS = ("r1=127.0.0.1:57401", "r2=127.0.0.1:57402")
+POLLS = 50
+GNMI_ROUTERS = ("r1=127.0.0.1:57401", "r2=127.0.0.2:57401")
 FAULTS = ((30, 35, LinkDown()), (40, 45, SessionShut()))
 
 
@@ -120,7 +120,8 @@ def gnmi_target():
     """The target of gnmic/target, serving two routers of the lab's recording."""
     program = tool("bin", "lab-target")
     recording = os.path.join(HERE, os.pardir, "lab", "recording.jsonl.gz")
-    with subprocess.Popen([program, "serve", recording, *GNMI_ROUTERS], stdout=subprocess.PIPE) as process:
+    with subprocess.Popen([program, "serve", recording, *GNMI_ROUTERS],
+                          stdout=subprocess.PIPE) as process:
         try:
             process.stdout.readline()
             yield

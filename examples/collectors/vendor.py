@@ -58,7 +58,8 @@ def interfaces(show_interface, ifconfig):
                                     "Tpackets": [0, 0], "Terrors": [0, 0, 0, 0, 0]})
         hardware = (f"Ethernet, address is {_hardware_address(mac[1])} "
                     f"(bia {_hardware_address(mac[1])})" if mac else "Loopback")
-        lines = [f"{interface_name(name)} is {status}, line protocol is {'up' if carrier else 'down'} ",
+        protocol = "up" if carrier else "down"
+        lines = [f"{interface_name(name)} is {status}, line protocol is {protocol} ",
                  f"  Hardware is {hardware}"]
         if description:
             lines.append(f"  Description: {description[1]}")
@@ -72,7 +73,8 @@ def interfaces(show_interface, ifconfig):
             "     0 runts, 0 giants, 0 throttles ",
             f"     {count['Rerrors'][0]} input errors, 0 CRC, {count['Rerrors'][3]} frame, "
             f"{count['Rerrors'][2]} overrun, 0 ignored",
-            f"     {count['Tpackets'][0]} packets output, {count['Tpackets'][1]} bytes, 0 underruns",
+            f"     {count['Tpackets'][0]} packets output, {count['Tpackets'][1]} bytes, "
+            "0 underruns",
             f"     {count['Terrors'][0]} output errors, {count['Terrors'][4]} collisions, "
             "0 interface resets",
         ]

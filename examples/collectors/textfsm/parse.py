@@ -42,8 +42,7 @@ def main():
     with gzip.open(os.path.join(HERE, "texts.jsonl.gz"), "rt", encoding="utf-8") as file:
         for entry in map(json.loads, file):
             for platform, rows in parsed(entry["command"], entry.pop("text")):
-                lines.append(json.dumps({**entry, "platform": platform, "parsed": rows},
-                                        separators=(",", ":")) + "\n")
+                lines.append(stage.line(**entry, platform=platform, parsed=rows))
     stage.write_gzip(os.path.join(HERE, "recording.jsonl.gz"), "".join(lines))
 
 

@@ -24,7 +24,8 @@ var subscriptions = map[string]struct {
 }{
 	"counters": {gnmi.SubscriptionMode_SAMPLE, 10 * time.Second, []string{
 		"/interfaces/interface/state/counters", "/interfaces/interface/rates/state",
-		"/network-instances/network-instance/protocols/protocol/bgp/neighbors/neighbor/afi-safis/afi-safi/state/prefixes"}},
+		"/network-instances/network-instance/protocols/protocol/bgp/neighbors/neighbor/afi-safis/afi-safi/state/prefixes",
+		"/system/processes/state"}},
 	"states": {gnmi.SubscriptionMode_ON_CHANGE, 0, []string{
 		"/system", "/interfaces/interface/state/admin-status", "/interfaces/interface/state/oper-status",
 		"/interfaces/interface/state/mtu", "/network-instances/network-instance/afts",

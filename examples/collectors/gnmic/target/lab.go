@@ -134,9 +134,13 @@ func words(value json.RawMessage) any {
 	return list(text(value).(string))
 }
 
+// upper takes the first word: "Full/-" is FULL, "Idle (Admin)" is IDLE.
 func upper(value json.RawMessage) any {
-	first, _, _ := strings.Cut(text(value).(string), "/")
-	return strings.ToUpper(first)
+	word := text(value).(string)
+	if end := strings.IndexAny(word, "/ "); end >= 0 {
+		word = word[:end]
+	}
+	return strings.ToUpper(word)
 }
 
 func number(value json.RawMessage) any {

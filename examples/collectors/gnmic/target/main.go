@@ -1,8 +1,8 @@
 // Command lab-target serves what the lab has recorded of its routers over gNMI, and prints what it
 // answers as events, for a collector to be tried on it.
 //
-//	lab-target serve RECORDING r1=127.0.0.1:57401 r2=127.0.0.1:57402
-//	lab-target events FOLDER r1=127.0.0.1:57401 r2=127.0.0.1:57402
+//	lab-target serve RECORDING r1=127.0.0.1:57401 r2=127.0.0.2:57401
+//	lab-target events FOLDER r1=127.0.0.1:57401 r2=127.0.0.2:57401
 package main
 
 import (
