@@ -37,7 +37,7 @@ class HandleTable {
     Shard& shard = ShardOf(number);
     const MutexLock lock(shard.mutex);
     shard.objects.emplace(number, std::move(object));
-    return reinterpret_cast<Handle*>(number);
+    return reinterpret_cast<Handle*>(number);  // NOLINT(performance-no-int-to-ptr)
   }
 
   /// The open object; Failure when there is none.
