@@ -1,5 +1,5 @@
-#ifndef KEELSTONE_DOMAIN_H
-#define KEELSTONE_DOMAIN_H
+#ifndef KEELSTONE_DOMAIN_SNAPSHOT_H
+#define KEELSTONE_DOMAIN_SNAPSHOT_H
 
 #include <cstdint>
 #include <memory>
@@ -14,7 +14,7 @@
 namespace keelstone {
 
 /// A domain as the evaluation of its runs needs it; fixed once it is made.
-struct KEELSTONE_EXPORT Domain {
+struct KEELSTONE_EXPORT DomainSnapshot {
   std::string id;
   std::shared_ptr<KSDataManagerSql> data;  // empty when the domain is not usable
   bool usable = true;                      // else all values of its runs are rejected
@@ -25,7 +25,7 @@ struct KEELSTONE_EXPORT Domain {
 
   /// The domain with its switch and limits as they are now. Reads its databases when it is
   /// the first to ask for them. Any thread.
-  static Domain Of(const std::string& id);
+  static DomainSnapshot Of(const std::string& id);
 };
 
 /// The definition that enrolls a variable of a source: enabled, without a rule yet, of the
@@ -39,4 +39,4 @@ KEELSTONE_EXPORT std::vector<RuleDefinitionData> MissingDefinitions(const Parsed
 
 }  // namespace keelstone
 
-#endif  // KEELSTONE_DOMAIN_H
+#endif  // KEELSTONE_DOMAIN_SNAPSHOT_H
