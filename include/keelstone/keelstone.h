@@ -55,7 +55,7 @@ extern "C" {
 #endif
 
 /* The number of this interface: raised when a call is added. */
-#define KS_API_VERSION 2
+#define KS_API_VERSION 3
 
 /* The number of the library that is loaded; not less than KS_API_VERSION. [any thread] */
 KS_API int32_t ks_api_version(void);
@@ -110,6 +110,14 @@ KS_API ks_status ks_set_root(const char* folder);
  * domains of the root, from the next run that is evaluated. KS_ERROR_WRITE. [any thread]
  */
 KS_API ks_status ks_set_interval_time(int32_t seconds);
+
+/*
+ * How many bytes (about) the rules and histories of devices that stay in memory from run to run
+ * may take, of all domains of the process; 256 MiB at first. Those that were not used for longest
+ * leave, written first. 0: none stays; each run reads what it needs, and what the run before it
+ * has left is written first. [any thread]
+ */
+KS_API ks_status ks_set_memory(uint64_t bytes);
 
 /* Severity of a log line. */
 enum {
@@ -350,6 +358,11 @@ KS_API ks_status ks_run_evaluate(ks_run* run);
  * stay. A run that is not stored leaves no trace in the domain. [one thread a run]
  */
 KS_API ks_status ks_run_store(ks_run* run);
+/*
+ * Drops what was learned, after ks_run_evaluate, so that other runs of the unit need not wait for
+ * this one; results stay. Of no effect after ks_run_store. [one thread a run]
+ */
+KS_API ks_status ks_run_discard(ks_run* run);
 
 /* ---- Results: after ks_run_evaluate ---------------------------------------------------- */
 
