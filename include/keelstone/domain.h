@@ -102,7 +102,7 @@ class KEELSTONE_EXPORT Domain {
   [[nodiscard]] Findings Evaluate(const ParsedRun& run, const RunOptions& how = {}) noexcept;
 
   /// Returns when all that was stored is on disk. kWrite: a write failed meanwhile, of this or
-  /// another domain.
+  /// another domain, or rows were lost since this object's last flush.
   DomainFault Flush() noexcept;
   /// Reads settings, variable definitions and block periods anew, after another process has
   /// changed them, and forgets what was judged.

@@ -60,7 +60,7 @@ DomainSession::DomainSession(const DomainOptions& options)
     : use_(options.root),
       id_(options.id),
       enrolls_(options.enroll),
-      toldFailures_(GetFailedWriteCount()),
+      toldLosses_(DBWriteWrapper::Instance()->LostBatches()),
       stages_(options.stages) {
   RequireSameRoot(id_);
   PrepareFiles(options);
@@ -145,16 +145,20 @@ void DomainSession::NoteStored() {
   if (isClosed_.load()) Flush();
 }
 
+// A write that failed before and of which the rows are kept has been made good now, or has failed
+// again. What the write-behind cache has dropped is lost, whoever flushed.
 void DomainSession::Flush() {
-  const std::uint64_t before =
-      SharedStore::Instance().KeepsRows() ? GetFailedWriteCount() : toldFailures_.load();
-  DBWriteWrapper::Instance()->WriteDomain(id_);
-  const std::uint64_t now = GetFailedWriteCount();
-  toldFailures_.store(now);
-  if (now == before) return;
-  throw HostFailure(Kind::kWrite, std::to_string(now - before) +
-                                      " writes failed; the log says why. First of all: " +
-                                      Printable(FirstFailure()));
+  DBWriteWrapper& cache = *DBWriteWrapper::Instance();
+  const std::uint64_t before = GetFailedWriteCount();
+  cache.WriteDomain(id_);
+  const std::uint64_t failed = GetFailedWriteCount() - before;
+  const std::uint64_t losses = cache.LostBatches();
+  const bool isLost = toldLosses_.exchange(losses) != losses;
+  if (failed == 0 && !isLost) return;
+  throw HostFailure(Kind::kWrite,
+                    (failed > 0 ? std::to_string(failed) + " writes failed"
+                                : std::string("earlier writes have failed")) +
+                        "; the log says why. First of all: " + Printable(FirstFailure()));
 }
 
 void DomainSession::Reload() {

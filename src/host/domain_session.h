@@ -62,8 +62,8 @@ class DomainSession {
   std::shared_ptr<KSDataManagerSql> data_;
   std::atomic<bool> enrolls_;
   std::atomic<bool> isClosed_{false};
-  std::atomic<std::uint64_t> toldFailures_;  // failed writes that a flush has told, or older
-  mutable Mutex mutex_;                      // guards the stages; innermost
+  std::atomic<std::uint64_t> toldLosses_;  // of the write-behind cache, or older
+  mutable Mutex mutex_;                    // guards the stages; innermost
   IntakeStages stages_ KS_GUARDED_BY(mutex_);
   JudgedValues judged_;
 };

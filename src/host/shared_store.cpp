@@ -7,7 +7,9 @@ SharedStore& SharedStore::Instance() {
   return *instance;
 }
 
-ResidentStore* SharedStore::ForRun() { return KeepsRows() ? &store_ : nullptr; }
+ResidentStore* SharedStore::ForRun() {
+  return budget_.load() > 0 || store_.units() > 0 ? &store_ : nullptr;
+}
 
 void SharedStore::SetBudget(std::size_t bytes) {
   budget_.store(bytes);

@@ -16,8 +16,6 @@ class SharedStore {
 
   /// For a run; nullptr where runs are to do without. As long as units are there, they do not.
   ResidentStore* ForRun();
-  /// Whether what is evaluated stays in memory until it is written.
-  bool KeepsRows() const { return budget_.load() > 0 || store_.units() > 0; }
   void SetBudget(std::size_t bytes);
   /// Gives the memory of all units back that are written.
   void LetGo() { store_.LetGo(); }

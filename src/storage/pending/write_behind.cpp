@@ -148,6 +148,7 @@ struct DBWriteWrapper::State {
   Mutex sourcesMutex;  // guards sources; innermost
   std::map<std::string, Source> sources KS_GUARDED_BY(sourcesMutex);
   std::atomic<std::int64_t> sourceRows{0};  // the sum of their rows
+  std::atomic<std::uint64_t> lostBatches{0};
   int cacheTime = 0;           // s; set before the worker starts, like wakeAt
   std::int64_t cacheSize = 1;  // rows; the worker flushes at once when so many are pending
   std::int64_t wakeAt = 1;     // rows; the worker is notified from here on
@@ -365,12 +366,16 @@ int DBWriteWrapper::WriteUpTo(const std::string& domainId, std::uint64_t last,
   PendingRows::Flush flush(state_->pending, domainId, last);
   while (const PendingGeneration* generation = flush.Oldest()) {
     AnnounceBoth(generation->ruleRows, generation->rows - generation->ruleRows, announced);
+    const std::uint64_t failedBefore = FailedOperationsHere();
     written += WriteWhole(domainId, *generation);
+    if (FailedOperationsHere() != failedBefore) ++state_->lostBatches;
     flush.DropOldest();
   }
   RowSource* const source = state_->BeginFlush(domainId);
   return source != nullptr ? written + WriteSource(domainId, *source, announced) : written;
 }
+
+std::uint64_t DBWriteWrapper::LostBatches() const noexcept { return state_->lostBatches.load(); }
 
 int DBWriteWrapper::WriteDomain(const std::string& domainId) {
   if (isFlushing) return 0;
