@@ -264,8 +264,8 @@ void ResidentStore::LoadAhead(const std::string& domainId, const std::vector<Uni
   auto loaded = LoadUnits(*table, wanted);
   for (std::size_t i = 0; i < loaded.size(); ++i) {
     if (!loaded[i]) continue;
-    taken[i]->SetRules(std::move(loaded[i]->rules));
-    taken[i]->SetHistories(std::move(loaded[i]->histories));
+    taken[i]->SetRules(loaded[i]->rules);
+    taken[i]->SetHistories(loaded[i]->histories);
   }
 }
 
