@@ -181,7 +181,7 @@ TEST_F(DomainTest, GivesWhatEvaluateGivesOnAnyThreadsAndWithAnyMemory) {
   EXPECT_GT(std::count_if(expected.found.begin(), expected.found.end(),
                           [](const std::string& text) { return text.find("\n{") < text.size(); }),
             10);
-  for (const std::size_t threads : {1, 4}) {
+  for (const std::size_t threads : {std::size_t{1}, std::size_t{4}}) {
     for (const std::size_t memory : {std::size_t{0}, std::size_t{1}, kMemory}) {
       SCOPED_TRACE(std::to_string(threads) + " threads, memory " + std::to_string(memory));
       Domain domain = Opened(memory);

@@ -96,13 +96,16 @@ void AnnounceBoth(std::size_t rules, std::size_t histories, std::size_t size) {
   Announce(histories, size, "SetRuleHistoryData");
 }
 
-// Writes a generation in one commit; the number of its rows.
-int WriteWhole(const std::string& domainId, const PendingGeneration& generation) {
+// Writes a generation in one commit; the number of its rows, which are lost unless `isOnDisk`.
+int WriteWhole(const std::string& domainId, const PendingGeneration& generation, bool& isOnDisk) {
   int written = 0;
+  isOnDisk = false;
   RunStep([&] {
+    const std::uint64_t failedBefore = FailedOperationsHere();
     const auto rules = generation.RuleRows();
     const auto history = generation.HistoryRows();
     TableOf(domainId)->WriteFlush(rules, history);
+    isOnDisk = FailedOperationsHere() == failedBefore;
     written += static_cast<int>(rules.size() + history.size());
   });
   return written;
@@ -366,9 +369,9 @@ int DBWriteWrapper::WriteUpTo(const std::string& domainId, std::uint64_t last,
   PendingRows::Flush flush(state_->pending, domainId, last);
   while (const PendingGeneration* generation = flush.Oldest()) {
     AnnounceBoth(generation->ruleRows, generation->rows - generation->ruleRows, announced);
-    const std::uint64_t failedBefore = FailedOperationsHere();
-    written += WriteWhole(domainId, *generation);
-    if (FailedOperationsHere() != failedBefore) ++state_->lostBatches;
+    bool isOnDisk = false;
+    written += WriteWhole(domainId, *generation, isOnDisk);
+    if (!isOnDisk) ++state_->lostBatches;
     flush.DropOldest();
   }
   RowSource* const source = state_->BeginFlush(domainId);
