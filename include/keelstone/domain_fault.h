@@ -10,6 +10,7 @@ namespace keelstone {
 ///
 ///   if (const DomainFault fault = domain.Close()) std::cerr << fault.text << '\n';
 struct [[nodiscard]] DomainFault {
+  /// What sort of reason.
   enum class Kind : std::uint8_t {
     kNone,      // it did
     kState,     // not at this point: a closed domain, a run that waits for its own thread

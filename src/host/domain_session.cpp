@@ -1,5 +1,6 @@
 #include "host/domain_session.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 #include <vector>
@@ -107,6 +108,26 @@ void DomainSession::Define(const std::string& source, const VarInfo& variable) {
   Define({NewDefinition(source, variable)});
 }
 
+/// Defines what is not defined yet, then evaluates. A definition that is gone since it was seen is
+/// made again, and the run evaluated anew: it has left no trace.
+RunOutcome DomainSession::EvaluateDefined(const ParsedRun& run, const DomainSnapshot& domain,
+                                          const RunRequest& request, bool enrolls) {
+  if (enrolls && !defined_.KnowsAll(run)) {
+    Define(MissingDefinitions(run, *data_));
+    defined_.Note(run);
+  }
+  RunOutcome outcome = EvaluateRun(run, domain, request);
+  if (!enrolls || std::none_of(outcome.refused.begin(), outcome.refused.end(),
+                               [](const RefusedValue& value) { return value.isUndefined; })) {
+    return outcome;
+  }
+  const auto missing = MissingDefinitions(run, *data_);
+  if (missing.empty()) return outcome;  // they are switched off
+  outcome = {};                         // lets go of the unit
+  Define(missing);
+  return EvaluateRun(run, domain, request);
+}
+
 DomainSession::Evaluated DomainSession::Evaluate(const ParsedRun& run, const RunOptions& how) {
   RequireOpen();
   if (run.domain != id_) {
@@ -117,7 +138,6 @@ DomainSession::Evaluated DomainSession::Evaluate(const ParsedRun& run, const Run
   AssignUnitKey(unit, run);
   done.turn = UnitTurns::Instance().Take(unit);
   const DomainSnapshot domain = DomainSnapshot::Of(id_);
-  if (how.enroll.value_or(enrolls())) Define(MissingDefinitions(run, *data_));
   RunRequest request;
   request.onDemand = run.onDemand;
   request.explain = how.explain;
@@ -129,7 +149,7 @@ DomainSession::Evaluated DomainSession::Evaluate(const ParsedRun& run, const Run
   if (request.store == nullptr && domain.engineOn && cache.HasPendingRows(id_, run.device)) {
     cache.WriteDomain(id_);
   }
-  done.outcome = EvaluateRun(run, domain, request);
+  done.outcome = EvaluateDefined(run, domain, request, how.enroll.value_or(enrolls()));
   if (done.outcome.lacksMemory) throw std::bad_alloc();
   done.isEngineOn = domain.engineOn;
   if (!done.outcome.results) {
@@ -164,6 +184,7 @@ void DomainSession::Flush() {
 void DomainSession::Reload() {
   RequireOpen();
   judged_.Clear();
+  defined_.Clear();
   ReadAnew();
 }
 

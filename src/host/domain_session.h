@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/defined_variables.h"
 #include "host/root_use.h"
 #include "host/unit_turns.h"
 #include "keelstone/domain.h"
@@ -54,6 +55,8 @@ class DomainSession {
  private:
   void RequireOwn() const;
   void Define(const std::vector<RuleDefinitionData>& definitions);
+  RunOutcome EvaluateDefined(const ParsedRun& run, const DomainSnapshot& domain,
+                             const RunRequest& request, bool enrolls);
   void ReadAnew();
   void GiveUp();
 
@@ -66,6 +69,7 @@ class DomainSession {
   mutable Mutex mutex_;                    // guards the stages; innermost
   IntakeStages stages_ KS_GUARDED_BY(mutex_);
   JudgedValues judged_;
+  DefinedVariables defined_;
 };
 
 }  // namespace keelstone

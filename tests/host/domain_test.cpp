@@ -265,6 +265,24 @@ TEST_F(DomainTest, SaysWhatIsNoInputAndEvaluatesNothingOfIt) {
   EXPECT_EQ(Stored(), std::vector<std::string>());
 }
 
+TEST_F(DomainTest, DefinesWhatIsNotDefinedWhetherItKnewItOrNot) {
+  Domain domain = Opened();
+  EXPECT_EQ(Evaluate(domain, 0).variables(), 1U);
+  {
+    CppSQLite3DB db;  // another process, say
+    db.open(DomainDatabase(kDbVariableRule, id_));
+    db.execDML("DELETE FROM KSVariableRule");
+  }
+  DomainSnapshot::Of(id_).data->InvalidateKSVariableRuleCaches();
+  const RunSubject subject{.device = "r2", .source = "bgp", .time = kStart};
+  const auto refused = [&](const RunOptions& how) {
+    return domain.Evaluate(subject, {{"prefixes", "eth0", 12}}, how).refused().size();
+  };
+  EXPECT_EQ(refused({.enroll = false}), 1U);
+  EXPECT_EQ(refused({}), 0U);
+  EXPECT_EQ(refused({.enroll = false}), 0U);
+}
+
 TEST_F(DomainTest, RunsOfAUnitComeInTheOrderOfTheCalls) {
   Domain domain = Opened();
   Findings held = Evaluate(domain, 0, kUnstored);
