@@ -18,7 +18,9 @@ UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.pa
 
 }  // namespace
 
-RunWork::Units RunWork::Load(const Domain&, const std::vector<UnitKey>&) noexcept { return {}; }
+RunWork::Units RunWork::Load(const DomainSnapshot&, const std::vector<UnitKey>&) noexcept {
+  return {};
+}
 
 RunScheduler::RunScheduler(RunWork& work, const Limits& limits) : work_(work), limits_(limits) {
   delivering_.reserve(std::min(limits_.runs, kDeliveredAtOnce));
@@ -60,7 +62,7 @@ void RunScheduler::LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) 
     std::vector<Run*> runs;
     std::vector<UnitKey> keys;
   };
-  std::map<const Domain*, Wanted> wanted;
+  std::map<const DomainSnapshot*, Wanted> wanted;
   {
     const MutexLock lock(mutex_);
     if (stopped_) return;
@@ -245,7 +247,7 @@ void RunScheduler::PerformFlush(DomainQueue& domain) {
 void RunScheduler::FlushAndLoad(const std::string& domain, Unit* units) {
   std::vector<Unit*> next;
   std::vector<UnitKey> keys;
-  const Domain* source = nullptr;
+  const DomainSnapshot* source = nullptr;
   try {
     for (Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
       if (unit->head == nullptr || unit->head->domain == nullptr) continue;
