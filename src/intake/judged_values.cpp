@@ -105,14 +105,19 @@ void UnitMemory::Note(const std::vector<Judged>& values, std::uint64_t position)
 }
 
 JudgedValues::Place JudgedValues::Of(const ParsedRun& run) {
+  std::string key;
+  AssignUnitKey(key, run);
+  return Of(key, run.variables.size());
+}
+
+JudgedValues::Place JudgedValues::Of(const std::string& unitKey, std::size_t values) {
   const MutexLock lock(mutex_);
-  position_ += run.variables.size();
-  AssignUnitKey(keyBuffer_, run);
-  const auto known = places_.find(keyBuffer_);
+  position_ += values;
+  const auto known = places_.find(unitKey);
   if (known != places_.end()) {
     units_.splice(units_.begin(), units_, known->second);
   } else {
-    units_.push_front({keyBuffer_, std::make_shared<UnitMemory>(reach_), 0});
+    units_.push_front({unitKey, std::make_shared<UnitMemory>(reach_), 0});
     places_.emplace(units_.front().key, units_.begin());
   }
   units_.front().position = position_;
