@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -46,7 +47,8 @@ class KEELSTONE_EXPORT RunLineReader {
   ~RunLineReader();
 
   /// Reads one line; false when it is no run, and fault() then says in which field of
-  /// which variable (counted from 0) what is wrong, in printable characters.
+  /// which variable (counted from 0) what is wrong, in printable characters. A run that was used
+  /// before lends its memory: its texts take the places of the old ones.
   [[nodiscard]] bool Read(std::string_view line, ParsedRun& run);
   /// Reads variables alone, an array of them or a single one, and appends them to the run.
   /// On failure the run is as it was.
@@ -60,12 +62,14 @@ class KEELSTONE_EXPORT RunLineReader {
   struct RunFields;
   struct VariableFields;
   struct TypeName;
+  struct Orders;
 
   bool Fail(std::string_view field, std::string_view what);
   bool ReadRun(const RunFields& fields, ParsedRun& run);
   bool ParseJson(std::string_view text);
   bool ReadVariables(const Value& list, ParsedRun& run);
   bool ReadVariable(const Value& object, ParsedRun& run);
+  VarInfo& NextVariable(ParsedRun& run);
   bool ReadValue(const VariableFields& fields, VarInfo& variable);
   bool ReadScalar(const Value& value, const TypeName& type, VarInfo& variable);
   bool ReadNumber(std::string_view text, const TypeName& type, VarInfo& variable);
@@ -81,6 +85,8 @@ class KEELSTONE_EXPORT RunLineReader {
 
   std::string defaultDomain_;
   RawJson json_;
+  const std::unique_ptr<Orders> orders_;  // of the members of the objects before
+  std::size_t count_ = 0;                 // variables of the run that were read
   std::string fault_;
   std::optional<std::size_t> variable_;  // the one that is read; a fault names it
 };

@@ -16,6 +16,9 @@ constexpr std::size_t kDeliveredAtOnce = 4096;
 // Runs of one unit that a worker evaluates without looking for others between them.
 constexpr std::size_t kRunsAtOnce = 64;
 
+// Runs that are done wait so long for others to be delivered with them, if others can be done.
+constexpr auto kDeliveryPause = std::chrono::milliseconds(1);
+
 UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.param}; }
 
 }  // namespace
@@ -226,8 +229,17 @@ void RunScheduler::PerformRuns() {
   }
   mutex_.Lock();
   for (Run* run = runs; run != next; run = run->next) run->done = true;
-  if (undelivered_.front()->done) deliveryComes_.NotifyOne();
   queues_.End(*unit, next, isPending, values);
+  NoteDone();
+}
+
+/// Wakes whoever delivers: not for each run, while more come at once.
+void RunScheduler::NoteDone() {
+  if (!undelivered_.front()->done) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (queues_.HasReady() && now < nextDelivery_) return;
+  nextDelivery_ = now + kDeliveryPause;
+  deliveryComes_.NotifyOne();
 }
 
 void RunScheduler::PerformFlush() {

@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_PROGRAM_EVALUATE_RUN_SCHEDULER_H
 #define KEELSTONE_PROGRAM_EVALUATE_RUN_SCHEDULER_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -125,6 +126,7 @@ class RunScheduler {
   void PerformAdmission() KS_REQUIRES(mutex_);
   bool Enqueue(InputBatch& batch) KS_REQUIRES(mutex_);
   void PerformRuns() KS_REQUIRES(mutex_);
+  void NoteDone() KS_REQUIRES(mutex_);
   void PerformFlush() KS_REQUIRES(mutex_);
   void FlushAndLoad(const std::string& domain, UnitQueues::Unit* units) KS_REQUIRES(mutex_);
   void LoadIdleUnits(const InputBatch& batch) KS_EXCLUDES(mutex_);
@@ -148,6 +150,7 @@ class RunScheduler {
   std::deque<std::unique_ptr<Run>> undelivered_ KS_GUARDED_BY(mutex_);  // in input order
   std::size_t heldRuns_ KS_GUARDED_BY(mutex_) = 0;                      // lines, too
   std::size_t heldBytes_ KS_GUARDED_BY(mutex_) = 0;
+  std::chrono::steady_clock::time_point nextDelivery_ KS_GUARDED_BY(mutex_);
   std::uint64_t dropped_ KS_GUARDED_BY(mutex_) = 0;
   bool isAdmitting_ KS_GUARDED_BY(mutex_) = false;
   bool isStopped_ KS_GUARDED_BY(mutex_) = false;
