@@ -26,7 +26,6 @@ class KEELSTONE_EXPORT RawJson final : private JsonHandler {
   enum class Kind : std::uint8_t { kNull, kFalse, kTrue, kNumber, kString, kArray, kObject };
   class Value;
   class Iterator;
-  class Scan;  // src/base/json/raw_json_scan.h, not for hosts
 
   /// Reads strictly: no comments, UTF-8 only. On failure `error` says what and where, and
   /// there is no root.
@@ -53,8 +52,6 @@ class KEELSTONE_EXPORT RawJson final : private JsonHandler {
   bool OnObjectBegin() override { return Open(Kind::kObject); }
   bool OnObjectEnd() override { return Close(); }
 
-  bool ParsePlain(std::string_view text);
-  void Forget() noexcept;
   bool Append(Kind kind, std::string_view text);
   bool Add(Kind kind, std::string_view text);
   bool Open(Kind kind);

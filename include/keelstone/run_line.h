@@ -62,14 +62,13 @@ class KEELSTONE_EXPORT RunLineReader {
   struct RunFields;
   struct VariableFields;
   struct TypeName;
-  struct Orders;
+  struct Guesses;
 
   bool Fail(std::string_view field, std::string_view what);
   bool ReadRun(const RunFields& fields, ParsedRun& run);
   bool ParseJson(std::string_view text);
   bool ReadVariables(const Value& list, ParsedRun& run);
   bool ReadVariable(const Value& object, ParsedRun& run);
-  VarInfo& NextVariable(ParsedRun& run);
   bool ReadValue(const VariableFields& fields, VarInfo& variable);
   bool ReadScalar(const Value& value, const TypeName& type, VarInfo& variable);
   bool ReadNumber(std::string_view text, const TypeName& type, VarInfo& variable);
@@ -85,8 +84,8 @@ class KEELSTONE_EXPORT RunLineReader {
 
   std::string defaultDomain_;
   RawJson json_;
-  const std::unique_ptr<Orders> orders_;  // of the members of the objects before
-  std::size_t count_ = 0;                 // variables of the run that were read
+  const std::unique_ptr<Guesses> guesses_;
+  std::size_t count_ = 0;  // variables of the run that were read
   std::string fault_;
   std::optional<std::size_t> variable_;  // the one that is read; a fault names it
 };

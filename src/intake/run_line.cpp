@@ -9,7 +9,9 @@
 #include <utility>
 
 #include "intake/json_fields.h"
+#include "intake/plain_run.h"
 #include "intake/table_value.h"
+#include "intake/used_run.h"
 #include "keelstone/text_escape.h"
 
 namespace keelstone {
@@ -40,17 +42,6 @@ std::string ReadInteger(const RawJson::Value& value, T& out) {
   return "is out of range (" + std::to_string(8 * sizeof(T)) + " bits)";
 }
 
-/// The run as a new one, but for the memory of its texts and its variables.
-void Renew(ParsedRun& run) {
-  run.time = 0;
-  run.onDemand = false;
-  for (std::string* text : {&run.device, &run.source, &run.param, &run.nodeId,
-                            &run.nodePathSchema, &run.structureId}) {
-    text->clear();
-  }
-  run.unread.clear();
-}
-
 }  // namespace
 
 struct RunLineReader::RunFields {
@@ -62,8 +53,8 @@ struct RunLineReader::VariableFields {
   Value name, interface, interfacePath, value, type, typeCode, keys, sort, digest;
 };
 
-/// Where the members were in the objects before.
-struct RunLineReader::Orders {
+/// What the lines before have shown of those to come.
+struct RunLineReader::Guesses {
   static constexpr std::array<JsonFields<RunFields, 10>::Name, 10> kRun = {{
       {"time", &RunFields::time},
       {"domain", &RunFields::domain},
@@ -90,6 +81,7 @@ struct RunLineReader::Orders {
 
   JsonFields<RunFields, 10> run{kRun};
   JsonFields<VariableFields, 9> variable{kVariable};
+  PlainRun plain;
 };
 
 /// A "type" of the input with what it means to the engine.
@@ -135,7 +127,7 @@ std::int32_t RunLineReader::DefaultTypeCode(EnumKSDataType dataType) noexcept {
 }
 
 RunLineReader::RunLineReader(std::string defaultDomain)
-    : defaultDomain_(std::move(defaultDomain)), orders_(std::make_unique<Orders>()) {}
+    : defaultDomain_(std::move(defaultDomain)), guesses_(std::make_unique<Guesses>()) {}
 
 RunLineReader::~RunLineReader() = default;
 
@@ -184,6 +176,7 @@ bool RunLineReader::ParseJson(std::string_view text) {
 }
 
 bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
+  if (guesses_->plain.Read(line, defaultDomain_, run)) return true;
   if (!ParseJson(line)) return false;
   if (!json_.root().Is(Kind::kObject)) {
     fault_ = "a run must be a JSON object";
@@ -191,7 +184,7 @@ bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
   }
   Renew(run);
   count_ = 0;
-  const bool isRead = ReadRun(orders_->run.Take(json_.root()), run);
+  const bool isRead = ReadRun(guesses_->run.Take(json_.root()), run);
   run.variables.resize(count_);
   return isRead;
 }
@@ -238,8 +231,8 @@ bool RunLineReader::ReadVariables(const Value& list, ParsedRun& run) {
 }
 
 bool RunLineReader::ReadVariable(const Value& object, ParsedRun& run) {
-  const VariableFields fields = orders_->variable.Take(object);
-  VarInfo& variable = NextVariable(run);
+  const VariableFields fields = guesses_->variable.Take(object);
+  VarInfo& variable = PlaceFor(run, count_);
   const TypeName* type = nullptr;
   if (!Require("name", fields.name) || !TakeString("name", fields.name, variable.variableName) ||
       !TakeString("interface", fields.interface, variable.interfaceValue) ||
@@ -258,19 +251,6 @@ bool RunLineReader::ReadVariable(const Value& object, ParsedRun& run) {
                                                   : ReadScalar(fields.value, *type, variable);
   if (done) ++count_;
   return done;
-}
-
-/// A place for one variable more, which counts once it is read.
-VarInfo& RunLineReader::NextVariable(ParsedRun& run) {
-  if (count_ == run.variables.size()) return run.variables.emplace_back();
-  VarInfo& variable = run.variables[count_];
-  variable.interfacePath.clear();
-  variable.interfaceValue.clear();
-  variable.variableType = 0;
-  variable.tableFlag = 0;
-  if (!variable.value.isNull()) variable.value = JsonValue();
-  if (!variable.tableKeys.empty()) variable.tableKeys.clear();
-  return variable;
 }
 
 /// The type that is named, else the one that follows from the value; none for null.

@@ -42,7 +42,7 @@ bool Submit(RunScheduler& scheduler, Runs runs, std::size_t atOnce = 100) {
       batch->text.append(runs[i]->bytes, 'x');
       batch->lines.emplace_back().run = std::move(runs[i]);
     }
-    if (!Submit(scheduler, std::move(batch))) return false;
+    if (!scheduler.Submit(std::move(batch))) return false;
   }
   return true;
 }

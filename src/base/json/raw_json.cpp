@@ -4,9 +4,6 @@
 #include <limits>
 #include <unordered_map>
 
-#include "base/json/raw_json_scan.h"
-#include "base/text/utf8.h"
-
 namespace keelstone {
 
 namespace {
@@ -50,27 +47,12 @@ bool IsNumberText(std::string_view text) noexcept {
   return text.empty();
 }
 
-void RawJson::Forget() noexcept {
+bool RawJson::Parse(std::string_view text, JsonParseError& error) {
   nodes_.clear();
   texts_.clear();
   open_.clear();
-}
-
-/// Reads a text that holds nothing unusual; false leaves it to the JSON reader.
-bool RawJson::ParsePlain(std::string_view text) {
-  if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return false;
-  if (FirstInvalidUtf8(text) != text.size()) return false;
-  texts_ = text;
-  if (Scan(*this).Read()) return true;
-  Forget();
-  return false;
-}
-
-bool RawJson::Parse(std::string_view text, JsonParseError& error) {
-  Forget();
   if (nodes_.capacity() > kKeptNodes) nodes_.shrink_to_fit();
   if (texts_.capacity() > kKeptTextBytes) texts_.shrink_to_fit();
-  if (ParsePlain(text)) return true;
   error = {text.size(), "too large"};  // what stands when a handler below breaks off
   const JsonReadOptions strict{.allowComments = false, .requireUtf8 = true};
   if (JsonReader::Parse(text, static_cast<JsonHandler&>(*this), &error, strict)) return true;
