@@ -21,6 +21,8 @@ void AddFlushCases(BenchCases& cases);
 void AddUnitCases(BenchCases& cases);
 /// Looking up the pending rows.
 void AddPendingCases(BenchCases& cases);
+/// Units that stay in memory.
+void AddResidentCases(BenchCases& cases);
 /// The whole program.
 void AddProgramCases(BenchCases& cases);
 

@@ -100,6 +100,7 @@ int Run(const Options& options) {
   AddFlushCases(cases);
   AddUnitCases(cases);
   AddPendingCases(cases);
+  AddResidentCases(cases);
   AddProgramCases(cases);
 
   CaseRunner runner(cases, {root, kSeed, options.brief}, options.rounds);

@@ -76,7 +76,8 @@ void LearnedDevice::StoreHistories(std::uint64_t seed) {
     const EnumRuleType kind = shape_.dataType == KSDataString
                                   ? kLearnedTextKinds[random() % kLearnedTextKinds.size()]
                                   : kLearnedKinds[random() % kLearnedKinds.size()];
-    const std::vector<std::int64_t> series = MakeSeries(kind, kHistoryPoints + 2, random);
+    const std::vector<std::int64_t> series =
+        MakeSeries(kind, kHistoryPoints + 2 + shape_.laterRuns, random);
     const auto history = MakeHistory(shape_.dataType);
     for (std::size_t round = 0; round < kHistoryPoints; ++round) {
       history->AddData(MakePoint(shape_.dataType, TimeOf(round), series[round]), kHistoryPoints);
@@ -95,6 +96,7 @@ void LearnedDevice::StoreHistories(std::uint64_t seed) {
       variable.valueText = ValueText(shape_.dataType, series[kHistoryPoints + 1]);
     }
     variables_.push_back(std::move(variable));
+    later_.emplace_back(series.begin() + kHistoryPoints + 2, series.end());
   }
   ManagerOf(domainId_)->SetRuleHistoryData(rows);
 }
@@ -134,6 +136,16 @@ std::unique_ptr<KSRuleInstance> LearnedDevice::InstanceAt(std::int32_t time) con
 
 std::unique_ptr<KSRuleInstance> LearnedDevice::Instance(Moment moment) const {
   return InstanceAt(TimeOfNextRun(moment));
+}
+
+std::unique_ptr<KSRuleInstance> LearnedDevice::LaterInstance(std::size_t run) const {
+  return InstanceAt(TimeOf(kHistoryPoints + 2 + run));
+}
+
+void LearnedDevice::TakeValues(std::size_t run, std::vector<VarInfo>& variables) const {
+  for (std::size_t i = 0; i < variables.size(); ++i) {
+    variables[i].valueText = ValueText(shape_.dataType, later_[i].at(run));
+  }
 }
 
 std::unique_ptr<KSRuleInstance> LearnedDevice::Load(Moment moment) const {

@@ -28,7 +28,8 @@ class LearnedDevice {
   struct Shape {
     EnumKSDataType dataType = KSDataInt64;
     std::size_t variables = 1000;
-    bool hasRules = true;  // else there are histories only
+    bool hasRules = true;       // else there are histories only
+    std::size_t laterRuns = 0;  // there are values for so many runs behind the next one
   };
 
   /// `domainId` is of no other device.
@@ -43,6 +44,11 @@ class LearnedDevice {
 
   /// An instance for the next run that has not loaded anything.
   std::unique_ptr<KSRuleInstance> Instance(Moment moment) const;
+  /// An instance for a run that many runs behind the next one, far enough apart that all values
+  /// join their histories.
+  std::unique_ptr<KSRuleInstance> LaterInstance(std::size_t run) const;
+  /// Gives variables() their values in that run, which fit the rules' kinds.
+  void TakeValues(std::size_t run, std::vector<VarInfo>& variables) const;
   /// The same with rules and histories loaded.
   std::unique_ptr<KSRuleInstance> Load(Moment moment) const;
   /// Makes the next run, as it is timed, and looks at what came of it: throws unless every
@@ -67,6 +73,7 @@ class LearnedDevice {
   std::vector<VarInfo> learning_;    // with their values in the run that learned the rules
   std::vector<EnumRuleType> kinds_;  // how each behaves
   std::vector<std::string> histories_;
+  std::vector<std::vector<std::int64_t>> later_;  // a variable: its values in later runs
 };
 
 /// "int64", "float", "double" or "string".

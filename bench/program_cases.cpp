@@ -215,9 +215,8 @@ void WriteStreamInput(const std::filesystem::path& path, std::size_t polls, std:
     const std::size_t interface = line % kInterfaces;
     lines += "{\"time\":" + std::to_string(FleetTime(0) + 30 * (line / kInterfaces)) +
              ",\"device\":\"" + FleetDevice(0) + "\",\"source\":\"" + kFleetSource +
-             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" +
-             FleetInterface(interface) + "\",\"value\":" + std::to_string(100 + random() % 50) +
-             "}]}\n";
+             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" + FleetInterface(interface) +
+             "\",\"value\":" + std::to_string(100 + random() % 50) + "}]}\n";
   }
   WriteFile(path, lines);
 }

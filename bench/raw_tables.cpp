@@ -24,13 +24,18 @@ constexpr const char* kCreateHistory =
     ",HistoryData TEXT,PRIMARY KEY(deviceName,interfaceValue,variableSource,param,variableName,"
     "variableSourceType))";
 constexpr const char* kUpsertRule =
-    "insert or replace into KSObjectRule (deviceName, interfaceValue, variableSource, param, "
+    "insert into KSObjectRule (deviceName, interfaceValue, variableSource, param, "
     "variableName, variableSourceType, variableDataType, interfacePath, vxNodePathSchema, "
     "ruleGenerateType, ruleTypeId, ruleAlgParameter, isEnable, isDel) "
-    "values(?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
+    "values(?,?,?,?,?,?,?,?,?,?,?,?,?,?) on conflict do update set "
+    "variableDataType=excluded.variableDataType,interfacePath=excluded.interfacePath,"
+    "vxNodePathSchema=excluded.vxNodePathSchema,ruleGenerateType=excluded.ruleGenerateType,"
+    "ruleTypeId=excluded.ruleTypeId,ruleAlgParameter=excluded.ruleAlgParameter,"
+    "isEnable=excluded.isEnable,isDel=excluded.isDel";
 constexpr const char* kUpsertHistory =
-    "insert or replace into KSObjectHistory (deviceName, interfaceValue, variableSource, param, "
-    "variableName, variableSourceType, HistoryData) values(?,?,?,?,?,?,?)";
+    "insert into KSObjectHistory (deviceName, interfaceValue, variableSource, param, "
+    "variableName, variableSourceType, HistoryData) values(?,?,?,?,?,?,?) on conflict do update "
+    "set HistoryData=excluded.HistoryData";
 constexpr const char* kSelectRules =
     "select variableDataType,interfacePath,vxNodePathSchema,ruleGenerateType,ruleTypeId,"
     "ruleAlgParameter,isEnable,isDel,variableName,interfaceValue,deviceName,variableSource,param "

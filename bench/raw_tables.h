@@ -11,9 +11,9 @@
 
 namespace keelstone::bench {
 
-/// The databases of a domain worked on with nothing but SQLite's C interface, in the way
-/// the library works on them: the same files, statements, 600 rows a transaction, one
-/// opening a table. A failing call throws std::runtime_error.
+/// The databases of a domain worked on with nothing but SQLite's C interface: the library's
+/// files, a statement bound and run for each row, 600 rows a transaction, one opening a
+/// table. A failing call throws std::runtime_error.
 class RawTables {
  public:
   explicit RawTables(std::filesystem::path folder);

@@ -54,6 +54,9 @@ class KEELSTONE_EXPORT KSRuleAlgMgr {
 
 /// A new, empty history of a data type; empty for an unknown one.
 KEELSTONE_EXPORT std::shared_ptr<HistoryDataBase> MakeHistory(EnumKSDataType dataType);
+/// The calculated feature of a history of this data type, which must be a known one.
+KEELSTONE_EXPORT std::shared_ptr<KSDataFeature> FeatureOf(
+    EnumKSDataType dataType, const std::shared_ptr<HistoryDataBase>& history);
 
 }  // namespace keelstone
 

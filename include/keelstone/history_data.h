@@ -72,6 +72,8 @@ class KEELSTONE_EXPORT PointHistory : public HistoryDataBase {
   std::int64_t GetLastTime() const override;
 
   const std::vector<Point>& points() const noexcept { return points_; }
+  /// Takes these points, oldest first, in the place of those that are there.
+  void TakePoints(std::vector<Point> points);
 
  protected:
   explicit PointHistory(EnumKSDataType type) : HistoryDataBase(type) {}

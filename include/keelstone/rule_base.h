@@ -61,6 +61,11 @@ class KEELSTONE_EXPORT IRuleBase {
   /// where it is as long as the rule lives: no copy of it is made.
   virtual void InitWithHistory(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
                                std::string_view history, const std::string& domainId);
+  /// Init with a history that is there already, of the class that the rule's own would have;
+  /// it is shared, and no text of the definition is read for it.
+  virtual void InitWithPoints(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                              const std::shared_ptr<HistoryDataBase>& history,
+                              const std::string& domainId);
   /// Whether CheckAlert judges the point at all: false when what it needs is missing, or
   /// the point is of another type.
   virtual bool Judges(const std::shared_ptr<KSDataBase>& point) const;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -109,10 +110,14 @@ class KEELSTONE_EXPORT KSRuleInstance {
   /// Why the value that was handed over last was refused.
   EnumRefusal GetLastRefusal() const;
 
-  /// The history text that was loaded of a variable, or nullptr; as long as nothing is
-  /// loaded or replaced.
+  /// The history text that was loaded of a variable, or nullptr; until the next call of the
+  /// instance.
   const std::string* GetLoadedHistory(const std::string& interfaceValue,
                                       const std::string& variableName) const;
+  /// About when the newest value of that text was, without reading it where that can be told;
+  /// nothing where it cannot, and without a text.
+  std::optional<std::int64_t> GuessNewestTime(const std::string& interfaceValue,
+                                              const std::string& variableName) const;
   /// Puts a history text in the place of the loaded one, for the evaluation and for the
   /// database. Before the variable is processed.
   void ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,

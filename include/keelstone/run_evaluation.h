@@ -13,8 +13,8 @@
 #include "keelstone/export.h"
 #include "keelstone/intake_stages.h"
 #include "keelstone/judged_values.h"
-#include "keelstone/rule_instance.h"
 #include "keelstone/resident_store.h"
+#include "keelstone/rule_instance.h"
 #include "keelstone/run_line.h"
 #include "keelstone/unit_data.h"
 #include "keelstone/update_result.h"
@@ -39,7 +39,7 @@ struct KEELSTONE_EXPORT RunRequest {
   bool onDemand = false;  // check, and learn nothing
   bool explain = false;   // alerts are explained
   IntakeStages stages = IntakeStages::Off();
-  JudgedValues::Place judged;  // what was judged before; without it the histories alone count
+  JudgedValues::Place judged;      // what was judged before; without it the histories alone count
   ResidentStore* store = nullptr;  // keeps units in memory; nullptr: the run loads what it needs
 };
 
@@ -52,8 +52,8 @@ struct KEELSTONE_EXPORT RunOutcome {
   std::vector<RefusedValue> refused;  // the same values with their reasons
   // All values are rejected, and nothing is stored; after Store: not all of it is.
   bool lacksMemory = false;
-  bool mayHavePending = false;  // there may be rows for the write-behind cache
-  bool isResident = false;      // a store keeps the rows; none are pending
+  bool mayHavePending = false;                      // there may be rows for the write-behind cache
+  bool isResident = false;                          // a store keeps the rows; none are pending
   std::shared_ptr<KSRuleUpdateResultData> results;  // empty when nothing was evaluated
   // Where explanations were asked for: one an alert, and what was judged, both in order.
   std::vector<KSAlertExplanation> explanations;

@@ -109,7 +109,8 @@ std::size_t DefaultMemory() {
   const long pages = ::sysconf(_SC_PHYS_PAGES);
   const long pageBytes = ::sysconf(_SC_PAGESIZE);
   if (pages <= 0 || pageBytes <= 0) return kLeast;
-  return std::max(kLeast, static_cast<std::size_t>(pages) / 4 * static_cast<std::size_t>(pageBytes));
+  return std::max(kLeast,
+                  static_cast<std::size_t>(pages) / 4 * static_cast<std::size_t>(pageBytes));
 }
 
 void AddEvaluateCommand(CLI::App& program, EvaluateOptions& options) {

@@ -77,8 +77,8 @@ bool KSRuleInstance::Evaluation::JudgeValue(const VarInfo& variable, const Typed
                                             const TakenDefinition& definition) {
   const std::shared_ptr<KSDataBase> point = value.MakePoint(subject_.time);
   if (!point) return RefuseNoValue();
-  RuleMaterial material = RuleMaterial::Read(definition.own, definition.history, value.dataType(),
-                                             MayLearn(), subject_.domainId);
+  RuleMaterial material =
+      RuleMaterial::Read(definition, value.dataType(), MayLearn(), subject_.domainId);
   if (material.isHistoryRefused) {
     outcome_.LogRefusedHistory(variable);
     // A rule of numbers is kept with all that is stored of it; else a new history begins.
@@ -93,7 +93,7 @@ bool KSRuleInstance::Evaluation::JudgeValue(const VarInfo& variable, const Typed
   if (material.rule) {
     outcome_.Conclude({variable, point, definition, *material.rule, judgement});
   } else if (material.mayLearn && material.history) {
-    outcome_.KeepForLearning(variable, point, *material.history);
+    outcome_.KeepForLearning(variable, point, material.history);
   }
   return true;
 }

@@ -44,20 +44,27 @@ Judgement Relearn(const std::shared_ptr<KSDataBase>& point,
 
 }  // namespace
 
-RuleMaterial RuleMaterial::Read(const std::shared_ptr<RuleDefinitionData>& definition,
-                                std::string_view history, EnumKSDataType dataType, bool mayLearn,
-                                const std::string& domainId) {
+RuleMaterial RuleMaterial::Read(const TakenDefinition& definition, EnumKSDataType dataType,
+                                bool mayLearn, const std::string& domainId) {
+  const std::string_view history = definition.history;
   KSRuleAlgMgr* const manager = KSRuleAlgMgr::Instance();
   RuleMaterial material;
   material.dataType = dataType;
   material.mayLearn = mayLearn;
-  material.rule = manager->GetRuleByType(AlgTypeOf(dataType),
-                                         static_cast<EnumRuleType>(definition->ruleType), dataType);
+  material.rule = manager->GetRuleByType(
+      AlgTypeOf(dataType), static_cast<EnumRuleType>(definition.own->ruleType), dataType);
   if (material.rule) {
-    material.rule->InitWithHistory(definition, history, domainId);
+    if (definition.points) {
+      material.rule->InitWithPoints(definition.own, definition.points, domainId);
+    } else {
+      material.rule->InitWithHistory(definition.own, history, domainId);
+    }
     material.mayLearn = mayLearn && material.rule->IsDynamic();
     material.history = material.rule->LentHistory();
     material.isHistoryRefused = !history.empty() && !material.rule->GetRuleData();
+  } else if (mayLearn && definition.points) {
+    material.history = definition.points;
+    material.feature = FeatureOf(dataType, definition.points);
   } else if (mayLearn) {
     manager->ReadHistory(history, dataType, material.history, material.feature);
     material.isHistoryRefused = !history.empty() && !material.feature;

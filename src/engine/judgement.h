@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "engine/evaluation_settings.h"
+#include "engine/taken_definition.h"
 #include "keelstone/data_feature.h"
 #include "keelstone/data_point.h"
 #include "keelstone/history_data.h"
@@ -30,12 +31,11 @@ struct RuleMaterial {
   bool mayLearn = false;                     // whether rule and history may follow the value
   bool isHistoryRefused = false;             // the text is no history of this type
 
-  /// Reads a stored rule and the text of its history, which must stay as it is and where it is
-  /// as long as the material is used. `mayLearn` says whether the run learns; the material
-  /// of a prescribed rule never does.
-  static RuleMaterial Read(const std::shared_ptr<RuleDefinitionData>& definition,
-                           std::string_view history, EnumKSDataType dataType, bool mayLearn,
-                           const std::string& domainId);
+  /// Reads a stored rule and its history, whose text must stay as it is and where it is as long
+  /// as the material is used. `mayLearn` says whether the run learns; the material of a
+  /// prescribed rule never does.
+  static RuleMaterial Read(const TakenDefinition& definition, EnumKSDataType dataType,
+                           bool mayLearn, const std::string& domainId);
 };
 
 /// The third step of a value's way: what the value makes of its variable's rule and history.

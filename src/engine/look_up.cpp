@@ -12,6 +12,7 @@
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/logger.h"
 #include "keelstone/performance.h"
+#include "model/history/history_scan.h"
 
 namespace keelstone {
 
@@ -61,34 +62,34 @@ bool LookUp::IsInBlockTime() const {
 }
 
 bool LookUp::IsDefineRule() const {
-  if (!rules().empty()) return true;
+  if (unit_ ? unit_->HasRules() : !rules_.empty()) return true;
   return manager_ &&
          manager_->IsExistRuleDefinition({}, subject_.variableSource, kVariableSourceParser);
 }
 
 void LookUp::ForgetPlaces() {
-  rulesOfInterface_ = rules().end();
-  historiesOfInterface_ = histories().end();
+  rulesOfInterface_ = rules_.end();
+  historiesOfInterface_ = histories_.end();
 }
 
 void LookUp::Attach(std::shared_ptr<ResidentUnit> unit) {
   unit_ = std::move(unit);
+  course_ = unit_->BeginRun();
   areRulesGiven_ = unit_->AreRulesLoaded();
   areHistoriesGiven_ = unit_->AreHistoriesLoaded();
   ForgetPlaces();
 }
 
-void LookUp::Store(const std::vector<ObjectRuleData>& rules,
-                   std::vector<ObjectRuleHistoryData> histories) {
-  unit_->Apply(rules, std::move(histories));
-  copies_.clear();
+void LookUp::Store(const std::vector<ResidentRow>& rules,
+                   const std::vector<ResidentRow>& histories) {
+  copies_.clear();  // they name variables by their places, which may move
+  unit_->Apply(rules, histories, subject_.nodePathSchema);
   replaced_.clear();
-  ForgetPlaces();
 }
 
 void LookUp::SetRules(DevParserRule rules) {
   if (unit_) {
-    unit_->SetRules(std::move(rules));
+    unit_->SetRules(rules);
   } else {
     rules_ = std::move(rules);
   }
@@ -100,7 +101,7 @@ void LookUp::SetRules(DevParserRule rules) {
 
 void LookUp::SetHistories(DevParserHistory histories) {
   if (unit_) {
-    unit_->SetHistories(std::move(histories));
+    unit_->SetHistories(histories);
   } else {
     histories_ = std::move(histories);
   }
@@ -126,13 +127,12 @@ bool LookUp::LoadRules() {
   if (areRulesGiven_) return true;
   return Load("InitCacheData", [this](const ObjectDefine& object) {
     DevParserRule loaded;
-    const int status =
-        manager_->GetRuleDefinitionDataByDev(unit_ ? loaded : rules_, &object,
-                                             subject_.variableSource, subject_.variableParam,
-                                             kVariableSourceParser);
+    const int status = manager_->GetRuleDefinitionDataByDev(
+        unit_ ? loaded : rules_, &object, subject_.variableSource, subject_.variableParam,
+        kVariableSourceParser);
     ForgetPlaces();
     if (!unit_) return;
-    unit_->SetRules(std::move(loaded));
+    unit_->SetRules(loaded);
     areRulesGiven_ = true;
     // Without a table what is learned goes nowhere.
     if (status >= 0) unit_->Refuse();
@@ -147,7 +147,7 @@ bool LookUp::LoadHistories() {
     manager_->GetRuleHistoryData(unit_ ? loaded : histories_, &object, subject_.variableSource,
                                  subject_.variableParam, kVariableSourceParser);
     if (unit_) {
-      unit_->SetHistories(std::move(loaded));
+      unit_->SetHistories(loaded);
       areHistoriesGiven_ = true;
     }
     ForgetPlaces();
@@ -157,8 +157,13 @@ bool LookUp::LoadHistories() {
 bool LookUp::IsVarDefineRule(const std::string& variableName) {
   if (!definedVariables_) {
     definedVariables_.emplace();
-    for (const auto& [interfaceValue, definitions] : rules()) {
+    for (const auto& [interfaceValue, definitions] : rules_) {
       for (const auto& [name, definition] : definitions) definedVariables_->insert(name);
+    }
+    if (unit_) {
+      for (const ResidentVariable& variable : unit_->variables()) {
+        if (variable.hasRule) definedVariables_->insert(variable.name);
+      }
     }
   }
   return definedVariables_->contains(variableName);
@@ -166,13 +171,25 @@ bool LookUp::IsVarDefineRule(const std::string& variableName) {
 
 const std::string* LookUp::LoadedHistory(const std::string& interfaceValue,
                                          const std::string& variableName) const {
-  for (const DevParserHistory* texts : {&replaced_, &histories()}) {
-    const auto interface = texts->find(interfaceValue);
-    if (interface == texts->end()) continue;
-    const auto history = interface->second.find(variableName);
-    if (history != interface->second.end()) return &history->second;
+  const DevParserHistory& texts = unit_ ? replaced_ : histories_;
+  auto interface = texts.end();
+  if (const std::string* text = FindTwice(texts, interface, interfaceValue, variableName)) {
+    return text;
   }
-  return nullptr;
+  const auto* const stored = unit_ ? unit_->Find(interfaceValue, variableName) : nullptr;
+  if (stored == nullptr || !stored->history.IsThere()) return nullptr;
+  historyText_ = stored->history.ToText();
+  return &historyText_;
+}
+
+std::optional<std::int64_t> LookUp::GuessNewestTime(const std::string& interfaceValue,
+                                                    const std::string& variableName) const {
+  if (unit_ && replaced_.empty()) {
+    const auto* const stored = unit_->Find(interfaceValue, variableName);
+    return stored == nullptr ? std::nullopt : stored->history.GuessNewest();
+  }
+  const std::string* const text = LoadedHistory(interfaceValue, variableName);
+  return text == nullptr ? std::nullopt : keelstone::GuessNewestTime(*text);
 }
 
 void LookUp::ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
@@ -194,32 +211,29 @@ bool LookUp::IsFiltered(const std::string& interfaceValue) {
 }
 
 void LookUp::FindLoaded(const VarInfo& variable, Found& found) {
-  found.loadedHistory = FindTwice(histories(), historiesOfInterface_, variable.interfaceValue,
-                                  variable.variableName);
+  found.loadedHistory =
+      FindTwice(histories_, historiesOfInterface_, variable.interfaceValue, variable.variableName);
   const auto* const loaded =
-      FindTwice(rules(), rulesOfInterface_, variable.interfaceValue, variable.variableName);
+      FindTwice(rules_, rulesOfInterface_, variable.interfaceValue, variable.variableName);
   if (loaded != nullptr) found.record = *loaded;
 }
 
-// What a run works on of a resident record takes its place for the run's later values.
-void LookUp::FindResident(const VarInfo& variable, Found& found) {
+// What a run works on of a stored rule takes its place for the run's later values.
+Found LookUp::FindResident(const VarInfo& variable) {
+  Found found;
+  found.resident = unit_->Next(variable.interfaceValue, variable.variableName, course_);
   if (!replaced_.empty()) {
-    found.loadedHistory = LoadedHistory(variable.interfaceValue, variable.variableName);
+    auto interface = replaced_.cend();
+    found.loadedHistory =
+        FindTwice(replaced_, interface, variable.interfaceValue, variable.variableName);
   }
-  const auto copy = copies_.empty() ? copies_.end() : copies_.find(found.record.get());
-  found.isResident = copy == copies_.end();
-  if (!found.isResident) found.record = copy->second;
-  found.isOurs = found.record && (found.isResident || found.record.use_count() == 2);
+  const auto copy = copies_.empty() ? copies_.end() : copies_.find(found.resident);
+  if (copy != copies_.end()) found.record = copy->second->record;
+  return found;
 }
 
 Found LookUp::Find(const VarInfo& variable) {
-  if (unit_) {
-    Found found;
-    FindLoaded(variable, found);
-    FindResident(variable, found);
-    if (found.loadedHistory != nullptr) FetchAhead(*found.loadedHistory);
-    return found;
-  }
+  if (unit_) return FindResident(variable);
   const auto* const cache = DBWriteWrapper::Instance();
   if (!pendingMark_) pendingMark_ = cache->MarkOf(subject_.domainId, subject_.deviceName);
   Found found;
@@ -242,15 +256,11 @@ Found LookUp::Find(const VarInfo& variable) {
 
 // What others may hold, other instances and the write-behind worker, is worked on as a copy.
 bool LookUp::Take(const VarInfo& variable, Found& found, TakenDefinition& definition) {
+  if (unit_) return TakeResident(variable, found, definition);
   if (!found.record) {
     if (!TakeNew(variable, definition)) return false;
     TakeHistory(variable, found, definition);
     return true;
-  }
-  if (found.isResident) {
-    std::shared_ptr<RuleDefinitionData>& copy = copies_[found.record.get()];
-    copy = std::make_shared<RuleDefinitionData>(*found.record);
-    found.record = copy;
   }
   definition.shared = found.record;
   std::optional<DefinitionLock> lock;
@@ -263,6 +273,39 @@ bool LookUp::Take(const VarInfo& variable, Found& found, TakenDefinition& defini
   }
   lock.reset();
   if (!found.isPending) TakeHistory(variable, found, definition);
+  return true;
+}
+
+// A rule is copied once a run. The first value that comes to it works on the copy itself where
+// a history is stored; every other one as if the copy were somebody else's.
+bool LookUp::TakeResident(const VarInfo& variable, const Found& found,
+                          TakenDefinition& definition) {
+  const ResidentVariable* const stored = found.resident;
+  const bool isStoredHistory = stored != nullptr && stored->history.IsThere();
+  if (stored == nullptr || !stored->hasRule) {
+    if (!TakeNew(variable, definition)) return false;
+    definition.resident = std::make_shared<ResidentCopy>(ResidentCopy{definition.own, nullptr});
+  } else {
+    std::shared_ptr<ResidentCopy>& copy = copies_[stored];
+    const bool isFirst = copy == nullptr;
+    if (isFirst) copy = std::make_shared<ResidentCopy>(ResidentCopy{stored->Record(), nullptr});
+    definition.resident = copy;
+    definition.shared = copy->record;
+    if (isFirst && (isStoredHistory || found.loadedHistory != nullptr)) {
+      definition.own = copy->record;
+    } else {
+      // What it was judged by before reads its history as a text.
+      if (copy->history) copy->history->WriteTo(copy->record->history);
+      copy->history.reset();
+      definition.own = std::make_shared<RuleDefinitionData>(*copy->record);
+      definition.HoldHistory(std::move(definition.own->history));
+    }
+  }
+  if (found.loadedHistory != nullptr) {
+    definition.history = *found.loadedHistory;
+  } else if (isStoredHistory) {
+    definition.TakeHistory(stored->history, static_cast<EnumKSDataType>(variable.dataType));
+  }
   return true;
 }
 

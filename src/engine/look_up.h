@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "engine/resident_unit.h"
@@ -23,11 +24,12 @@ namespace keelstone {
 struct Found {
   std::shared_ptr<RuleDefinitionData> record;  // pending or loaded; empty without either
   const std::string* loadedHistory = nullptr;  // nullptr: nothing was loaded
-  bool isResident = false;                     // the record is the store's, and not to be changed
-  bool mayHavePending = false;                 // rows of the unit wait to be written
-  bool isPending = false;                      // the record is one of them
-  bool isOurs = false;                         // nobody else holds the record now
-  bool needsLock = false;                      // somebody else holds it, or may have held it
+  // In the place of both: what a unit in memory has of the variable.
+  const ResidentVariable* resident = nullptr;
+  bool mayHavePending = false;  // rows of the unit wait to be written
+  bool isPending = false;       // the record is one of them
+  bool isOurs = false;          // nobody else holds the record now
+  bool needsLock = false;       // somebody else holds it, or may have held it
 };
 
 /// The first step of a value's way: what the domain's storage holds of one device and parser,
@@ -57,11 +59,15 @@ class LookUp {
   void Attach(std::shared_ptr<ResidentUnit> unit);
   bool IsAttached() const { return unit_ != nullptr; }
   /// Puts a run's rows into the unit.
-  void Store(const std::vector<ObjectRuleData>& rules,
-             std::vector<ObjectRuleHistoryData> histories);
+  void Store(const std::vector<ResidentRow>& rules, const std::vector<ResidentRow>& histories);
   bool IsVarDefineRule(const std::string& variableName);
+  /// Until the next call of this object.
   const std::string* LoadedHistory(const std::string& interfaceValue,
                                    const std::string& variableName) const;
+  /// About when the newest value of what LoadedHistory answers was; nothing where that would
+  /// have to be read.
+  std::optional<std::int64_t> GuessNewestTime(const std::string& interfaceValue,
+                                              const std::string& variableName) const;
   void ReplaceHistory(const std::string& interfaceValue, const std::string& variableName,
                       std::string history);
 
@@ -80,11 +86,10 @@ class LookUp {
  private:
   template <class Read>
   bool Load(const char* label, Read read);
-  const DevParserRule& rules() const { return unit_ ? unit_->rules() : rules_; }
-  const DevParserHistory& histories() const { return unit_ ? unit_->histories() : histories_; }
   void ForgetPlaces();
   void FindLoaded(const VarInfo& variable, Found& found);
-  void FindResident(const VarInfo& variable, Found& found);
+  Found FindResident(const VarInfo& variable);
+  bool TakeResident(const VarInfo& variable, const Found& found, TakenDefinition& definition);
   bool TakeNew(const VarInfo& variable, TakenDefinition& definition) const;
   void TakeHistory(const VarInfo& variable, const Found& found, TakenDefinition& definition) const;
 
@@ -93,10 +98,12 @@ class LookUp {
   DevParserRule rules_;
   DevParserHistory histories_;
   std::shared_ptr<ResidentUnit> unit_;  // empty, or in the place of the two
-  // Over a resident unit: what the run works on of it, by the records and the texts it takes
-  // the place of.
-  std::unordered_map<const RuleDefinitionData*, std::shared_ptr<RuleDefinitionData>> copies_;
+  ResidentUnit::Course course_;
+  // Over a resident unit: what the run works on of its rules, and the texts that have taken the
+  // place of its histories.
+  std::unordered_map<const ResidentVariable*, std::shared_ptr<ResidentCopy>> copies_;
   DevParserHistory replaced_;
+  mutable std::string historyText_;  // that was answered last
   // Where the last variable was: they mostly come interface by interface.
   DevParserRule::const_iterator rulesOfInterface_ = rules_.end();
   DevParserHistory::const_iterator historiesOfInterface_ = histories_.end();

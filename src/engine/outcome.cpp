@@ -62,28 +62,38 @@ void Outcome::WriteRule(const Case& judged, bool followsValue) {
   const TakenDefinition& definition = judged.definition;
   const Judgement& judgement = judged.judgement;
   const bool isRuleCollected = followsValue || definition.isNew || judgement.ruleChanged;
-  const HistoryDataBase* const history = judged.rule.LentHistory().get();
+  const std::shared_ptr<HistoryDataBase>& history = judged.rule.LentHistory();
+  const bool isKeptAsPoints = isInMemory_ && !definition.IsCopy();
   std::string historyText;
-  if (history != nullptr && (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
+  if (history && !isKeptAsPoints &&
+      (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
     history->WriteTo(historyText);
   }
   if (judgement.goldenChanged) CollectGoldenValue(judged);
   if (isRuleCollected) {
     if (!followsValue) CollectRuleChange(judged);
     CollectRule(variable, definition);
+  } else if (judgement.historyAdded && isKeptAsPoints) {
+    CollectPoints(variable, history);
   } else if (judgement.historyAdded && !historyText.empty()) {
     CollectHistory(variable.interfaceValue, variable.variableName,
                    definition.IsCopy() ? historyText : std::move(historyText));
   }
-  if (isRuleCollected || definition.IsCopy()) definition.own->history = std::move(historyText);
+  if (!isRuleCollected && !definition.IsCopy()) return;
+  if (isKeptAsPoints) {
+    definition.resident->history = history;
+  } else {
+    definition.own->history = std::move(historyText);
+  }
 }
 
 void Outcome::KeepForLearning(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
-                              HistoryDataBase& history) {
-  if (WrappingDifference(subject_.time, history.GetLastTime()) <= settings_.intervalTime) return;
-  history.AddData(point,
-                  variable.dataType == KSDataTable ? kTablesWithoutRule : kValuesWithoutRule);
-  CollectHistory(variable.interfaceValue, variable.variableName, history.ToString());
+                              const std::shared_ptr<HistoryDataBase>& history) {
+  if (WrappingDifference(subject_.time, history->GetLastTime()) <= settings_.intervalTime) return;
+  history->AddData(point,
+                   variable.dataType == KSDataTable ? kTablesWithoutRule : kValuesWithoutRule);
+  if (isInMemory_) return CollectPoints(variable, history);
+  CollectHistory(variable.interfaceValue, variable.variableName, history->ToString());
 }
 
 void Outcome::LogRefusedHistory(const VarInfo& variable) {

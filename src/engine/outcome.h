@@ -51,7 +51,7 @@ class Outcome {
   void Conclude(const Case& judged);
   /// A value without a rule: it joins the history, from which a rule may come one day.
   void KeepForLearning(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
-                       HistoryDataBase& history);
+                       const std::shared_ptr<HistoryDataBase>& history);
   void CollectAlert(const VarInfo& variable, std::int32_t ruleType, const std::string& ruleParam);
   /// Logs that what is stored of a variable is no history, once a variable.
   void LogRefusedHistory(const VarInfo& variable);
@@ -62,6 +62,8 @@ class Outcome {
   void CollectReplaced(const LookUp& lookUp);
   /// Whether rows wait that were not handed over yet.
   bool HasRows() const { return !pendingRules_.empty() || !pendingHistories_.empty(); }
+  /// Before the first value: rows go into a unit in memory, with histories as points.
+  void WorkInMemory() { isInMemory_ = true; }
   /// Puts the rows into the unit that the look-up works on, all or none.
   void StoreIn(LookUp& lookUp);
   /// Hands rows over, and once more those of earlier calls that nothing newer has overtaken.
@@ -78,6 +80,7 @@ class Outcome {
   void CollectRule(const VarInfo& variable, const TakenDefinition& definition);
   void CollectHistory(const std::string& interfaceValue, const std::string& variableName,
                       std::string historyText);
+  void CollectPoints(const VarInfo& variable, const std::shared_ptr<HistoryDataBase>& history);
   void CollectGoldenValue(const Case& judged);
   void CollectRuleChange(const Case& judged);
 
@@ -87,6 +90,10 @@ class Outcome {
   std::unique_ptr<Explainer> explainer_;  // empty: nothing is explained
   std::vector<ObjectRuleData> pendingRules_;
   std::vector<ObjectRuleHistoryData> pendingHistories_;
+  // In the place of both, over a unit in memory.
+  bool isInMemory_ = false;
+  std::vector<ResidentRow> residentRules_;
+  std::vector<ResidentRow> residentHistories_;
   std::vector<std::shared_ptr<HandedRows>> handedRows_;  // one of each HandOver
   // Interface and variable of histories that were replaced and not collected since.
   std::set<std::pair<std::string, std::string>> replacedHistories_;

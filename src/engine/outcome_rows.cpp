@@ -31,6 +31,13 @@ void Outcome::CollectAlert(const VarInfo& variable, std::int32_t ruleType,
 void Outcome::CollectRule(const VarInfo& variable, const TakenDefinition& definition) {
   if (!replacedHistories_.empty())
     replacedHistories_.erase({variable.interfaceValue, variable.variableName});
+  if (isInMemory_) {
+    ResidentRow& kept = residentRules_.emplace_back();
+    kept.interfaceValue = variable.interfaceValue;
+    kept.variableName = variable.variableName;
+    kept.rule = definition.resident;
+    return;
+  }
   ObjectRuleData& row = pendingRules_.emplace_back();
   row.definitions.emplace(variable.variableName, definition.record());
   row.object = subject_.Object(variable.interfaceValue);
@@ -41,12 +48,25 @@ void Outcome::CollectRule(const VarInfo& variable, const TakenDefinition& defini
 void Outcome::CollectHistory(const std::string& interfaceValue, const std::string& variableName,
                              std::string historyText) {
   if (!replacedHistories_.empty()) replacedHistories_.erase({interfaceValue, variableName});
+  if (isInMemory_) {
+    residentHistories_.push_back(
+        {interfaceValue, variableName, nullptr, nullptr, std::move(historyText)});
+    return;
+  }
   ObjectRuleHistoryData& row = pendingHistories_.emplace_back();
   row.history = std::move(historyText);
   row.object = subject_.Object(interfaceValue);
   row.variableSource = subject_.variableSource;
   row.variableName = variableName;
   row.variableParam = subject_.variableParam;
+}
+
+void Outcome::CollectPoints(const VarInfo& variable,
+                            const std::shared_ptr<HistoryDataBase>& history) {
+  if (!replacedHistories_.empty())
+    replacedHistories_.erase({variable.interfaceValue, variable.variableName});
+  residentHistories_.push_back(
+      {variable.interfaceValue, variable.variableName, nullptr, history, {}});
 }
 
 void Outcome::NoteReplaced(const std::string& interfaceValue, const std::string& variableName) {
@@ -63,9 +83,10 @@ void Outcome::CollectReplaced(const LookUp& lookUp) {
 }
 
 void Outcome::StoreIn(LookUp& lookUp) {
-  if (!HasRows()) return;
-  lookUp.Store(pendingRules_, std::exchange(pendingHistories_, {}));
-  pendingRules_.clear();
+  if (residentRules_.empty() && residentHistories_.empty()) return;
+  lookUp.Store(residentRules_, residentHistories_);
+  residentRules_.clear();
+  residentHistories_.clear();
 }
 
 void Outcome::HandOver() {

@@ -1,6 +1,9 @@
 #include "engine/resident_unit.h"
 
-#include <utility>
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <new>
 
 #include "storage/tables/stored_definition.h"
 
@@ -8,131 +11,270 @@ namespace keelstone {
 
 namespace {
 
-// What the allocator and the maps take besides the texts, about.
-constexpr std::size_t kNodeBytes = 64;    // links of a map and of the allocator
-constexpr std::size_t kShortText = 15;    // bytes that lie in the text itself
-constexpr std::size_t kRecordBytes = sizeof(RuleDefinitionData) + 32;
+constexpr std::size_t kBlockBytes = 16;  // the allocator's own, a block of memory
+constexpr std::size_t kShortText = 15;   // bytes that lie in the text itself
+// An entry of the table of places with its share of free ones.
+constexpr std::size_t kPlaceBytes = 24;
 
-template <class Plain>
-std::size_t SizeOf(const Plain& value) {
-  return sizeof value;
+std::size_t HeapOfText(const std::string& text) noexcept {
+  return text.capacity() > kShortText ? text.capacity() + 1 + kBlockBytes : 0;
 }
-
-std::size_t SizeOf(const std::string& text) {
-  return sizeof(std::string) + (text.capacity() > kShortText ? text.capacity() + 1 : 0);
-}
-
-std::size_t SizeOf(const std::shared_ptr<RuleDefinitionData>& record) {
-  return sizeof record + (record ? kRecordBytes + SizeOf(record->ruleParam) : 0);
-}
-
-template <class Value>
-std::size_t SizeOf(const std::map<std::string, Value>& map) {
-  std::size_t bytes = sizeof map;
-  for (const auto& [key, value] : map) bytes += kNodeBytes + SizeOf(key) + SizeOf(value);
-  return bytes;
-}
-
-template <class Entry>
-std::size_t SizeOfNode(const Entry& entry) {
-  return kNodeBytes + SizeOf(entry.first) + SizeOf(entry.second);
-}
-
-/// Moves all of `from` into `to` without a need for memory; where both have a key, `replace` is
-/// called with the old value and the new one. Answers by how many bytes `to` has grown.
-template <class Value, class Replace>
-std::size_t MoveInto(std::map<std::string, std::map<std::string, Value>>& to,
-                     std::map<std::string, std::map<std::string, Value>>& from,
-                     const Replace& replace) noexcept {
-  std::size_t grown = 0;  // may wrap around on its way
-  while (!from.empty()) {
-    auto outer = to.insert(from.extract(from.begin()));
-    if (outer.inserted) {
-      grown += SizeOfNode(*outer.position);
-      continue;
-    }
-    auto& values = outer.position->second;
-    auto& newer = outer.node.mapped();
-    while (!newer.empty()) {
-      auto inner = values.insert(newer.extract(newer.begin()));
-      if (!inner.inserted) {
-        grown -= SizeOfNode(*inner.position);
-        replace(inner.position->second, inner.node.mapped());
-      }
-      grown += SizeOfNode(*inner.position);
-    }
-  }
-  return grown;
-}
-
-constexpr auto kSwap = [](auto& old, auto& newer) { old.swap(newer); };
 
 }  // namespace
 
-/// What the rows of a run change, made before the first of it is put in.
+/// The rows of a run, with all the memory that they need.
 struct ResidentUnit::Change {
-  DevParserRule rules;
-  DevParserHistory histories;
+  struct Row {
+    std::uint32_t place = 0;
+    bool isRule = false;
+    bool hasHistory = false;
+    std::int32_t ruleType = 0;
+    std::int32_t generateType = 0;
+    std::int32_t variableType = 0;
+    std::string ruleParam;
+    PackedHistory history;
+  };
+  std::vector<Row> rows;
   UnwrittenMap unwritten;
-
-  void Add(const ObjectRuleData& row) {
-    for (const auto& [variableName, definition] : row.definitions) {
-      if (definition == nullptr) continue;
-      const std::string& interfaceValue = row.object.interfaceValue;
-      rules[interfaceValue][variableName] =
-          StoredDefinition(definition->ruleType, definition->ruleParam,
-                           definition->ruleGenerateType, definition->variableType);
-      Unwritten& what = unwritten[interfaceValue][variableName];
-      what.rule = true;
-      what.interfacePath = row.object.interfacePath;
-      what.nodePathSchema = row.object.nodePathSchema;
-      if (definition->history.empty()) continue;
-      what.history = true;
-      histories[interfaceValue][variableName] = definition->history;
-    }
-  }
-
-  void Add(ObjectRuleHistoryData&& row) {
-    unwritten[row.object.interfaceValue][row.variableName].history = true;
-    histories[row.object.interfaceValue][row.variableName] = std::move(row.history);
-  }
 };
 
-void ResidentUnit::SetRules(DevParserRule rules) {
-  rules_ = std::move(rules);
-  areRulesLoaded_ = true;
-  bytes_ += SizeOf(rules_);
+std::shared_ptr<RuleDefinitionData> ResidentVariable::Record() const {
+  return StoredDefinition(ruleType, ruleParam, generateType, variableType);
 }
 
-void ResidentUnit::SetHistories(DevParserHistory histories) {
-  histories_ = std::move(histories);
+std::uint64_t ResidentUnit::KeyOf(std::string_view interfaceValue, std::string_view variableName) {
+  const std::hash<std::string_view> hash;
+  std::uint64_t key = hash(interfaceValue);
+  key = (key ^ key >> 32U) * 0x9E3779B97F4A7C15U;
+  return key + hash(variableName);
+}
+
+bool ResidentUnit::IsAt(std::uint32_t place, std::string_view interfaceValue,
+                        std::string_view variableName) const {
+  const ResidentVariable& variable = variables_[place];
+  return variable.name == variableName && interfaces_[variable.interface] == interfaceValue;
+}
+
+bool ResidentUnit::FindPlace(std::string_view interfaceValue, std::string_view variableName,
+                             std::uint32_t& place) const {
+  const auto found = places_.find(KeyOf(interfaceValue, variableName));
+  if (found == places_.end()) return false;
+  place = found->second;
+  if (IsAt(place, interfaceValue, variableName)) return true;
+  // Two with one key: next to never.
+  for (place = 0; place < variables_.size(); ++place) {
+    if (IsAt(place, interfaceValue, variableName)) return true;
+  }
+  return false;
+}
+
+const ResidentVariable* ResidentUnit::Next(std::string_view interfaceValue,
+                                           std::string_view variableName, Course& course) const {
+  std::uint32_t place = course.expected;
+  if (place >= variables_.size() || !IsAt(place, interfaceValue, variableName)) {
+    if (!FindPlace(interfaceValue, variableName, place)) return nullptr;
+    (course.last == kNoPlace ? first_ : variables_[course.last].next) = place;
+  }
+  course.last = place;
+  course.expected = variables_[place].next;
+  return &variables_[place];
+}
+
+const ResidentVariable* ResidentUnit::Find(std::string_view interfaceValue,
+                                           std::string_view variableName) const {
+  std::uint32_t place = 0;
+  return FindPlace(interfaceValue, variableName, place) ? &variables_[place] : nullptr;
+}
+
+ResidentUnit::Course ResidentUnit::BeginRun() {
+  if (runs_ < 2) ++runs_;
+  if (runs_ == 2 && !isPacked_) Pack();
+  return {first_, kNoPlace};
+}
+
+/// What there is no memory for stays as it is.
+void ResidentUnit::Pack() {
+  isPacked_ = true;
+  const MutexLock lock(mutex_);
+  try {
+    for (ResidentVariable& variable : variables_) {
+      const std::size_t before = HeapOf(variable);
+      variable.history.Pack();
+      heapBytes_ += HeapOf(variable) - before;
+    }
+    variables_.shrink_to_fit();
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+std::uint32_t ResidentUnit::InterfaceOf(const std::string& interfaceValue) {
+  // The last one first: they come interface by interface.
+  const auto found = std::find(interfaces_.rbegin(), interfaces_.rend(), interfaceValue);
+  if (found != interfaces_.rend()) {
+    return static_cast<std::uint32_t>(interfaces_.rend() - found - 1);
+  }
+  interfaces_.push_back(interfaceValue);
+  return static_cast<std::uint32_t>(interfaces_.size() - 1);
+}
+
+/// The place of a variable, which is made where there is none: without rows, it is as good as
+/// none.
+std::uint32_t ResidentUnit::PlaceOf(const std::string& interfaceValue,
+                                    const std::string& variableName) {
+  std::uint32_t place = 0;
+  if (FindPlace(interfaceValue, variableName, place)) return place;
+  if (variables_.size() >= std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
+  const MutexLock lock(mutex_);
+  place = static_cast<std::uint32_t>(variables_.size());
+  ResidentVariable variable;
+  variable.interface = InterfaceOf(interfaceValue);
+  variable.next = place + 1;
+  variable.name = variableName;
+  variables_.push_back(std::move(variable));
+  try {
+    places_.try_emplace(KeyOf(interfaceValue, variableName), place);
+  } catch (...) {
+    variables_.pop_back();
+    throw;
+  }
+  heapBytes_ += HeapOf(variables_.back());
+  return place;
+}
+
+void ResidentUnit::Reserve(std::size_t count) {
+  const MutexLock lock(mutex_);
+  variables_.reserve(count);
+  places_.reserve(count);
+}
+
+std::size_t ResidentUnit::HeapOf(const ResidentVariable& variable) noexcept {
+  const std::size_t history = variable.history.bytes();
+  return HeapOfText(variable.name) + HeapOfText(variable.ruleParam) +
+         (history > 0 ? history + kBlockBytes : 0);
+}
+
+std::size_t ResidentUnit::bytes() const noexcept {
+  std::size_t interfaces = 0;
+  for (const std::string& name : interfaces_) interfaces += sizeof name + HeapOfText(name);
+  return variables_.capacity() * sizeof(ResidentVariable) + places_.size() * kPlaceBytes +
+         interfaces + heapBytes_;
+}
+
+void ResidentUnit::SetRules(const DevParserRule& rules) {
+  std::size_t count = variables_.size();
+  for (const auto& [interfaceValue, definitions] : rules) count += definitions.size();
+  Reserve(count);
+  for (const auto& [interfaceValue, definitions] : rules) {
+    for (const auto& [variableName, definition] : definitions) {
+      if (definition == nullptr) continue;
+      ResidentVariable& variable = variables_[PlaceOf(interfaceValue, variableName)];
+      heapBytes_ -= HeapOf(variable);
+      variable.ruleParam = definition->ruleParam;
+      variable.ruleType = definition->ruleType;
+      variable.generateType = definition->ruleGenerateType;
+      variable.variableType = definition->variableType;
+      heapBytes_ += HeapOf(variable);
+      if (!std::exchange(variable.hasRule, true)) ++ruleCount_;
+    }
+  }
+  areRulesLoaded_ = true;
+}
+
+void ResidentUnit::SetHistories(const DevParserHistory& histories) {
+  for (const auto& [interfaceValue, texts] : histories) {
+    for (const auto& [variableName, text] : texts) {
+      ResidentVariable& variable = variables_[PlaceOf(interfaceValue, variableName)];
+      heapBytes_ -= HeapOf(variable);
+      variable.history = PackedHistory::OfText(text);
+      heapBytes_ += HeapOf(variable);
+    }
+  }
   areHistoriesLoaded_ = true;
-  bytes_ += SizeOf(histories_);
 }
 
 void ResidentUnit::Drop() noexcept {
-  rules_.clear();
-  histories_.clear();
-  areRulesLoaded_ = areHistoriesLoaded_ = isRefused_ = false;
-  bytes_ = 0;
+  variables_.clear();
+  interfaces_.clear();
+  places_.clear();
+  areRulesLoaded_ = areHistoriesLoaded_ = isRefused_ = isPacked_ = false;
+  runs_ = first_ = 0;
+  ruleCount_ = heapBytes_ = 0;
 }
 
-void ResidentUnit::Apply(const std::vector<ObjectRuleData>& rules,
-                         std::vector<ObjectRuleHistoryData> histories) {
+/// What becomes of a history that a run has; a unit that may not come again keeps its text,
+/// which mostly lies ready.
+PackedHistory ResidentUnit::Stored(const std::shared_ptr<HistoryDataBase>& history,
+                                   const std::string& text) const {
+  if (!text.empty() || !history) return PackedHistory::OfText(text);
+  if (isPacked_) return PackedHistory::Of(*history);
+  std::string written;
+  history->WriteTo(written);
+  return PackedHistory::OfText(written);
+}
+
+void ResidentUnit::Apply(const std::vector<ResidentRow>& rules,
+                         const std::vector<ResidentRow>& histories,
+                         const std::string& nodePathSchema) {
   Change change;
-  for (const ObjectRuleData& row : rules) change.Add(row);
-  for (ObjectRuleHistoryData& row : histories) change.Add(std::move(row));
+  change.rows.reserve(rules.size() + histories.size());
+  for (const ResidentRow& row : rules) {
+    const RuleDefinitionData& record = *row.rule->record;
+    Change::Row& made = change.rows.emplace_back();
+    made.place = PlaceOf(row.interfaceValue, row.variableName);
+    made.isRule = true;
+    made.ruleType = record.ruleType;
+    made.generateType = record.ruleGenerateType;
+    made.variableType = record.variableType;
+    made.ruleParam = record.ruleParam;
+    const auto& history = row.rule->history;
+    made.hasHistory = !record.history.empty() || (history && history->GetDataCount() > 0);
+    if (made.hasHistory) made.history = Stored(history, record.history);
+    Unwritten& what = change.unwritten[made.place];
+    what.rule = true;
+    what.history = what.history || made.hasHistory;
+    what.nodePathSchema = nodePathSchema;
+  }
+  for (const ResidentRow& row : histories) {
+    Change::Row& made = change.rows.emplace_back();
+    made.place = PlaceOf(row.interfaceValue, row.variableName);
+    made.hasHistory = true;
+    made.history = Stored(row.history, row.historyText);
+    change.unwritten[made.place].history = true;
+  }
   const MutexLock lock(mutex_);
-  bytes_ += MoveInto(rules_, change.rules, kSwap);
-  bytes_ += MoveInto(histories_, change.histories, kSwap);
-  MoveInto(unwritten_, change.unwritten, [](Unwritten& old, Unwritten& newer) {
-    old.history = old.history || newer.history;
-    if (!newer.rule) return;
+  Take(change);
+}
+
+void ResidentUnit::Take(Change& change) noexcept {
+  rowCount_ += static_cast<std::int64_t>(change.rows.size());
+  for (Change::Row& row : change.rows) {
+    ResidentVariable& variable = variables_[row.place];
+    heapBytes_ -= HeapOf(variable);
+    if (row.hasHistory) variable.history = std::move(row.history);
+    if (row.isRule) {
+      variable.ruleParam.swap(row.ruleParam);
+      variable.ruleType = row.ruleType;
+      variable.generateType = row.generateType;
+      variable.variableType = row.variableType;
+      if (!std::exchange(variable.hasRule, true)) ++ruleCount_;
+    }
+    heapBytes_ += HeapOf(variable);
+  }
+  Merge(change.unwritten, unwritten_);
+}
+
+/// Needs no memory.
+void ResidentUnit::Merge(UnwrittenMap& newer, UnwrittenMap& into) noexcept {
+  while (!newer.empty()) {
+    auto place = into.insert(newer.extract(newer.begin()));
+    if (place.inserted) continue;
+    Unwritten& old = place.position->second;
+    Unwritten& what = place.node.mapped();
+    old.history = old.history || what.history;
+    if (!what.rule) continue;
     old.rule = true;
-    old.interfacePath.swap(newer.interfacePath);
-    old.nodePathSchema.swap(newer.nodePathSchema);
-  });
-  rowCount_ += static_cast<std::int64_t>(rules.size() + histories.size());
+    old.nodePathSchema.swap(what.nodePathSchema);
+  }
 }
 
 std::int64_t ResidentUnit::TakeRowCount() noexcept { return std::exchange(rowCount_, 0); }
@@ -147,11 +289,7 @@ void ResidentUnit::Append(SourceRows& rows) {
   const std::size_t ruleCount = rows.rules.size();
   const std::size_t historyCount = rows.histories.size();
   try {
-    for (const auto& [interfaceValue, variables] : unwritten_) {
-      for (const auto& [variableName, what] : variables) {
-        AppendKey(interfaceValue, variableName, what, rows);
-      }
-    }
+    for (const auto& [place, what] : unwritten_) AppendRows(variables_[place], what, rows);
   } catch (...) {
     rows.rules.resize(ruleCount);
     rows.histories.resize(historyCount);
@@ -161,42 +299,33 @@ void ResidentUnit::Append(SourceRows& rows) {
 }
 
 // A rule carries its history, so that it never is on disk without it.
-void ResidentUnit::AppendKey(const std::string& interfaceValue, const std::string& variableName,
-                             const Unwritten& what, SourceRows& rows) const {
+void ResidentUnit::AppendRows(const ResidentVariable& variable, const Unwritten& what,
+                              SourceRows& rows) const {
   ObjectDefine object;
   object.deviceName = key_.deviceName;
-  object.interfaceValue = interfaceValue;
-  static const std::string kNoText;
-  const std::string& history =
-      what.history ? histories_.at(interfaceValue).at(variableName) : kNoText;
+  object.interfaceValue = interfaces_[variable.interface];
+  std::string history = what.history ? variable.history.ToText() : std::string();
+  const bool isCarried = what.rule && !history.empty();
   if (what.rule) {
-    std::shared_ptr<RuleDefinitionData> record = rules_.at(interfaceValue).at(variableName);
-    if (!history.empty()) {
-      record = std::make_shared<RuleDefinitionData>(*record);
-      record->history = history;
-    }
     ObjectRuleData& row = rows.rules.emplace_back();
-    row.definitions.emplace(variableName, std::move(record));
+    const auto record = variable.Record();
+    if (isCarried) record->history = std::move(history);
+    row.definitions.emplace(variable.name, record);
     row.object = object;
-    row.object.interfacePath = what.interfacePath;
     row.object.nodePathSchema = what.nodePathSchema;
     row.variableSource = key_.variableSource;
     row.variableParam = key_.variableParam;
   }
-  if (!what.history || (what.rule && !history.empty())) return;
-  rows.histories.push_back({history, std::move(object), key_.variableSource, variableName,
-                            key_.variableParam, kVariableSourceParser});
+  if (!what.history || isCarried) return;
+  rows.histories.push_back({std::move(history), std::move(object), key_.variableSource,
+                            variable.name, key_.variableParam, kVariableSourceParser});
 }
 
 void ResidentUnit::Written(bool isOnDisk) noexcept {
   const MutexLock lock(mutex_);
   if (!isOnDisk) {
     // What has come since is newer.
-    MoveInto(writing_, unwritten_, [](Unwritten& old, Unwritten& newer) {
-      old.history = old.history || newer.history;
-      if (newer.rule) std::swap(old, newer);
-      old.history = old.history || newer.history;
-    });
+    Merge(unwritten_, writing_);
     unwritten_.swap(writing_);
   }
   writing_.clear();

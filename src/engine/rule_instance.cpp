@@ -74,6 +74,7 @@ void KSRuleInstance::SetHistoryData(DevParserHistory histories) {
 
 void KSRuleInstance::Attach(std::shared_ptr<ResidentUnit> unit) {
   evaluation_->lookUp().Attach(std::move(unit));
+  evaluation_->outcome().WorkInMemory();
 }
 
 bool KSRuleInstance::IsVarDefineRule(const std::string& variableName) {
@@ -118,6 +119,11 @@ EnumRefusal KSRuleInstance::GetLastRefusal() const { return evaluation_->refusal
 const std::string* KSRuleInstance::GetLoadedHistory(const std::string& interfaceValue,
                                                     const std::string& variableName) const {
   return evaluation_->lookUp().LoadedHistory(interfaceValue, variableName);
+}
+
+std::optional<std::int64_t> KSRuleInstance::GuessNewestTime(const std::string& interfaceValue,
+                                                            const std::string& variableName) const {
+  return evaluation_->lookUp().GuessNewestTime(interfaceValue, variableName);
 }
 
 void KSRuleInstance::ReplaceHistory(const std::string& interfaceValue,

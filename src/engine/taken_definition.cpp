@@ -12,6 +12,15 @@ bool TakenDefinition::TakeType(std::int32_t variableType) const {
   return true;
 }
 
+void TakenDefinition::TakeHistory(const PackedHistory& stored, EnumKSDataType dataType) {
+  if (const auto text = stored.Text()) {
+    history = *text;
+  } else {
+    points = stored.Open(dataType);
+    if (!points) HoldHistory(stored.ToText());
+  }
+}
+
 void TakenDefinition::WriteBack() const {
   if (!IsCopy()) return;
   const DefinitionLock lock(*shared);

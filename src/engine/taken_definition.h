@@ -7,7 +7,10 @@
 #include <string_view>
 #include <utility>
 
+#include "engine/resident_unit.h"
+#include "keelstone/history_data.h"
 #include "keelstone/rule_records.h"
+#include "model/history/packed_history.h"
 
 namespace keelstone {
 
@@ -32,6 +35,9 @@ class TakenDefinition {
     heldHistory_ = std::move(text);
     history = heldHistory_;
   }
+  /// Takes a history that is kept in memory, as far as it is one of this type as points; it
+  /// must stay as it is like any other.
+  void TakeHistory(const PackedHistory& stored, EnumKSDataType dataType);
   /// Whether values of this type code are the definition's. One that knows none yet takes
   /// this one, the record too.
   bool TakeType(std::int32_t variableType) const;
@@ -41,6 +47,8 @@ class TakenDefinition {
   std::shared_ptr<RuleDefinitionData> own;
   std::shared_ptr<RuleDefinitionData> shared;  // the record; empty while the definition is new
   std::string_view history;                    // what is known of the variable so far
+  std::shared_ptr<HistoryDataBase> points;     // in the place of the text
+  std::shared_ptr<ResidentCopy> resident;      // over a unit in memory: what is stored in the end
   bool isNew = false;                          // its rule is to be reported
 
  private:

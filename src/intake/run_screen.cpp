@@ -9,7 +9,6 @@
 #include "keelstone/clock.h"
 #include "keelstone/ini_reader.h"
 #include "keelstone/logger.h"
-#include "model/history/history_scan.h"
 
 namespace keelstone {
 
@@ -119,11 +118,12 @@ bool RunScreen::IsRepeated(std::size_t variable) {
 std::optional<NewestValue> RunScreen::NewestOf(const VarInfo& variable,
                                                const UnitMemory::Known& known) const {
   if (known.isKnown) return known.newest;
+  const std::optional<std::int64_t> guess =
+      instance_.GuessNewestTime(variable.interfaceValue, variable.variableName);
+  if (guess && *guess < run_.time) return std::nullopt;
   const std::string* const text =
       instance_.GetLoadedHistory(variable.interfaceValue, variable.variableName);
   if (text == nullptr || text->empty()) return std::nullopt;
-  const std::optional<std::int64_t> guess = GuessNewestTime(*text);
-  if (guess && *guess < run_.time) return std::nullopt;
   const auto stored = StoredHistory::Read(static_cast<EnumKSDataType>(variable.dataType), *text);
   if (!stored) return std::nullopt;
   return stored->points().back();

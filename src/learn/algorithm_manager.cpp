@@ -23,14 +23,14 @@ std::shared_ptr<KSDataFeature> MakeFeature(EnumKSDataType dataType) {
   }
 }
 
-std::shared_ptr<KSDataFeature> CalculatedFeature(EnumKSDataType dataType,
-                                                 const std::shared_ptr<HistoryDataBase>& history) {
+}  // namespace
+
+std::shared_ptr<KSDataFeature> FeatureOf(EnumKSDataType dataType,
+                                         const std::shared_ptr<HistoryDataBase>& history) {
   std::shared_ptr<KSDataFeature> feature = MakeFeature(dataType);
   feature->Calculate(history);
   return feature;
 }
-
-}  // namespace
 
 std::shared_ptr<HistoryDataBase> MakeHistory(EnumKSDataType dataType) {
   switch (dataType) {
@@ -92,7 +92,7 @@ void KSRuleAlgMgr::GetHistoryAndDataFeatrue(const std::string& historyText, Enum
   const std::shared_ptr<HistoryDataBase> made = MakeHistory(dataType);
   if (!made) return;
   history = made;
-  if (made->FromString(historyText)) feature = CalculatedFeature(dataType, made);
+  if (made->FromString(historyText)) feature = FeatureOf(dataType, made);
 }
 
 void KSRuleAlgMgr::ReadHistory(std::string_view lastingText, EnumKSDataType dataType,
@@ -101,7 +101,7 @@ void KSRuleAlgMgr::ReadHistory(std::string_view lastingText, EnumKSDataType data
   const std::shared_ptr<HistoryDataBase> made = MakeHistory(dataType);
   if (!made) return;
   history = made;
-  if (made->FromLastingText(lastingText)) feature = CalculatedFeature(dataType, made);
+  if (made->FromLastingText(lastingText)) feature = FeatureOf(dataType, made);
 }
 
 }  // namespace keelstone

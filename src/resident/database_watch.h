@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "keelstone/mutex.h"
-#include "storage/resource_adaptor.h"
 #include "storage/pending/row_source.h"
+#include "storage/resource_adaptor.h"
 
 namespace keelstone {
 

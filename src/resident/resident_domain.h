@@ -72,7 +72,7 @@ class ResidentDomain final : public RowSource {
   DatabaseWatch watch_;
   using Clock = boost::chrono::steady_clock;
   std::atomic<Clock::rep> nextWrite_{0};  // on this clock
-  Mutex mutex_;  // guards what follows; inside it a unit's own
+  Mutex mutex_;                           // guards what follows; inside it a unit's own
   std::size_t room_ KS_GUARDED_BY(mutex_) = 0;
   std::vector<Entry> unwritten_ KS_GUARDED_BY(mutex_);  // both have room for all units
   std::vector<Entry> writing_ KS_GUARDED_BY(mutex_);

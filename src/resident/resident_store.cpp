@@ -87,8 +87,8 @@ struct ResidentStore::State : std::enable_shared_from_this<State> {
 
   const std::size_t budget;
   const std::function<void(State&)> renew;  // by the store, in the child of a fork
-  std::atomic<bool> isAbandoned{false};  // by the child of a fork, where it is the parent's
-  Mutex mutex;                           // guards what follows; a domain's and a unit's inside it
+  std::atomic<bool> isAbandoned{false};     // by the child of a fork, where it is the parent's
+  Mutex mutex;  // guards what follows; a domain's and a unit's inside it
   Condition released;
   std::map<std::string, std::unique_ptr<ResidentDomain>> domains KS_GUARDED_BY(mutex);
   Uses byUse KS_GUARDED_BY(mutex);  // least recently used first
@@ -138,7 +138,9 @@ Claimed ResidentStore::State::Claim(ResidentDomain& domain, const UnitKey& key, 
     entry->holder = ThisThread();
   }
   // Released, too, when there is no memory for the pointer.
-  const auto release = [state = shared_from_this(), entry](ResidentUnit*) { state->Release(entry); };
+  const auto release = [state = shared_from_this(), entry](ResidentUnit*) {
+    state->Release(entry);
+  };
   return {std::shared_ptr<ResidentUnit>(&entry->unit, release), entry.get()};
 }
 
@@ -232,12 +234,10 @@ ResidentStore::~ResidentStore() {
 void ResidentStore::Renew(State& old) {
   if (state_.get() != &old) return;  // another of its domains has renewed it
   old.isAbandoned.store(true);
-  new std::shared_ptr<State>(
-      std::exchange(state_, std::make_shared<State>(old.budget, old.renew)));
+  new std::shared_ptr<State>(std::exchange(state_, std::make_shared<State>(old.budget, old.renew)));
 }
 
-std::shared_ptr<ResidentUnit> ResidentStore::Take(const std::string& domainId,
-                                                  const UnitKey& key) {
+std::shared_ptr<ResidentUnit> ResidentStore::Take(const std::string& domainId, const UnitKey& key) {
   ResidentDomain* const domain = state_->DomainOf(domainId);
   if (domain == nullptr) return nullptr;
   const Claimed claimed = state_->Claim(*domain, key, true);
@@ -268,8 +268,8 @@ void ResidentStore::LoadAhead(const std::string& domainId, const std::vector<Uni
   auto loaded = LoadUnits(*table, wanted);
   for (std::size_t i = 0; i < loaded.size(); ++i) {
     if (!loaded[i]) continue;
-    taken[i]->SetRules(std::move(loaded[i]->rules));
-    taken[i]->SetHistories(std::move(loaded[i]->histories));
+    taken[i]->SetRules(loaded[i]->rules);
+    taken[i]->SetHistories(loaded[i]->histories);
   }
 }
 

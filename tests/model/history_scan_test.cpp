@@ -12,6 +12,7 @@
 #include "base/text/numbers.h"
 #include "keelstone/algorithm_manager.h"
 #include "keelstone/history_data.h"
+#include "model/history/packed_history.h"
 #include "tests/support/odd_texts.h"
 
 // The short ways through a history text against the way through the JSON reader, which a
@@ -112,11 +113,33 @@ Outcome OutcomeOf(EnumKSDataType type, const std::shared_ptr<KSDataBase>& point,
   return outcome;
 }
 
+/// That a history kept in memory is the one whose text it was made of; `asPoints` counts those
+/// that are kept as points.
+void ExpectKept(EnumKSDataType type, const std::string& text, const Outcome& plain,
+                const std::shared_ptr<KSDataBase>& point, int most, int& asPoints) {
+  PackedHistory packed = PackedHistory::OfText(text);
+  const auto newest = NewestTimeOfOwnText(type, text);
+  EXPECT_EQ(packed.NewestTime(type), newest) << text;
+  packed.Pack();
+  ASSERT_EQ(packed.ToText(), text);
+  if (packed.Text()) return;
+  ++asPoints;
+  ASSERT_EQ(packed.NewestTime(type), newest) << text;
+  ASSERT_EQ(packed.Open(type == KSDataString ? KSDataInt64 : KSDataString), nullptr);
+  const auto history = packed.Open(type);
+  ASSERT_NE(history, nullptr) << text;
+  history->AddData(point, most);
+  history->AddData(point, most);
+  ASSERT_EQ(history->ToString(), plain.grown);
+  ASSERT_EQ(PackedHistory::Of(*history).ToText(), plain.grown);
+}
+
 TEST(HistoryScan, ShortWaysGiveWhatTheJsonReaderGives) {
   for (const EnumKSDataType type : kTypes) {
     SCOPED_TRACE(type);
     Histories histories(type);
     int scanned = 0;
+    int asPoints = 0;
     for (int i = 0; i < kHistories; ++i) {
       const std::string written = histories.Text(histories.Below(40));
       const auto point = histories.Point(1'800'000'000);
@@ -134,6 +157,7 @@ TEST(HistoryScan, ShortWaysGiveWhatTheJsonReaderGives) {
         ASSERT_EQ(copied, plain) << text;
         ASSERT_EQ(lasting, plain) << text;
 
+        ASSERT_NO_FATAL_FAILURE(ExpectKept(type, text, plain, point, most, asPoints));
         const auto newest = NewestTimeOfOwnText(type, text);
         if (newest) {
           ++scanned;
@@ -145,6 +169,7 @@ TEST(HistoryScan, ShortWaysGiveWhatTheJsonReaderGives) {
       }
     }
     EXPECT_GT(scanned, kHistories / 2);
+    EXPECT_GT(asPoints, kHistories / 2);
   }
 }
 

@@ -38,19 +38,27 @@ TEST_F(ObjectRuleTable, RuleWriterMakesTheFileButNotTheTableAndCountsTheLostRows
   EXPECT_FALSE(std::filesystem::exists(histories));
 }
 
-TEST_F(ObjectRuleTable, ColumnsHoldWhatTheSchemaSays) {
+TEST_F(ObjectRuleTable, ColumnsHoldWhatTheSchemaSaysAndARowThatIsThereStaysInItsPlace) {
   MakeRules();
-  ASSERT_EQ(table.SetRuleAlgParam({RuleRow("d", "v", Definition("{\"p\":1}", "h"), "eth0")}), -1);
-  EXPECT_EQ(Ask(rules,
-                "select deviceName||'|'||interfaceValue||'|'||variableSource||'|'||param||'|'||"
-                "variableName||'|'||variableSourceType||'|'||variableDataType||'|'||interfacePath||"
-                "'|'||vxNodePathSchema||'|'||ruleGenerateType||'|'||ruleTypeId||'|'||"
-                "ruleAlgParameter||'|'||isEnable||'|'||isDel from KSObjectRule"),
-            "d|eth0|source|param|v|2|1|path of eth0|schema|0|7|{\"p\":1}|0|0");
-  EXPECT_EQ(Ask(histories,
-                "select deviceName||'|'||interfaceValue||'|'||variableSource||'|'||param||'|'||"
-                "variableName||'|'||variableSourceType||'|'||HistoryData from KSObjectHistory"),
-            "d|eth0|source|param|v|2|h");
+  for (const char* row : {"1", "77"}) {
+    ASSERT_EQ(table.SetRuleAlgParam({RuleRow("d", "v", Definition("{\"p\":1}", "h"), "eth0")}), -1);
+    EXPECT_EQ(
+        Ask(rules,
+            "select deviceName||'|'||interfaceValue||'|'||variableSource||'|'||param||'|'||"
+            "variableName||'|'||variableSourceType||'|'||variableDataType||'|'||"
+            "interfacePath||'|'||vxNodePathSchema||'|'||ruleGenerateType||'|'||ruleTypeId||"
+            "'|'||ruleAlgParameter||'|'||isEnable||'|'||isDel||'|'||rowid from KSObjectRule"),
+        std::string("d|eth0|source|param|v|2|1|path of eth0|schema|0|7|{\"p\":1}|0|0|") + row);
+    EXPECT_EQ(Ask(histories,
+                  "select deviceName||'|'||interfaceValue||'|'||variableSource||'|'||param||'|'||"
+                  "variableName||'|'||variableSourceType||'|'||HistoryData||'|'||rowid from "
+                  "KSObjectHistory"),
+              std::string("d|eth0|source|param|v|2|h|") + row);
+    Execute(rules, {"update KSObjectRule set rowid=77,variableDataType=9,interfacePath='x',"
+                    "vxNodePathSchema='x',ruleGenerateType=9,ruleTypeId=9,ruleAlgParameter='x',"
+                    "isEnable=1,isDel=1"});
+    Execute(histories, {"update KSObjectHistory set rowid=77,HistoryData='x'"});
+  }
 }
 
 TEST_F(ObjectRuleTable, WritesCommitEvery600Rows) {
@@ -59,7 +67,8 @@ TEST_F(ObjectRuleTable, WritesCommitEvery600Rows) {
   for (const auto& [rows, transactions] :
        {std::pair(600, 1), std::pair(601, 2), std::pair(1250, 3), std::pair(0, 0)}) {
     std::vector<ObjectRuleHistoryData> batch;
-    for (int i = 0; i < rows; ++i) batch.push_back(HistoryRow("d", std::to_string(i), "text"));
+    const std::string text = "one of " + std::to_string(rows);  // what is the same is not written
+    for (int i = 0; i < rows; ++i) batch.push_back(HistoryRow("d", std::to_string(i), text));
     const int before = vfs.transactions();
     EXPECT_EQ(table.SetRuleHistoryData(batch), -1);
     EXPECT_EQ(vfs.transactions() - before, transactions) << rows << " rows";

@@ -118,6 +118,13 @@ bool PointHistory<Point>::Read(std::string_view text, bool isLasting) {
 }
 
 template <class Point>
+void PointHistory<Point>::TakePoints(std::vector<Point> points) {
+  points_ = std::move(points);
+  hasListText_ = false;
+  Clear(listText_);
+}
+
+template <class Point>
 std::string PointHistory<Point>::ToString() const {
   std::string text;
   PointHistory::WriteTo(text);

@@ -32,18 +32,17 @@ constexpr float kLeastShortFloat = 1e-3F;
 double Narrow(double value, double* /*as*/) { return value; }
 float Narrow(double value, float* /*as*/) { return NarrowToFloat(value); }
 
-/// Whether these characters need no escapes between quotes.
-bool StandsAsItIs(const char* first, const char* end) {
+}  // namespace
+
+bool StandsAsItIs(std::string_view value) {
   // Without a branch, and in bytes, compilers do many at a time.
   unsigned char found = 0;
-  for (const char* c = first; c != end; ++c) {
-    const auto byte = static_cast<unsigned char>(*c);
+  for (const char c : value) {
+    const auto byte = static_cast<unsigned char>(c);
     found = static_cast<unsigned char>(found | (byte < 0x20U) | (byte == '\\') | (byte == '"'));
   }
   return found == 0;
 }
-
-}  // namespace
 
 bool OwnTextReader::ReadDecimal(Decimal& decimal) {
   decimal.negative = Skip('-');
@@ -130,14 +129,14 @@ bool OwnTextReader::Read(std::string_view& value) {
   const auto* const quote =
       static_cast<const char*>(std::memchr(first, '"', static_cast<std::size_t>(end_ - first)));
   if (quote == nullptr) return false;
-  if (!StandsAsItIs(first, quote)) return false;
   value = std::string_view(first, static_cast<std::size_t>(quote - first));
+  if (!StandsAsItIs(value)) return false;
   next_ = quote + 1;
   return true;
 }
 
 void AppendString(std::string& text, std::string_view value) {
-  if (!StandsAsItIs(value.data(), value.data() + value.size())) {
+  if (!StandsAsItIs(value)) {
     JsonValue(value).appendTo(text);
     return;
   }

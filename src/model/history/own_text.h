@@ -185,6 +185,9 @@ class OwnTextReader {
   const char* end_;
 };
 
+/// Whether a string needs no escapes between quotes.
+bool StandsAsItIs(std::string_view value);
+
 /// Appends a string as JSON, as JsonValue writes it.
 void AppendString(std::string& text, std::string_view value);
 

@@ -67,6 +67,14 @@ class NumericRule
     });
   }
 
+  void InitWithPoints(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                      const std::shared_ptr<HistoryDataBase>& history,
+                      const std::string& domainId) override {
+    if (!ruleDefine) return;
+    this->history_ = history;
+    Complete(ruleDefine, domainId);
+  }
+
  protected:
   /// Told whether a parameter text that parses has the member "ruleParam".
   virtual void NoteHasParameter(bool) {}
@@ -77,7 +85,11 @@ class NumericRule
                       const std::string& domainId, ReadHistory readHistory) {
     const auto history = std::make_shared<typename Traits::History>();
     this->history_ = history;
-    if (!readHistory(*history)) return;
+    if (readHistory(*history)) Complete(ruleDefine, domainId);
+  }
+
+  void Complete(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                const std::string& domainId) {
     this->isFeatureDue_ = true;
     this->ruleData_ = BuildData(ruleDefine->ruleParam);
     this->ruleDefine_ = ruleDefine;

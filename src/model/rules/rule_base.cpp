@@ -30,6 +30,8 @@ IRuleBase::~IRuleBase() = default;
 void IRuleBase::Init(const std::shared_ptr<RuleDefinitionData>&, const std::string&) {}
 void IRuleBase::InitWithHistory(const std::shared_ptr<RuleDefinitionData>&, std::string_view,
                                 const std::string&) {}
+void IRuleBase::InitWithPoints(const std::shared_ptr<RuleDefinitionData>&,
+                               const std::shared_ptr<HistoryDataBase>&, const std::string&) {}
 bool IRuleBase::CheckRule(const std::string&) { return false; }
 bool IRuleBase::CheckRuleWith(const RuleSettings&, const std::string&) { return false; }
 bool IRuleBase::UpdateRule() { return false; }

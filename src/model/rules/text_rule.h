@@ -57,6 +57,12 @@ class TextRule : public TypedRule<Rule, DataType, HistoryType, FeatureType> {
                    [text](HistoryType& history) { return history.FromLastingText(text); });
   }
 
+  void InitWithPoints(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                      const std::shared_ptr<HistoryDataBase>& history,
+                      const std::string& domainId) override {
+    if (ruleDefine) Complete(ruleDefine, history, domainId);
+  }
+
  private:
   template <class ReadHistory>
   void TakeDefinition(const std::shared_ptr<RuleDefinitionData>& ruleDefine, std::string_view text,
@@ -67,6 +73,11 @@ class TextRule : public TypedRule<Rule, DataType, HistoryType, FeatureType> {
              "Failed to load history data: %s", std::string(text).c_str());
       history = std::make_shared<HistoryType>();
     }
+    Complete(ruleDefine, history, domainId);
+  }
+
+  void Complete(const std::shared_ptr<RuleDefinitionData>& ruleDefine,
+                const std::shared_ptr<HistoryDataBase>& history, const std::string& domainId) {
     this->history_ = history;
     this->isFeatureDue_ = true;
     const auto data = std::make_shared<DataType>();

@@ -90,21 +90,17 @@ std::vector<StoredObject> ReadPage(CppSQLite3DB& db, const ListingScope& scope,
                                    const std::optional<StoredKey>& last) {
   const std::string condition = Condition(scope, !last.has_value());
   std::vector<StoredObject> page;
-  db.execDML("begin transaction;");  // all of a page is of one moment
-  {
-    auto select =
-        db.compileStatement(scope.onlyRules ? PageOfRules(condition) : PageOfAll(condition));
-    BindPage(select, scope, last);
-    for (auto row = select.execQuery(); !row.eof(); row.nextRow()) {
-      page.push_back(ReadObject(row));
-      if (scope.onlyRules) page.back().hasRule = true;
-    }
-    if (scope.withHistories) {
-      auto history = db.compileStatement(FormatPositional(kSelectHistory, {kHistories}));
-      for (StoredObject& object : page) ReadHistory(history, object);
-    }
+  auto select =
+      db.compileStatement(scope.onlyRules ? PageOfRules(condition) : PageOfAll(condition));
+  BindPage(select, scope, last);
+  for (auto row = select.execQuery(); !row.eof(); row.nextRow()) {
+    page.push_back(ReadObject(row));
+    if (scope.onlyRules) page.back().hasRule = true;
   }
-  db.execDML("commit transaction;");
+  if (scope.withHistories) {
+    auto history = db.compileStatement(FormatPositional(kSelectHistory, {kHistories}));
+    for (StoredObject& object : page) ReadHistory(history, object);
+  }
   return page;
 }
 

@@ -148,7 +148,7 @@ struct DBWriteWrapper::State {
   Mutex sourcesMutex;  // guards sources; innermost
   std::map<std::string, Source> sources KS_GUARDED_BY(sourcesMutex);
   std::atomic<std::int64_t> sourceRows{0};  // the sum of their rows
-  int cacheTime = 0;           // s; set before the worker starts, like wakeAt
+  int cacheTime = 0;                        // s; set before the worker starts, like wakeAt
   std::int64_t cacheSize = 1;  // rows; the worker flushes at once when so many are pending
   std::int64_t wakeAt = 1;     // rows; the worker is notified from here on
   Mutex wakeMutex;             // guards started; orders tests of the pending rows with

@@ -14,19 +14,15 @@ namespace keelstone {
 namespace {
 
 constexpr const char* kSelectObjectRules =
-    "select variableDataType,interfacePath,vxNodePathSchema,deviceName,ruleGenerateType,"
-    "ruleTypeId,ruleAlgParameter,isEnable,isDel,variableName from {0} where deviceName = ? and "
-    "interfaceValue = ? and variableSource = ? and param = ? and variableSourceType = ?";
+    "select variableDataType,ruleGenerateType,ruleTypeId,ruleAlgParameter,variableName from {0} "
+    "where deviceName = ? and interfaceValue = ? and variableSource = ? and param = ? and "
+    "variableSourceType = ?";
 constexpr const char* kSelectUnitRules =
-    "select variableDataType,interfacePath,vxNodePathSchema,ruleGenerateType,ruleTypeId,"
-    "ruleAlgParameter,isEnable,isDel,variableName,interfaceValue,deviceName,variableSource,param "
-    "from {0} where (deviceName = ? and variableSource = ? and param = ? and "
-    "variableSourceType = ?)";
+    "select variableDataType,ruleGenerateType,ruleTypeId,ruleAlgParameter,variableName,"
+    "interfaceValue from {0} where deviceName = ? and variableSource = ? and param = ? and "
+    "variableSourceType = ?";
 constexpr const char* kSelectUnitHistories =
-    "select HistoryData,variableName,interfaceValue,deviceName,variableSource, param from {0} "
-    "where (deviceName = ? and variableSource = ? and param = ? and variableSourceType = ?)";
-constexpr const char* kSelectDeviceHistories =
-    "select HistoryData,variableName,interfaceValue from {0} where  deviceName = ? and "
+    "select HistoryData,variableName,interfaceValue from {0} where deviceName = ? and "
     "variableSource = ? and param = ? and variableSourceType = ?";
 constexpr const char* kSelectObjectHistories =
     "select HistoryData,variableName from {0} where deviceName = ? and interfaceValue = ? and "
@@ -47,8 +43,7 @@ struct DefinitionColumns {
   int ruleType;
   int ruleParam;
 };
-constexpr DefinitionColumns kObjectRuleColumns{9, 0, 4, 5, 6};
-constexpr DefinitionColumns kUnitRuleColumns{8, 0, 3, 4, 5};
+constexpr DefinitionColumns kRuleColumns{4, 0, 1, 2, 3};
 
 std::shared_ptr<RuleDefinitionData> ReadDefinition(const CppSQLite3Query& query,
                                                    const DefinitionColumns& columns) {
@@ -79,12 +74,11 @@ class RowFiler {
 };
 
 void FileDefinitions(CppSQLite3Query query, DevParserRule& out) {
-  constexpr int kInterface = 9;
+  constexpr int kInterface = 5;
   RowFiler<std::shared_ptr<RuleDefinitionData>> filer(out);
   for (; !query.eof(); query.nextRow()) {
-    filer.Place(query.getStringField(kInterface),
-                query.getStringField(kUnitRuleColumns.variableName)) =
-        ReadDefinition(query, kUnitRuleColumns);
+    filer.Place(query.getStringField(kInterface), query.getStringField(kRuleColumns.variableName)) =
+        ReadDefinition(query, kRuleColumns);
   }
 }
 
@@ -124,27 +118,22 @@ std::vector<const UnitKey*> SortUnique(const UnitKeys& keys) {
 
 // Runs `select` for every unit and hands its rows to `file`, with the unit that takes them;
 // a unit without rows gets none. One small statement, bound anew a unit, is faster than one
-// with a group a unit, which SQLite takes a limited number of; a read transaction makes it
-// one reading.
+// with a group a unit, which SQLite takes a limited number of; the frame makes it one reading.
 template <class Unit, class File>
 void SelectUnits(CppSQLite3DB& db, const std::string& select, const UnitKeys& keys,
                  Enum_VariableSourceType type, std::map<std::string, std::shared_ptr<Unit>>& out,
                  const File& file) {
   const std::vector<const UnitKey*> units = SortUnique(keys);
   if (units.empty()) return;
-  if (units.size() > 1) db.execDML("begin transaction;");
-  {
-    auto statement = db.compileStatement(select);
-    for (const UnitKey* key : units) {
-      BindUnit(statement, *key, type);
-      CppSQLite3Query query = statement.execQuery();
-      if (query.eof()) continue;
-      std::shared_ptr<Unit>& unit = out[key->GetKeyString()];
-      if (unit == nullptr) unit = std::make_shared<Unit>();
-      file(query, *unit);
-    }
+  auto statement = db.compileStatement(select);
+  for (const UnitKey* key : units) {
+    BindUnit(statement, *key, type);
+    CppSQLite3Query query = statement.execQuery();
+    if (query.eof()) continue;
+    std::shared_ptr<Unit>& unit = out[key->GetKeyString()];
+    if (unit == nullptr) unit = std::make_shared<Unit>();
+    file(query, *unit);
   }
-  if (units.size() > 1) db.execDML("commit transaction;");
 }
 
 }  // namespace
@@ -193,8 +182,8 @@ int KSObjectRuleSql::GetRuleDefinitionDataByDevInf(RuleDefinitionMap& out,
         statement.bind(5, static_cast<int>(type));
         for (auto query = statement.execQuery(); !query.eof(); query.nextRow()) {
           const auto [place, isNew] =
-              out.try_emplace(std::string(query.getStringField(kObjectRuleColumns.variableName)));
-          if (isNew) place->second = ReadDefinition(query, kObjectRuleColumns);
+              out.try_emplace(std::string(query.getStringField(kRuleColumns.variableName)));
+          if (isNew) place->second = ReadDefinition(query, kRuleColumns);
         }
       }));
   if (status >= 0) return status;
@@ -252,7 +241,7 @@ int KSObjectRuleSql::GetRuleHistoryData(DevParserHistory& out, const ObjectDefin
   const FSPerformance whole("KSObjectRuleSql", "GetRuleHistoryData");
   std::optional<FSPerformance> inner;  // made inside the frame, logged after its lock is free
   const bool allInterfaces = object->interfaceValue.empty();
-  const char* select = allInterfaces ? kSelectDeviceHistories : kSelectObjectHistories;
+  const char* select = allInterfaces ? kSelectUnitHistories : kSelectObjectHistories;
   return StatusOf(TableFrame::Run(
       *this, HistoryOperation("KSObjectRuleSql::GetRuleHistoryData"), [&](CppSQLite3DB& db) {
         inner.emplace("KSObjectRuleSql", "GetRuleHistoryData - out");

@@ -1,12 +1,11 @@
 #include "keelstone/object_rule_table.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
-#include "base/text/strings.h"
 #include "keelstone/performance.h"
 #include "storage/load/unit_changes.h"
+#include "storage/tables/object_rule_rows.h"
 #include "storage/tables/object_rule_schema.h"
 #include "storage/tables/row_batch.h"
 
@@ -19,13 +18,6 @@ namespace {
 using RulePointers = KSObjectRuleSql::RulePointers;
 using HistoryPointers = KSObjectRuleSql::HistoryPointers;
 
-constexpr const char* kUpsertRule =
-    "insert or replace into {0} (deviceName, interfaceValue, variableSource, param, variableName, "
-    "variableSourceType, variableDataType, interfacePath, vxNodePathSchema, ruleGenerateType, "
-    "ruleTypeId, ruleAlgParameter, isEnable, isDel) values(?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
-constexpr const char* kUpsertHistory =
-    "insert or replace into {0} (deviceName, interfaceValue, variableSource, param, variableName, "
-    "variableSourceType, HistoryData) values(?,?,?,?,?,?,?)";
 constexpr const char* kCreateHistory =
     "create table {0} (deviceName TEXT NOT NULL ,interfaceValue TEXT ,"
     "variableSource TEXT NOT NULL ,param TEXT ,variableName TEXT NOT NULL ,"
@@ -33,113 +25,16 @@ constexpr const char* kCreateHistory =
     "PRIMARY KEY(deviceName,interfaceValue,variableSource,param,variableName,"
     "variableSourceType))";
 
-// What a row takes of a definition, copied under the definition's lock so that SQLite
-// never runs under it. One is used for all rows: its texts keep their memory.
-struct DefinitionColumns {
-  std::int32_t variableType = 0;
-  std::int32_t ruleGenerateType = 0;
-  std::int32_t ruleType = 0;
-  std::string ruleParam;
-  std::string history;
-
-  void Take(const RuleDefinitionData& definition) {
-    const DefinitionLock lock(definition);
-    variableType = definition.variableType;
-    ruleGenerateType = definition.ruleGenerateType;
-    ruleType = definition.ruleType;
-    ruleParam = definition.ruleParam;
-    history = definition.history;
-  }
-};
-
-// Binds the values of one row after the other. What stays the same from row to row, most of
-// a key's texts, stays bound: comparing is cheaper than binding. The rows must live as long
-// as the statement runs.
-template <std::size_t kParameters>
-class RowBinder {
- public:
-  explicit RowBinder(CppSQLite3Statement& statement) : statement_(statement) {}
-
-  void Bind(int parameter, const std::string& text) {
-    const std::string*& bound = texts_[static_cast<std::size_t>(parameter)];
-    if (bound != nullptr && *bound == text) return;
-    statement_.bindStatic(parameter, text);
-    bound = &text;
-  }
-  void Bind(int parameter, std::int32_t number) {
-    std::optional<std::int32_t>& bound = numbers_[static_cast<std::size_t>(parameter)];
-    if (bound == number) return;
-    statement_.bind(parameter, number);
-    bound = number;
-  }
-  /// For a text that changes where it lies.
-  void BindAnew(int parameter, const std::string& text) { statement_.bindStatic(parameter, text); }
-
- private:
-  CppSQLite3Statement& statement_;
-  std::array<const std::string*, kParameters + 1> texts_{};
-  std::array<std::optional<std::int32_t>, kParameters + 1> numbers_{};
-};
-
-template <class Binder, class Row>
-void BindKey(Binder& binder, const Row& row, const std::string& variableName) {
-  binder.Bind(1, row.object.deviceName);
-  binder.Bind(2, row.object.interfaceValue);
-  binder.Bind(3, row.variableSource);
-  binder.Bind(4, row.variableParam);
-  binder.Bind(5, variableName);
-  binder.Bind(6, row.variableSourceType);
-}
-
-void BindRule(RowBinder<14>& binder, const ObjectRuleData& row, const std::string& variableName,
-              const DefinitionColumns& definition) {
-  BindKey(binder, row, variableName);
-  binder.Bind(7, definition.variableType);
-  binder.Bind(8, row.object.interfacePath);
-  binder.Bind(9, row.object.nodePathSchema);
-  binder.Bind(10, definition.ruleGenerateType);
-  binder.Bind(11, definition.ruleType);
-  binder.BindAnew(12, definition.ruleParam);
-  binder.Bind(13, 0);
-  binder.Bind(14, 0);
-}
-
 void UpsertRules(CppSQLite3DB& db, int rowsATransaction, const RulePointers& rows,
                  std::vector<ObjectRuleHistoryData>& histories) {
-  auto statement = db.compileStatement(FormatPositional(kUpsertRule, {kRuleTable}));
-  RowBinder<14> binder(statement);
-  RowBatch batch(db, rowsATransaction);
-  DefinitionColumns columns;
-  for (const ObjectRuleData* row : rows) {
-    for (const auto& [variableName, definition] : row->definitions) {
-      if (definition == nullptr) continue;
-      columns.Take(*definition);
-      batch.BeforeRow();
-      BindRule(binder, *row, variableName, columns);
-      statement.execDML();
-      if (!columns.history.empty()) {
-        histories.push_back({columns.history, row->object, row->variableSource, variableName,
-                             row->variableParam, row->variableSourceType});
-      }
-      batch.AfterRow();
-    }
-  }
-  batch.Finish();
+  RuleRows stream(rows, histories);
+  UpsertRows(db, kRuleTable, RuleRows::kUpdated, rowsATransaction, stream);
 }
 
-void UpsertHistories(CppSQLite3DB& db, const char* table, int rowsATransaction,
+void UpsertHistories(CppSQLite3DB& db, const std::string& table, int rowsATransaction,
                      const HistoryPointers& rows) {
-  auto statement = db.compileStatement(FormatPositional(kUpsertHistory, {table}));
-  RowBinder<7> binder(statement);
-  RowBatch batch(db, rowsATransaction);
-  for (const ObjectRuleHistoryData* row : rows) {
-    batch.BeforeRow();
-    BindKey(binder, *row, row->variableName);
-    binder.BindAnew(7, row->history);
-    statement.execDML();
-    batch.AfterRow();
-  }
-  batch.Finish();
+  HistoryRows stream(rows);
+  UpsertRows(db, table, HistoryRows::kUpdated, rowsATransaction, stream);
 }
 
 TableOperation HistoryWrite() {
@@ -177,6 +72,13 @@ std::vector<const Row*> PointersTo(const std::vector<Row>& rows) {
   pointers.reserve(rows.size());
   for (const Row& row : rows) pointers.push_back(&row);
   return pointers;
+}
+
+HistoryPointers Joined(const std::vector<ObjectRuleHistoryData>& carried,
+                       const HistoryPointers& history) {
+  HistoryPointers rows = PointersTo(carried);
+  rows.insert(rows.end(), history.begin(), history.end());
+  return rows;
 }
 
 }  // namespace
@@ -262,8 +164,7 @@ bool KSObjectRuleSql::WriteTogether(const RulePointers& rules, const HistoryPoin
         std::vector<ObjectRuleHistoryData> carried;
         UpsertRules(db, RowBatch::kCallers, rules, carried);
         inner.emplace("KSObjectRuleSql", "SetRuleHistoryData--inner");
-        UpsertHistories(db, table.c_str(), RowBatch::kCallers, PointersTo(carried));
-        UpsertHistories(db, table.c_str(), RowBatch::kCallers, history);
+        UpsertHistories(db, table, RowBatch::kCallers, Joined(carried, history));
       });
   if (outcome == TableOutcome::kNoTable) return false;
   NoteChanges(GetDomainId(), rules);
@@ -274,8 +175,7 @@ bool KSObjectRuleSql::WriteTogether(const RulePointers& rules, const HistoryPoin
 void KSObjectRuleSql::WriteApart(const RulePointers& rules, const HistoryPointers& history) {
   std::vector<ObjectRuleHistoryData> carried;
   WriteRuleRows(rules, &carried);
-  HistoryPointers rows = PointersTo(carried);
-  rows.insert(rows.end(), history.begin(), history.end());
+  const HistoryPointers rows = Joined(carried, history);
   if (!rows.empty()) WriteHistoryRows(rows, RowBatch::kAllRows);
 }
 

@@ -13,8 +13,10 @@ void RowBatch::BeforeRow() {
   if (rows_ == 0 && limit_ != kCallers) db_.execDML(kBegin);
 }
 
-void RowBatch::AfterRow() {
-  if (limit_ == kCallers || ++rows_ < limit_) return;
+void RowBatch::AfterRow(int rows) {
+  if (limit_ == kCallers) return;
+  rows_ += rows;
+  if (rows_ < limit_) return;
   db_.execDML(kCommit);
   rows_ = 0;
 }

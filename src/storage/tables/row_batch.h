@@ -1,6 +1,7 @@
 #ifndef KEELSTONE_STORAGE_TABLES_ROW_BATCH_H
 #define KEELSTONE_STORAGE_TABLES_ROW_BATCH_H
 
+#include <cstdint>
 #include <limits>
 
 #include "keelstone/cppsqlite3.h"
@@ -8,8 +9,8 @@
 namespace keelstone {
 
 /// Groups the rows of one write into transactions, of 600 unless told: BeforeRow and
-/// AfterRow around each row, Finish after the last. What an error leaves open, the frame rolls
-/// back.
+/// AfterRow around each row, or around several at once, Finish after the last. What an error leaves
+/// open, the frame rolls back.
 class RowBatch {
  public:
   static constexpr int kRows = 600;
@@ -19,13 +20,13 @@ class RowBatch {
   explicit RowBatch(CppSQLite3DB& db, int rowsATransaction = kRows)
       : db_(db), limit_(rowsATransaction) {}
   void BeforeRow();
-  void AfterRow();
+  void AfterRow(int rows = 1);
   void Finish();
 
  private:
   CppSQLite3DB& db_;
   int limit_;
-  int rows_ = 0;
+  std::int64_t rows_ = 0;
 };
 
 }  // namespace keelstone

@@ -1,6 +1,5 @@
 #include "storage/tables/table_frame.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -14,19 +13,18 @@
 #include "storage/load/unit_changes.h"
 #include "storage/resource_adaptor.h"
 #include "storage/tables/joint_commit.h"
-#include "storage/tables/note_failure.h"
+#include "storage/tables/table_task.h"
 
 namespace keelstone {
 
 namespace {
 
+// One reading from the look at the schema to the last row: the file is locked, and its journal
+// looked for, once. It ends when the file is closed.
+constexpr const char* kBeginReading = "begin transaction;";
 constexpr const char* kBeginForWriting = "begin immediate transaction;";
 constexpr const char* kCommit = "commit transaction;";
 constexpr const char* kRollback = "rollback transaction;";
-
-std::atomic<std::uint64_t> failedWrites{0};
-std::atomic<std::uint64_t> failedReads{0};
-thread_local std::uint64_t failedHere = 0;
 
 void RollBack(CppSQLite3DB& db) noexcept {
   if (!db.isOpen()) return;
@@ -36,54 +34,6 @@ void RollBack(CppSQLite3DB& db) noexcept {
     return;  // no transaction was open, or SQLite has rolled back itself
   }
 }
-
-void LogFailure(const TableOperation& operation, DeferredLog& log) noexcept {
-  const char* name = operation.failedName != nullptr ? operation.failedName : operation.table;
-  log.Add(kLogError, __LINE__, "", name, " operate failed.");
-}
-
-// One operation under way, and who is told of what fails in it.
-struct Task {
-  const TableOperation& operation;
-  DeferredLog& log;
-  TableFault* fault;  // may be null
-
-  bool IsToldByCaller() const noexcept {
-    return operation.access == TableAccess::kAsk || operation.access == TableAccess::kMake;
-  }
-  bool MakesFile() const noexcept {
-    return operation.access == TableAccess::kCreate || operation.access == TableAccess::kMake;
-  }
-  void Answer(std::string_view file, std::string_view message,
-              bool isMemory = false) const noexcept {
-    if (fault == nullptr) return;
-    fault->isMemory = isMemory;
-    try {
-      fault->file = file;
-      fault->message = message;
-    } catch (const std::bad_alloc&) {
-      fault->isMemory = true;
-    }
-  }
-  /// `line` is what the log says.
-  void Fail(std::string_view file, std::string_view message,
-            std::initializer_list<std::string_view> line, bool isMemory = false) const noexcept {
-    Answer(file, message, isMemory);
-    if (IsToldByCaller()) return;
-    log.Add(kLogError, __LINE__, line);
-    NoteFailure(file, operation.function, message);
-    LogFailure(operation, log);
-  }
-  void Count() const noexcept {
-    if (IsToldByCaller()) return;
-    ++failedHere;
-    if (operation.access == TableAccess::kRead) {
-      failedReads.fetch_add(1, std::memory_order_acq_rel);
-    } else {
-      CountFailedWrite();
-    }
-  }
-};
 
 void MakeTable(CppSQLite3DB& db, const std::string& schema, const std::string& file,
                const TableOperation& operation, DeferredLog& log) {
@@ -98,7 +48,7 @@ void MakeIndex(CppSQLite3DB& db, const char* schema, const TableOperation& opera
   db.execDML(FormatPositional(operation.indexSql, {schema}));
 }
 
-std::shared_ptr<LockRecord> RecordOf(const std::string& domainId, const Task& task) {
+std::shared_ptr<LockRecord> RecordOf(const std::string& domainId, const TableTask& task) {
   const int dbType = task.operation.dbType;
   auto record = FSResourceAdaptor::Instance().RegisterTable(GuidFromText(domainId), dbType, dbType);
   if (record == nullptr) {
@@ -108,7 +58,7 @@ std::shared_ptr<LockRecord> RecordOf(const std::string& domainId, const Task& ta
   return record;
 }
 
-bool Open(CppSQLite3DB& db, const std::string& file, const Task& task) {
+bool Open(CppSQLite3DB& db, const std::string& file, const TableTask& task) {
   const TableOperation& operation = task.operation;
   const bool makes = task.MakesFile();
   if (makes && !MakeParentFolders(file)) {
@@ -116,6 +66,7 @@ bool Open(CppSQLite3DB& db, const std::string& file, const Task& task) {
   }
   // For reads too: only a connection that may write can roll back what a crash left.
   db.open(file, makes ? CppSQLite3DB::Mode::kCreate : CppSQLite3DB::Mode::kReadWrite);
+  if (task.Reads()) db.execDML(kBeginReading);
   db.requireKnownSchema();
   if (operation.access == TableAccess::kMake) return true;
   if (!db.tableExists(operation.table)) {
@@ -126,13 +77,13 @@ bool Open(CppSQLite3DB& db, const std::string& file, const Task& task) {
   return true;
 }
 
-TableOutcome AnswerNoTable(const std::string& file, const Task& task) {
+TableOutcome AnswerNoTable(const std::string& file, const TableTask& task) {
   if (task.fault != nullptr) task.Answer(file, std::string("no table ") + task.operation.table);
   return TableOutcome::kNoTable;
 }
 
 // Whether the file is there; else what to answer.
-std::optional<TableOutcome> LookFor(const std::string& file, const Task& task) {
+std::optional<TableOutcome> LookFor(const std::string& file, const TableTask& task) {
   const int error = PathError(file);
   if (error == 0) return std::nullopt;
   const char* const why = ::strerrordesc_np(error);
@@ -144,7 +95,7 @@ std::optional<TableOutcome> LookFor(const std::string& file, const Task& task) {
   return TableOutcome::kUnreachable;
 }
 
-TableOutcome RunLocked(CppSQLite3DB& db, const std::string& file, const Task& task,
+TableOutcome RunLocked(CppSQLite3DB& db, const std::string& file, const TableTask& task,
                        const TableFrame::Body& body) {
   if (!task.MakesFile()) {
     if (const auto missing = LookFor(file, task)) return *missing;
@@ -163,7 +114,7 @@ TableOutcome RunLocked(CppSQLite3DB& db, const std::string& file, const Task& ta
 
 // The body of RunTogether, under both locks.
 TableOutcome CommitBoth(CppSQLite3DB& db, const std::string& file, const std::string& secondFile,
-                        const TableOperation& second, const Task& task,
+                        const TableOperation& second, const TableTask& task,
                         const TableFrame::Body& body) {
   constexpr const char* kSecond = TableFrame::kSecond;
   if (PathError(file) != 0) return TableOutcome::kNoTable;
@@ -205,19 +156,6 @@ bool Attach(CppSQLite3DB& db, const std::string& file, const TableOperation& ope
 
 }  // namespace
 
-std::uint64_t GetFailedWriteCount() { return failedWrites.load(std::memory_order_acquire); }
-
-std::uint64_t GetFailedReadCount() { return failedReads.load(std::memory_order_acquire); }
-
-std::uint64_t FailedOperationsHere() noexcept { return failedHere; }
-
-void CountFailedWrite() noexcept { failedWrites.fetch_add(1, std::memory_order_acq_rel); }
-
-std::string TableFault::Text() const {
-  if (isMemory) throw std::bad_alloc();
-  return file.empty() ? message : file + ": " + message;
-}
-
 TableOutcome TableFrame::Run(const CKSDBOperateBase& table, const TableOperation& operation,
                              const Body& body) {
   const std::string domainId = table.GetDomainId();
@@ -228,7 +166,7 @@ TableOutcome TableFrame::RunAt(const std::string& domainId, const std::string& f
                                const TableOperation& operation, const Body& body,
                                TableFault* fault) {
   DeferredLog log(operation.function, operation.source);  // goes after the lock
-  const Task task{operation, log, fault};
+  const TableTask task{operation, log, fault};
   TableOutcome outcome = TableOutcome::kFailed;
   CppSQLite3DB db;
   if (const auto record = RecordOf(domainId, task)) {
@@ -245,7 +183,7 @@ TableOutcome TableFrame::RunAt(const std::string& domainId, const std::string& f
 TableOutcome TableFrame::RunTogether(const CKSDBOperateBase& table, const TableOperation& first,
                                      const TableOperation& second, const Body& body) {
   DeferredLog log(first.function, first.source);  // goes after the locks
-  const Task task{first, log, nullptr};
+  const TableTask task{first, log, nullptr};
   const std::string domainId = table.GetDomainId();
   const auto record = RecordOf(domainId, task);
   const auto recordOfSecond = RecordOf(domainId, {second, log, nullptr});
@@ -269,8 +207,8 @@ TableOutcome TableFrame::ReadTogether(const std::string& domainId, const TableOp
                                       const std::string& secondFile, const Body& body,
                                       TableFault* fault) {
   DeferredLog log(first.function, first.source);  // goes after the locks
-  const Task task{first, log, fault};
-  const Task taskOfSecond{second, log, fault};
+  const TableTask task{first, log, fault};
+  const TableTask taskOfSecond{second, log, fault};
   CppSQLite3DB db;
   TableOutcome outcome = TableOutcome::kFailed;
   const auto record = RecordOf(domainId, task);
@@ -295,7 +233,7 @@ TableOutcome TableFrame::ReadTogether(const std::string& domainId, const TableOp
 
 bool TableFrame::Attempt(CppSQLite3DB& db, const TableOperation& operation, DeferredLog& log,
                          const std::function<void()>& work, TableFault* fault) {
-  const Task task{operation, log, fault};
+  const TableTask task{operation, log, fault};
   try {
     work();
     return true;

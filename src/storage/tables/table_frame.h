@@ -16,7 +16,7 @@ namespace keelstone {
 /// to tell: it is neither logged nor counted.
 enum class TableAccess {
   kAsk,     // as kRead
-  kRead,    // a missing file or table is answered
+  kRead,    // a missing file or table is answered; all that the body reads is of one moment
   kChange,  // likewise
   kCreate,  // a missing file is made with its folder
   kMake,    // likewise; the body makes the table
@@ -86,8 +86,9 @@ class TableFrame {
   /// the caller works on one after the other.
   static TableOutcome RunTogether(const CKSDBOperateBase& table, const TableOperation& first,
                                   const TableOperation& second, const Body& body);
-  /// Runs `body`, which only reads, with the file of `second` attached as kSecond; holds
-  /// both lock records likewise. kNoFile and kNoTable: one of the two is missing.
+  /// Runs `body`, which only reads, with the file of `second` attached as kSecond, in one
+  /// reading of both; holds both lock records likewise. kNoFile and kNoTable: one of the two
+  /// is missing.
   static TableOutcome ReadTogether(const std::string& domainId, const TableOperation& first,
                                    const std::string& firstFile, const TableOperation& second,
                                    const std::string& secondFile, const Body& body,
