@@ -93,7 +93,7 @@ std::function<Rounds(const BenchSettings&)> GrowthOf(Many many, std::size_t coun
     const auto all = std::make_shared<ManyOfSomething>(settings, many, most);
     const auto tenth = std::make_shared<ManyOfSomething>(settings, many, most / 10);
     return {.round = [=] {
-      return Sample{.ours = all->Cost(), .reference = tenth->Cost()};
+      return Sample{.ours = all->Cost(), .reference = tenth->Cost(), .figures = {}};
     }};
   };
 }

@@ -60,10 +60,10 @@ void WriteStreamInput(const std::filesystem::path& path, std::size_t polls, std:
   std::mt19937_64 random(seed);
   std::string lines;
   for (std::size_t line = 0; line < polls * kStreamInterfaces; ++line) {
-    const std::size_t interface = line % kStreamInterfaces;
+    const std::size_t interface = line % kStreamInterfaces;  // of 20 variables each
     lines += "{\"time\":" + std::to_string(FleetTime(0) + 30 * (line / kStreamInterfaces)) +
              ",\"device\":\"" + FleetDevice(0) + "\",\"source\":\"" + kFleetSource +
-             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" + FleetInterface(interface) +
+             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" + FleetInterface(20 * interface) +
              "\",\"value\":" + std::to_string(100 + random() % 50) + "}]}\n";
   }
   WriteFile(path, lines);

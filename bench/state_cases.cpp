@@ -137,7 +137,8 @@ Rounds LearningRounds(const BenchSettings& settings) {
     const ProgramRun ours = fleet->Learn(kOneThread);
     const ProgramRun reference = fleet->Learn(With(kOneThread, "--memory", "0"));
     return Sample{.ours = ours.processorSeconds * 1e9 / fleet->values(),
-                  .reference = reference.processorSeconds * 1e9 / fleet->values()};
+                  .reference = reference.processorSeconds * 1e9 / fleet->values(),
+                  .figures = {}};
   }};
 }
 
@@ -173,7 +174,7 @@ Rounds EvictionRounds(const BenchSettings& settings) {
       const Arguments more = With(kOneThread, "--memory", memory);
       return root.Evaluate("evicted", "evicted.jsonl", more).processorSeconds * 1e9 / values;
     };
-    return Sample{.ours = cost(budget), .reference = cost("0")};
+    return Sample{.ours = cost(budget), .reference = cost("0"), .figures = {}};
   }};
 }
 

@@ -158,7 +158,7 @@ TEST(RunLine, ReadsPlainLinesAsAnyOtherJson) {
                                           "\"value\":" + values[random() % values.size()]};
       if (random() % 2 == 0) members.push_back("\"interface\": \"Ethernet0/1\"");
       if (random() % 8 == 0) members.push_back("\"interfacePath\":\"p\"");
-      if (random() % 8 == 0) members.push_back("\"typeCode\":-2147483649".substr(0, 14 + random() % 9));
+      if (random() % 8 == 0) members.push_back(std::string("\"typeCode\":-2147483649").substr(0, 14 + random() % 9));
       if (random() % 8 == 0) members.push_back("\"type\":\"" + types[random() % 6] + "\"");
       if (random() % 16 == 0) members.push_back("\"keys\":[\"a\"]");
       if (random() % 16 == 0) members.push_back("\"other\":" + values[random() % values.size()]);

@@ -223,7 +223,7 @@ TEST(RunScheduler, FlushesManyValuesBeforeNothingElseIsLeftToDo) {
   for (std::int32_t i = 1; i <= 1000; ++i) {
     runs.push_back(MakeRun("d0", std::to_string(i % 500), i));
   }
-  ASSERT_TRUE(Submit(scheduler, std::move(runs)));
+  ASSERT_TRUE(Submit(scheduler, std::move(runs), 1000));
   scheduler.Finish();
   EXPECT_EQ(work.delivered, UpTo(1000));
   EXPECT_LT(evaluatedAtFirst, 250);
