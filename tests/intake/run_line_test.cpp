@@ -171,6 +171,7 @@ TEST(RunLine, ReadsPlainLinesAsAnyOtherJson) {
     if (random() % 8 == 0) members.push_back("\"onDemand\":true");
     if (random() % 8 == 0) members.push_back("\"domain\":" + values[random() % values.size()]);
     const std::string line = RandomObject(random, members);
+    if (line == "{}") continue;
     RunLineReader reader("home");
     RunLineReader other("home");
     const bool isRead = reader.Read(line, run);
