@@ -28,6 +28,8 @@ template <class T>
 class KEELSTONE_EXPORT KSNumercialDataFeature final : public KSDataFeature {
  public:
   bool Calculate(const std::shared_ptr<HistoryDataBase>& history) override;
+  /// As if it had been made just now; it keeps its memory.
+  void Clear() noexcept;
 
   std::int32_t count = 0;
   double mean = 0.0;  // rounded through single precision: the thresholds are tuned on it

@@ -74,6 +74,8 @@ class KEELSTONE_EXPORT PointHistory : public HistoryDataBase {
   const std::vector<Point>& points() const noexcept { return points_; }
   /// Takes these points, oldest first, in the place of those that are there.
   void TakePoints(std::vector<Point> points);
+  /// Gives all points away, with their memory.
+  std::vector<Point> ReleasePoints() noexcept;
 
  protected:
   explicit PointHistory(EnumKSDataType type) : HistoryDataBase(type) {}

@@ -21,6 +21,11 @@ class ValueCounts {
   using const_iterator = typename Map::const_iterator;
 
   void Reserve(std::size_t values) { runs_.reserve(values); }
+  void Clear() noexcept {
+    runs_.clear();
+    counted_ = 0;
+    map_.clear();
+  }
   void Add(T value) {
     if (counted_ < runs_.size() && runs_.back().first == value) {
       ++runs_.back().second;

@@ -92,8 +92,9 @@ bool KSRuleInstance::Evaluation::JudgeValue(const VarInfo& variable, const Typed
       Judgement::Of(point, definition.own, material, {subject_.time, settings_, subject_.domainId});
   if (material.rule) {
     outcome_.Conclude({variable, point, definition, *material.rule, judgement});
+    lookUp_.Keep(definition);
   } else if (material.mayLearn && material.history) {
-    outcome_.KeepForLearning(variable, point, material.history);
+    outcome_.KeepForLearning(variable, point, definition, *material.history);
   }
   return true;
 }

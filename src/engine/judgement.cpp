@@ -24,7 +24,11 @@ Judgement Relearn(const std::shared_ptr<KSDataBase>& point,
                   const std::shared_ptr<RuleDefinitionData>& definition, RuleMaterial& material,
                   const Judgement::Terms& terms) {
   Judgement judgement;
-  if (material.rule) material.feature = material.rule->GetDataFeature();
+  if (material.rule && material.workbench != nullptr && material.history) {
+    material.feature = material.workbench->Feature(material.dataType, material.history);
+  } else if (material.rule) {
+    material.feature = material.rule->GetDataFeature();
+  }
   const RuleSettings& settings = *terms.settings.rules;
   std::shared_ptr<IRuleBase> learned = LearnRule({definition, material.history, material.feature,
                                                   material.dataType, terms.domainId, settings});
@@ -56,6 +60,7 @@ RuleMaterial RuleMaterial::Read(const TakenDefinition& definition, EnumKSDataTyp
   if (material.rule) {
     if (definition.points) {
       material.rule->InitWithPoints(definition.own, definition.points, domainId);
+      material.workbench = definition.workbench;
     } else {
       material.rule->InitWithHistory(definition.own, history, domainId);
     }
@@ -64,7 +69,7 @@ RuleMaterial RuleMaterial::Read(const TakenDefinition& definition, EnumKSDataTyp
     material.isHistoryRefused = !history.empty() && !material.rule->GetRuleData();
   } else if (mayLearn && definition.points) {
     material.history = definition.points;
-    material.feature = FeatureOf(dataType, definition.points);
+    material.feature = definition.workbench->Feature(dataType, definition.points);
   } else if (mayLearn) {
     manager->ReadHistory(history, dataType, material.history, material.feature);
     material.isHistoryRefused = !history.empty() && !material.feature;

@@ -30,6 +30,7 @@ struct RuleMaterial {
   std::shared_ptr<KSDataFeature> feature;    // a rule makes its own when it is asked
   bool mayLearn = false;                     // whether rule and history may follow the value
   bool isHistoryRefused = false;             // the text is no history of this type
+  Workbench* workbench = nullptr;            // where features are made, if there is one
 
   /// Reads a stored rule and its history, whose text must stay as it is and where it is as long
   /// as the material is used. `mayLearn` says whether the run learns; the material of a

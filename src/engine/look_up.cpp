@@ -80,8 +80,7 @@ void LookUp::Attach(std::shared_ptr<ResidentUnit> unit) {
   ForgetPlaces();
 }
 
-void LookUp::Store(const std::vector<ResidentRow>& rules,
-                   const std::vector<ResidentRow>& histories) {
+void LookUp::Store(std::vector<ResidentRow>& rules, std::vector<ResidentRow>& histories) {
   copies_.clear();  // they name variables by their places, which may move
   unit_->Apply(rules, histories, subject_.nodePathSchema);
   replaced_.clear();
@@ -276,37 +275,57 @@ bool LookUp::Take(const VarInfo& variable, Found& found, TakenDefinition& defini
   return true;
 }
 
-// A rule is copied once a run. The first value that comes to it works on the copy itself where
-// a history is stored; every other one as if the copy were somebody else's.
+// The first value that comes to a rule works on its record alone where a history is stored;
+// every other one as if the record were somebody else's, too.
 bool LookUp::TakeResident(const VarInfo& variable, const Found& found,
                           TakenDefinition& definition) {
+  definition.workbench = &workbench_;
+  definition.stored = found.resident;
   const ResidentVariable* const stored = found.resident;
-  const bool isStoredHistory = stored != nullptr && stored->history.IsThere();
+  const bool hasHistory =
+      found.loadedHistory != nullptr || (stored != nullptr && stored->history.IsThere());
   if (stored == nullptr || !stored->hasRule) {
     if (!TakeNew(variable, definition)) return false;
-    definition.resident = std::make_shared<ResidentCopy>(ResidentCopy{definition.own, nullptr});
-  } else {
-    std::shared_ptr<ResidentCopy>& copy = copies_[stored];
-    const bool isFirst = copy == nullptr;
-    if (isFirst) copy = std::make_shared<ResidentCopy>(ResidentCopy{stored->Record(), nullptr});
-    definition.resident = copy;
-    definition.shared = copy->record;
-    if (isFirst && (isStoredHistory || found.loadedHistory != nullptr)) {
-      definition.own = copy->record;
-    } else {
-      // What it was judged by before reads its history as a text.
-      if (copy->history) copy->history->WriteTo(copy->record->history);
-      copy->history.reset();
-      definition.own = std::make_shared<RuleDefinitionData>(*copy->record);
-      definition.HoldHistory(std::move(definition.own->history));
+  } else if (found.record) {
+    const auto& copy = copies_.at(stored);
+    // Who comes second reads the history that the record carries as a text.
+    if (copy->history.IsThere()) {
+      copy->record->history = std::exchange(copy->history, {}).ToText();
     }
+    definition.changed = copy;
+    definition.shared = copy->record;
+  } else {
+    definition.own = workbench_.Record();
+    stored->FillRecord(*definition.own);
+    if (hasHistory) {
+      definition.shared = definition.own;
+    } else {
+      definition.shared = std::move(definition.own);
+    }
+  }
+  if (!definition.own) {
+    definition.own = std::make_shared<RuleDefinitionData>(*definition.shared);
+    definition.HoldHistory(std::move(definition.own->history));
   }
   if (found.loadedHistory != nullptr) {
     definition.history = *found.loadedHistory;
-  } else if (isStoredHistory) {
-    definition.TakeHistory(stored->history, static_cast<EnumKSDataType>(variable.dataType));
+  } else if (hasHistory) {
+    definition.TakeHistory(stored->history, static_cast<EnumKSDataType>(variable.dataType),
+                           workbench_);
   }
   return true;
+}
+
+void LookUp::Keep(const TakenDefinition& definition) {
+  const ResidentVariable* const stored = definition.stored;
+  if (!unit_ || stored == nullptr || !stored->hasRule) return;
+  const RuleDefinitionData& record = *definition.record();
+  const bool isAsStored =
+      !definition.changed && !definition.IsCopy() && record.ruleType == stored->ruleType &&
+      record.ruleParam == stored->ruleParam && record.variableType == stored->variableType;
+  if (isAsStored) return;
+  definition.Change();
+  copies_.try_emplace(stored, definition.changed);
 }
 
 bool LookUp::TakeNew(const VarInfo& variable, TakenDefinition& definition) const {

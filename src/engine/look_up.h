@@ -59,7 +59,7 @@ class LookUp {
   void Attach(std::shared_ptr<ResidentUnit> unit);
   bool IsAttached() const { return unit_ != nullptr; }
   /// Puts a run's rows into the unit.
-  void Store(const std::vector<ResidentRow>& rules, const std::vector<ResidentRow>& histories);
+  void Store(std::vector<ResidentRow>& rules, std::vector<ResidentRow>& histories);
   bool IsVarDefineRule(const std::string& variableName);
   /// Until the next call of this object.
   const std::string* LoadedHistory(const std::string& interfaceValue,
@@ -80,6 +80,9 @@ class LookUp {
   /// Makes ready what was found, or what the variable rules say of a variable that nobody has
   /// learned yet. False when it has no enabled definition.
   bool Take(const VarInfo& variable, Found& found, TakenDefinition& definition);
+  /// Over a unit in memory, once a value was judged: later values of the run find what has
+  /// become of its rule.
+  void Keep(const TakenDefinition& definition);
   /// Others may hold the records from here on: some wait to be written.
   void NoteHandedOver() { mayBeShared_ = true; }
 
@@ -99,7 +102,8 @@ class LookUp {
   DevParserHistory histories_;
   std::shared_ptr<ResidentUnit> unit_;  // empty, or in the place of the two
   ResidentUnit::Course course_;
-  // Over a resident unit: what the run works on of its rules, and the texts that have taken the
+  Workbench workbench_;
+  // Over a unit in memory: its rules that the run has changed, and the texts that have taken the
   // place of its histories.
   std::unordered_map<const ResidentVariable*, std::shared_ptr<ResidentCopy>> copies_;
   DevParserHistory replaced_;

@@ -12,6 +12,12 @@ namespace {
 constexpr std::int32_t kValuesWithoutRule = 10;
 constexpr std::int32_t kTablesWithoutRule = 5;
 
+/// A history as it stays in memory: what came as a text is written as one, of which most lies
+/// ready.
+PackedHistory Kept(const TakenDefinition& definition, const HistoryDataBase& history) {
+  return definition.points ? PackedHistory::Of(history) : PackedHistory::OfText(history.ToString());
+}
+
 }  // namespace
 
 Outcome::Outcome(const Subject& subject, const EvaluationSettings& settings)
@@ -63,37 +69,37 @@ void Outcome::WriteRule(const Case& judged, bool followsValue) {
   const Judgement& judgement = judged.judgement;
   const bool isRuleCollected = followsValue || definition.isNew || judgement.ruleChanged;
   const std::shared_ptr<HistoryDataBase>& history = judged.rule.LentHistory();
-  const bool isKeptAsPoints = isInMemory_ && !definition.IsCopy();
+  const bool isKept = isInMemory_ && !definition.IsCopy();
   std::string historyText;
-  if (history && !isKeptAsPoints &&
-      (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
+  if (history && !isKept && (isRuleCollected || judgement.historyAdded || definition.IsCopy())) {
     history->WriteTo(historyText);
   }
   if (judgement.goldenChanged) CollectGoldenValue(judged);
   if (isRuleCollected) {
     if (!followsValue) CollectRuleChange(judged);
     CollectRule(variable, definition);
-  } else if (judgement.historyAdded && isKeptAsPoints) {
-    CollectPoints(variable, history);
+  } else if (judgement.historyAdded && isKept) {
+    CollectKept(variable, definition, Kept(definition, *history));
   } else if (judgement.historyAdded && !historyText.empty()) {
     CollectHistory(variable.interfaceValue, variable.variableName,
                    definition.IsCopy() ? historyText : std::move(historyText));
   }
   if (!isRuleCollected && !definition.IsCopy()) return;
-  if (isKeptAsPoints) {
-    definition.resident->history = history;
+  if (isKept) {
+    const bool isThere = history && history->GetDataCount() > 0;
+    definition.Change().history = isThere ? Kept(definition, *history) : PackedHistory();
   } else {
     definition.own->history = std::move(historyText);
   }
 }
 
 void Outcome::KeepForLearning(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
-                              const std::shared_ptr<HistoryDataBase>& history) {
-  if (WrappingDifference(subject_.time, history->GetLastTime()) <= settings_.intervalTime) return;
-  history->AddData(point,
-                   variable.dataType == KSDataTable ? kTablesWithoutRule : kValuesWithoutRule);
-  if (isInMemory_) return CollectPoints(variable, history);
-  CollectHistory(variable.interfaceValue, variable.variableName, history->ToString());
+                              const TakenDefinition& definition, HistoryDataBase& history) {
+  if (WrappingDifference(subject_.time, history.GetLastTime()) <= settings_.intervalTime) return;
+  history.AddData(point,
+                  variable.dataType == KSDataTable ? kTablesWithoutRule : kValuesWithoutRule);
+  if (isInMemory_) return CollectKept(variable, definition, Kept(definition, history));
+  CollectHistory(variable.interfaceValue, variable.variableName, history.ToString());
 }
 
 void Outcome::LogRefusedHistory(const VarInfo& variable) {

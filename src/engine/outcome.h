@@ -51,7 +51,7 @@ class Outcome {
   void Conclude(const Case& judged);
   /// A value without a rule: it joins the history, from which a rule may come one day.
   void KeepForLearning(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
-                       const std::shared_ptr<HistoryDataBase>& history);
+                       const TakenDefinition& definition, HistoryDataBase& history);
   void CollectAlert(const VarInfo& variable, std::int32_t ruleType, const std::string& ruleParam);
   /// Logs that what is stored of a variable is no history, once a variable.
   void LogRefusedHistory(const VarInfo& variable);
@@ -80,7 +80,8 @@ class Outcome {
   void CollectRule(const VarInfo& variable, const TakenDefinition& definition);
   void CollectHistory(const std::string& interfaceValue, const std::string& variableName,
                       std::string historyText);
-  void CollectPoints(const VarInfo& variable, const std::shared_ptr<HistoryDataBase>& history);
+  void CollectKept(const VarInfo& variable, const TakenDefinition& definition,
+                   PackedHistory history);
   void CollectGoldenValue(const Case& judged);
   void CollectRuleChange(const Case& judged);
 

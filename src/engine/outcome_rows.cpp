@@ -6,6 +6,19 @@
 // What an evaluation found, as result records and as rows for the databases.
 namespace keelstone {
 
+namespace {
+
+ResidentRow RowOf(const VarInfo& variable, const ResidentVariable* stored) {
+  ResidentRow row;
+  row.stored = stored;
+  if (stored != nullptr) return row;
+  row.interfaceValue = variable.interfaceValue;
+  row.variableName = variable.variableName;
+  return row;
+}
+
+}  // namespace
+
 void Outcome::CollectAlert(const VarInfo& variable, std::int32_t ruleType,
                            const std::string& ruleParam) {
   JsonValue info(JsonType::Object);
@@ -32,10 +45,9 @@ void Outcome::CollectRule(const VarInfo& variable, const TakenDefinition& defini
   if (!replacedHistories_.empty())
     replacedHistories_.erase({variable.interfaceValue, variable.variableName});
   if (isInMemory_) {
-    ResidentRow& kept = residentRules_.emplace_back();
-    kept.interfaceValue = variable.interfaceValue;
-    kept.variableName = variable.variableName;
-    kept.rule = definition.resident;
+    residentRules_.push_back(RowOf(variable, definition.stored));
+    definition.Change();
+    residentRules_.back().rule = definition.changed;
     return;
   }
   ObjectRuleData& row = pendingRules_.emplace_back();
@@ -49,8 +61,10 @@ void Outcome::CollectHistory(const std::string& interfaceValue, const std::strin
                              std::string historyText) {
   if (!replacedHistories_.empty()) replacedHistories_.erase({interfaceValue, variableName});
   if (isInMemory_) {
-    residentHistories_.push_back(
-        {interfaceValue, variableName, nullptr, nullptr, std::move(historyText)});
+    ResidentRow& kept = residentHistories_.emplace_back();
+    kept.interfaceValue = interfaceValue;
+    kept.variableName = variableName;
+    kept.history = PackedHistory::OfText(historyText);
     return;
   }
   ObjectRuleHistoryData& row = pendingHistories_.emplace_back();
@@ -61,12 +75,12 @@ void Outcome::CollectHistory(const std::string& interfaceValue, const std::strin
   row.variableParam = subject_.variableParam;
 }
 
-void Outcome::CollectPoints(const VarInfo& variable,
-                            const std::shared_ptr<HistoryDataBase>& history) {
+void Outcome::CollectKept(const VarInfo& variable, const TakenDefinition& definition,
+                          PackedHistory history) {
   if (!replacedHistories_.empty())
     replacedHistories_.erase({variable.interfaceValue, variable.variableName});
-  residentHistories_.push_back(
-      {variable.interfaceValue, variable.variableName, nullptr, history, {}});
+  residentHistories_.push_back(RowOf(variable, definition.stored));
+  residentHistories_.back().history = std::move(history);
 }
 
 void Outcome::NoteReplaced(const std::string& interfaceValue, const std::string& variableName) {

@@ -5,8 +5,6 @@
 #include <limits>
 #include <new>
 
-#include "storage/tables/stored_definition.h"
-
 namespace keelstone {
 
 namespace {
@@ -22,24 +20,11 @@ std::size_t HeapOfText(const std::string& text) noexcept {
 
 }  // namespace
 
-/// The rows of a run, with all the memory that they need.
-struct ResidentUnit::Change {
-  struct Row {
-    std::uint32_t place = 0;
-    bool isRule = false;
-    bool hasHistory = false;
-    std::int32_t ruleType = 0;
-    std::int32_t generateType = 0;
-    std::int32_t variableType = 0;
-    std::string ruleParam;
-    PackedHistory history;
-  };
-  std::vector<Row> rows;
-  UnwrittenMap unwritten;
-};
-
-std::shared_ptr<RuleDefinitionData> ResidentVariable::Record() const {
-  return StoredDefinition(ruleType, ruleParam, generateType, variableType);
+void ResidentVariable::FillRecord(RuleDefinitionData& record) const {
+  record.ruleType = ruleType;
+  record.ruleParam = ruleParam;
+  record.ruleGenerateType = generateType;
+  record.variableType = variableType;
 }
 
 std::uint64_t ResidentUnit::KeyOf(std::string_view interfaceValue, std::string_view variableName) {
@@ -195,86 +180,88 @@ void ResidentUnit::SetHistories(const DevParserHistory& histories) {
 void ResidentUnit::Drop() noexcept {
   variables_.clear();
   interfaces_.clear();
+  schemas_.clear();
   places_.clear();
   areRulesLoaded_ = areHistoriesLoaded_ = isRefused_ = isPacked_ = false;
   runs_ = first_ = 0;
   ruleCount_ = heapBytes_ = 0;
 }
 
-/// What becomes of a history that a run has; a unit that may not come again keeps its text,
-/// which mostly lies ready.
-PackedHistory ResidentUnit::Stored(const std::shared_ptr<HistoryDataBase>& history,
-                                   const std::string& text) const {
-  if (!text.empty() || !history) return PackedHistory::OfText(text);
-  if (isPacked_) return PackedHistory::Of(*history);
-  std::string written;
-  history->WriteTo(written);
-  return PackedHistory::OfText(written);
-}
-
-void ResidentUnit::Apply(const std::vector<ResidentRow>& rules,
-                         const std::vector<ResidentRow>& histories,
-                         const std::string& nodePathSchema) {
-  Change change;
-  change.rows.reserve(rules.size() + histories.size());
-  for (const ResidentRow& row : rules) {
-    const RuleDefinitionData& record = *row.rule->record;
-    Change::Row& made = change.rows.emplace_back();
-    made.place = PlaceOf(row.interfaceValue, row.variableName);
-    made.isRule = true;
-    made.ruleType = record.ruleType;
-    made.generateType = record.ruleGenerateType;
-    made.variableType = record.variableType;
-    made.ruleParam = record.ruleParam;
-    const auto& history = row.rule->history;
-    made.hasHistory = !record.history.empty() || (history && history->GetDataCount() > 0);
-    if (made.hasHistory) made.history = Stored(history, record.history);
-    Unwritten& what = change.unwritten[made.place];
-    what.rule = true;
-    what.history = what.history || made.hasHistory;
-    what.nodePathSchema = nodePathSchema;
-  }
-  for (const ResidentRow& row : histories) {
-    Change::Row& made = change.rows.emplace_back();
-    made.place = PlaceOf(row.interfaceValue, row.variableName);
-    made.hasHistory = true;
-    made.history = Stored(row.history, row.historyText);
-    change.unwritten[made.place].history = true;
-  }
+std::uint32_t ResidentUnit::SchemaOf(const std::string& nodePathSchema) {
+  const auto found = std::find(schemas_.begin(), schemas_.end(), nodePathSchema);
+  if (found != schemas_.end()) return static_cast<std::uint32_t>(found - schemas_.begin());
   const MutexLock lock(mutex_);
-  Take(change);
+  schemas_.push_back(nodePathSchema);
+  return static_cast<std::uint32_t>(schemas_.size() - 1);
 }
 
-void ResidentUnit::Take(Change& change) noexcept {
-  rowCount_ += static_cast<std::int64_t>(change.rows.size());
-  for (Change::Row& row : change.rows) {
-    ResidentVariable& variable = variables_[row.place];
-    heapBytes_ -= HeapOf(variable);
-    if (row.hasHistory) variable.history = std::move(row.history);
-    if (row.isRule) {
-      variable.ruleParam.swap(row.ruleParam);
-      variable.ruleType = row.ruleType;
-      variable.generateType = row.generateType;
-      variable.variableType = row.variableType;
-      if (!std::exchange(variable.hasRule, true)) ++ruleCount_;
-    }
-    heapBytes_ += HeapOf(variable);
+/// Where the variables of the rows are, or will be.
+ResidentUnit::Places ResidentUnit::PlacesOf(const std::vector<ResidentRow>& rows) {
+  Places places;
+  places.reserve(rows.size());
+  // First those that are there: new ones may move them.
+  for (const ResidentRow& row : rows) {
+    places.push_back(row.stored == nullptr
+                         ? kNoPlace
+                         : static_cast<std::uint32_t>(row.stored - variables_.data()));
   }
-  Merge(change.unwritten, unwritten_);
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (places[i] != kNoPlace) continue;
+    places[i] = PlaceOf(rows[i].interfaceValue, rows[i].variableName);
+  }
+  return places;
 }
 
-/// Needs no memory.
-void ResidentUnit::Merge(UnwrittenMap& newer, UnwrittenMap& into) noexcept {
-  while (!newer.empty()) {
-    auto place = into.insert(newer.extract(newer.begin()));
-    if (place.inserted) continue;
-    Unwritten& old = place.position->second;
-    Unwritten& what = place.node.mapped();
-    old.history = old.history || what.history;
-    if (!what.rule) continue;
-    old.rule = true;
-    old.nodePathSchema.swap(what.nodePathSchema);
+void ResidentUnit::Apply(std::vector<ResidentRow>& rules, std::vector<ResidentRow>& histories,
+                         const std::string& nodePathSchema) {
+  for (const ResidentRow& row : rules) {
+    ResidentCopy& rule = *row.rule;
+    if (rule.record->history.empty()) continue;
+    rule.history = PackedHistory::OfText(rule.record->history);
   }
+  const std::uint32_t schema = rules.empty() ? 0 : SchemaOf(nodePathSchema);
+  const Places rulePlaces = PlacesOf(rules);
+  const Places historyPlaces = PlacesOf(histories);
+  const MutexLock lock(mutex_);
+  unwritten_.reserve(variables_.size());
+  writing_.reserve(variables_.size());
+  // From here on no memory is needed.
+  for (std::size_t i = 0; i < rules.size(); ++i) TakeRule(rulePlaces[i], *rules[i].rule, schema);
+  for (std::size_t i = 0; i < histories.size(); ++i) {
+    TakeHistory(historyPlaces[i], histories[i].history);
+  }
+  rowCount_ += static_cast<std::int64_t>(rules.size() + histories.size());
+}
+
+void ResidentUnit::TakeRule(std::uint32_t place, ResidentCopy& rule,
+                            std::uint32_t schema) noexcept {
+  ResidentVariable& variable = variables_[place];
+  RuleDefinitionData& record = *rule.record;
+  heapBytes_ -= HeapOf(variable);
+  variable.ruleParam.swap(record.ruleParam);
+  variable.ruleType = record.ruleType;
+  variable.generateType = record.ruleGenerateType;
+  variable.variableType = record.variableType;
+  variable.schema = schema;
+  if (!std::exchange(variable.hasRule, true)) ++ruleCount_;
+  heapBytes_ += HeapOf(variable);
+  NoteUnwritten(place, true, false);
+  if (rule.history.IsThere()) TakeHistory(place, rule.history);
+}
+
+void ResidentUnit::TakeHistory(std::uint32_t place, PackedHistory& history) noexcept {
+  ResidentVariable& variable = variables_[place];
+  heapBytes_ -= HeapOf(variable);
+  variable.history = std::move(history);
+  heapBytes_ += HeapOf(variable);
+  NoteUnwritten(place, false, true);
+}
+
+void ResidentUnit::NoteUnwritten(std::uint32_t place, bool rule, bool history) noexcept {
+  ResidentVariable& variable = variables_[place];
+  if (!variable.isRuleUnwritten && !variable.isHistoryUnwritten) unwritten_.push_back(place);
+  variable.isRuleUnwritten = variable.isRuleUnwritten || rule;
+  variable.isHistoryUnwritten = variable.isHistoryUnwritten || history;
 }
 
 std::int64_t ResidentUnit::TakeRowCount() noexcept { return std::exchange(rowCount_, 0); }
@@ -289,44 +276,50 @@ void ResidentUnit::Append(SourceRows& rows) {
   const std::size_t ruleCount = rows.rules.size();
   const std::size_t historyCount = rows.histories.size();
   try {
-    for (const auto& [place, what] : unwritten_) AppendRows(variables_[place], what, rows);
+    for (const std::uint32_t place : unwritten_) AppendRows(variables_[place], rows);
   } catch (...) {
     rows.rules.resize(ruleCount);
     rows.histories.resize(historyCount);
     throw;
   }
   writing_.swap(unwritten_);
+  for (const std::uint32_t place : writing_) {
+    ResidentVariable& variable = variables_[place];
+    variable.isRuleBeingWritten = std::exchange(variable.isRuleUnwritten, false);
+    variable.isHistoryBeingWritten = std::exchange(variable.isHistoryUnwritten, false);
+  }
 }
 
 // A rule carries its history, so that it never is on disk without it.
-void ResidentUnit::AppendRows(const ResidentVariable& variable, const Unwritten& what,
-                              SourceRows& rows) const {
+void ResidentUnit::AppendRows(const ResidentVariable& variable, SourceRows& rows) const {
   ObjectDefine object;
   object.deviceName = key_.deviceName;
   object.interfaceValue = interfaces_[variable.interface];
-  std::string history = what.history ? variable.history.ToText() : std::string();
-  const bool isCarried = what.rule && !history.empty();
-  if (what.rule) {
-    ObjectRuleData& row = rows.rules.emplace_back();
-    const auto record = variable.Record();
+  std::string history = variable.isHistoryUnwritten ? variable.history.ToText() : std::string();
+  const bool isCarried = variable.isRuleUnwritten && !history.empty();
+  if (variable.isRuleUnwritten) {
+    const auto record = std::make_shared<RuleDefinitionData>();
+    variable.FillRecord(*record);
     if (isCarried) record->history = std::move(history);
+    ObjectRuleData& row = rows.rules.emplace_back();
     row.definitions.emplace(variable.name, record);
     row.object = object;
-    row.object.nodePathSchema = what.nodePathSchema;
+    row.object.nodePathSchema = schemas_[variable.schema];
     row.variableSource = key_.variableSource;
     row.variableParam = key_.variableParam;
   }
-  if (!what.history || isCarried) return;
+  if (!variable.isHistoryUnwritten || isCarried) return;
   rows.histories.push_back({std::move(history), std::move(object), key_.variableSource,
                             variable.name, key_.variableParam, kVariableSourceParser});
 }
 
 void ResidentUnit::Written(bool isOnDisk) noexcept {
   const MutexLock lock(mutex_);
-  if (!isOnDisk) {
-    // What has come since is newer.
-    Merge(unwritten_, writing_);
-    unwritten_.swap(writing_);
+  for (const std::uint32_t place : writing_) {
+    ResidentVariable& variable = variables_[place];
+    const bool rule = std::exchange(variable.isRuleBeingWritten, false);
+    const bool history = std::exchange(variable.isHistoryBeingWritten, false);
+    if (!isOnDisk) NoteUnwritten(place, rule, history);
   }
   writing_.clear();
 }

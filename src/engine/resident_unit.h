@@ -4,7 +4,6 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -25,7 +24,13 @@ struct ResidentVariable {
   std::uint32_t interface = 0;  // its place among the unit's interfaces
   // The place of the variable that came behind it the last time.
   mutable std::uint32_t next = 0;
+  std::uint32_t schema = 0;  // of its newest rule row: its place among the unit's schemas
   bool hasRule = false;
+  // What of it is not on disk; guarded by the unit's mutex.
+  bool isRuleUnwritten = false;
+  bool isHistoryUnwritten = false;
+  bool isRuleBeingWritten = false;
+  bool isHistoryBeingWritten = false;
   std::int32_t ruleType = kRuleTypeNone;
   std::int32_t generateType = kRuleLearned;
   std::int32_t variableType = -1;
@@ -33,24 +38,24 @@ struct ResidentVariable {
   std::string ruleParam;
   PackedHistory history;
 
-  /// The record that reading the row of the rule table gives.
-  std::shared_ptr<RuleDefinitionData> Record() const;
+  /// Gives a new record what reading the row of the rule table gives.
+  void FillRecord(RuleDefinitionData& record) const;
 };
 
-/// A rule that a run works on, over a unit in memory: the record, and the history that has
-/// become of it. Whatever history text the record has counts more.
+/// A rule that a run has changed, over a unit in memory: the record, and the history that it
+/// carries. Whatever history text the record has counts more.
 struct ResidentCopy {
   std::shared_ptr<RuleDefinitionData> record;
-  std::shared_ptr<HistoryDataBase> history;
+  PackedHistory history;
 };
 
 /// A row that a run has for a unit in memory.
 struct ResidentRow {
+  const ResidentVariable* stored = nullptr;  // nullptr: its names
   std::string interfaceValue;
   std::string variableName;
-  std::shared_ptr<ResidentCopy> rule;        // empty: a history alone
-  std::shared_ptr<HistoryDataBase> history;  // of a history alone; empty: its text
-  std::string historyText;
+  std::shared_ptr<ResidentCopy> rule;  // empty: a history alone
+  PackedHistory history;               // of a history alone
 };
 
 /// The rules and histories of one unit (a device, source and parameter of a domain) that stay
@@ -105,7 +110,7 @@ class ResidentUnit {
   /// Takes in the rows of one run, all or, for want of memory, none: the rules with the
   /// histories that they carry, then the histories, the later row of a key in the place of an
   /// earlier one. `nodePathSchema` goes into the rows of rules.
-  void Apply(const std::vector<ResidentRow>& rules, const std::vector<ResidentRow>& histories,
+  void Apply(std::vector<ResidentRow>& rules, std::vector<ResidentRow>& histories,
              const std::string& nodePathSchema);
   /// How many rows have been applied since the last call.
   std::int64_t TakeRowCount() noexcept;
@@ -119,14 +124,7 @@ class ResidentUnit {
   void Written(bool isOnDisk) noexcept;
 
  private:
-  /// What of a variable is not written.
-  struct Unwritten {
-    bool rule = false;
-    bool history = false;
-    std::string nodePathSchema;  // of its newest rule row
-  };
-  using UnwrittenMap = std::map<std::uint32_t, Unwritten>;  // by the place of the variable
-  struct Change;
+  using Places = std::vector<std::uint32_t>;
 
   static std::uint64_t KeyOf(std::string_view interfaceValue, std::string_view variableName);
   bool IsAt(std::uint32_t place, std::string_view interfaceValue,
@@ -134,25 +132,29 @@ class ResidentUnit {
   bool FindPlace(std::string_view interfaceValue, std::string_view variableName,
                  std::uint32_t& place) const;
   std::uint32_t PlaceOf(const std::string& interfaceValue, const std::string& variableName);
+  Places PlacesOf(const std::vector<ResidentRow>& rows);
+  std::uint32_t SchemaOf(const std::string& nodePathSchema);
   void Reserve(std::size_t count);
   void Pack();
   std::uint32_t InterfaceOf(const std::string& interfaceValue) KS_REQUIRES(mutex_);
   static std::size_t HeapOf(const ResidentVariable& variable) noexcept;
-  PackedHistory Stored(const std::shared_ptr<HistoryDataBase>& history,
-                       const std::string& text) const;
-  void Take(Change& change) noexcept KS_REQUIRES(mutex_);
-  void AppendRows(const ResidentVariable& variable, const Unwritten& what, SourceRows& rows) const
+  void TakeRule(std::uint32_t place, ResidentCopy& rule, std::uint32_t schema) noexcept
       KS_REQUIRES(mutex_);
-  static void Merge(UnwrittenMap& newer, UnwrittenMap& into) noexcept;
+  void TakeHistory(std::uint32_t place, PackedHistory& history) noexcept KS_REQUIRES(mutex_);
+  void NoteUnwritten(std::uint32_t place, bool rule, bool history) noexcept KS_REQUIRES(mutex_);
+  void AppendRows(const ResidentVariable& variable, SourceRows& rows) const KS_REQUIRES(mutex_);
 
   const UnitKey key_;
-  mutable Mutex mutex_;  // guards unwritten_ and writing_, and what changes else; innermost
+  mutable Mutex mutex_;  // guards what follows while it changes; innermost
   // Read without the lock by the thread of the run, which alone changes them.
   std::vector<std::string> interfaces_;
+  std::vector<std::string> schemas_;  // texts of rule rows; mostly one
   std::vector<ResidentVariable> variables_;
   boost::unordered_flat_map<std::uint64_t, std::uint32_t> places_;  // the first of each key
-  UnwrittenMap unwritten_ KS_GUARDED_BY(mutex_);
-  UnwrittenMap writing_ KS_GUARDED_BY(mutex_);  // taken by the writer
+  // Variables with what is not on disk, and those that the writer has taken; both have room for
+  // all variables.
+  Places unwritten_ KS_GUARDED_BY(mutex_);
+  Places writing_ KS_GUARDED_BY(mutex_);
   bool areRulesLoaded_ = false;
   bool areHistoriesLoaded_ = false;
   bool isRefused_ = false;

@@ -12,12 +12,13 @@ bool TakenDefinition::TakeType(std::int32_t variableType) const {
   return true;
 }
 
-void TakenDefinition::TakeHistory(const PackedHistory& stored, EnumKSDataType dataType) {
-  if (const auto text = stored.Text()) {
+void TakenDefinition::TakeHistory(const PackedHistory& kept, EnumKSDataType dataType,
+                                  Workbench& bench) {
+  if (const auto text = kept.Text()) {
     history = *text;
   } else {
-    points = stored.Open(dataType);
-    if (!points) HoldHistory(stored.ToText());
+    points = bench.History(kept, dataType);
+    if (!points) HoldHistory(kept.ToText());
   }
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "engine/resident_unit.h"
+#include "engine/workbench.h"
 #include "keelstone/history_data.h"
 #include "keelstone/rule_records.h"
 #include "model/history/packed_history.h"
@@ -35,12 +36,17 @@ class TakenDefinition {
     heldHistory_ = std::move(text);
     history = heldHistory_;
   }
-  /// Takes a history that is kept in memory, as far as it is one of this type as points; it
-  /// must stay as it is like any other.
-  void TakeHistory(const PackedHistory& stored, EnumKSDataType dataType);
+  /// Takes a history that is kept in memory, as points where it is one of this type; it must
+  /// stay as it is like any other.
+  void TakeHistory(const PackedHistory& kept, EnumKSDataType dataType, Workbench& bench);
   /// Whether values of this type code are the definition's. One that knows none yet takes
   /// this one, the record too.
   bool TakeType(std::int32_t variableType) const;
+  /// Over a unit in memory: the record is one that has changed from here on.
+  ResidentCopy& Change() const {
+    if (!changed) changed = std::make_shared<ResidentCopy>(ResidentCopy{record(), {}});
+    return *changed;
+  }
   /// Puts rule, parameter and history of a copy into the record.
   void WriteBack() const;
 
@@ -48,8 +54,11 @@ class TakenDefinition {
   std::shared_ptr<RuleDefinitionData> shared;  // the record; empty while the definition is new
   std::string_view history;                    // what is known of the variable so far
   std::shared_ptr<HistoryDataBase> points;     // in the place of the text
-  std::shared_ptr<ResidentCopy> resident;      // over a unit in memory: what is stored in the end
-  bool isNew = false;                          // its rule is to be reported
+  // Over a unit in memory: what is stored of the variable, and its rule once it has changed.
+  const ResidentVariable* stored = nullptr;
+  mutable std::shared_ptr<ResidentCopy> changed;
+  Workbench* workbench = nullptr;
+  bool isNew = false;  // its rule is to be reported
 
  private:
   std::string heldHistory_;

@@ -23,6 +23,16 @@ bool KSNumercialDataFeature<T>::Calculate(const std::shared_ptr<HistoryDataBase>
 }
 
 template <class T>
+void KSNumercialDataFeature<T>::Clear() noexcept {
+  count = zeroDeltaCount = negativeDeltaCount = 0;
+  mean = std = maxDelta = lastNegativeDelta = 0.0;
+  maxValue = minValue = T{};
+  lastPoint = {};
+  valueCounts.Clear();
+  points.clear();
+}
+
+template <class T>
 double KSNumercialDataFeature<T>::SumFirstPass() {
   using Traits = NumericTraits<T>;
   T previous = points.front().value;

@@ -125,6 +125,12 @@ void PointHistory<Point>::TakePoints(std::vector<Point> points) {
 }
 
 template <class Point>
+std::vector<Point> PointHistory<Point>::ReleasePoints() noexcept {
+  Clear(listText_);
+  return std::exchange(points_, {});
+}
+
+template <class Point>
 std::string PointHistory<Point>::ToString() const {
   std::string text;
   PointHistory::WriteTo(text);

@@ -42,7 +42,7 @@ bool IsPlain(T value) {
 
 /// What comes first in the bytes of points.
 struct PackedHistory::Head {
-  std::int64_t base = 0;  // numbers: the earliest time; strings: the newest one
+  std::int64_t base = 0;  // of numbers: the earliest time
   std::uint32_t count = 0;
   bool isWide = false;  // times do not fit 32 bits behind the earliest
 };
@@ -92,17 +92,10 @@ struct PackedHistory::NumberFormat {
     return head.base + Get<std::uint32_t>(times + i * sizeof(std::uint32_t));
   }
 
-  static std::int64_t Newest(const Head& head, const char* body) {
-    return TimeAt(head, body, head.count - 1);
-  }
-
-  static Points Read(const Head& head, const char* body) {
-    Points points;
-    points.reserve(head.count + 1);  // mostly one more joins
+  static void Read(const Head& head, const char* body, Points& points) {
     for (std::size_t i = 0; i < head.count; ++i) {
       points.emplace_back(TimeAt(head, body, i), Get<T>(body + i * sizeof(T)));
     }
-    return points;
   }
 };
 
@@ -113,8 +106,7 @@ struct PackedHistory::StringFormat {
   using Points = std::vector<Point>;
   static constexpr std::size_t kPointHead = sizeof(std::int64_t) + sizeof(std::uint32_t);
 
-  static bool Measure(const Points& points, Head& head, std::size_t& size) {
-    head.base = points.back().time;
+  static bool Measure(const Points& points, Head&, std::size_t& size) {
     for (const Point& point : points) {
       const bool fits = point.value.size() <= std::numeric_limits<std::uint32_t>::max();
       if (!fits || !StandsAsItIs(point.value)) return false;
@@ -131,11 +123,7 @@ struct PackedHistory::StringFormat {
     }
   }
 
-  static std::int64_t Newest(const Head& head, const char*) { return head.base; }
-
-  static Points Read(const Head& head, const char* body) {
-    Points points;
-    points.reserve(head.count + 1);
+  static void Read(const Head& head, const char* body, Points& points) {
     for (std::size_t i = 0; i < head.count; ++i) {
       const auto time = Get<std::int64_t>(body);
       const auto size = Get<std::uint32_t>(body + sizeof time);
@@ -143,12 +131,14 @@ struct PackedHistory::StringFormat {
       points.emplace_back(time, std::string(body, size));
       body += size;
     }
-    return points;
   }
 };
 
-PackedHistory::PackedHistory(Kind kind, std::size_t size)
-    : data_(new char[size]), size_(size), kind_(kind) {}
+PackedHistory::PackedHistory(Kind kind, std::size_t size) : kind_(kind) {
+  if (size > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
+  data_.reset(new char[size]);
+  size_ = static_cast<std::uint32_t>(size);
+}
 
 PackedHistory PackedHistory::OfText(std::string_view text) {
   PackedHistory packed(Kind::kText, text.size());
@@ -201,6 +191,7 @@ PackedHistory PackedHistory::OfPoints(const HistoryDataBase& history, Kind kind)
   PackedHistory packed(kind, sizeof head + size);
   std::memcpy(packed.data_.get(), &head, sizeof head);
   Format::Write(points, head, packed.data_.get() + sizeof head);
+  packed.newest_ = points.back().time;
   return packed;
 }
 
@@ -212,7 +203,15 @@ PackedHistory PackedHistory::Of(const HistoryDataBase& history) {
   return packed.IsThere() ? std::move(packed) : OfText(history.ToString());
 }
 
-PackedHistory::Head PackedHistory::ReadHead() const { return Get<Head>(data_.get()); }
+template <class Format>
+void PackedHistory::Fill(typename Format::History& history) const {
+  const auto head = Get<Head>(data_.get());
+  auto points = history.ReleasePoints();
+  points.clear();
+  points.reserve(head.count + std::size_t{1});  // mostly one more joins
+  Format::Read(head, data_.get() + sizeof head, points);
+  history.TakePoints(std::move(points));
+}
 
 std::optional<std::string_view> PackedHistory::Text() const noexcept {
   if (kind_ != Kind::kText) return std::nullopt;
@@ -223,8 +222,9 @@ std::string PackedHistory::ToText() const {
   if (kind_ == Kind::kNone) return {};
   if (kind_ == Kind::kText) return std::string(*Text());
   return WithFormat(kind_, [this](const auto& format) {
-    typename std::decay_t<decltype(format)>::History history;
-    history.TakePoints(format.Read(ReadHead(), data_.get() + sizeof(Head)));
+    using Format = std::decay_t<decltype(format)>;
+    typename Format::History history;
+    Fill<Format>(history);
     return history.ToString();
   });
 }
@@ -252,11 +252,21 @@ void PackedHistory::Pack() {
 }
 
 std::shared_ptr<HistoryDataBase> PackedHistory::Open(EnumKSDataType dataType) const {
+  std::shared_ptr<HistoryDataBase> none;
+  return OpenInto(none, dataType);
+}
+
+std::shared_ptr<HistoryDataBase> PackedHistory::OpenInto(std::shared_ptr<HistoryDataBase>& spare,
+                                                         EnumKSDataType dataType) const {
   if (kind_ == Kind::kText || kind_ != KindOf(dataType)) return nullptr;
-  return WithFormat(kind_, [this](const auto& format) -> std::shared_ptr<HistoryDataBase> {
-    auto history = std::make_shared<typename std::decay_t<decltype(format)>::History>();
-    history->TakePoints(format.Read(ReadHead(), data_.get() + sizeof(Head)));
-    return history;
+  return WithFormat(kind_, [&](const auto& format) -> std::shared_ptr<HistoryDataBase> {
+    using Format = std::decay_t<decltype(format)>;
+    using History = typename Format::History;
+    if (!spare || spare.use_count() > 1 || spare->dataType != dataType) {
+      spare = std::make_shared<History>();
+    }
+    Fill<Format>(static_cast<History&>(*spare));
+    return spare;
   });
 }
 
@@ -268,9 +278,7 @@ std::optional<std::int64_t> PackedHistory::NewestTime(EnumKSDataType dataType) c
 
 std::optional<std::int64_t> PackedHistory::GuessNewest() const {
   if (kind_ == Kind::kText) return GuessNewestTime(*Text());
-  return WithFormat(kind_, [this](const auto& format) -> std::optional<std::int64_t> {
-    return format.Newest(ReadHead(), data_.get() + sizeof(Head));
-  });
+  return kind_ == Kind::kNone ? std::nullopt : std::optional(newest_);
 }
 
 }  // namespace keelstone

@@ -38,6 +38,10 @@ class PackedHistory {
   void Pack();
   /// The history, without its text; empty unless its points of this type are kept.
   std::shared_ptr<HistoryDataBase> Open(EnumKSDataType dataType) const;
+  /// The same; `spare` is used for it if it is of this type and nobody else's, and is what is
+  /// answered afterwards.
+  std::shared_ptr<HistoryDataBase> OpenInto(std::shared_ptr<HistoryDataBase>& spare,
+                                            EnumKSDataType dataType) const;
   /// NewestTimeOfOwnText of the text.
   std::optional<std::int64_t> NewestTime(EnumKSDataType dataType) const;
   /// GuessNewestTime of the text.
@@ -60,10 +64,12 @@ class PackedHistory {
   static PackedHistory OfPoints(const HistoryDataBase& history, Kind kind);
   static Kind KindOf(EnumKSDataType dataType) noexcept;
   static std::shared_ptr<HistoryDataBase> ReadOwnText(std::string_view text);
-  Head ReadHead() const;
+  template <class Format>
+  void Fill(typename Format::History& history) const;
 
   std::unique_ptr<char[]> data_;
-  std::size_t size_ = 0;
+  std::int64_t newest_ = 0;  // of points
+  std::uint32_t size_ = 0;
   Kind kind_ = Kind::kNone;
 };
 
