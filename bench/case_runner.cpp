@@ -1,8 +1,7 @@
 #include "bench/case_runner.h"
 
-#include <time.h>
-
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <stdexcept>
 

@@ -126,7 +126,7 @@ Rounds ReadAndWriteRounds(EnumKSDataType dataType, const BenchSettings& settings
     const std::size_t count = material->texts.size();
     std::vector<std::string> ours(count);
     std::vector<std::string> theirs(count);
-    const Sample sample = TimeInTurn(
+    Sample sample = TimeInTurn(
         Clock::kProcessor, count,
         [&] {
           for (std::size_t i = 0; i < count; ++i) {

@@ -1,9 +1,9 @@
 #include "bench/work_root.h"
 
 #include <linux/magic.h>
-#include <stdlib.h>
 #include <sys/vfs.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <system_error>
 

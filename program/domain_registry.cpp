@@ -29,7 +29,7 @@ bool DomainRegistry::NoteFault(const std::string& id, const std::string& why) {
 }
 
 void DomainRegistry::Refuse(Entry& entry) {
-  auto refused = std::make_unique<Domain>();
+  auto refused = std::make_unique<DomainSnapshot>();
   refused->id = entry.domain.id;
   refused->usable = false;
   entry.refused = std::move(refused);
@@ -61,20 +61,20 @@ bool DomainRegistry::PrepareFiles(const std::string& id, bool& isComplete) {
   return true;
 }
 
-const Domain* DomainRegistry::Find(const std::string& id) {
+const DomainSnapshot* DomainRegistry::Find(const std::string& id) {
   if (const auto known = entries_.find(id); known != entries_.end()) {
     const Entry& entry = *known->second;
     return entry.refused ? entry.refused.get() : &entry.domain;
   }
   auto entry = std::make_unique<Entry>();
-  Domain& domain = entry->domain;
+  DomainSnapshot& domain = entry->domain;
   bool isComplete = false;
   if (!PrepareFiles(id, isComplete)) {
     domain.id = id;
     Refuse(*entry);
     return entries_.emplace(id, std::move(entry)).first->second->refused.get();
   }
-  domain = Domain::Of(id);
+  domain = DomainSnapshot::Of(id);
   if (!domain.engineOn) {
     console_.Say(Named(id) +
                  " has its engine switched off (EnableKSFunction): nothing of it is "

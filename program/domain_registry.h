@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "keelstone/domain.h"
+#include "keelstone/domain_snapshot.h"
 #include "keelstone/run_line.h"
 #include "program/console.h"
 
@@ -28,7 +28,7 @@ class DomainRegistry {
 
   /// The domain. One whose databases cannot be used is not `usable`, and TakeFaults says
   /// why. What else a person should know of the domain is said once.
-  const Domain* Find(const std::string& id);
+  const DomainSnapshot* Find(const std::string& id);
 
   /// Takes down which variables of the run have no definition yet. The first type code
   /// of a variable that is taken down holds.
@@ -56,8 +56,8 @@ class DomainRegistry {
   using TextMap = std::unordered_map<std::string, Mapped, TextHash, std::equal_to<>>;
 
   struct Entry {
-    Domain domain;
-    std::unique_ptr<const Domain> refused;  // takes its place from when it is not usable
+    DomainSnapshot domain;
+    std::unique_ptr<const DomainSnapshot> refused;  // takes its place from when it is not usable
     TextMap<NameSet> defined;               // source → names known to be defined
     std::vector<RuleDefinitionData> noted;  // to be defined, in input order
   };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "base/text/utf8.h"
 #include "base/threads/thread_owned.h"
@@ -23,6 +22,28 @@ void Remember(const char* what) noexcept {
   }
 }
 
+ks_status StatusOf(DomainFault::Kind kind) noexcept {
+  switch (kind) {
+    case DomainFault::Kind::kNone:
+      return KS_OK;
+    case DomainFault::Kind::kState:
+      return KS_ERROR_STATE;
+    case DomainFault::Kind::kInput:
+      return KS_ERROR_INPUT;
+    case DomainFault::Kind::kDatabase:
+      return KS_ERROR_DATABASE;
+    case DomainFault::Kind::kWrite:
+      return KS_ERROR_WRITE;
+    case DomainFault::Kind::kMemory:
+      return KS_ERROR_MEMORY;
+    case DomainFault::Kind::kForked:
+      return KS_USAGE;
+    case DomainFault::Kind::kInternal:
+      break;
+  }
+  return KS_ERROR_INTERNAL;
+}
+
 ks_status RememberAs(ks_status status, const char* what) noexcept {
   Remember(what);
   return status;
@@ -35,15 +56,15 @@ ks_status RememberFailure() noexcept {
     throw;
   } catch (const Failure& failure) {
     return RememberAs(failure.status(), failure.what());
-  } catch (const std::bad_alloc&) {
-    return RememberAs(KS_ERROR_MEMORY, "out of memory");
-  } catch (const std::length_error&) {
-    return RememberAs(KS_ERROR_MEMORY, "out of memory: a text is too long");
-  } catch (const std::exception& error) {
-    return RememberAs(KS_ERROR_INTERNAL, error.what());
   } catch (...) {
-    return RememberAs(KS_ERROR_INTERNAL, "an exception that says nothing");
+    const DomainFault fault = CaughtFault();
+    return RememberAs(StatusOf(fault.kind),
+                      fault.text.empty() ? "out of memory" : fault.text.c_str());
   }
+}
+
+void Require(const DomainFault& fault) {
+  if (fault) throw Failure(StatusOf(fault.kind), fault.text);
 }
 
 const char* RememberedFailure() noexcept { return lastFailure; }

@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "base/threads/fork_gate.h"
+#include "host/call_guard.h"
+#include "keelstone/domain_fault.h"
 #include "keelstone/keelstone.h"
 
 /// What every call of the C interface has in common: its answer, its message, its texts.
@@ -22,6 +24,9 @@ class Failure : public std::runtime_error {
   ks_status status_;
 };
 
+/// Ends a call as one of the library behind it has ended; does nothing where that went well.
+void Require(const DomainFault& fault);
+
 /// For a catch block: the status of what was thrown, whose words this thread remembers.
 ks_status RememberFailure() noexcept;
 /// What RememberFailure noted last on this thread.
@@ -32,9 +37,7 @@ template <class Body>
 ks_status Call(const Body& body) noexcept {
   const ForkGate::Inside inside;
   try {
-    if (!ForkGate::IsUsable()) {
-      throw Failure(KS_ERROR_STATE, "this process is the child of a fork() in a log callback");
-    }
+    RequireUsableProcess();
     body();
     return KS_OK;
   } catch (...) {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -37,7 +38,7 @@ class HandleTable {
     Shard& shard = ShardOf(number);
     const MutexLock lock(shard.mutex);
     shard.objects.emplace(number, std::move(object));
-    return reinterpret_cast<Handle*>(number);
+    return reinterpret_cast<Handle*>(number);  // NOLINT(performance-no-int-to-ptr)
   }
 
   /// The open object; Failure when there is none.
@@ -65,16 +66,18 @@ class HandleTable {
   void Forget() {
     for (Shard& shard : shards_) {
       const MutexLock lock(shard.mutex);
-      shard.objects.clear();
+      // What they hold is the parent's to give back, and may need locks that are not free here.
+      parents_.push_back(std::exchange(shard.objects, {}));
     }
     firstOfProcess_.store(next_.load());
   }
 
   static constexpr std::uintptr_t kStep = 16;
 
+  using Objects = std::unordered_map<std::uintptr_t, std::shared_ptr<Object>>;
   struct Shard {
     Mutex mutex;  // guards objects; innermost
-    std::unordered_map<std::uintptr_t, std::shared_ptr<Object>> objects KS_GUARDED_BY(mutex);
+    Objects objects KS_GUARDED_BY(mutex);
   };
 
   Shard& ShardOf(std::uintptr_t number) { return shards_[number / kStep % shards_.size()]; }
@@ -92,6 +95,7 @@ class HandleTable {
   std::atomic<std::uintptr_t> next_{1};
   std::atomic<std::uintptr_t> firstOfProcess_{0};  // those below it were a parent's
   std::array<Shard, 16> shards_;
+  std::list<Objects> parents_;  // of the processes before this one
 };
 
 }  // namespace keelstone::c

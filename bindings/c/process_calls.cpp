@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <string>
 
 #include "bindings/c/call.h"
-#include "bindings/c/domain_handle.h"
 #include "bindings/c/log_sink.h"
+#include "host/root_use.h"
+#include "keelstone/domain.h"
 #include "keelstone/filesystem.h"
 #include "keelstone/ini_reader.h"
 #include "keelstone/logger.h"
@@ -64,6 +66,10 @@ ks_status ks_set_interval_time(int32_t seconds) {
                                         "conf/fix_frontserver.ini; the log says why");
     }
   });
+}
+
+ks_status ks_set_memory(uint64_t bytes) {
+  return Call([&] { Domain::SetMemory(std::min<uint64_t>(bytes, SIZE_MAX)); });
 }
 
 ks_status ks_set_logger(ks_log_callback callback, void* user) {

@@ -20,13 +20,6 @@ constexpr std::size_t kLeastGoldenValue =
     offsetof(ks_golden_value, variable_type) + sizeof(ks_golden_value::variable_type);
 constexpr std::size_t kLeastAlert = offsetof(ks_alert, reserved) + sizeof(ks_alert::reserved);
 
-template <class Item>
-const Item& At(const std::vector<Item>& items, std::size_t index) {
-  if (index < items.size()) return items[index];
-  throw Failure(KS_ERROR_ARGUMENT, "index " + std::to_string(index) + " is beyond the " +
-                                       std::to_string(items.size()) + " items that there are");
-}
-
 const char* NameOf(std::int32_t ruleType) {
   return RuleTypeName(static_cast<EnumRuleType>(ruleType));
 }
@@ -58,16 +51,16 @@ using namespace keelstone::c;
 ks_status ks_run_summary(ks_run* run, ks_summary* summary, size_t size) {
   return Call([&] {
     const RunEntry inside(run);
-    const RunOutcome& outcome = inside->Outcome();
+    const Findings& found = inside->Found();
     ks_summary given{};
-    given.variables = outcome.variables;
-    given.rejected = outcome.rejected.size();
-    given.rules = outcome.results->GetKSRuleUpdateResults().size();
-    given.golden_values = outcome.results->GetKSValueUpdateResults().size();
-    given.alerts = outcome.results->GetKSAlertResults().size();
-    given.blocked = outcome.blocked ? 1 : 0;
-    given.engine_on = inside->IsEngineOn() ? 1 : 0;
-    given.repeated = outcome.repeated;
+    given.variables = found.variables();
+    given.rejected = found.refused().size();
+    given.rules = found.results().GetKSRuleUpdateResults().size();
+    given.golden_values = found.results().GetKSValueUpdateResults().size();
+    given.alerts = found.results().GetKSAlertResults().size();
+    given.blocked = found.isBlocked() ? 1 : 0;
+    given.engine_on = found.isEngineOn() ? 1 : 0;
+    given.repeated = found.repeated();
     GiveStructure(given, summary, size, kLeastSummary, "summary");
   });
 }
@@ -96,7 +89,7 @@ ks_status ks_run_rejected(ks_run* run, size_t index, const char** name) {
   return Call([&] {
     const RunEntry inside(run);
     const char*& given = Required(name, "name");
-    given = At(inside->Outcome().rejected, index).c_str();
+    given = At(inside->Found().refused(), index).name.c_str();
   });
 }
 
@@ -110,7 +103,7 @@ ks_status ks_run_refusal(ks_run* run, size_t index, ks_refusal* refusal, size_t 
 ks_status ks_run_rule_update(ks_run* run, size_t index, ks_rule_update* item, size_t size) {
   return Call([&] {
     const RunEntry inside(run);
-    const auto& found = *At(inside->Outcome().results->GetKSRuleUpdateResults(), index);
+    const auto& found = *At(inside->Found().results().GetKSRuleUpdateResults(), index);
     auto given = Common<ks_rule_update>(found);
     given.parameter = found.strRuleAlgParam.c_str();
     GiveStructure(given, item, size, kLeastRuleUpdate, "item");
@@ -120,7 +113,7 @@ ks_status ks_run_rule_update(ks_run* run, size_t index, ks_rule_update* item, si
 ks_status ks_run_golden_value(ks_run* run, size_t index, ks_golden_value* item, size_t size) {
   return Call([&] {
     const RunEntry inside(run);
-    const auto& found = *At(inside->Outcome().results->GetKSValueUpdateResults(), index);
+    const auto& found = *At(inside->Found().results().GetKSValueUpdateResults(), index);
     auto given = Common<ks_golden_value>(found);
     given.value = found.strJsonValue.c_str();
     given.structure_id = found.strStructureId.c_str();
@@ -132,7 +125,7 @@ ks_status ks_run_golden_value(ks_run* run, size_t index, ks_golden_value* item, 
 ks_status ks_run_alert(ks_run* run, size_t index, ks_alert* item, size_t size) {
   return Call([&] {
     const RunEntry inside(run);
-    const KSAlertData& found = *At(inside->Outcome().results->GetKSAlertResults(), index);
+    const KSAlertData& found = *At(inside->Found().results().GetKSAlertResults(), index);
     const RunHandle::AlertTexts& texts = inside->TextsOfAlert(index);
     ks_alert given{};
     given.device = found.GetDeviceName().c_str();

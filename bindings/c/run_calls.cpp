@@ -1,13 +1,10 @@
-#include <charconv>
-#include <cmath>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
 
-#include "base/text/numbers.h"
 #include "bindings/c/run_handle.h"
-#include "bindings/c/table_text.h"
+#include "bindings/c/table_of.h"
 
 namespace keelstone::c {
 
@@ -32,37 +29,16 @@ ParsedRun RunOf(const ks_run_info& info, const std::string& domainId) {
   return run;
 }
 
-void Start(const DomainHandle& domain, ParsedRun run, ks_run*& handle) {
-  handle = RunTable::Instance().Open(std::make_shared<RunHandle>(std::move(run), domain));
+void Start(std::shared_ptr<DomainHandle> domain, ParsedRun run, ks_run*& handle) {
+  handle =
+      RunTable::Instance().Open(std::make_shared<RunHandle>(std::move(run), std::move(domain)));
 }
 
-void Add(const ks_run* handle, const char* name, const char* interfaceValue, EnumKSDataType type,
-         std::string valueText) {
+template <class Value>
+void Add(const ks_run* handle, const char* name, const char* interfaceValue, Value value) {
   const RunEntry run(handle);
-  VarInfo variable;
-  variable.variableName = RequiredText(name, "name");
-  variable.interfaceValue = Text(interfaceValue, "interface_value");
-  variable.dataType = type;
-  variable.variableType = RunLineReader::DefaultTypeCode(type);
-  variable.valueText = std::move(valueText);
-  run->Add(std::move(variable));
-}
-
-std::string FiniteText(double value) {
-  if (!std::isfinite(value)) throw Failure(KS_ERROR_INPUT, "the value is not finite");
-  std::string text;
-  AppendNumber(text, value);
-  return text;
-}
-
-/// The double with the fewest digits that is read back as this float, so that 0.1F is told
-/// as 0.1.
-double Widened(float value) {
-  char digits[32];
-  const auto written = std::to_chars(digits, digits + sizeof digits, value);
-  double wide = value;
-  std::from_chars(digits, written.ptr, wide);
-  return wide;
+  run->Add({std::string(RequiredText(name, "name")),
+            std::string(Text(interfaceValue, "interface_value")), std::move(value)});
 }
 
 }  // namespace
@@ -78,7 +54,7 @@ ks_status ks_run_start(ks_domain* domain, const ks_run_info* info, size_t size, 
     handle = nullptr;
     const auto opened = DomainTable::Instance().Find(domain);
     const ks_run_info known = TakeStructure(info, size, kLeastRunInfo, "info");
-    Start(*opened, RunOf(known, opened->id), handle);
+    Start(opened, RunOf(known, opened->domain.id()), handle);
   });
 }
 
@@ -87,15 +63,16 @@ ks_status ks_run_start_json(ks_domain* domain, const char* json, size_t length, 
     ks_run*& handle = Required(run, "run");
     handle = nullptr;
     const auto opened = DomainTable::Instance().Find(domain);
-    RunLineReader reader(opened->id);
+    const std::string& id = opened->domain.id();
+    RunLineReader reader(id);
     ParsedRun parsed;
     if (!reader.Read(RequiredText(json, "json", length), parsed)) {
       throw Failure(KS_ERROR_INPUT, reader.fault());
     }
-    if (parsed.domain != opened->id) {
+    if (parsed.domain != id) {
       throw Failure(KS_ERROR_INPUT, "domain: is not the one that the run is started in");
     }
-    Start(*opened, std::move(parsed), handle);
+    Start(opened, std::move(parsed), handle);
   });
 }
 
@@ -108,33 +85,29 @@ ks_status ks_run_close(ks_run* run) {
 
 ks_status ks_run_add_int64(ks_run* run, const char* name, const char* interface_value,
                            int64_t value) {
-  return Call([&] { Add(run, name, interface_value, KSDataInt64, std::to_string(value)); });
+  return Call([&] { Add(run, name, interface_value, value); });
 }
 
 ks_status ks_run_add_float(ks_run* run, const char* name, const char* interface_value,
                            float value) {
-  return Call([&] { Add(run, name, interface_value, KSDataFloat, FiniteText(Widened(value))); });
+  return Call([&] { Add(run, name, interface_value, value); });
 }
 
 ks_status ks_run_add_double(ks_run* run, const char* name, const char* interface_value,
                             double value) {
-  return Call([&] { Add(run, name, interface_value, KSDataDouble, FiniteText(value)); });
+  return Call([&] { Add(run, name, interface_value, value); });
 }
 
 ks_status ks_run_add_string(ks_run* run, const char* name, const char* interface_value,
                             const char* text, size_t length) {
-  return Call([&] {
-    Add(run, name, interface_value, KSDataString, std::string(RequiredText(text, "text", length)));
-  });
+  return Call(
+      [&] { Add(run, name, interface_value, std::string(RequiredText(text, "text", length))); });
 }
 
 ks_status ks_run_add_table(ks_run* run, const char* name, const char* interface_value,
                            const ks_table* table, size_t size) {
   return Call([&] {
-    const RunEntry inside(run);
-    const ks_table known = TakeStructure(table, size, kLeastTable, "table");
-    inside->AddJson(TableVariableJson(RequiredText(name, "name"),
-                                      Text(interface_value, "interface_value"), known));
+    Add(run, name, interface_value, TableOf(TakeStructure(table, size, kLeastTable, "table")));
   });
 }
 
@@ -155,4 +128,8 @@ ks_status ks_run_evaluate(ks_run* run) {
 
 ks_status ks_run_store(ks_run* run) {
   return Call([&] { RunEntry(run)->Store(); });
+}
+
+ks_status ks_run_discard(ks_run* run) {
+  return Call([&] { RunEntry(run)->Discard(); });
 }

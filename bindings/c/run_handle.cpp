@@ -1,13 +1,11 @@
 #include "bindings/c/run_handle.h"
 
-#include <new>
 #include <utility>
 
-#include "keelstone/domain.h"
+#include "host/append_value.h"
 #include "keelstone/expectation.h"
 #include "keelstone/json_reader.h"
 #include "keelstone/json_value.h"
-#include "keelstone/write_behind.h"
 
 namespace keelstone::c {
 
@@ -37,20 +35,22 @@ RunHandle::AlertTexts ReadAlert(const KSAlertData& alert) {
 
 }  // namespace
 
-RunHandle::RunHandle(ParsedRun run, const DomainHandle& domain)
-    : run_(std::move(run)),
-      enrolls_(domain.enrolls.load()),
-      stages_(domain.Stages()),
-      judged_(domain.judged),
-      reader_(run_.domain) {}
+// As the domain takes its values when the run starts.
+RunHandle::RunHandle(ParsedRun run, std::shared_ptr<DomainHandle> domain)
+    : run_(std::move(run)), domain_(std::move(domain)), reader_(run_.domain) {
+  how_.store = false;
+  how_.explain = false;
+  how_.enroll = domain_->domain.enrolls();
+  how_.stages = domain_->domain.stages();
+}
 
 void RunHandle::RequireNotEvaluated() const {
   if (isEvaluated_) throw Failure(KS_ERROR_STATE, "the run has been evaluated");
 }
 
-void RunHandle::Add(VarInfo variable) {
+void RunHandle::Add(RunValue value) {
   RequireNotEvaluated();
-  run_.variables.push_back(std::move(variable));
+  AppendValue(std::move(value), run_);
 }
 
 void RunHandle::AddJson(std::string_view json) {
@@ -62,90 +62,53 @@ void RunHandle::AddJson(std::string_view json) {
 
 void RunHandle::Explain() {
   RequireNotEvaluated();
-  explains_ = true;
-}
-
-void RunHandle::Enroll(const Domain& domain) const {
-  const auto missing = MissingDefinitions(run_, *domain.data);
-  if (!missing.empty() && !domain.data->AddRuleDefinitions(missing)) {
-    throw Failure(KS_ERROR_WRITE, "the variable rules of domain \"" + run_.domain +
-                                      "\" cannot be written; the log says why");
-  }
+  how_.explain = true;
 }
 
 void RunHandle::Evaluate() {
   RequireNotEvaluated();
-  const Domain domain = Domain::Of(run_.domain);
-  if (!domain.usable) {
-    throw Failure(KS_ERROR_DATABASE, "a database of domain \"" + run_.domain +
-                                         "\" cannot be used; the log says which and why");
-  }
-  if (enrolls_) Enroll(domain);
-  // A look-up finds the oldest pending row of a variable: the values of the run before
-  // would be missing in the history.
-  DBWriteWrapper& cache = *DBWriteWrapper::Instance();
-  if (domain.engineOn && cache.HasPendingRows(run_.domain, run_.device)) {
-    cache.WriteDomain(run_.domain);
-  }
-  RunRequest request;
-  request.onDemand = run_.onDemand;
-  request.explain = explains_;
-  request.stages = stages_;
-  request.judged = judged_->Of(run_);
-  outcome_ = EvaluateRun(run_, domain, request);
-  if (outcome_.lacksMemory) throw std::bad_alloc();
+  Findings found = domain_->domain.Evaluate(run_, how_);
+  Require(found.fault());
+  found_ = std::move(found);
   isEvaluated_ = true;
-  isEngineOn_ = domain.engineOn;
-  if (outcome_.results) return;
-  outcome_.results = std::make_shared<KSRuleUpdateResultData>();
-  if (domain.engineOn) throw Failure(KS_ERROR_INTERNAL, "nothing was evaluated; the log says why");
 }
 
-const RunOutcome& RunHandle::Outcome() const {
+const Findings& RunHandle::Found() const {
   if (!isEvaluated_) throw Failure(KS_ERROR_STATE, "the run has not been evaluated");
-  return outcome_;
+  return found_;
 }
 
 ks_refusal RunHandle::Refusal(std::size_t index) const {
-  const auto& refused = Outcome().refused;
-  if (index >= refused.size()) {
-    throw Failure(KS_ERROR_ARGUMENT, "index " + std::to_string(index) + " is beyond the " +
-                                         std::to_string(refused.size()) + " items that there are");
-  }
-  const VarInfo& variable = run_.variables[refused[index].variable];
-  return {run_.device.c_str(), run_.source.c_str(), variable.interfaceValue.c_str(),
-          variable.variableName.c_str(), refused[index].reason.c_str()};
+  const RefusedVariable& value = At(Found().refused(), index);
+  return {run_.device.c_str(), run_.source.c_str(), value.interfaceValue.c_str(),
+          value.name.c_str(), value.reason.c_str()};
 }
 
 void RunHandle::Store() {
-  Outcome();
-  if (isStored_) throw Failure(KS_ERROR_STATE, "the run has been stored");
-  isStored_ = true;
-  outcome_.Store();
-  if (outcome_.lacksMemory) throw std::bad_alloc();
+  Found();
+  Require(found_.Store());
+}
+
+void RunHandle::Discard() {
+  Found();
+  found_.Discard();
 }
 
 const std::string& RunHandle::ResultJson() {
-  const RunOutcome& outcome = Outcome();
-  if (json_.empty()) json_ = outcome.results->ToJsonString();
+  Found();
+  if (json_.empty()) json_ = found_.ToJsonString();
   return json_;
 }
 
 const std::string& RunHandle::ExplanationsJson() {
-  const RunOutcome& outcome = Outcome();
-  if (!explains_) throw Failure(KS_ERROR_STATE, "the run was not told to explain");
-  if (explanationsJson_.empty()) {
-    JsonValue list(JsonType::Array);
-    for (const KSAlertExplanation& explanation : outcome.explanations) {
-      list.append(explanation.ToJsonValue());
-    }
-    explanationsJson_ = list.toString();
-  }
+  Found();
+  if (!how_.explain) throw Failure(KS_ERROR_STATE, "the run was not told to explain");
+  if (explanationsJson_.empty()) explanationsJson_ = found_.ExplanationsToJsonString();
   return explanationsJson_;
 }
 
 const RunHandle::AlertTexts& RunHandle::TextsOfAlert(std::size_t index) {
-  const auto& alerts = Outcome().results->GetKSAlertResults();
+  const auto& alerts = Found().results().GetKSAlertResults();
   if (alertTexts_.empty()) {
     std::vector<AlertTexts> texts;
     texts.reserve(alerts.size());

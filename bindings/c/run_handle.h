@@ -10,10 +10,19 @@
 
 #include "bindings/c/domain_handle.h"
 #include "bindings/c/handle_table.h"
-#include "keelstone/run_evaluation.h"
+#include "keelstone/findings.h"
 #include "keelstone/run_line.h"
+#include "keelstone/run_values.h"
 
 namespace keelstone::c {
+
+/// The item; Failure beyond their number.
+template <class Item>
+const Item& At(const std::vector<Item>& items, std::size_t index) {
+  if (index < items.size()) return items[index];
+  throw Failure(KS_ERROR_ARGUMENT, "index " + std::to_string(index) + " is beyond the " +
+                                       std::to_string(items.size()) + " items that there are");
+}
 
 /// An open ks_run: first it takes values, then it is evaluated, then read and stored.
 /// Everything but `busy` belongs to the thread that has entered it (RunEntry).
@@ -23,18 +32,18 @@ class RunHandle {
   static constexpr const char* kHandleName = "the run";
 
   /// `run` without variables, or with some.
-  RunHandle(ParsedRun run, const DomainHandle& domain);
+  RunHandle(ParsedRun run, std::shared_ptr<DomainHandle> domain);
 
   // Each is a Failure when the run has been evaluated.
-  void Add(VarInfo variable);
+  void Add(RunValue value);
   void AddJson(std::string_view json);
   void Explain();
   void Evaluate();
 
   // Each is a Failure when it has not.
   void Store();
-  const RunOutcome& Outcome() const;
-  bool IsEngineOn() const noexcept { return isEngineOn_; }
+  void Discard();
+  const Findings& Found() const;
   /// The refused value; a Failure beyond their number.
   ks_refusal Refusal(std::size_t index) const;
   const std::string& ResultJson();
@@ -54,23 +63,17 @@ class RunHandle {
  private:
   friend class RunEntry;
   void RequireNotEvaluated() const;
-  void Enroll(const Domain& domain) const;
 
   std::atomic<bool> busy_{false};
   ParsedRun run_;
-  const bool enrolls_;
-  const IntakeStages stages_;
-  const std::shared_ptr<JudgedValues> judged_;
+  const std::shared_ptr<DomainHandle> domain_;
+  RunOptions how_;
   RunLineReader reader_;
-  bool explains_ = false;
   bool isEvaluated_ = false;
-  bool isStored_ = false;
-  bool isEngineOn_ = true;
-  RunOutcome outcome_;
+  Findings found_;
   std::string json_;
   std::string explanationsJson_;
   std::vector<AlertTexts> alertTexts_;  // as many as there are alerts, once they are asked for
-  RootUse use_;
 };
 
 using RunTable = HandleTable<ks_run, RunHandle>;

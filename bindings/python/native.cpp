@@ -108,6 +108,9 @@ class Run {
   void Store() {
     Released([&] { return ks_run_store(handle_); });
   }
+  void Discard() {
+    Released([&] { return ks_run_discard(handle_); });
+  }
   py::str Json() { return Text(&ks_run_json); }
   py::str Explanations() { return Text(&ks_run_explanations); }
   py::tuple Summary() {
@@ -267,6 +270,8 @@ PYBIND11_MODULE(_native, module) {
   module.def("set_root", [](const std::string& folder) { Check(ks_set_root(Terminated(folder))); });
   module.def("set_interval_time",
              [](std::int32_t seconds) { Check(ks_set_interval_time(seconds)); });
+  module.def("set_memory",
+             [](std::uint64_t bytes) { Released([&] { return ks_set_memory(bytes); }); });
   module.def("set_logger", &Logger::Set, py::arg("callback"));
   module.def("set_log_level", [](std::int32_t level) { Check(ks_set_log_level(level)); });
   module.def("flush", [] { Released([] { return ks_flush(); }); });
@@ -277,6 +282,7 @@ PYBIND11_MODULE(_native, module) {
       .def("add_json", &Run::AddJson)
       .def("evaluate", &Run::Evaluate)
       .def("store", &Run::Store)
+      .def("discard", &Run::Discard)
       .def("json", &Run::Json)
       .def("explain", &Run::Explain)
       .def("explanations", &Run::Explanations)

@@ -23,8 +23,14 @@
  * Threads. Calls marked [any thread] may be made from any number of threads at once, also
  * on one handle. Calls marked [one thread a run] may be made from every thread, but by one
  * at a time for each run; who comes second is answered with KS_ERROR_BUSY. Different runs
- * go side by side. Runs of one device are evaluated one after the other: two that are
- * evaluated at once do not see each other's values.
+ * go side by side, but those of one unit (device, source and parameter) one after the other,
+ * in the order of the calls of ks_run_evaluate. Each sees what those before it have stored:
+ * while a run is evaluated and not yet stored, discarded or closed, the next one of its unit
+ * waits in ks_run_evaluate. A thread that would wait for a run that it has evaluated itself,
+ * or for another thread that waits for one, is answered with KS_ERROR_STATE.
+ *
+ * Memory. What was learned of a unit stays in memory from run to run (ks_set_memory), and is
+ * written by a flush. What could not be written stays there and is tried again.
  *
  * Texts. What is handed in is UTF-8, is copied, and belongs to the caller. What is handed
  * out belongs to the library, ends with a NUL and must not be freed; each call says how long
@@ -55,7 +61,7 @@ extern "C" {
 #endif
 
 /* The number of this interface: raised when a call is added. */
-#define KS_API_VERSION 2
+#define KS_API_VERSION 3
 
 /* The number of the library that is loaded; not less than KS_API_VERSION. [any thread] */
 KS_API int32_t ks_api_version(void);
@@ -111,6 +117,14 @@ KS_API ks_status ks_set_root(const char* folder);
  */
 KS_API ks_status ks_set_interval_time(int32_t seconds);
 
+/*
+ * How many bytes (about) the rules and histories of devices that stay in memory from run to run
+ * may take, of all domains of the process; 256 MiB at first. Those that were not used for longest
+ * leave, written first. 0: none stays; each run reads what it needs, and what the run before it
+ * has left is written first. [any thread]
+ */
+KS_API ks_status ks_set_memory(uint64_t bytes);
+
 /* Severity of a log line. */
 enum {
   KS_LOG_PROGRESS = 0,
@@ -163,7 +177,8 @@ KS_API ks_status ks_domain_open(const char* id, ks_domain** domain);
 KS_API ks_status ks_domain_create(const char* id, const char* settings, ks_domain** domain);
 /*
  * Closes the handle. Runs that were started with it stay usable. Nothing is written: see
- * ks_domain_flush. [any thread]
+ * ks_domain_flush. With the last handle and run of the process the memory of the units goes,
+ * but for what is not written yet. [any thread]
  */
 KS_API ks_status ks_domain_close(ks_domain* domain);
 
@@ -221,8 +236,8 @@ KS_API ks_status ks_domain_define(ks_domain* domain, const char* source, const c
 
 /*
  * Writes what is pending of the domain and returns when it is on disk. KS_ERROR_WRITE: a
- * write failed meanwhile, of this or another domain. Without it the library writes what is
- * pending once a minute. [any thread]
+ * write failed meanwhile, of this or another domain, or rows were lost since the last flush of
+ * this handle. Without it the library writes what is pending once a minute. [any thread]
  */
 KS_API ks_status ks_domain_flush(ks_domain* domain);
 
@@ -237,9 +252,10 @@ enum {
 
 /*
  * Takes a delivered database over into the domain's own of the same kind: object rules are
- * merged row by row, the others replaced whole. The file `from` is only read. Runs that are
- * evaluated afterwards see it. KS_ERROR_DATABASE: nothing was taken over, or the file could
- * not be made smaller afterwards; the log says which and why. [any thread]
+ * merged row by row, the others replaced whole. The file `from` is only read. What is pending
+ * of the domain is written before (KS_ERROR_WRITE). Runs that are evaluated afterwards see
+ * it. KS_ERROR_DATABASE: nothing was taken over, or the file could not be made smaller
+ * afterwards; the log says which and why. [any thread]
  */
 KS_API ks_status ks_domain_merge(ks_domain* domain, int32_t database, const char* from);
 
@@ -339,17 +355,24 @@ KS_API ks_status ks_run_add_json(ks_run* run, const char* json, size_t length);
 KS_API ks_status ks_run_explain(ks_run* run);
 
 /*
- * Evaluates the run, once. What an earlier run of the device left pending is written first,
- * so that this run sees it. Results can be read from here on. KS_ERROR_DATABASE: a database
- * of the domain cannot be used; KS_ERROR_WRITE: the definitions of new variables could not be
- * written. Nothing was evaluated then, and it may be called again. [one thread a run]
+ * Evaluates the run, once, when its turn has come (see Threads). From here on results can be
+ * read, and the run has its unit, until it is stored, discarded or closed. KS_ERROR_DATABASE: a
+ * database of the domain cannot be used; KS_ERROR_WRITE: the definitions of new variables
+ * could not be written; KS_ERROR_STATE: it would wait for its own thread. Nothing was
+ * evaluated then, and it may be called again. [one thread a run]
  */
 KS_API ks_status ks_run_evaluate(ks_run* run);
 /*
- * Hands what was learned to the write-behind cache, once, after ks_run_evaluate; results
- * stay. A run that is not stored leaves no trace in the domain. [one thread a run]
+ * Keeps what was learned, once, after ks_run_evaluate: in memory, and on disk after the next
+ * flush. Results stay. A run that is not stored leaves no trace in the domain.
+ * [one thread a run]
  */
 KS_API ks_status ks_run_store(ks_run* run);
+/*
+ * Drops what was learned, after ks_run_evaluate, so that other runs of the unit need not wait for
+ * this one; results stay. Of no effect after ks_run_store. [one thread a run]
+ */
+KS_API ks_status ks_run_discard(ks_run* run);
 
 /* ---- Results: after ks_run_evaluate ---------------------------------------------------- */
 

@@ -54,6 +54,11 @@ class KEELSTONE_EXPORT ResidentStore {
   /// runs load.
   void LoadAhead(const std::string& domainId, const std::vector<UnitKey>& keys);
 
+  /// Another budget from here on. Units for which there is no room leave, as above.
+  void SetBudget(std::size_t budget);
+  /// Lets all units go that are written and are no run's now. Writes nothing.
+  void LetGo() noexcept;
+
   /// What is in memory now; a unit that is a run's counts as it was before the run.
   std::size_t bytes() const;
   std::size_t units() const;

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "keelstone/domain.h"
+#include "keelstone/domain_snapshot.h"
 #include "keelstone/explanation.h"
 #include "keelstone/export.h"
 #include "keelstone/intake_stages.h"
@@ -76,7 +76,7 @@ KEELSTONE_EXPORT std::int64_t CountLines(std::string_view text) noexcept;
 /// take is rejected, whatever goes wrong. When memory runs short the run as a whole is rejected.
 /// Any thread, but one run of a unit at a time. `data` is what was loaded of the unit ahead;
 /// without it, and where a store has the unit, the run loads for itself.
-KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain,
+KEELSTONE_EXPORT RunOutcome EvaluateRun(const ParsedRun& run, const DomainSnapshot& domain,
                                         const RunRequest& request,
                                         std::unique_ptr<UnitData> data = nullptr) noexcept;
 

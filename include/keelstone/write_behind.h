@@ -95,6 +95,9 @@ class KEELSTONE_EXPORT DBWriteWrapper {
   /// that another flush had taken. From within a flush (a host's log callback) it does
   /// nothing and answers 0.
   int WriteDomain(const std::string& domainId);
+  /// How many batches of rows that were handed over could not be written and were dropped, each
+  /// noted with GetFailedWriteCount, too.
+  std::uint64_t LostBatches() const noexcept;
   /// Writes everything that is pending, domain after domain in order of their ids, each in
   /// one commit; the log counts "BachCount" rows a line. Returns as WriteDomain does, also
   /// from within a flush.

@@ -169,7 +169,8 @@ void EvaluateJob::Flush(const std::string& domain) noexcept {
   }
 }
 
-RunWork::Units EvaluateJob::Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept {
+RunWork::Units EvaluateJob::Load(const DomainSnapshot& domain,
+                                 const std::vector<UnitKey>& keys) noexcept {
   try {
     if (!domain.engineOn || !domain.data) return {};
     if (!store_) return LoadUnits(*domain.data->GetObjectRuleTable(), keys);

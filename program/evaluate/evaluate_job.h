@@ -44,7 +44,7 @@ class EvaluateJob final : private RunWork {
   }
   bool Evaluate(host::Run& run) noexcept override;
   void Flush(const std::string& domain) noexcept override;
-  Units Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept override;
+  Units Load(const DomainSnapshot& domain, const std::vector<UnitKey>& keys) noexcept override;
   void Deliver(std::vector<std::unique_ptr<host::Run>>& runs) noexcept override;
 
   void OnSignal(int signal);

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "keelstone/domain.h"
+#include "keelstone/domain_snapshot.h"
 #include "keelstone/judged_values.h"
 #include "keelstone/run_line.h"
 #include "keelstone/unit_data.h"
@@ -27,7 +27,7 @@ struct RunTally {
 struct Run {
   ParsedRun parsed;
   std::string unitKey;  // AssignUnitKey
-  const Domain* domain = nullptr;
+  const DomainSnapshot* domain = nullptr;
   std::size_t bytes = 0;            // length of its line
   std::uint64_t inputPosition = 0;  // bytes of all inputs up to its end
 

@@ -23,7 +23,7 @@ UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.pa
 
 }  // namespace
 
-RunWork::Units RunWork::Load(const Domain&, const std::vector<UnitKey>&) noexcept { return {}; }
+RunWork::Units RunWork::Load(const DomainSnapshot&, const std::vector<UnitKey>&) noexcept { return {}; }
 
 RunScheduler::RunScheduler(RunWork& work, const Limits& limits)
     : work_(work), limits_(limits), queues_(workComes_) {
@@ -189,7 +189,7 @@ void RunScheduler::LoadIdleUnits(const InputBatch& batch) {
     std::vector<Run*> runs;
     std::vector<UnitKey> keys;
   };
-  std::map<const Domain*, Wanted> wanted;
+  std::map<const DomainSnapshot*, Wanted> wanted;
   try {
     const MutexLock lock(mutex_);
     if (isStopped_) return;
@@ -253,7 +253,7 @@ void RunScheduler::PerformFlush() {
 void RunScheduler::FlushAndLoad(const std::string& domain, UnitQueues::Unit* units) {
   std::vector<UnitQueues::Unit*> next;
   std::vector<UnitKey> keys;
-  const Domain* source = nullptr;
+  const DomainSnapshot* source = nullptr;
   try {
     for (UnitQueues::Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
       if (unit->head == nullptr || unit->head->domain == nullptr) continue;

@@ -38,7 +38,7 @@ class RunWork {
   /// Loads units ahead of their next runs, none of which is running or has rows pending;
   /// one element a key, or none at all: what is not loaded the runs load for themselves.
   /// Several threads at once.
-  virtual Units Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept;
+  virtual Units Load(const DomainSnapshot& domain, const std::vector<UnitKey>& keys) noexcept;
   /// Takes evaluated runs over, in the order of the input. One thread at a time.
   virtual void Deliver(std::vector<std::unique_ptr<Run>>& runs) noexcept = 0;
 };

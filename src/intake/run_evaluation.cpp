@@ -19,7 +19,7 @@ constexpr const char* kFunction = "EvaluateRun";
 constexpr const char* kSourceFile = "run_evaluation";
 
 /// Why a value is too large for the domain; nothing when it is not.
-std::optional<std::string> LimitFault(const VarInfo& variable, const Domain& domain) {
+std::optional<std::string> LimitFault(const VarInfo& variable, const DomainSnapshot& domain) {
   std::int64_t size = 0;
   std::int64_t limit = 0;
   const char* told = "";
@@ -74,7 +74,7 @@ bool Process(KSRuleInstance& instance, const VarInfo& variable, RunOutcome& outc
 }
 
 /// Why a value is refused before the engine sees it.
-std::optional<std::string> FaultOf(const ParsedRun& run, const Domain& domain,
+std::optional<std::string> FaultOf(const ParsedRun& run, const DomainSnapshot& domain,
                                    const RunScreen& screen, std::size_t variable) {
   if (const auto first = screen.DuplicateOf(variable)) {
     return "variables[" + std::to_string(run.PlaceOf(variable)) +
@@ -103,7 +103,7 @@ void EvaluateValue(const ParsedRun& run, std::size_t i, RunScreen& screen, KSRul
   if (verdict != kVerdictNone) outcome.judged.push_back({i, verdict == kVerdictAlert});
 }
 
-void Evaluate(const ParsedRun& run, const Domain& domain, const RunRequest& request,
+void Evaluate(const ParsedRun& run, const DomainSnapshot& domain, const RunRequest& request,
               std::unique_ptr<UnitData> data, RunOutcome& outcome) {
   outcome.instance = std::make_unique<KSRuleInstance>(
       run.source, run.nodeId, run.device, run.nodePathSchema, run.structureId, run.param,
@@ -192,7 +192,7 @@ std::int64_t CountLines(std::string_view text) noexcept {
   return lineFeeds + (text.empty() || text.back() == '\n' ? 0 : 1);
 }
 
-RunOutcome EvaluateRun(const ParsedRun& run, const Domain& domain, const RunRequest& request,
+RunOutcome EvaluateRun(const ParsedRun& run, const DomainSnapshot& domain, const RunRequest& request,
                        std::unique_ptr<UnitData> data) noexcept {
   const std::uint64_t faults = MemoryFaultsHere();
   RunOutcome outcome;

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "base/threads/thread_number.h"
 #include "keelstone/domain_data_manager.h"
 #include "keelstone/mutex.h"
 #include "keelstone/unit_data.h"
@@ -24,13 +25,6 @@ using Entry = ResidentDomain::Entry;
 
 // What a unit takes besides its rows, about.
 constexpr std::size_t kEntryBytes = sizeof(ResidentEntry) + 256;
-
-/// A number of this thread, never 0.
-std::uint64_t ThisThread() noexcept {
-  static std::atomic<std::uint64_t> last{0};
-  thread_local const std::uint64_t own = ++last;
-  return own;
-}
 
 std::string NameOf(const std::string& domainId, const UnitKey& key) {
   std::string name;
@@ -81,11 +75,11 @@ struct ResidentStore::State : std::enable_shared_from_this<State> {
   Claimed Claim(ResidentDomain& domain, const UnitKey& key, bool waits);
   void Release(const Entry& entry) noexcept;
   void Shrink() noexcept;
-  ResidentDomain* Leave(bool passesUnwritten);
+  ResidentDomain* Leave(std::size_t most, bool passesUnwritten);
   void Forget(Uses::iterator place, Uses& left) KS_REQUIRES(mutex);
   std::size_t UnitsWorthLoading();
 
-  const std::size_t budget;
+  std::atomic<std::size_t> budget;
   const std::function<void(State&)> renew;  // by the store, in the child of a fork
   std::atomic<bool> isAbandoned{false};     // by the child of a fork, where it is the parent's
   Mutex mutex;  // guards what follows; a domain's and a unit's inside it
@@ -117,7 +111,7 @@ Claimed ResidentStore::State::Claim(ResidentDomain& domain, const UnitKey& key, 
     const MutexLock lock(mutex);
     auto place = units.find(name);
     while (place != units.end() && (*place->second)->isTaken) {
-      if (!waits || (*place->second)->holder == ThisThread()) return {};
+      if (!waits || (*place->second)->holder == ThreadNumber()) return {};
       released.Wait(mutex);
       place = units.find(name);
     }
@@ -135,7 +129,7 @@ Claimed ResidentStore::State::Claim(ResidentDomain& domain, const UnitKey& key, 
     byUse.splice(byUse.end(), byUse, place->second);
     entry = *place->second;
     entry->isTaken = true;
-    entry->holder = ThisThread();
+    entry->holder = ThreadNumber();
   }
   // Released, too, when there is no memory for the pointer.
   const auto release = [state = shared_from_this(), entry](ResidentUnit*) {
@@ -158,7 +152,7 @@ void ResidentStore::State::Release(const Entry& entry) noexcept {
     const std::size_t now = unit.bytes() + kEntryBytes + 2 * entry->name.size();
     bytes += now - std::exchange(entry->bytes, now);
     if (!isUnwritten && !unit.IsWhole()) Forget(units.find(entry->name)->second, left);
-    isFull = bytes > budget;
+    isFull = bytes > budget.load();
     released.NotifyAll();
   }
   try {
@@ -180,23 +174,24 @@ void ResidentStore::State::Forget(Uses::iterator place, Uses& left) {
 void ResidentStore::State::Shrink() noexcept {
   try {
     const ResidentDomain* written = nullptr;
-    ResidentDomain* next = Leave(false);
-    for (; next != nullptr && next != written; next = Leave(false)) {
+    const std::size_t most = budget.load();
+    ResidentDomain* next = Leave(most, false);
+    for (; next != nullptr && next != written; next = Leave(most, false)) {
       next->Write();
       written = next;
     }
-    if (next != nullptr) Leave(true);
+    if (next != nullptr) Leave(most, true);
   } catch (const std::exception&) {
     // Without memory for it they stay until the next run has ended.
   }
 }
 
-/// Lets the least recently used units go, but for unwritten ones; the domain that has to be
-/// written before more can, unless these are passed over.
-ResidentDomain* ResidentStore::State::Leave(bool passesUnwritten) {
+/// Lets the least recently used units go until there are so many bytes at most, but for unwritten
+/// ones; the domain that has to be written before more can, unless these are passed over.
+ResidentDomain* ResidentStore::State::Leave(std::size_t most, bool passesUnwritten) {
   Uses left;  // freed after the lock is
   const MutexLock lock(mutex);
-  for (auto place = byUse.begin(); place != byUse.end() && bytes > budget;) {
+  for (auto place = byUse.begin(); place != byUse.end() && bytes > most;) {
     const auto unit = place++;
     if ((*unit)->isTaken) continue;
     if (!(*unit)->unit.HasUnwritten()) {
@@ -212,7 +207,7 @@ std::size_t ResidentStore::State::UnitsWorthLoading() {
   constexpr std::size_t kGuess = 16384;  // bytes a unit, before one is known
   const MutexLock lock(mutex);
   const std::size_t average = units.empty() ? kGuess : bytes / units.size();
-  return budget / 2 / std::max<std::size_t>(average, 1);
+  return budget.load() / 2 / std::max<std::size_t>(average, 1);
 }
 
 ResidentStore::ResidentStore(std::size_t budget)
@@ -234,7 +229,8 @@ ResidentStore::~ResidentStore() {
 void ResidentStore::Renew(State& old) {
   if (state_.get() != &old) return;  // another of its domains has renewed it
   old.isAbandoned.store(true);
-  new std::shared_ptr<State>(std::exchange(state_, std::make_shared<State>(old.budget, old.renew)));
+  new std::shared_ptr<State>(
+      std::exchange(state_, std::make_shared<State>(old.budget.load(), old.renew)));
 }
 
 std::shared_ptr<ResidentUnit> ResidentStore::Take(const std::string& domainId, const UnitKey& key) {
@@ -272,6 +268,13 @@ void ResidentStore::LoadAhead(const std::string& domainId, const std::vector<Uni
     taken[i]->SetHistories(loaded[i]->histories);
   }
 }
+
+void ResidentStore::SetBudget(std::size_t budget) {
+  state_->budget.store(budget);
+  state_->Shrink();
+}
+
+void ResidentStore::LetGo() noexcept { state_->Leave(0, true); }
 
 std::size_t ResidentStore::bytes() const {
   const MutexLock lock(state_->mutex);

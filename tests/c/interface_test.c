@@ -388,6 +388,7 @@ static void answers_bad_input(void) {
   }
   IS(KS_ERROR_ARGUMENT, ks_run_add_json(run, NULL, 3));
   IS(KS_ERROR_ARGUMENT, ks_run_add_int64(run, NULL, NULL, 1));
+  IS(KS_ERROR_INPUT, ks_run_add_int64(run, "", NULL, 1));
   IS(KS_ERROR_INPUT, ks_run_add_int64(run, "a", "\xed\xa0\x80", 1));
   IS(KS_ERROR_INPUT, ks_run_add_double(run, "a", NULL, NAN));
   IS(KS_ERROR_INPUT, ks_run_add_float(run, "a", NULL, (float)INFINITY));
@@ -427,6 +428,7 @@ static void answers_wrong_order_and_dead_handles(void) {
   ks_domain* domain = new_domain("order");
   ks_run* run = new_run(domain, "r1", 0);
   IS(KS_ERROR_STATE, ks_run_store(run));
+  IS(KS_ERROR_STATE, ks_run_discard(run));
   IS(KS_ERROR_STATE, ks_run_json(run, &text, NULL));
   IS(KS_ERROR_STATE, ks_run_summary(run, &summary, sizeof summary));
   IS(KS_ERROR_STATE, ks_set_root("/tmp"));
@@ -445,6 +447,7 @@ static void answers_wrong_order_and_dead_handles(void) {
   IS(KS_ERROR_STATE, ks_run_store(run));
   OK(ks_run_json(run, &text, NULL));
   IS(KS_ERROR_STATE, ks_run_explanations(run, &text, NULL));
+  OK(ks_run_discard(run)); /* it is stored already */
 
   IS(KS_ERROR_HANDLE, ks_run_evaluate((ks_run*)domain));
   IS(KS_ERROR_HANDLE, ks_domain_flush((ks_domain*)run));
@@ -597,6 +600,34 @@ static void threads_keep_apart(void) {
   OK(ks_domain_close(domain));
 }
 
+static void* wait_for_a_turn(void* run) {
+  finish(run);
+  return NULL;
+}
+
+/* A run has its unit until it is stored, discarded or closed. */
+static void runs_of_a_unit_take_turns(void) {
+  ks_domain* domain = new_domain("turns");
+  for (int way = 0; way < 3; ++way) {
+    ks_run* first = new_run(domain, "r1", 2 * way);
+    ks_run* second = new_run(domain, "r1", 2 * way + 1);
+    pthread_t thread;
+    OK(ks_run_add_int64(first, "a", NULL, 1));
+    OK(ks_run_add_int64(second, "a", NULL, 1));
+    OK(ks_run_evaluate(first));
+    IS(KS_ERROR_STATE, ks_run_evaluate(second)); /* it would wait for its own thread */
+    CHECK(strstr(ks_last_error(), "this thread has evaluated") != NULL);
+    CHECK(pthread_create(&thread, NULL, wait_for_a_turn, second) == 0);
+    work_in_a_child(domain, first); /* though a thread is in ks_run_evaluate */
+    if (way == 0) OK(ks_run_store(first));
+    if (way == 1) OK(ks_run_discard(first));
+    if (way == 1) IS(KS_ERROR_STATE, ks_run_store(first));
+    OK(ks_run_close(first));
+    pthread_join(thread, NULL);
+  }
+  OK(ks_domain_close(domain));
+}
+
 static void domains_stay_below_their_root(const char* root, const char* other) {
   ks_domain* domain = new_domain("rooted");
   OK(ks_domain_close(domain));
@@ -626,17 +657,21 @@ int main(void) {
   IS(KS_ERROR_ARGUMENT, ks_set_root(""));
   OK(ks_set_interval_time(30));
   IS(KS_ERROR_ARGUMENT, ks_set_interval_time(-1));
+  OK(ks_set_memory(UINT64_MAX));
   OK(ks_set_log_level(KS_LOG_ERROR));
   IS(KS_ERROR_ARGUMENT, ks_set_log_level(5));
 
   learns_and_alerts();
+  OK(ks_set_memory(0)); /* from here on each run reads what it needs */
   merges_and_cleans(root);
+  OK(ks_set_memory(1 << 20));
   rejects_what_is_not_defined();
   turns_away_what_it_is_told_to();
   answers_bad_input();
   answers_wrong_order_and_dead_handles();
   one_call_at_a_time_is_inside_a_run();
   threads_keep_apart();
+  runs_of_a_unit_take_turns();
   domains_stay_below_their_root(root, other);
 
   OK(ks_flush());

@@ -27,7 +27,7 @@ std::unique_ptr<Run> MakeRun(const std::string& domain, const std::string& devic
   run->bytes = 10;
   run->parsed.variables.resize(1);
   AssignUnitKey(run->unitKey, run->parsed);
-  static const std::map<std::string, Domain> kDomains = {
+  static const std::map<std::string, DomainSnapshot> kDomains = {
       {"d0", {"d0", nullptr}}, {"d1", {"d1", nullptr}}, {"d2", {"d2", nullptr}}};
   const auto known = kDomains.find(domain);
   if (known != kDomains.end()) run->domain = &known->second;
@@ -112,7 +112,7 @@ class CheckingWork : public RunWork {
     flushing_.erase(domain);
   }
 
-  Units Load(const Domain& domain, const std::vector<UnitKey>& keys) noexcept override {
+  Units Load(const DomainSnapshot& domain, const std::vector<UnitKey>& keys) noexcept override {
     const MutexLock lock(mutex_);
     Units units;
     for (const UnitKey& key : keys) {

@@ -272,6 +272,32 @@ class TestThreads:
             thread.join()
         assert during > 0
 
+    @pytest.mark.parametrize("memory", [0, 1, 1 << 28])
+    def test_runs_of_a_device_follow_each_other(self, place, memory):
+        later = START + 20 * STEP
+        with keelstone.open(*place, memory=memory) as domain:
+            learn(domain, "s", {"a": 1})
+            kept = domain.run("r1", "s", time=later).add("a", 2)
+            assert kept.evaluate(store=False).alerts  # nothing is kept, nobody waits for it
+            results = {}
+            threads = [
+                threading.Thread(
+                    target=lambda device=f"r{n}": results.setdefault(
+                        device, [domain.evaluate(device, "s", {"a": 2}, time=later) for _ in "12"]
+                    )
+                )
+                for n in range(1, 4)
+            ]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+        assert len(results["r1"][0].alerts) == 1 and len(results) == 3
+        for first, second in results.values():
+            assert (first.repeated, second.repeated) == (0, 1)
+        with pytest.raises(keelstone.InputError):
+            keelstone.open(*place, memory=-1)
+
     def test_log_lines_go_to_a_logger_from_every_thread(self, place, caplog):
         logger = logging.getLogger("keelstone test")
         try:

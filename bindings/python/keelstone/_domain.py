@@ -108,10 +108,13 @@ class Run:
         if explain:
             self._native.explain()
         self._native.evaluate()
-        if store:
-            self._native.store()
-            if self._domain._closed:  # meanwhile, by another thread
-                _native.flush()
+        try:
+            if store:
+                self._native.store()
+                if self._domain._closed:  # meanwhile, by another thread
+                    _native.flush()
+        finally:
+            self._native.discard()  # what is not stored; the unit's next run waits for it
         explanations = self._native.explanations() if explain else "[]"
         self._result = Result._of(self._native.json(), explanations, self._native.summary())
         return self._result
@@ -140,7 +143,8 @@ class Run:
 
 
 class Domain:
-    """What is learned of one set of devices. Any thread; runs of it go side by side.
+    """What is learned of one set of devices. Any thread; runs of it go side by side, those of
+    one device, source and param in the order of the calls.
 
     As a context manager it writes everything to the disk at the end, and closes.
     """
@@ -285,6 +289,7 @@ def open(
     judge_repeated: bool = False,
     allow_duplicates: bool = False,
     max_ahead: int = 86400,
+    memory: Optional[int] = None,
 ) -> Domain:
     """Opens a domain below the folder `root`, made if it is missing.
 
@@ -298,7 +303,13 @@ def open(
     it. A time that is ahead of the clock by more than `max_ahead` seconds, or not later than
     the interval time after 1970, is refused; with 0, times are taken as they come.
     `Result.refused` names what was refused, and why.
+
+    `memory` says how many bytes (about) the state of devices may take that stays in memory from
+    run to run, of all domains of the process; 256 MiB when never given. With 0, each run reads
+    and writes what it needs.
     """
+    if memory is not None and not 0 <= memory < 2**64:
+        raise InputError(f"memory: {memory} is out of range")
     folder = os.path.abspath(os.fspath(root))
     if folder != _Root.folder:
         _native.set_root(folder)
@@ -307,6 +318,8 @@ def open(
     native = _native.Domain.open(domain, create, text)
     native.enroll(enroll)
     native.configure(judge_repeated, allow_duplicates, max_ahead)
+    if memory is not None:
+        _native.set_memory(memory)
     return Domain(native, domain, folder)
 
 

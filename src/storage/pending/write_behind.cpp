@@ -96,13 +96,16 @@ void AnnounceBoth(std::size_t rules, std::size_t histories, std::size_t size) {
   Announce(histories, size, "SetRuleHistoryData");
 }
 
-// Writes a generation in one commit; the number of its rows.
-int WriteWhole(const std::string& domainId, const PendingGeneration& generation) {
+// Writes a generation in one commit; the number of its rows, which are lost unless `isOnDisk`.
+int WriteWhole(const std::string& domainId, const PendingGeneration& generation, bool& isOnDisk) {
   int written = 0;
+  isOnDisk = false;
   RunStep([&] {
+    const std::uint64_t failedBefore = FailedOperationsHere();
     const auto rules = generation.RuleRows();
     const auto history = generation.HistoryRows();
     TableOf(domainId)->WriteFlush(rules, history);
+    isOnDisk = FailedOperationsHere() == failedBefore;
     written += static_cast<int>(rules.size() + history.size());
   });
   return written;
@@ -148,7 +151,8 @@ struct DBWriteWrapper::State {
   Mutex sourcesMutex;  // guards sources; innermost
   std::map<std::string, Source> sources KS_GUARDED_BY(sourcesMutex);
   std::atomic<std::int64_t> sourceRows{0};  // the sum of their rows
-  int cacheTime = 0;                        // s; set before the worker starts, like wakeAt
+  std::atomic<std::uint64_t> lostBatches{0};
+  int cacheTime = 0;           // s; set before the worker starts, like wakeAt
   std::int64_t cacheSize = 1;  // rows; the worker flushes at once when so many are pending
   std::int64_t wakeAt = 1;     // rows; the worker is notified from here on
   Mutex wakeMutex;             // guards started; orders tests of the pending rows with
@@ -365,12 +369,16 @@ int DBWriteWrapper::WriteUpTo(const std::string& domainId, std::uint64_t last,
   PendingRows::Flush flush(state_->pending, domainId, last);
   while (const PendingGeneration* generation = flush.Oldest()) {
     AnnounceBoth(generation->ruleRows, generation->rows - generation->ruleRows, announced);
-    written += WriteWhole(domainId, *generation);
+    bool isOnDisk = false;
+    written += WriteWhole(domainId, *generation, isOnDisk);
+    if (!isOnDisk) ++state_->lostBatches;
     flush.DropOldest();
   }
   RowSource* const source = state_->BeginFlush(domainId);
   return source != nullptr ? written + WriteSource(domainId, *source, announced) : written;
 }
+
+std::uint64_t DBWriteWrapper::LostBatches() const noexcept { return state_->lostBatches.load(); }
 
 int DBWriteWrapper::WriteDomain(const std::string& domainId) {
   if (isFlushing) return 0;

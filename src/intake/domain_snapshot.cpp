@@ -1,4 +1,4 @@
-#include "keelstone/domain.h"
+#include "keelstone/domain_snapshot.h"
 
 #include <string_view>
 #include <unordered_set>
@@ -7,8 +7,8 @@
 
 namespace keelstone {
 
-Domain Domain::Of(const std::string& id) {
-  Domain domain;
+DomainSnapshot DomainSnapshot::Of(const std::string& id) {
+  DomainSnapshot domain;
   domain.id = id;
   domain.data = KSDomainDataManager::Instance()->GetKSDataManager(id);
   domain.engineOn = domain.data->IsEnableKSFunction();

@@ -1,14 +1,20 @@
-#include "bindings/c/domain_handle.h"
+#include "host/root_use.h"
 
+#include <cstddef>
 #include <map>
 #include <set>
 
+#include "base/threads/fork_gate.h"
+#include "host/call_guard.h"
 #include "keelstone/filesystem.h"
+#include "keelstone/mutex.h"
 #include "keelstone/text_escape.h"
 
-namespace keelstone::c {
+namespace keelstone {
 
 namespace {
+
+std::atomic<std::uint64_t> forks{0};
 
 /// Who uses the root folder, and which folder each loaded domain lies below.
 struct RootRegister {
@@ -22,8 +28,20 @@ struct RootRegister {
   }
 
   void NoteFork() {
+    ++forks;
     const MutexLock lock(mutex);
+    uses = 0;
     for (const auto& [domain, root] : roots) inherited.insert(domain);
+  }
+
+  void MoveTo(const std::string& folder) KS_REQUIRES(mutex) {
+    const std::string before = VXFileSystem::GetSystemRootFolder();
+    if (before == folder || before == folder + '/') return;
+    if (uses > 0) {
+      throw HostFailure(DomainFault::Kind::kState,
+                        "a domain or a run is open below " + Printable(before));
+    }
+    VXFileSystem::SetSystemRootFolder(folder);
   }
 
   Mutex mutex;  // guards the three below; innermost
@@ -34,32 +52,35 @@ struct RootRegister {
 
 }  // namespace
 
-RootUse::RootUse() {
+std::uint64_t ForkCount() noexcept { return forks.load(std::memory_order_relaxed); }
+
+RootUse::RootUse(const std::string& folder)
+    : process_((static_cast<void>(RootRegister::Instance()), ForkCount())) {
   RootRegister& all = RootRegister::Instance();
   const MutexLock lock(all.mutex);
+  if (!folder.empty()) all.MoveTo(folder);
   ++all.uses;
 }
 
-RootUse::~RootUse() {
+void RootUse::End() {
+  if (IsInherited() || isOver_.exchange(true)) return;
   RootRegister& all = RootRegister::Instance();
   const MutexLock lock(all.mutex);
   --all.uses;
 }
 
-void DomainHandle::SetStages(const IntakeStages& stages) {
-  const MutexLock lock(mutex_);
-  stages_ = stages;
-}
-
-IntakeStages DomainHandle::Stages() const {
-  const MutexLock lock(mutex_);
-  return stages_;
+bool RootUse::IsAnyLeft() {
+  RootRegister& all = RootRegister::Instance();
+  const MutexLock lock(all.mutex);
+  return all.uses > 0;
 }
 
 void SetRoot(const std::string& folder) {
   RootRegister& all = RootRegister::Instance();
   const MutexLock lock(all.mutex);
-  if (all.uses > 0) throw Failure(KS_ERROR_STATE, "a domain or a run is open");
+  if (all.uses > 0) {
+    throw HostFailure(DomainFault::Kind::kState, "a domain or a run is open");
+  }
   VXFileSystem::SetSystemRootFolder(folder);
 }
 
@@ -68,8 +89,9 @@ void RequireSameRoot(const std::string& domainId) {
   const MutexLock lock(all.mutex);
   const auto known = all.roots.find(domainId);
   if (known == all.roots.end() || known->second == VXFileSystem::GetSystemRootFolder()) return;
-  throw Failure(KS_ERROR_STATE, "domain \"" + Printable(domainId) + "\"" + " lies below " +
-                                    Printable(known->second) + " as long as the process lives");
+  throw HostFailure(DomainFault::Kind::kState, "domain \"" + Printable(domainId) +
+                                                   "\" lies below " + Printable(known->second) +
+                                                   " as long as the process lives");
 }
 
 bool NoteRootOf(const std::string& domainId) {
@@ -79,4 +101,4 @@ bool NoteRootOf(const std::string& domainId) {
   return all.inherited.erase(domainId) > 0;
 }
 
-}  // namespace keelstone::c
+}  // namespace keelstone
