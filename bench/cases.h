@@ -25,6 +25,10 @@ void AddPendingCases(BenchCases& cases);
 void AddResidentCases(BenchCases& cases);
 /// The whole program.
 void AddProgramCases(BenchCases& cases);
+/// The program with the state of devices in memory.
+void AddStateCases(BenchCases& cases);
+/// What a value costs among many of something.
+void AddGrowthCases(BenchCases& cases);
 
 }  // namespace keelstone::bench
 

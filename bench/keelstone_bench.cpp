@@ -102,6 +102,8 @@ int Run(const Options& options) {
   AddPendingCases(cases);
   AddResidentCases(cases);
   AddProgramCases(cases);
+  AddStateCases(cases);
+  AddGrowthCases(cases);
 
   CaseRunner runner(cases, {root, kSeed, options.brief}, options.rounds);
   const bool passed = runner.RunCases(options.filter);

@@ -18,7 +18,7 @@
 namespace keelstone::host {
 
 /// The domains that the input names, and the enrollment of what they do not define yet.
-/// Used by the thread that reads the input; the domains live as long as the registry and
+/// One thread at a time, in the order of the input; the domains live as long as the registry and
 /// are read by every thread.
 class DomainRegistry {
  public:
@@ -40,6 +40,7 @@ class DomainRegistry {
   /// The domains that have been found so far.
   std::vector<std::string> Ids() const;
 
+  bool HasFaults() const noexcept { return !faults_.empty(); }
   /// Why domains have become unusable since the last call.
   std::vector<std::string> TakeFaults() { return std::exchange(faults_, {}); }
 

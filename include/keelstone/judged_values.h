@@ -82,6 +82,8 @@ class KEELSTONE_EXPORT JudgedValues {
 
   /// The place of the next run of the input.
   Place Of(const ParsedRun& run);
+  /// The same for a run of so many values on the unit with this key (AssignUnitKey).
+  Place Of(const std::string& unitKey, std::size_t values);
   /// Forgets everything.
   void Clear();
 
@@ -97,7 +99,6 @@ class KEELSTONE_EXPORT JudgedValues {
   std::list<Unit> units_ KS_GUARDED_BY(mutex_);  // latest first
   std::unordered_map<std::string_view, std::list<Unit>::iterator> places_ KS_GUARDED_BY(mutex_);
   std::uint64_t position_ KS_GUARDED_BY(mutex_) = 0;
-  std::string keyBuffer_ KS_GUARDED_BY(mutex_);
 };
 
 }  // namespace keelstone

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -46,7 +47,8 @@ class KEELSTONE_EXPORT RunLineReader {
   ~RunLineReader();
 
   /// Reads one line; false when it is no run, and fault() then says in which field of
-  /// which variable (counted from 0) what is wrong, in printable characters.
+  /// which variable (counted from 0) what is wrong, in printable characters. A run that was used
+  /// before lends its memory: its texts take the places of the old ones.
   [[nodiscard]] bool Read(std::string_view line, ParsedRun& run);
   /// Reads variables alone, an array of them or a single one, and appends them to the run.
   /// On failure the run is as it was.
@@ -60,6 +62,7 @@ class KEELSTONE_EXPORT RunLineReader {
   struct RunFields;
   struct VariableFields;
   struct TypeName;
+  struct Guesses;
 
   bool Fail(std::string_view field, std::string_view what);
   bool ReadRun(const RunFields& fields, ParsedRun& run);
@@ -81,6 +84,8 @@ class KEELSTONE_EXPORT RunLineReader {
 
   std::string defaultDomain_;
   RawJson json_;
+  const std::unique_ptr<Guesses> guesses_;
+  std::size_t count_ = 0;  // variables of the run that were read
   std::string fault_;
   std::optional<std::size_t> variable_;  // the one that is read; a fault names it
 };

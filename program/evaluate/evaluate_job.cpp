@@ -1,6 +1,5 @@
 #include "program/evaluate/evaluate_job.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,16 +22,8 @@ namespace keelstone::host {
 
 namespace {
 
-// What is handed to the workers (and enrolled) at a time.
-constexpr std::size_t kBatchRuns = 512;
-constexpr std::size_t kBatchBytes = 4U << 20U;
-
 unsigned ThreadCount(unsigned wanted) {
   return wanted != 0 ? wanted : std::max(1U, std::thread::hardware_concurrency());
-}
-
-bool IsBlank(std::string_view line) {
-  return line.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
 void Add(RunTally& sum, const RunTally& tally) {
@@ -58,10 +49,8 @@ EvaluateJob::EvaluateJob(const EvaluateOptions& options, OutputFormat format,
       store_(options.memory > 0 ? std::make_unique<ResidentStore>(options.memory) : nullptr),
       console_(!options.quiet && ::isatty(STDERR_FILENO) == 1),
       output_(STDOUT_FILENO),
-      domains_(console_, options.enroll, !options.onDemand),
-      lines_(options.common.domain),
-      faults_(console_, "keelstone: further lines that are skipped are only counted"),
-      unread_(console_, "keelstone: further lines without memory for them are only counted"),
+      pool_(options.common.domain),
+      admission_(options, console_),
       notEvaluated_(console_, "keelstone: further runs without memory for them are only counted") {
   progress_.inputTotal = inputTotal;
 }
@@ -72,18 +61,13 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   watch_ = std::make_unique<SignalWatch>(stop_, [this](int signal) { OnSignal(signal); });
   StartScheduler();
   RunScheduler& scheduler = *ownedScheduler_;
-  Broken broken = Broken::kNo;
-  try {
-    broken = ReadInputs(inputs);
-  } catch (const std::bad_alloc&) {
-    broken = Fail("out of memory, the rest of the input is not evaluated");
-  } catch (const std::exception& error) {
-    broken = Fail(error.what());
-  }
+  Broken broken = CutInputs(inputs);
   scheduler.Drain();
   // Before the last output is written, so that nobody who reads it slowly can keep what
   // is evaluated from the disk. Domain by domain all histories of a run go in one batch.
-  for (const std::string& domain : domains_.Ids()) DBWriteWrapper::Instance()->WriteDomain(domain);
+  for (const std::string& domain : admission_.DomainIds()) {
+    DBWriteWrapper::Instance()->WriteDomain(domain);
+  }
   DBWriteWrapper::Instance()->ForceWriteDisk();
   scheduler.Finish();
   if (format_ == OutputFormat::kText) WriteOpenEpisodes();
@@ -91,10 +75,43 @@ int EvaluateJob::Run(const std::vector<InputFile>& inputs) {
   return Conclude(broken);
 }
 
+EvaluateJob::Broken EvaluateJob::CutInputs(const std::vector<InputFile>& inputs) {
+  RunScheduler& scheduler = *ownedScheduler_;
+  InputCutter cutter(scheduler, pool_, stop_, options_.maxLine, options_.strict);
+  auto end = InputCutter::End::kFailed;
+  std::string why = "out of memory, the rest of the input is not evaluated";
+  try {
+    end = cutter.Cut(inputs);
+    if (end == InputCutter::End::kFailed) why = cutter.fault();
+  } catch (const std::bad_alloc&) {
+    // As it is said already.
+  } catch (const std::exception& error) {
+    why = error.what();
+  }
+  // The faults of lines are told before that of the input behind them.
+  scheduler.AwaitAdmitted();
+  if (admission_.isStrictEnd()) return Broken::kStrict;
+  if (admission_.lacksMemory() || scheduler.lacksMemory()) {
+    return Fail("out of memory, the rest of the input is not evaluated");
+  }
+  if (end == InputCutter::End::kFailed) return Fail(why);
+  return end == InputCutter::End::kOfInput ? Broken::kNo : Broken::kStopped;
+}
+
+/// Where units stay in memory, few runs have to wait.
+RunScheduler::Limits EvaluateJob::SchedulerLimits() const {
+  constexpr std::size_t kEnoughBytes = 1U << 20U;  // a thread
+  RunScheduler::Limits limits{.threads = ThreadCount(options_.threads)};
+  if (!store_) return limits;
+  limits.enoughBytes = kEnoughBytes * (limits.threads + 1);
+  limits.enoughRuns = std::size_t{4} * (limits.threads + 1);
+  return limits;
+}
+
 void EvaluateJob::StartScheduler() {
-  const unsigned wanted = ThreadCount(options_.threads);
-  ownedScheduler_ = std::make_unique<RunScheduler>(static_cast<RunWork&>(*this),
-                                                   RunScheduler::Limits{.threads = wanted});
+  const RunScheduler::Limits limits = SchedulerLimits();
+  const unsigned wanted = limits.threads;
+  ownedScheduler_ = std::make_unique<RunScheduler>(static_cast<RunWork&>(*this), limits);
   scheduler_.store(ownedScheduler_.get());
   if (stop_.Requested()) ownedScheduler_->Stop();
   const unsigned started = ownedScheduler_->workers();
@@ -122,23 +139,26 @@ bool EvaluateJob::Evaluate(host::Run& run) noexcept {
   run.lacksMemory = outcome.lacksMemory;
   run.tally = TallyOf(outcome);
   try {
-    std::vector<EpisodeChange> episodes;
-    if (request.explain) episodes = book_.Take(run.parsed, outcome);
-    if (!options_.stages.IsAnyOn()) outcome.refused.clear();
-    if (format_ == OutputFormat::kText) {
-      if (run.domain->definesNothing) DropUndefined(outcome.refused);
-      book_.TakeNews(run.parsed, outcome.refused);
-      run.output = TextOutput(run.parsed, outcome, episodes);
-    } else {
-      run.output =
-          JsonOutput(run.parsed, outcome, options_.all, request.explain ? &episodes : nullptr);
-    }
+    Format(run, outcome, request.explain);
   } catch (const std::exception&) {  // only for want of memory
     outputLost_.store(true);
   }
   // Where no thread waits for signals, nobody else tells the scheduler.
   if (stop_.Requested()) scheduler_.load()->Stop();
   return outcome.mayHavePending && !outcome.isResident;
+}
+
+void EvaluateJob::Format(host::Run& run, RunOutcome& outcome, bool isExplained) {
+  std::vector<EpisodeChange> episodes;
+  if (isExplained) episodes = book_.Take(run.parsed, outcome);
+  if (!options_.stages.IsAnyOn()) outcome.refused.clear();
+  if (format_ == OutputFormat::kText) {
+    if (run.domain->definesNothing) DropUndefined(outcome.refused);
+    book_.TakeNews(run.parsed, outcome.refused);
+    run.output = TextOutput(run.parsed, outcome, episodes);
+  } else {
+    run.output = JsonOutput(run.parsed, outcome, options_.all, isExplained ? &episodes : nullptr);
+  }
 }
 
 void EvaluateJob::Flush(const std::string& domain) noexcept {
@@ -161,7 +181,7 @@ RunWork::Units EvaluateJob::Load(const DomainSnapshot& domain,
   return {};
 }
 
-void EvaluateJob::Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) noexcept {
+void EvaluateJob::Deliver(std::vector<std::unique_ptr<host::Run>>& runs) noexcept {
   for (const auto& run : runs) {
     Add(progress_.tally, run->tally);
     output_.Write(run->output);
@@ -175,89 +195,12 @@ void EvaluateJob::Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) n
     scheduler_.load()->Stop();
   }
   console_.Show(progress_);
+  pool_.GiveBack(runs);
 }
 
 EvaluateJob::Broken EvaluateJob::Fail(const std::string& why) {
   console_.Say("keelstone: " + why);
   return Broken::kFailed;
-}
-
-EvaluateJob::Broken EvaluateJob::ReadInputs(const std::vector<InputFile>& inputs) {
-  for (const InputFile& input : inputs) {
-    Broken broken = ReadInput(input);
-    // What came before the fault is evaluated, whatever the fault is.
-    if (const Broken last = SubmitBatch(); last != Broken::kNo) return last;
-    if (broken != Broken::kNo) return broken;
-  }
-  return Broken::kNo;
-}
-
-EvaluateJob::Broken EvaluateJob::ReadInput(const InputFile& input) {
-  FileDescriptor file;
-  if (input.path != "-") {
-    // Opening a pipe does not wait for its other end: the reader does, and can be stopped.
-    file = FileDescriptor(::open(input.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file.valid()) return Fail(input.name + ": " + std::strerror(errno));
-  }
-  LineReader reader(file.valid() ? file.get() : STDIN_FILENO, stop_, options_.maxLine);
-  const Broken broken = ReadLines(input, reader);
-  inputBase_ += reader.position();
-  return broken;
-}
-
-EvaluateJob::Broken EvaluateJob::ReadLines(const InputFile& input, LineReader& reader) {
-  while (true) {
-    // Nothing that is here already waits for input that is yet to come.
-    if (batch_.size() >= kBatchRuns || batchBytes_ >= kBatchBytes || !reader.HasLine()) {
-      if (const Broken broken = SubmitBatch(); broken != Broken::kNo) return broken;
-    }
-    std::string_view line;
-    const LineReader::Got got = reader.Next(line);
-    switch (got) {
-      case LineReader::Got::kEnd:
-        return Broken::kNo;
-      case LineReader::Got::kStopped:
-        return Broken::kStopped;
-      case LineReader::Got::kFailed:
-        return Fail(input.name + ": " + std::strerror(errno));
-      case LineReader::Got::kTooLong:
-      case LineReader::Got::kNoMemory:
-      case LineReader::Got::kLine:
-        break;
-    }
-    if (const Broken broken = TakeLine(input, reader, got, line); broken != Broken::kNo) {
-      return broken;
-    }
-  }
-}
-
-EvaluateJob::Broken EvaluateJob::TakeLine(const InputFile& input, const LineReader& reader,
-                                          LineReader::Got got, std::string_view line) {
-  const std::string place = input.name + ":" + std::to_string(reader.lineNumber()) + ": ";
-  try {
-    if (got == LineReader::Got::kTooLong) return Skip(place + TooLongText(options_.maxLine));
-    if (got == LineReader::Got::kNoMemory) throw std::bad_alloc();
-    if (IsBlank(line)) return Broken::kNo;
-    auto run = std::make_unique<host::Run>();
-    if (!lines_.Read(line, run->parsed)) return Skip(place + lines_.fault());
-    run->domain = domains_.Find(run->parsed.domain);
-    SayDomainFaults(place);
-    domains_.NoteVariables(run->parsed);
-    const bool isEvaluated = run->domain->usable && run->domain->engineOn;
-    if (isEvaluated && options_.stages.LooksBack()) run->judged = judged_.Of(run->parsed);
-    run->bytes = line.size();
-    run->inputPosition = inputBase_ + reader.position();
-    batch_.push_back(std::move(run));
-    batchBytes_ += line.size();
-  } catch (const std::bad_alloc&) {
-    unread_.Add(place + "memory is too short for the run, it is skipped");
-  }
-  return Broken::kNo;
-}
-
-EvaluateJob::Broken EvaluateJob::Skip(const std::string& fault) {
-  faults_.Add(fault);
-  return options_.strict ? Broken::kStrict : Broken::kNo;
 }
 
 /// The delivery thread's.
@@ -271,18 +214,6 @@ void EvaluateJob::SayLackOfMemory(const ParsedRun& run) noexcept {
   }
 }
 
-EvaluateJob::Broken EvaluateJob::SubmitBatch() {
-  if (batch_.empty()) return Broken::kNo;
-  if (!domains_.DefineNoted()) {
-    SayDomainFaults("keelstone: ");
-    for (const auto& run : batch_) run->domain = domains_.Find(run->parsed.domain);
-  }
-  for (const auto& run : batch_) submitted_ += run->domain->usable ? 1 : 0;
-  batchBytes_ = 0;
-  const bool taken = scheduler_.load()->Submit(std::exchange(batch_, {}));
-  return taken ? Broken::kNo : Broken::kStopped;
-}
-
 void EvaluateJob::WriteOpenEpisodes() {
   try {
     for (const auto& [key, episode] : book_.Open()) output_.Write(OpenEpisodeLine(key, episode));
@@ -292,15 +223,7 @@ void EvaluateJob::WriteOpenEpisodes() {
   output_.Flush();
 }
 
-void EvaluateJob::SayDomainFaults(const std::string& place) {
-  for (const std::string& fault : domains_.TakeFaults()) {
-    domainRefused_ = true;
-    console_.Say(place + fault);
-  }
-}
-
-int EvaluateJob::Conclude(Broken broken) {
-  console_.EndProgress();
+void EvaluateJob::SayFailures() {
   if (outputLost_.load()) console_.Say("keelstone: results were lost for want of memory");
   if (output_.failure() != 0) {
     console_.Say(std::string("keelstone: standard output cannot be written: ") +
@@ -318,24 +241,32 @@ int EvaluateJob::Conclude(Broken broken) {
                  "first " +
                  Printable(FirstFailureText()));
   }
-  const std::uint64_t lacking = unread_.count() + notEvaluated_.count();
+  const std::uint64_t lacking = admission_.unread() + notEvaluated_.count();
   if (lacking > 0) {
     console_.Say("keelstone: memory was too short for " + std::to_string(lacking) +
                  (lacking == 1 ? " run" : " runs"));
   } else if (MemoryFaults() > 0) {
     console_.Say("keelstone: memory ran short; not all may have been evaluated or stored");
   }
+}
+
+int EvaluateJob::Conclude(Broken broken) {
+  console_.EndProgress();
+  SayFailures();
   if (!options_.quiet) {
-    console_.Say("keelstone: " + SummaryText(progress_, faults_.count(), console_.Elapsed()));
+    console_.Say("keelstone: " + SummaryText(progress_, admission_.faults(), console_.Elapsed()));
   }
   Logger::Instance().Flush();
-  if (domainRefused_ && submitted_ == 0) return kExitUnusable;
+  if (admission_.isDomainRefused() && !admission_.hasUsableRuns()) return kExitUnusable;
   const bool isRead = broken == Broken::kNo || broken == Broken::kStrict;
-  const bool isWritten = output_.failure() == 0 && !outputLost_.load() && failedWrites == 0;
-  const bool isEvaluated = !domainRefused_ && failedReads == 0 && lacking + MemoryFaults() == 0;
+  const bool isWritten =
+      output_.failure() == 0 && !outputLost_.load() && GetFailedWriteCount() == 0;
+  const std::uint64_t lacking = admission_.unread() + notEvaluated_.count() + MemoryFaults();
+  const bool isEvaluated =
+      !admission_.isDomainRefused() && GetFailedReadCount() == 0 && lacking == 0;
   if (!isRead || !isEvaluated || !isWritten) return kExitBrokenOff;
   if (options_.failOnAlert && progress_.tally.alerts > 0) return kExitAlert;
-  return faults_.count() > 0 ? kExitLinesSkipped : kExitDone;
+  return admission_.faults() > 0 ? kExitLinesSkipped : kExitDone;
 }
 
 }  // namespace keelstone::host

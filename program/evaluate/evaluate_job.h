@@ -5,31 +5,27 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "keelstone/resident_store.h"
 #include "program/console.h"
-#include "program/domain_registry.h"
 #include "program/evaluate/alert_book.h"
 #include "program/evaluate/evaluate_command.h"
+#include "program/evaluate/input_cutter.h"
 #include "program/evaluate/line_faults.h"
-#include "program/evaluate/line_reader.h"
 #include "program/evaluate/output_writer.h"
 #include "program/evaluate/result_output.h"
+#include "program/evaluate/run_admission.h"
+#include "program/evaluate/run_pool.h"
 #include "program/evaluate/run_scheduler.h"
 #include "program/stop_request.h"
 
 namespace keelstone::host {
 
-/// One input of an evaluation.
-struct InputFile {
-  std::string path;  // "-" for standard input
-  std::string name;  // as it stands in messages
-};
-
-/// One evaluation from the first line to the exit code. The thread that calls Run reads
-/// and parses; the scheduler's workers evaluate and format; its delivery thread writes.
+/// One evaluation from the first line to the exit code. The thread that calls Run cuts the
+/// input into batches of lines (`InputCutter`); the scheduler's workers read, admit
+/// (`RunAdmission`), evaluate and format; its delivery thread writes.
 class EvaluateJob final : private RunWork {
  public:
   EvaluateJob(const EvaluateOptions& options, OutputFormat format, std::uint64_t inputTotal);
@@ -41,24 +37,25 @@ class EvaluateJob final : private RunWork {
   /// Why reading ended before the end of the inputs.
   enum class Broken { kNo, kStopped, kStrict, kFailed };
 
+  void Read(InputBatch& batch) noexcept override { pool_.Read(batch); }
+  bool Admit(InputBatch& batch) noexcept override { return admission_.Admit(batch); }
+  void GiveBack(std::unique_ptr<InputBatch> batch) noexcept override {
+    pool_.GiveBack(std::move(batch));
+  }
   bool Evaluate(host::Run& run) noexcept override;
   void Flush(const std::string& domain) noexcept override;
   Units Load(const DomainSnapshot& domain, const std::vector<UnitKey>& keys) noexcept override;
-  void Deliver(const std::vector<std::unique_ptr<host::Run>>& runs) noexcept override;
+  void Deliver(std::vector<std::unique_ptr<host::Run>>& runs) noexcept override;
 
   void OnSignal(int signal);
-  Broken ReadInputs(const std::vector<InputFile>& inputs);
-  Broken ReadInput(const InputFile& input);
-  Broken ReadLines(const InputFile& input, LineReader& reader);
-  Broken TakeLine(const InputFile& input, const LineReader& reader, LineReader::Got got,
-                  std::string_view line);
-  Broken Skip(const std::string& fault);
-  void SayLackOfMemory(const ParsedRun& run) noexcept;
   void StartScheduler();
-  Broken SubmitBatch();
-  void SayDomainFaults(const std::string& place);
+  RunScheduler::Limits SchedulerLimits() const;
+  Broken CutInputs(const std::vector<InputFile>& inputs);
   Broken Fail(const std::string& why);
+  void Format(host::Run& run, RunOutcome& outcome, bool isExplained);
+  void SayLackOfMemory(const ParsedRun& run) noexcept;
   void WriteOpenEpisodes();
+  void SayFailures();
   int Conclude(Broken broken);
 
   const EvaluateOptions& options_;
@@ -68,17 +65,9 @@ class EvaluateJob final : private RunWork {
   StopRequest stop_;
   OutputWriter output_;  // the delivery thread's
   AlertBook book_;
-  JudgedValues judged_;
-  DomainRegistry domains_;
-  RunLineReader lines_;
-  std::vector<std::unique_ptr<host::Run>> batch_;
-  std::size_t batchBytes_ = 0;
-  std::uint64_t inputBase_ = 0;  // bytes of the inputs before the present one
-  std::uint64_t submitted_ = 0;  // runs of usable domains
-  LineFaults faults_;
-  LineFaults unread_;        // lines for which there was no memory
-  LineFaults notEvaluated_;  // runs likewise; the delivery thread's
-  bool domainRefused_ = false;
+  RunPool pool_;
+  RunAdmission admission_;
+  LineFaults notEvaluated_;  // runs for which memory was short; the delivery thread's
   std::atomic<bool> outputLost_{false};
   EvaluationProgress progress_;  // the delivery thread's until the scheduler has finished
   // The watch goes first at the end, and its thread finds the scheduler only once it is made.

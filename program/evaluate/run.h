@@ -26,6 +26,7 @@ struct RunTally {
 /// One run on its way from the reader over a worker to the output.
 struct Run {
   ParsedRun parsed;
+  std::string unitKey;  // AssignUnitKey
   const DomainSnapshot* domain = nullptr;
   std::size_t bytes = 0;            // length of its line
   std::uint64_t inputPosition = 0;  // bytes of all inputs up to its end

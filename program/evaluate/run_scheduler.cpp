@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <exception>
-#include <functional>
 #include <map>
 #include <new>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 
@@ -13,23 +13,27 @@ namespace keelstone::host {
 namespace {
 
 constexpr std::size_t kDeliveredAtOnce = 4096;
+// Runs of one unit that a worker evaluates without looking for others between them.
+constexpr std::size_t kRunsAtOnce = 64;
+
+// Runs that are done wait so long for others to be delivered with them, if others can be done.
+constexpr auto kDeliveryPause = std::chrono::milliseconds(1);
 
 UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.param}; }
 
 }  // namespace
 
-RunWork::Units RunWork::Load(const DomainSnapshot&, const std::vector<UnitKey>&) noexcept {
-  return {};
-}
+RunWork::Units RunWork::Load(const DomainSnapshot&, const std::vector<UnitKey>&) noexcept { return {}; }
 
-RunScheduler::RunScheduler(RunWork& work, const Limits& limits) : work_(work), limits_(limits) {
+RunScheduler::RunScheduler(RunWork& work, const Limits& limits)
+    : work_(work), limits_(limits), queues_(workComes_) {
   delivering_.reserve(std::min(limits_.runs, kDeliveredAtOnce));
   workers_.reserve(limits_.threads);
   if (limits_.threads > 0) StartThreads();
 }
 
 /// What is found depends on none of them. The one that delivers comes first: without it the
-/// thread that submits has to, and may as well evaluate.
+/// thread that submits has to, and may as well do the rest.
 void RunScheduler::StartThreads() {
   try {
     deliverer_ = std::thread([this] { DeliverAll(); });
@@ -51,53 +55,36 @@ std::uint64_t RunScheduler::dropped() const {
   return dropped_;
 }
 
-bool RunScheduler::IsFull() const {
-  return heldRuns_ >= limits_.runs || (heldRuns_ > 0 && heldBytes_ >= limits_.bytes);
-}
-
-/// Loads what the first runs of idle units need. A unit that is idle stays so until this
-/// thread, the only one that submits, hands over a run of it.
-void RunScheduler::LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) {
-  struct Wanted {
-    std::vector<Run*> runs;
-    std::vector<UnitKey> keys;
-  };
-  std::map<const DomainSnapshot*, Wanted> wanted;
-  {
-    const MutexLock lock(mutex_);
-    if (stopped_) return;
-    std::unordered_set<std::string> seen;
-    for (const std::unique_ptr<Run>& run : runs) {
-      AssignUnitKey(keyBuffer_, run->parsed);
-      if (run->domain == nullptr || units_.contains(keyBuffer_)) continue;
-      if (!seen.insert(keyBuffer_).second) continue;
-      Wanted& units = wanted[run->domain];
-      units.runs.push_back(run.get());
-      units.keys.push_back(UnitKeyOf(run->parsed));
-    }
-  }
-  for (auto& [domain, units] : wanted) {
-    RunWork::Units loaded = work_.Load(*domain, units.keys);
-    for (std::size_t i = 0; i < loaded.size(); ++i) units.runs[i]->data = std::move(loaded[i]);
-  }
-}
-
-bool RunScheduler::Submit(std::vector<std::unique_ptr<Run>> runs) {
-  try {
-    LoadIdleUnits(runs);
-  } catch (const std::bad_alloc&) {
-    // They load for themselves.
-  }
+bool RunScheduler::lacksMemory() const {
   const MutexLock lock(mutex_);
-  for (std::unique_ptr<Run>& run : runs) {
-    while (!stopped_ && IsFull()) {
-      if (!HelpOut()) roomComes_.Wait(mutex_);
-    }
-    if (stopped_) return false;
-    Enqueue(std::move(run));
+  return lacksMemory_;
+}
+
+bool RunScheduler::IsFull() const {
+  if (heldRuns_ == 0) return false;
+  return heldRuns_ >= limits_.runs || heldBytes_ >= limits_.bytes ||
+         (heldRuns_ >= limits_.enoughRuns && heldBytes_ >= limits_.enoughBytes);
+}
+
+bool RunScheduler::Submit(std::unique_ptr<InputBatch> batch) {
+  const MutexLock lock(mutex_);
+  while (!IsEnded() && IsFull()) {
+    if (!HelpOut()) roomComes_.Wait(mutex_);
   }
+  if (IsEnded()) return false;
+  const std::size_t runs = batch->lines.size();
+  const std::size_t bytes = batch->text.size();
+  batches_.push_back(std::move(batch));
+  heldRuns_ += runs;
+  heldBytes_ += bytes;
+  workComes_.NotifyOne();
   HelpOut();
   return true;
+}
+
+void RunScheduler::AwaitAdmitted() {
+  const MutexLock lock(mutex_);
+  while (!IsAllAdmitted()) roomComes_.Wait(mutex_);
 }
 
 /// Does what there is no thread for; whether anything was done.
@@ -109,71 +96,11 @@ bool RunScheduler::HelpOut() {
   return isDone;
 }
 
-RunScheduler::Unit& RunScheduler::UnitOf(const ParsedRun& run) {
-  AssignUnitKey(keyBuffer_, run);
-  const auto [place, isNew] = units_.try_emplace(keyBuffer_);
-  Unit& unit = place->second;
-  if (isNew) {
-    const auto [domain, isNewDomain] = domains_.try_emplace(run.domain);
-    if (isNewDomain) domain->second.name = &domain->first;
-    unit.key = &place->first;
-    unit.domain = &domain->second;
-  }
-  return unit;
-}
-
-void RunScheduler::Enqueue(std::unique_ptr<Run> owned) {
-  Run& run = *owned;
-  Unit& unit = UnitOf(run.parsed);
-  if (ready_.capacity() < units_.size()) ready_.reserve(2 * units_.size());
-  undelivered_.push_back(std::move(owned));
-  // From here on no memory is needed.
-  run.sequence = nextSequence_++;
-  ++queued_;
-  ++heldRuns_;
-  heldBytes_ += run.bytes;
-  if (unit.head != nullptr) {
-    unit.tail->next = &run;
-    unit.tail = &run;
-    return;
-  }
-  unit.head = unit.tail = &run;
-  if (unit.state == Unit::State::kClean) MakeReadyOrForget(unit);
-  if (unit.state == Unit::State::kPending) AwaitFlush(*unit.domain);
-}
-
-/// For a unit without pending rows: its next run may begin, or there is nothing to
-/// remember of it.
-void RunScheduler::MakeReadyOrForget(Unit& unit) {
-  unit.state = Unit::State::kClean;
-  if (unit.head != nullptr) {
-    ready_.emplace_back(unit.head->sequence, &unit);
-    std::push_heap(ready_.begin(), ready_.end(), std::greater<>());
-    workComes_.NotifyOne();
-  } else {
-    units_.erase(units_.find(*unit.key));
-  }
-}
-
-/// One more unit of the domain has pending rows and a run to go.
-void RunScheduler::AwaitFlush(DomainQueue& domain) {
-  ++domain.waiting;
-  if (!domain.flushing && !domain.listed) ListFlushable(domain);
-}
-
-void RunScheduler::ListFlushable(DomainQueue& domain) {
-  domain.listed = true;
-  domain.next = nullptr;
-  (firstFlushable_ == nullptr ? firstFlushable_ : lastFlushable_->next) = &domain;
-  lastFlushable_ = &domain;
-  workComes_.NotifyOne();
-}
-
 void RunScheduler::Work() {
   mutex_.Lock();
   while (true) {
     if (PerformNext()) continue;
-    if (closed_ && queued_ == 0) break;
+    if (isClosed_ && queues_.queued() == 0 && IsAllAdmitted()) break;
     workComes_.Wait(mutex_);
   }
   workComes_.NotifyAll();
@@ -181,75 +108,154 @@ void RunScheduler::Work() {
 }
 
 bool RunScheduler::IsFlushDue() const {
-  return isShared_ && firstFlushable_ != nullptr &&
-         firstFlushable_->values >= limits_.valuesWorthAFlush;
+  const UnitQueues::DomainQueue* const domain = queues_.flushable();
+  return isShared_ && domain != nullptr && domain->values >= limits_.valuesWorthAFlush;
 }
 
 bool RunScheduler::PerformNext() {
-  if (!ready_.empty() && !IsFlushDue()) {
-    std::pop_heap(ready_.begin(), ready_.end(), std::greater<>());
-    Unit& unit = *ready_.back().second;
-    ready_.pop_back();
-    PerformRun(unit);
-    return true;
+  if (!IsEnded() && !isAdmitting_ && !batches_.empty() && batches_.front()->isRead) {
+    PerformAdmission();
+  } else if (IsFlushDue()) {
+    PerformFlush();
+  } else if (queues_.HasReady()) {
+    PerformRuns();
+  } else if (!IsEnded() && nextToRead_ < batches_.size()) {
+    PerformRead();
+  } else if (queues_.flushable() != nullptr) {
+    PerformFlush();
+  } else {
+    return false;
   }
-  if (firstFlushable_ == nullptr) return false;
-  DomainQueue& domain = *std::exchange(firstFlushable_, firstFlushable_->next);
-  domain.listed = false;
-  PerformFlush(domain);
   return true;
 }
 
-void RunScheduler::PerformRun(Unit& unit) {
-  if (unit.head == nullptr) {  // its runs were dropped while it stood in the queue
-    MakeReadyOrForget(unit);
-    return;
-  }
-  Run& run = *unit.head;
-  unit.head = run.next;
-  unit.state = Unit::State::kRunning;
-  if (unit.data) run.data = std::move(unit.data);
-  latestBegun_ = std::max(latestBegun_, run.sequence);
-  --queued_;
-  const std::size_t values = run.parsed.variables.size();
+void RunScheduler::PerformRead() {
+  InputBatch& batch = *batches_[nextToRead_++];
   mutex_.Unlock();
-  const bool pending = work_.Evaluate(run);
+  work_.Read(batch);
   mutex_.Lock();
-  run.done = true;
-  if (undelivered_.front().get() == &run) deliveryComes_.NotifyOne();
-  if (!pending) {
-    MakeReadyOrForget(unit);
-    return;
-  }
-  unit.state = Unit::State::kPending;
-  unit.nextPending = std::exchange(unit.domain->pending, &unit);
-  unit.domain->values += values;
-  if (unit.head != nullptr) AwaitFlush(*unit.domain);
+  batch.isRead = true;
 }
 
-void RunScheduler::PerformFlush(DomainQueue& domain) {
-  domain.flushing = true;
-  domain.values = domain.waiting = 0;
-  Unit* const units = std::exchange(domain.pending, nullptr);
-  for (Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
-    unit->state = Unit::State::kFlushing;
+void RunScheduler::PerformAdmission() {
+  isAdmitting_ = true;
+  std::unique_ptr<InputBatch> batch = std::move(batches_.front());
+  batches_.pop_front();
+  --nextToRead_;
+  mutex_.Unlock();
+  const bool goesOn = work_.Admit(*batch);
+  LoadIdleUnits(*batch);
+  mutex_.Lock();
+  if (!Enqueue(*batch)) lacksMemory_ = true;
+  if (!goesOn) isRefused_ = true;
+  mutex_.Unlock();
+  work_.GiveBack(std::move(batch));
+  mutex_.Lock();
+  isAdmitting_ = false;
+  roomComes_.NotifyAll();
+  if (!IsAllAdmitted()) return;
+  workComes_.NotifyAll();
+  deliveryComes_.NotifyAll();
+}
+
+/// Puts the batch's runs into the queues; false when memory is too short for all of them.
+bool RunScheduler::Enqueue(InputBatch& batch) {
+  heldBytes_ -= batch.text.size();
+  heldRuns_ -= batch.lines.size();
+  for (InputLine& line : batch.lines) {
+    if (line.state != InputLine::State::kRun) continue;
+    if (isStopped_) {
+      ++dropped_;
+      continue;
+    }
+    const std::size_t bytes = line.run->bytes;
+    try {
+      undelivered_.push_back(std::move(line.run));
+      queues_.Add(*undelivered_.back());
+    } catch (const std::bad_alloc&) {
+      if (line.run == nullptr) undelivered_.pop_back();
+      return false;
+    }
+    ++heldRuns_;
+    heldBytes_ += bytes;
   }
+  return true;
+}
+
+/// Loads what the first runs of idle units need. A unit that is idle stays so until this
+/// batch, before which no other is admitted, joins the queues.
+void RunScheduler::LoadIdleUnits(const InputBatch& batch) {
+  struct Wanted {
+    std::vector<Run*> runs;
+    std::vector<UnitKey> keys;
+  };
+  std::map<const DomainSnapshot*, Wanted> wanted;
+  try {
+    const MutexLock lock(mutex_);
+    if (isStopped_) return;
+    std::unordered_set<std::string_view> seen;
+    for (const InputLine& line : batch.lines) {
+      if (line.state != InputLine::State::kRun) continue;
+      Run& run = *line.run;
+      if (run.domain == nullptr || queues_.Contains(run.unitKey)) continue;
+      if (!seen.insert(run.unitKey).second) continue;
+      Wanted& units = wanted[run.domain];
+      units.runs.push_back(&run);
+      units.keys.push_back(UnitKeyOf(run.parsed));
+    }
+  } catch (const std::bad_alloc&) {
+    return;  // they load for themselves
+  }
+  for (auto& [domain, units] : wanted) {
+    RunWork::Units loaded = work_.Load(*domain, units.keys);
+    for (std::size_t i = 0; i < loaded.size(); ++i) units.runs[i]->data = std::move(loaded[i]);
+  }
+}
+
+/// Evaluates the earliest run, and those of its unit that come next anyway.
+void RunScheduler::PerformRuns() {
+  Run* runs = nullptr;
+  UnitQueues::Unit* const unit = queues_.Begin(kRunsAtOnce, runs);
+  if (unit == nullptr) return;
+  if (unit->data) runs->data = std::move(unit->data);
+  mutex_.Unlock();
+  Run* next = runs;
+  bool isPending = false;
+  std::size_t values = 0;
+  while (next != nullptr && !isPending) {
+    values += next->parsed.variables.size();
+    isPending = work_.Evaluate(*next);
+    next = next->next;
+  }
+  mutex_.Lock();
+  for (Run* run = runs; run != next; run = run->next) run->done = true;
+  queues_.End(*unit, next, isPending, values);
+  NoteDone();
+}
+
+/// Wakes whoever delivers: not for each run, while more come at once.
+void RunScheduler::NoteDone() {
+  if (!undelivered_.front()->done) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (queues_.HasReady() && now < nextDelivery_) return;
+  nextDelivery_ = now + kDeliveryPause;
+  deliveryComes_.NotifyOne();
+}
+
+void RunScheduler::PerformFlush() {
+  UnitQueues::DomainQueue& domain = queues_.BeginFlush();
+  UnitQueues::Unit* const units = std::exchange(domain.pending, nullptr);
   FlushAndLoad(*domain.name, units);
-  domain.flushing = false;
-  for (Unit* unit = units; unit != nullptr;) {
-    // A unit that is forgotten is gone.
-    MakeReadyOrForget(*std::exchange(unit, unit->nextPending));
-  }
-  if (domain.waiting > 0 && !domain.listed) ListFlushable(domain);
+  queues_.EndFlush(domain, units);
 }
 
 /// Puts the units' rows on disk, and loads those that have a run to go.
-void RunScheduler::FlushAndLoad(const std::string& domain, Unit* units) {
-  std::vector<Unit*> next;
+void RunScheduler::FlushAndLoad(const std::string& domain, UnitQueues::Unit* units) {
+  std::vector<UnitQueues::Unit*> next;
   std::vector<UnitKey> keys;
   const DomainSnapshot* source = nullptr;
   try {
-    for (Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
+    for (UnitQueues::Unit* unit = units; unit != nullptr; unit = unit->nextPending) {
       if (unit->head == nullptr || unit->head->domain == nullptr) continue;
       next.push_back(unit);
       keys.push_back(UnitKeyOf(unit->head->parsed));
@@ -268,38 +274,28 @@ void RunScheduler::FlushAndLoad(const std::string& domain, Unit* units) {
 
 void RunScheduler::Stop() {
   const MutexLock lock(mutex_);
-  if (stopped_) return;
-  stopped_ = true;
-  for (auto& [key, unit] : units_) CutAfter(latestBegun_, unit);
-  while (!undelivered_.empty() && undelivered_.back()->sequence > latestBegun_) {
+  if (isStopped_) return;
+  isStopped_ = true;
+  const std::uint64_t latest = queues_.DropRest();
+  while (!undelivered_.empty() && undelivered_.back()->sequence > latest) {
     heldBytes_ -= undelivered_.back()->bytes;
     undelivered_.pop_back();
     --heldRuns_;
-    --queued_;
+    queues_.NoteDropped();
     ++dropped_;
+  }
+  if (!isRefused_) {
+    for (const auto& batch : batches_) dropped_ += batch->lines.size();
   }
   workComes_.NotifyAll();
   deliveryComes_.NotifyAll();
   roomComes_.NotifyAll();
 }
 
-void RunScheduler::CutAfter(std::uint64_t sequence, Unit& unit) {
-  if (unit.head == nullptr) return;
-  if (unit.head->sequence > sequence) {
-    unit.head = unit.tail = nullptr;
-    if (unit.state == Unit::State::kPending) --unit.domain->waiting;
-    return;
-  }
-  Run* last = unit.head;
-  while (last->next != nullptr && last->next->sequence <= sequence) last = last->next;
-  last->next = nullptr;
-  unit.tail = last;
-}
-
 void RunScheduler::Drain() {
   {
     const MutexLock lock(mutex_);
-    closed_ = true;
+    isClosed_ = true;
     workComes_.NotifyAll();
     deliveryComes_.NotifyAll();
     HelpOut();
@@ -318,7 +314,7 @@ void RunScheduler::DeliverAll() {
   mutex_.Lock();
   while (true) {
     if (DeliverReady()) continue;
-    if (closed_ && undelivered_.empty()) break;
+    if (isClosed_ && undelivered_.empty() && IsAllAdmitted()) break;
     deliveryComes_.Wait(mutex_);
   }
   mutex_.Unlock();
@@ -326,22 +322,22 @@ void RunScheduler::DeliverAll() {
 
 /// Delivers what is ready; false when nothing is.
 bool RunScheduler::DeliverReady() {
+  std::size_t bytes = 0;
   while (!undelivered_.empty() && undelivered_.front()->done &&
          delivering_.size() < delivering_.capacity()) {
+    bytes += undelivered_.front()->bytes;
     delivering_.push_back(std::move(undelivered_.front()));
     undelivered_.pop_front();
   }
   if (delivering_.empty()) return false;
+  const std::size_t count = delivering_.size();
   mutex_.Unlock();
   work_.Deliver(delivering_);
-  std::size_t bytes = 0;
-  for (const auto& run : delivering_) bytes += run->bytes;
-  const std::size_t count = delivering_.size();
   delivering_.clear();
   mutex_.Lock();
   heldRuns_ -= count;
   heldBytes_ -= bytes;
-  roomComes_.NotifyAll();
+  if (!IsFull()) roomComes_.NotifyAll();
   return true;
 }
 

@@ -1,25 +1,33 @@
 #ifndef KEELSTONE_PROGRAM_EVALUATE_RUN_SCHEDULER_H
 #define KEELSTONE_PROGRAM_EVALUATE_RUN_SCHEDULER_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <string>
 #include <thread>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "keelstone/mutex.h"
+#include "program/evaluate/input_batch.h"
 #include "program/evaluate/run.h"
+#include "program/evaluate/unit_queues.h"
 
 namespace keelstone::host {
 
-/// What a scheduler does with runs. None of the operations throws.
+/// What a scheduler does with lines and runs. None of the operations throws.
 class RunWork {
  public:
   virtual ~RunWork() = default;
+  /// Reads the lines of a batch to runs. Several workers at once.
+  virtual void Read(InputBatch& batch) noexcept = 0;
+  /// Takes in what was read, in the order of the input: what still stands in the batch as a run
+  /// is evaluated. False when nothing behind it is. One thread at a time.
+  virtual bool Admit(InputBatch& batch) noexcept = 0;
+  /// A batch that nobody needs any more.
+  virtual void GiveBack(std::unique_ptr<InputBatch> batch) noexcept = 0;
   /// Evaluates one run; true when rows of its unit may be pending afterwards. Several
   /// workers at once, never for two runs of one unit.
   virtual bool Evaluate(Run& run) noexcept = 0;
@@ -31,23 +39,21 @@ class RunWork {
   /// one element a key, or none at all: what is not loaded the runs load for themselves.
   /// Several threads at once.
   virtual Units Load(const DomainSnapshot& domain, const std::vector<UnitKey>& keys) noexcept;
-  /// Takes evaluated runs, in the order of the input. One thread.
-  virtual void Deliver(const std::vector<std::unique_ptr<Run>>& runs) noexcept = 0;
+  /// Takes evaluated runs over, in the order of the input. One thread at a time.
+  virtual void Deliver(std::vector<std::unique_ptr<Run>>& runs) noexcept = 0;
 };
 
 /// Evaluates runs on several threads, those of one unit (domain, device, source, param)
-/// strictly in the order of submission and none before the rows of the one before it are
-/// on disk, and delivers them in the order of submission.
+/// strictly in the order of the input (`UnitQueues`), and delivers them in that order.
 ///
-/// Runs are taken breadth first: the earliest run whose unit has nothing pending. A domain
-/// is flushed when there is none, or when so many values of it are pending that a flush is
-/// worth its syncs of the disk and another worker can evaluate meanwhile; so one flush
-/// serves all units of the domain that have been evaluated since the last one. A flush that
-/// has begun serves no row that comes later, which is why units evaluated meanwhile wait
-/// for the next one.
+/// Lines come in batches. Any worker reads a batch; what was read is admitted batch by batch
+/// in the order of the input, by whichever worker comes by, and joins the queues of its units
+/// then. A worker takes the first of these that it can do: admit what was read, evaluate, read,
+/// flush. A flush is taken before the others when so many values of a domain are pending that
+/// it is worth its syncs of the disk and another worker can evaluate meanwhile.
 ///
 /// Units are loaded in bulk: those that a flush has made ready by the worker that flushed,
-/// those that were idle by the thread that submits, both while other workers evaluate. What
+/// those that were idle by the worker that admits, both while other workers evaluate. What
 /// is loaded of a unit is what its next run would read, because nobody writes the unit's
 /// rows between: none of its runs is under way and none of its rows is pending.
 ///
@@ -57,19 +63,23 @@ class RunWork {
 /// reached the disk earlier, when the cache's own thread woke up, makes no difference
 /// then. Rows of other units are never an answer to its questions.
 ///
-/// What no thread could be started for, the thread that submits does: it evaluates within
-/// Submit and Drain, and delivers there and within Finish.
+/// What no thread could be started for, the thread that submits does within Submit and Drain;
+/// it delivers there and within Finish.
 ///
-/// Only Submit, which says so by an exception, and loading ahead, which is then left out,
-/// need memory that may be lacking; the threads themselves take none.
+/// Memory is needed to submit, which says so by an exception, to admit (lacksMemory), and to
+/// load ahead, which is left out without it; the threads themselves take none.
 ///
-/// Any thread may call Stop; Submit, Drain and Finish belong to one thread.
+/// Any thread may call Stop; Submit, AwaitAdmitted, Drain and Finish belong to one thread.
 class RunScheduler {
  public:
   struct Limits {
-    unsigned threads = 1;             // that evaluate; 0: none is started
+    unsigned threads = 1;             // that work; 0: none is started
     std::size_t runs = 4096;          // submitted and not yet delivered
-    std::size_t bytes = 256U << 20U;  // of their lines; one run is always let in
+    std::size_t bytes = 256U << 20U;  // of their lines; one batch is always let in
+    // As many bytes are enough, if they are of as many runs: what waits for less long is still
+    // in the processor's cache. Where flushes lie between runs, many units should wait for one.
+    std::size_t enoughBytes = bytes;
+    std::size_t enoughRuns = 1;
     // So many pending values are flushed while others evaluate: about ten transactions, of
     // which a shorter last one costs little.
     std::size_t valuesWorthAFlush = 6000;
@@ -81,14 +91,16 @@ class RunScheduler {
   RunScheduler(const RunScheduler&) = delete;
   RunScheduler& operator=(const RunScheduler&) = delete;
 
-  /// How many evaluating threads could be started, of as many as were wanted; 0: none.
+  /// How many working threads could be started, of as many as were wanted; 0: none.
   unsigned workers() const noexcept { return static_cast<unsigned>(workers_.size()); }
   /// Why there are not all of them; empty when there are.
   const std::string& startFault() const noexcept { return startFault_; }
 
-  /// Takes runs over; waits while the limits are reached. False when it has been stopped:
-  /// what was not taken yet is dropped.
-  [[nodiscard]] bool Submit(std::vector<std::unique_ptr<Run>> runs);
+  /// Takes a batch over; waits while the limits are reached. False when no more is taken: after
+  /// Stop, when Admit said so, and for want of memory to admit; the batch is dropped then.
+  [[nodiscard]] bool Submit(std::unique_ptr<InputBatch> batch);
+  /// Returns when all that was submitted is admitted, or will never be.
+  void AwaitAdmitted();
   /// Begins no run after the latest that has been begun, so that what is evaluated is
   /// the beginning of the input; what was submitted beyond is dropped.
   void Stop();
@@ -97,33 +109,12 @@ class RunScheduler {
   /// Returns when all are delivered, too.
   void Finish();
 
-  /// Runs that Stop has dropped.
+  /// Lines and runs that Stop has dropped.
   std::uint64_t dropped() const;
+  /// Whether the rest was dropped because memory was too short to admit it.
+  bool lacksMemory() const;
 
  private:
-  struct DomainQueue;
-  /// The runs of one unit that are not evaluated yet, oldest first.
-  struct Unit {
-    enum class State { kClean, kRunning, kPending, kFlushing };
-    const std::string* key = nullptr;
-    DomainQueue* domain = nullptr;
-    State state = State::kClean;
-    Run* head = nullptr;
-    Run* tail = nullptr;
-    Unit* nextPending = nullptr;     // in its domain's list
-    std::unique_ptr<UnitData> data;  // loaded for the next run
-  };
-  struct DomainQueue {
-    const std::string* name = nullptr;
-    Unit* pending = nullptr;  // units with rows that no flush has begun to write, newest first
-    std::size_t values = 0;   // evaluated in their runs: about as many rows
-    std::size_t waiting = 0;  // how many of them have a run to go
-    bool flushing = false;
-    bool listed = false;          // stands among the flushable ones
-    DomainQueue* next = nullptr;  // of these
-  };
-  using Ready = std::pair<std::uint64_t, Unit*>;
-
   void StartThreads();
   void Work();
   void DeliverAll();
@@ -131,40 +122,41 @@ class RunScheduler {
   bool HelpOut() KS_REQUIRES(mutex_);
   bool PerformNext() KS_REQUIRES(mutex_);
   bool IsFlushDue() const KS_REQUIRES(mutex_);
-  void PerformRun(Unit& unit) KS_REQUIRES(mutex_);
-  void PerformFlush(DomainQueue& domain) KS_REQUIRES(mutex_);
-  void FlushAndLoad(const std::string& domain, Unit* units) KS_REQUIRES(mutex_);
-  void LoadIdleUnits(const std::vector<std::unique_ptr<Run>>& runs) KS_EXCLUDES(mutex_);
-  void Enqueue(std::unique_ptr<Run> run) KS_REQUIRES(mutex_);
-  Unit& UnitOf(const ParsedRun& run) KS_REQUIRES(mutex_);
-  void MakeReadyOrForget(Unit& unit) KS_REQUIRES(mutex_);
-  void AwaitFlush(DomainQueue& domain) KS_REQUIRES(mutex_);
-  void ListFlushable(DomainQueue& domain) KS_REQUIRES(mutex_);
-  void CutAfter(std::uint64_t sequence, Unit& unit) KS_REQUIRES(mutex_);
+  void PerformRead() KS_REQUIRES(mutex_);
+  void PerformAdmission() KS_REQUIRES(mutex_);
+  bool Enqueue(InputBatch& batch) KS_REQUIRES(mutex_);
+  void PerformRuns() KS_REQUIRES(mutex_);
+  void NoteDone() KS_REQUIRES(mutex_);
+  void PerformFlush() KS_REQUIRES(mutex_);
+  void FlushAndLoad(const std::string& domain, UnitQueues::Unit* units) KS_REQUIRES(mutex_);
+  void LoadIdleUnits(const InputBatch& batch) KS_EXCLUDES(mutex_);
   bool IsFull() const KS_REQUIRES(mutex_);
+  /// Whether nothing is read or admitted any more.
+  bool IsEnded() const KS_REQUIRES(mutex_) { return isStopped_ || isRefused_ || lacksMemory_; }
+  bool IsAllAdmitted() const KS_REQUIRES(mutex_) {
+    return !isAdmitting_ && (batches_.empty() || IsEnded());
+  }
 
   RunWork& work_;
   const Limits limits_;
 
   mutable Mutex mutex_;      // guards all below; nothing else is taken or done while it is held
-  Condition workComes_;      // something to evaluate or to flush, or the end
+  Condition workComes_;      // something to do, or the end
   Condition deliveryComes_;  // the earliest run is done, or the end
-  Condition roomComes_;      // a run was delivered, or a stop
-  std::unordered_map<std::string, Unit> units_ KS_GUARDED_BY(mutex_);
-  std::unordered_map<std::string, DomainQueue> domains_ KS_GUARDED_BY(mutex_);
-  std::vector<Ready> ready_ KS_GUARDED_BY(mutex_);  // a heap, with room for all units
-  DomainQueue* firstFlushable_ KS_GUARDED_BY(mutex_) = nullptr;
-  DomainQueue* lastFlushable_ KS_GUARDED_BY(mutex_) = nullptr;
+  Condition roomComes_;      // a run was delivered, a batch admitted, or the end
+  std::deque<std::unique_ptr<InputBatch>> batches_ KS_GUARDED_BY(mutex_);  // not yet admitted
+  std::size_t nextToRead_ KS_GUARDED_BY(mutex_) = 0;                       // of these
+  UnitQueues queues_ KS_GUARDED_BY(mutex_);
   std::deque<std::unique_ptr<Run>> undelivered_ KS_GUARDED_BY(mutex_);  // in input order
-  std::string keyBuffer_ KS_GUARDED_BY(mutex_);
-  std::size_t queued_ KS_GUARDED_BY(mutex_) = 0;  // runs not begun
-  std::size_t heldRuns_ KS_GUARDED_BY(mutex_) = 0;
+  std::size_t heldRuns_ KS_GUARDED_BY(mutex_) = 0;                      // lines, too
   std::size_t heldBytes_ KS_GUARDED_BY(mutex_) = 0;
-  std::uint64_t nextSequence_ KS_GUARDED_BY(mutex_) = 1;
-  std::uint64_t latestBegun_ KS_GUARDED_BY(mutex_) = 0;
+  std::chrono::steady_clock::time_point nextDelivery_ KS_GUARDED_BY(mutex_);
   std::uint64_t dropped_ KS_GUARDED_BY(mutex_) = 0;
-  bool stopped_ KS_GUARDED_BY(mutex_) = false;
-  bool closed_ KS_GUARDED_BY(mutex_) = false;
+  bool isAdmitting_ KS_GUARDED_BY(mutex_) = false;
+  bool isStopped_ KS_GUARDED_BY(mutex_) = false;
+  bool isRefused_ KS_GUARDED_BY(mutex_) = false;  // Admit wants no more
+  bool lacksMemory_ KS_GUARDED_BY(mutex_) = false;
+  bool isClosed_ KS_GUARDED_BY(mutex_) = false;
   bool isShared_ KS_GUARDED_BY(mutex_) = false;  // there is more than one worker
 
   std::vector<std::unique_ptr<Run>> delivering_;  // of whoever delivers

@@ -8,7 +8,10 @@
 #include <optional>
 #include <utility>
 
+#include "intake/json_fields.h"
+#include "intake/plain_run.h"
 #include "intake/table_value.h"
+#include "intake/used_run.h"
 #include "keelstone/text_escape.h"
 
 namespace keelstone {
@@ -20,23 +23,10 @@ using Kind = RawJson::Kind;
 constexpr std::size_t kShownValueBytes = 60;
 
 bool FitsInt64(std::string_view integer) noexcept {
+  constexpr std::size_t kSurelyFits = 18;  // digits
+  if (integer.size() <= kSurelyFits) return true;
   std::int64_t value = 0;
   return std::from_chars(integer.data(), integer.data() + integer.size(), value).ec == std::errc();
-}
-
-/// Fills one member per name from an object; of two members with one name the last stays.
-template <class Fields, std::size_t N>
-Fields TakeFields(
-    const RawJson::Value& object,
-    const std::array<std::pair<std::string_view, RawJson::Value Fields::*>, N>& names) {
-  Fields fields;
-  for (auto member = object.begin(); member != object.end(); ++member) {
-    const auto known = std::find_if(names.begin(), names.end(), [&](const auto& entry) {
-      return entry.first == member.name();
-    });
-    if (known != names.end()) fields.*(known->second) = *member;
-  }
-  return fields;
 }
 
 /// Reads an integer of T's width; what is wrong with the value, or nothing.
@@ -61,6 +51,37 @@ struct RunLineReader::RunFields {
 
 struct RunLineReader::VariableFields {
   Value name, interface, interfacePath, value, type, typeCode, keys, sort, digest;
+};
+
+/// What the lines before have shown of those to come.
+struct RunLineReader::Guesses {
+  static constexpr std::array<JsonFields<RunFields, 10>::Name, 10> kRun = {{
+      {"time", &RunFields::time},
+      {"domain", &RunFields::domain},
+      {"device", &RunFields::device},
+      {"source", &RunFields::source},
+      {"param", &RunFields::param},
+      {"nodeId", &RunFields::nodeId},
+      {"nodePathSchema", &RunFields::nodePathSchema},
+      {"structureId", &RunFields::structureId},
+      {"onDemand", &RunFields::onDemand},
+      {"variables", &RunFields::variables},
+  }};
+  static constexpr std::array<JsonFields<VariableFields, 9>::Name, 9> kVariable = {{
+      {"name", &VariableFields::name},
+      {"interface", &VariableFields::interface},
+      {"interfacePath", &VariableFields::interfacePath},
+      {"value", &VariableFields::value},
+      {"type", &VariableFields::type},
+      {"typeCode", &VariableFields::typeCode},
+      {"keys", &VariableFields::keys},
+      {"sort", &VariableFields::sort},
+      {"digest", &VariableFields::digest},
+  }};
+
+  JsonFields<RunFields, 10> run{kRun};
+  JsonFields<VariableFields, 9> variable{kVariable};
+  PlainRun plain;
 };
 
 /// A "type" of the input with what it means to the engine.
@@ -106,7 +127,7 @@ std::int32_t RunLineReader::DefaultTypeCode(EnumKSDataType dataType) noexcept {
 }
 
 RunLineReader::RunLineReader(std::string defaultDomain)
-    : defaultDomain_(std::move(defaultDomain)) {}
+    : defaultDomain_(std::move(defaultDomain)), guesses_(std::make_unique<Guesses>()) {}
 
 RunLineReader::~RunLineReader() = default;
 
@@ -155,25 +176,17 @@ bool RunLineReader::ParseJson(std::string_view text) {
 }
 
 bool RunLineReader::Read(std::string_view line, ParsedRun& run) {
+  if (guesses_->plain.Read(line, defaultDomain_, run)) return true;
   if (!ParseJson(line)) return false;
   if (!json_.root().Is(Kind::kObject)) {
     fault_ = "a run must be a JSON object";
     return false;
   }
-  static constexpr std::array<std::pair<std::string_view, Value RunFields::*>, 10> kNames = {{
-      {"time", &RunFields::time},
-      {"domain", &RunFields::domain},
-      {"device", &RunFields::device},
-      {"source", &RunFields::source},
-      {"param", &RunFields::param},
-      {"nodeId", &RunFields::nodeId},
-      {"nodePathSchema", &RunFields::nodePathSchema},
-      {"structureId", &RunFields::structureId},
-      {"onDemand", &RunFields::onDemand},
-      {"variables", &RunFields::variables},
-  }};
-  run = ParsedRun();
-  return ReadRun(TakeFields<RunFields>(json_.root(), kNames), run);
+  Renew(run);
+  count_ = 0;
+  const bool isRead = ReadRun(guesses_->run.Take(json_.root()), run);
+  run.variables.resize(count_);
+  return isRead;
 }
 
 bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
@@ -193,9 +206,11 @@ bool RunLineReader::ReadRun(const RunFields& fields, ParsedRun& run) {
 bool RunLineReader::ReadVariables(std::string_view json, ParsedRun& run) {
   if (!ParseJson(json)) return false;
   ParsedRun read;
+  count_ = 0;
   const bool isRead = json_.root().Is(Kind::kObject) ? ReadVariable(json_.root(), read)
                                                      : ReadVariables(json_.root(), read);
   if (!isRead) return false;
+  read.variables.resize(count_);
   const std::size_t before = run.variables.size() + run.unread.size();
   for (const std::size_t place : read.unread) run.unread.push_back(before + place);
   run.variables.insert(run.variables.end(), std::make_move_iterator(read.variables.begin()),
@@ -216,19 +231,8 @@ bool RunLineReader::ReadVariables(const Value& list, ParsedRun& run) {
 }
 
 bool RunLineReader::ReadVariable(const Value& object, ParsedRun& run) {
-  static constexpr std::array<std::pair<std::string_view, Value VariableFields::*>, 9> kNames = {{
-      {"name", &VariableFields::name},
-      {"interface", &VariableFields::interface},
-      {"interfacePath", &VariableFields::interfacePath},
-      {"value", &VariableFields::value},
-      {"type", &VariableFields::type},
-      {"typeCode", &VariableFields::typeCode},
-      {"keys", &VariableFields::keys},
-      {"sort", &VariableFields::sort},
-      {"digest", &VariableFields::digest},
-  }};
-  const auto fields = TakeFields<VariableFields>(object, kNames);
-  VarInfo variable;
+  const VariableFields fields = guesses_->variable.Take(object);
+  VarInfo& variable = PlaceFor(run, count_);
   const TypeName* type = nullptr;
   if (!Require("name", fields.name) || !TakeString("name", fields.name, variable.variableName) ||
       !TakeString("interface", fields.interface, variable.interfaceValue) ||
@@ -239,13 +243,13 @@ bool RunLineReader::ReadVariable(const Value& object, ParsedRun& run) {
   if (type != nullptr) variable.variableType = type->typeCode;
   if (!TakeInteger("typeCode", fields.typeCode, variable.variableType)) return false;
   if (fields.value.Is(Kind::kNull)) {  // not read: it is no part of the run
-    run.unread.push_back(run.variables.size() + run.unread.size());
+    run.unread.push_back(count_ + run.unread.size());
     return true;
   }
   variable.dataType = type->dataType;
   const bool done = type->dataType == KSDataTable ? ReadTableValue(fields, variable)
                                                   : ReadScalar(fields.value, *type, variable);
-  if (done) run.variables.push_back(std::move(variable));
+  if (done) ++count_;
   return done;
 }
 

@@ -85,7 +85,8 @@ void RunScreen::FindDuplicates() {
   for (std::size_t i = 0; i < count; ++i) {
     std::size_t slot = keys_[i] & (size - 1);
     while (slots[slot] != kNone &&
-           !IsSameVariable(run_.variables[slots[slot]], run_.variables[i])) {
+           (keys_[slots[slot]] != keys_[i] ||
+            !IsSameVariable(run_.variables[slots[slot]], run_.variables[i]))) {
       slot = (slot + 1) & (size - 1);
     }
     if (slots[slot] == kNone) {

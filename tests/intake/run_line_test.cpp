@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace keelstone {
@@ -106,6 +109,84 @@ TEST(RunLine, KeepsControlCharactersOutOfFaults) {
   const auto outcome = ReadLine(Line(R"({"name":"a","type":"\u001b[2J\u202e","value":1})"));
   EXPECT_THAT(outcome.fault, HasSubstr("\\x1b[2J"));
   EXPECT_EQ(outcome.fault.find('\x1b'), std::string::npos);
+}
+
+/// All that a run holds.
+std::string TextOf(const ParsedRun& run) {
+  std::string text;
+  const auto add = [&](const auto&... parts) {
+    ((text += testing::PrintToString(parts) + "|"), ...);
+  };
+  add(run.time, run.domain, run.device, run.source, run.param, run.nodeId, run.nodePathSchema,
+      run.structureId, run.onDemand, run.unread);
+  for (const VarInfo& variable : run.variables) {
+    add(variable.variableName, variable.dataType, variable.variableType, variable.interfacePath,
+        variable.interfaceValue, variable.value.toString(), variable.tableKeys, variable.tableFlag,
+        variable.valueText);
+  }
+  return text;
+}
+
+/// An object of a few of these members, one of them changed at random.
+std::string RandomObject(std::mt19937& random, std::vector<std::string> members) {
+  std::shuffle(members.begin(), members.end(), random);
+  if (random() % 4 == 0) members.resize(random() % members.size());
+  if (random() % 8 == 0 && !members.empty()) {
+    std::string& member = members[random() % members.size()];
+    static constexpr std::string_view kBytes = "\"\\{}[],: \t\n019-+.eEtfnu\x80\xC3";
+    member[random() % member.size()] = kBytes[random() % kBytes.size()];
+  }
+  std::string text = "{";
+  for (const std::string& member : members) {
+    text += (text.size() > 1 ? random() % 9 == 0 ? " , " : "," : "") + member;
+  }
+  return text + "}";
+}
+
+TEST(RunLine, ReadsPlainLinesAsAnyOtherJson) {
+  const std::vector<std::string> values = {
+      "1", "-0", "0.5", "1e999", "9223372036854775808", "true", "null", "\"up\"", "\"\xC3\xA9\"",
+      "\"a\\tb\"", "[{\"a\":1}]", "\"7\"", "{}", "01", "\"long enough for many bytes at once\""};
+  const std::vector<std::string> types = {"int64", "float", "double", "string", "table", "other"};
+  std::mt19937 random(7);
+  ParsedRun run;  // used again and again
+  int plain = 0;
+  for (int round = 0; round < 20'000; ++round) {
+    std::string list = "[";
+    for (std::size_t i = random() % 4; i > 0; --i) {
+      std::vector<std::string> members = {"\"name\":\"v\"",
+                                          "\"value\":" + values[random() % values.size()]};
+      if (random() % 2 == 0) members.push_back("\"interface\": \"Ethernet0/1\"");
+      if (random() % 8 == 0) members.push_back("\"interfacePath\":\"p\"");
+      if (random() % 8 == 0) members.push_back(std::string("\"typeCode\":-2147483649").substr(0, 14 + random() % 9));
+      if (random() % 8 == 0) members.push_back("\"type\":\"" + types[random() % 6] + "\"");
+      if (random() % 16 == 0) members.push_back("\"keys\":[\"a\"]");
+      if (random() % 16 == 0) members.push_back("\"other\":" + values[random() % values.size()]);
+      if (random() % 16 == 0) members.push_back(members[random() % members.size()]);
+      list += (list.size() > 1 ? "," : "") + RandomObject(random, members);
+    }
+    std::vector<std::string> members = {"\"time\":5", "\"device\":\"d\"", "\"source\":\"s\"",
+                                        "\"variables\":" + list + "]"};
+    if (random() % 4 == 0) members.push_back("\"param\":\"p\"");
+    if (random() % 8 == 0) members.push_back("\"onDemand\":true");
+    if (random() % 8 == 0) members.push_back("\"domain\":" + values[random() % values.size()]);
+    const std::string line = RandomObject(random, members);
+    if (line == "{}") continue;
+    RunLineReader reader("home");
+    RunLineReader other("home");
+    const bool isRead = reader.Read(line, run);
+    ParsedRun expected;
+    // An escape in front, and it is not plain.
+    const bool isExpected = other.Read(R"({"\u0020":0,)" + line.substr(1), expected);
+    ASSERT_EQ(isRead, isExpected) << line << reader.fault() << other.fault();
+    if (isRead) {
+      ++plain;
+      ASSERT_EQ(TextOf(run), TextOf(expected)) << line;
+    } else if (!reader.fault().starts_with("not JSON")) {
+      ASSERT_EQ(reader.fault(), other.fault()) << line;
+    }
+  }
+  EXPECT_GT(plain, 5000);
 }
 
 TEST(RunLine, ReaderIsUsedAgainAfterAFault) {

@@ -76,6 +76,7 @@ class ResidentTest(unittest.TestCase):
         done = subprocess.run([PROGRAM, *arguments, "--root", self.root],
                               input=input.encode(), capture_output=True, timeout=300)
         self.assertEqual(done.returncode, code, done.stderr.decode(errors="replace"))
+        self.said = done.stderr
         return done.stdout
 
     def make(self, name, *domains):
@@ -105,6 +106,8 @@ class ResidentTest(unittest.TestCase):
 
     def test_units_in_memory_give_what_units_on_disk_give(self):
         lines = list(recording())
+        for at in range(len(lines) - 1, 0, -7):  # and lines that are none
+            lines.insert(at, ['{"time":1}\n', "\n", "{" * at + "\n", '"%s"\n' % ("x" * 9000)][at % 4])
         options = [("--enroll", "--all", "--explain"),
                    ("--enroll", "--all", "--allow-duplicates", "--judge-repeated",
                     "--max-ahead", "0")]
@@ -120,9 +123,10 @@ class ResidentTest(unittest.TestCase):
                     size = -(-len(lines) // cuts)
                     out = b"".join(
                         self.call("evaluate", *stages, "--memory", memory, "--threads", threads,
-                                  input="".join(lines[at:at + size]))
+                                  "--quiet", "--max-line", "8000",
+                                  input="".join(lines[at:at + size]), code=1)
                         for at in range(0, len(lines), size))
-                    found = (out, self.stored("d0", "d1"))
+                    found = (out, self.stored("d0", "d1"), self.said)
                     if expected is None:
                         expected = found
                         for kind in (b'"nRuleId"', b'\\"_t\\"'):
@@ -131,6 +135,8 @@ class ResidentTest(unittest.TestCase):
                     if cuts == 1 or "--judge-repeated" in stages:
                         self.assertEqual(found[0], expected[0])
                         self.assertEqual(found[1], expected[1])
+                    if cuts == 1:
+                        self.assertEqual(found[2], expected[2])
 
     # Changes from outside
 

@@ -26,6 +26,7 @@ std::unique_ptr<Run> MakeRun(const std::string& domain, const std::string& devic
   run->parsed.time = number;
   run->bytes = 10;
   run->parsed.variables.resize(1);
+  AssignUnitKey(run->unitKey, run->parsed);
   static const std::map<std::string, DomainSnapshot> kDomains = {
       {"d0", {"d0", nullptr}}, {"d1", {"d1", nullptr}}, {"d2", {"d2", nullptr}}};
   const auto known = kDomains.find(domain);
@@ -33,10 +34,47 @@ std::unique_ptr<Run> MakeRun(const std::string& domain, const std::string& devic
   return run;
 }
 
+/// Submits runs in batches of so many; false when not all of them are taken.
+bool Submit(RunScheduler& scheduler, Runs runs, std::size_t atOnce = 100) {
+  for (std::size_t at = 0; at < runs.size(); at += atOnce) {
+    auto batch = std::make_unique<InputBatch>();
+    for (std::size_t i = at; i < std::min(at + atOnce, runs.size()); ++i) {
+      batch->text.append(runs[i]->bytes, 'x');
+      batch->lines.emplace_back().run = std::move(runs[i]);
+    }
+    if (!scheduler.Submit(std::move(batch))) return false;
+  }
+  return true;
+}
+
 /// Stands in for the engine and its write-behind cache: it checks the promises of the
 /// scheduler against what it is asked to do.
 class CheckingWork : public RunWork {
  public:
+  void Read(InputBatch& batch) noexcept override {
+    for (InputLine& line : batch.lines) {
+      EXPECT_EQ(line.state, InputLine::State::kText) << "read twice";
+      line.state = line.run->parsed.device.empty() && line.run->parsed.domain.empty()
+                       ? InputLine::State::kFault
+                       : InputLine::State::kRun;
+    }
+  }
+
+  bool Admit(InputBatch& batch) noexcept override {
+    EXPECT_FALSE(isAdmitting_.exchange(true)) << "two admissions at once";
+    bool goesOn = true;
+    for (const InputLine& line : batch.lines) {
+      EXPECT_NE(line.state, InputLine::State::kText) << "not read";
+      EXPECT_LT(admitted_, line.run->parsed.time) << "out of order";
+      admitted_ = static_cast<std::int32_t>(line.run->parsed.time);
+      goesOn = goesOn && admitted_ != lastAdmitted;
+    }
+    isAdmitting_ = false;
+    return goesOn;
+  }
+
+  void GiveBack(std::unique_ptr<InputBatch> batch) noexcept override { batch.reset(); }
+
   bool Evaluate(Run& run) noexcept override {
     const std::string unit = run.parsed.domain + "/" + run.parsed.device;
     {
@@ -87,7 +125,7 @@ class CheckingWork : public RunWork {
     return units;
   }
 
-  void Deliver(const Runs& runs) noexcept override {
+  void Deliver(Runs& runs) noexcept override {
     for (const auto& run : runs) delivered.push_back(static_cast<int>(run->parsed.time));
     if (duringDelivery) duringDelivery();
   }
@@ -109,8 +147,11 @@ class CheckingWork : public RunWork {
   std::function<void()> duringFlush;
   std::function<void()> duringDelivery;
   std::vector<std::int32_t> delivered;
+  std::int32_t lastAdmitted = 0;  // nothing behind the batch with this run is
 
  private:
+  std::atomic<bool> isAdmitting_ = false;
+  std::int32_t admitted_ = 0;
   Mutex mutex_;
   std::set<std::string> running_ KS_GUARDED_BY(mutex_);
   std::set<std::string> flushing_ KS_GUARDED_BY(mutex_);
@@ -146,7 +187,8 @@ TEST(RunScheduler, KeepsUnitsInOrderAndFlushedForAnyNumberOfThreads) {
       RunScheduler scheduler(
           work,
           {.threads = threads, .runs = window, .valuesWorthAFlush = threads == 8 ? 5U : 6000U});
-      ASSERT_TRUE(scheduler.Submit(RandomRuns(random, 3000)));
+      const std::size_t atOnce = 1 + random() % 200;
+      ASSERT_TRUE(Submit(scheduler, RandomRuns(random, 3000), atOnce));
       scheduler.Finish();
       EXPECT_EQ(work.delivered, UpTo(3000));
       EXPECT_GT(work.loadedAhead(), 0);
@@ -164,7 +206,7 @@ TEST(RunScheduler, OneFlushServesAllUnitsOfADomain) {
   for (std::int32_t i = 0; i < 3 * kUnits; ++i) {
     runs.push_back(MakeRun("d", std::to_string(i % kUnits), 3 * i + 1));  // all leave rows
   }
-  ASSERT_TRUE(scheduler.Submit(std::move(runs)));
+  ASSERT_TRUE(Submit(scheduler, std::move(runs)));
   submitted.count_down();
   scheduler.Finish();
   EXPECT_EQ(work.flushes(), 2);  // none is needed after the last round
@@ -181,7 +223,7 @@ TEST(RunScheduler, FlushesManyValuesBeforeNothingElseIsLeftToDo) {
   for (std::int32_t i = 1; i <= 1000; ++i) {
     runs.push_back(MakeRun("d0", std::to_string(i % 500), i));
   }
-  ASSERT_TRUE(scheduler.Submit(std::move(runs)));
+  ASSERT_TRUE(Submit(scheduler, std::move(runs), 1000));
   scheduler.Finish();
   EXPECT_EQ(work.delivered, UpTo(1000));
   EXPECT_LT(evaluatedAtFirst, 250);
@@ -202,11 +244,11 @@ TEST(RunScheduler, EvaluatesOtherUnitsDuringAFlush) {
   Runs first;
   first.push_back(MakeRun("d", "a", 1));
   first.push_back(MakeRun("d", "a", 2));
-  ASSERT_TRUE(scheduler.Submit(std::move(first)));
+  ASSERT_TRUE(Submit(scheduler, std::move(first)));
   flushBegan.wait();
   Runs second;
   second.push_back(MakeRun("d", "other", 3));
-  ASSERT_TRUE(scheduler.Submit(std::move(second)));
+  ASSERT_TRUE(Submit(scheduler, std::move(second)));
   scheduler.Finish();
   EXPECT_EQ(work.delivered, UpTo(3));
 }
@@ -219,7 +261,7 @@ TEST(RunScheduler, HoldsNoMoreRunsThanItMay) {
   work.duringEvaluation = [&](const auto&) { most = std::max(most.load(), ++held); };
   RunScheduler scheduler(work, {.threads = 1, .runs = 1000, .bytes = 50});  // five runs
   std::mt19937 random(1);
-  ASSERT_TRUE(scheduler.Submit(RandomRuns(random, 200)));
+  ASSERT_TRUE(Submit(scheduler, RandomRuns(random, 200), 1));
   scheduler.Finish();
   EXPECT_EQ(work.delivered, UpTo(200));
   EXPECT_LE(most, 10);  // five held when five others are just handed out
@@ -238,12 +280,35 @@ TEST(RunScheduler, WhatIsEvaluatedAfterAStopIsTheBeginningOfTheInput) {
     };
     scheduler = std::make_unique<RunScheduler>(work, RunScheduler::Limits{.threads = 1 + seed % 4});
     made.count_down();
-    const bool taken = scheduler->Submit(RandomRuns(random, 800));
+    const bool taken = Submit(*scheduler, RandomRuns(random, 800), 1 + seed * 7);
     scheduler->Finish();
     EXPECT_EQ(work.delivered, UpTo(work.evaluated()));
     if (taken) {
       EXPECT_EQ(work.evaluated() + static_cast<int>(scheduler->dropped()), 800);
     }
+  }
+}
+
+TEST(RunScheduler, EvaluatesNothingBehindARefusedBatchAndWhatIsNoRun) {
+  for (const unsigned threads : {0U, 1U, 8U}) {
+    CheckingWork work;
+    work.lastAdmitted = 205;
+    RunScheduler scheduler(work, {.threads = threads});
+    Runs runs;
+    for (std::int32_t i = 1; i <= 1000; ++i) {
+      const bool isRun = i % 7 != 0;
+      runs.push_back(MakeRun(isRun ? "d0" : "", isRun ? std::to_string(i % 9) : "", i));
+    }
+    Submit(scheduler, std::move(runs), 10);
+    scheduler.AwaitAdmitted();
+    auto more = std::make_unique<InputBatch>();
+    more->lines.emplace_back().run = MakeRun("d0", "1", 2000);
+    EXPECT_FALSE(scheduler.Submit(std::move(more)));
+    scheduler.Finish();
+    std::vector<std::int32_t> expected = UpTo(210);
+    std::erase_if(expected, [](std::int32_t number) { return number % 7 == 0; });
+    EXPECT_EQ(work.delivered, expected);
+    EXPECT_EQ(scheduler.dropped(), 0U);
   }
 }
 
@@ -255,7 +320,7 @@ TEST(RunScheduler, TellsUnitsApartWhateverTheirNamesHold) {
   Runs runs;
   runs.push_back(MakeRun("1:a", "", 1));
   runs.push_back(MakeRun("", "1:a", 2));
-  ASSERT_TRUE(scheduler.Submit(std::move(runs)));
+  ASSERT_TRUE(Submit(scheduler, std::move(runs)));
   scheduler.Finish();
   EXPECT_EQ(work.delivered, UpTo(2));
 }

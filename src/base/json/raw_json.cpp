@@ -27,7 +27,8 @@ bool SkipDigits(std::string_view& text) noexcept {
 }  // namespace
 
 bool IsIntegerText(std::string_view number) noexcept {
-  return number.find_first_of(".eE") == std::string_view::npos;
+  return std::none_of(number.begin(), number.end(),
+                      [](char c) { return c == '.' || c == 'e' || c == 'E'; });
 }
 
 bool IsNumberText(std::string_view text) noexcept {
