@@ -77,8 +77,7 @@ class ManyOfSomething {
   /// The first one's databases are those of all.
   void CopyDomains(std::size_t count) const {
     for (std::size_t i = 1; i < count; ++i) {
-      std::filesystem::copy(root_.DomainFolder("n0"),
-                            root_.DomainFolder("n" + std::to_string(i)),
+      std::filesystem::copy(root_.DomainFolder("n0"), root_.DomainFolder("n" + std::to_string(i)),
                             std::filesystem::copy_options::recursive);
     }
   }

@@ -63,7 +63,8 @@ void WriteStreamInput(const std::filesystem::path& path, std::size_t polls, std:
     const std::size_t interface = line % kStreamInterfaces;  // of 20 variables each
     lines += "{\"time\":" + std::to_string(FleetTime(0) + 30 * (line / kStreamInterfaces)) +
              ",\"device\":\"" + FleetDevice(0) + "\",\"source\":\"" + kFleetSource +
-             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" + FleetInterface(20 * interface) +
+             "\",\"variables\":[{\"name\":\"load\",\"interface\":\"" +
+             FleetInterface(20 * interface) +
              "\",\"value\":" + std::to_string(100 + random() % 50) + "}]}\n";
   }
   WriteFile(path, lines);

@@ -12,8 +12,8 @@ ProgramRoot::ProgramRoot(const WorkRoot& root, const std::string& name)
 
 ProgramRun ProgramRoot::Evaluate(const std::string& domain, const std::string& input,
                                  const std::vector<std::string>& more) const {
-  std::vector<std::string> arguments = {"evaluate", "--enroll",     "--quiet",
-                                        "--root",   path_.string(), "--domain",
+  std::vector<std::string> arguments = {"evaluate", "--enroll",          "--quiet",
+                                        "--root",   path_.string(),      "--domain",
                                         domain,     File(input).string()};
   arguments.insert(arguments.end(), more.begin(), more.end());
   return RunKeelstone(arguments, File(domain + ".out"));

@@ -58,8 +58,8 @@ class DomainRegistry {
   struct Entry {
     DomainSnapshot domain;
     std::unique_ptr<const DomainSnapshot> refused;  // takes its place from when it is not usable
-    TextMap<NameSet> defined;               // source → names known to be defined
-    std::vector<RuleDefinitionData> noted;  // to be defined, in input order
+    TextMap<NameSet> defined;                       // source → names known to be defined
+    std::vector<RuleDefinitionData> noted;          // to be defined, in input order
   };
 
   bool PrepareFiles(const std::string& id, bool& isComplete);

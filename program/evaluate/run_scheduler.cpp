@@ -23,7 +23,9 @@ UnitKey UnitKeyOf(const ParsedRun& run) { return {run.device, run.source, run.pa
 
 }  // namespace
 
-RunWork::Units RunWork::Load(const DomainSnapshot&, const std::vector<UnitKey>&) noexcept { return {}; }
+RunWork::Units RunWork::Load(const DomainSnapshot&, const std::vector<UnitKey>&) noexcept {
+  return {};
+}
 
 RunScheduler::RunScheduler(RunWork& work, const Limits& limits)
     : work_(work), limits_(limits), queues_(workComes_) {

@@ -117,7 +117,8 @@ struct UnitMemory::Table {
 };
 
 UnitMemory::UnitMemory(std::uint64_t reach)
-    : table_(std::make_unique<Table>(Table{.reach = reach, .entries = {}, .places = {}, .behinds = {}})) {}
+    : table_(std::make_unique<Table>(
+          Table{.reach = reach, .entries = {}, .places = {}, .behinds = {}})) {}
 UnitMemory::~UnitMemory() = default;
 
 std::vector<UnitMemory::Known> UnitMemory::Look(const std::vector<std::uint64_t>& keys,

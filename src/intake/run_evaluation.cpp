@@ -192,8 +192,8 @@ std::int64_t CountLines(std::string_view text) noexcept {
   return lineFeeds + (text.empty() || text.back() == '\n' ? 0 : 1);
 }
 
-RunOutcome EvaluateRun(const ParsedRun& run, const DomainSnapshot& domain, const RunRequest& request,
-                       std::unique_ptr<UnitData> data) noexcept {
+RunOutcome EvaluateRun(const ParsedRun& run, const DomainSnapshot& domain,
+                       const RunRequest& request, std::unique_ptr<UnitData> data) noexcept {
   const std::uint64_t faults = MemoryFaultsHere();
   RunOutcome outcome;
   if (domain.usable && !domain.engineOn) return outcome;

@@ -13,8 +13,8 @@ namespace keelstone {
 inline void Renew(ParsedRun& run) {
   run.time = 0;
   run.onDemand = false;
-  for (std::string* text : {&run.device, &run.source, &run.param, &run.nodeId,
-                            &run.nodePathSchema, &run.structureId}) {
+  for (std::string* text :
+       {&run.device, &run.source, &run.param, &run.nodeId, &run.nodePathSchema, &run.structureId}) {
     text->clear();
   }
   run.unread.clear();

@@ -145,8 +145,9 @@ std::string RandomObject(std::mt19937& random, std::vector<std::string> members)
 
 TEST(RunLine, ReadsPlainLinesAsAnyOtherJson) {
   const std::vector<std::string> values = {
-      "1", "-0", "0.5", "1e999", "9223372036854775808", "true", "null", "\"up\"", "\"\xC3\xA9\"",
-      "\"a\\tb\"", "[{\"a\":1}]", "\"7\"", "{}", "01", "\"long enough for many bytes at once\""};
+      "1",           "-0",    "0.5",    "1e999",        "9223372036854775808",
+      "true",        "null",  "\"up\"", "\"\xC3\xA9\"", "\"a\\tb\"",
+      "[{\"a\":1}]", "\"7\"", "{}",     "01",           "\"long enough for many bytes at once\""};
   const std::vector<std::string> types = {"int64", "float", "double", "string", "table", "other"};
   std::mt19937 random(7);
   ParsedRun run;  // used again and again
@@ -158,7 +159,8 @@ TEST(RunLine, ReadsPlainLinesAsAnyOtherJson) {
                                           "\"value\":" + values[random() % values.size()]};
       if (random() % 2 == 0) members.push_back("\"interface\": \"Ethernet0/1\"");
       if (random() % 8 == 0) members.push_back("\"interfacePath\":\"p\"");
-      if (random() % 8 == 0) members.push_back(std::string("\"typeCode\":-2147483649").substr(0, 14 + random() % 9));
+      if (random() % 8 == 0)
+        members.push_back(std::string("\"typeCode\":-2147483649").substr(0, 14 + random() % 9));
       if (random() % 8 == 0) members.push_back("\"type\":\"" + types[random() % 6] + "\"");
       if (random() % 16 == 0) members.push_back("\"keys\":[\"a\"]");
       if (random() % 16 == 0) members.push_back("\"other\":" + values[random() % values.size()]);
