@@ -22,8 +22,18 @@ std::shared_ptr<const RuleSettings> RulesOf(const KSDataManagerSql* manager) {
 EvaluationSettings::EvaluationSettings(const KSDataManagerSql* manager)
     : rules(RulesOf(manager)),
       areUnreadable(manager != nullptr && !manager->AreGlobalSettingsRead()),
-      dynamicCalculation(manager != nullptr && manager->IsEnableDynamicCal()),
-      intervalTime(ReadIni("IntervalTime", 1800)),
-      strValueLength(static_cast<std::size_t>(std::max(ReadIni("StrValueLength", 1024), 0))) {}
+      dynamicCalculation(manager != nullptr && manager->IsEnableDynamicCal()) {}
+
+std::int32_t EvaluationSettings::IntervalTime() const {
+  if (!intervalTime_) intervalTime_ = ReadIni("IntervalTime", 1800);
+  return *intervalTime_;
+}
+
+std::size_t EvaluationSettings::StrValueLength() const {
+  if (!strValueLength_) {
+    strValueLength_ = static_cast<std::size_t>(std::max(ReadIni("StrValueLength", 1024), 0));
+  }
+  return *strValueLength_;
+}
 
 }  // namespace keelstone

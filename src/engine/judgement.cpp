@@ -16,7 +16,7 @@ bool IsYoung(const RuleMaterial& material, const Judgement::Terms& terms) {
   if (!material.history) return !material.rule;
   const std::int32_t limit = material.rule
                                  ? terms.settings.rules->LiveInterval(material.rule->GetType())
-                                 : terms.settings.intervalTime;
+                                 : terms.settings.IntervalTime();
   return WrappingDifference(terms.time, material.history->GetLastTime()) <= limit;
 }
 

@@ -95,7 +95,7 @@ void Outcome::WriteRule(const Case& judged, bool followsValue) {
 
 void Outcome::KeepForLearning(const VarInfo& variable, const std::shared_ptr<KSDataBase>& point,
                               const TakenDefinition& definition, HistoryDataBase& history) {
-  if (WrappingDifference(subject_.time, history.GetLastTime()) <= settings_.intervalTime) return;
+  if (WrappingDifference(subject_.time, history.GetLastTime()) <= settings_.IntervalTime()) return;
   history.AddData(point,
                   variable.dataType == KSDataTable ? kTablesWithoutRule : kValuesWithoutRule);
   if (isInMemory_) return CollectKept(variable, definition, Kept(definition, history));

@@ -41,7 +41,7 @@ class Outcome {
   };
 
   /// Both stay with the owner. An alert shows the value only of variables whose names are
-  /// shorter than `settings.strValueLength`.
+  /// shorter than `settings.StrValueLength()`.
   Outcome(const Subject& subject, const EvaluationSettings& settings);
 
   /// A further value comes.

@@ -25,7 +25,7 @@ void Outcome::CollectAlert(const VarInfo& variable, std::int32_t ruleType,
   info["_t"] = ruleType;
   info["_p"] = ruleParam;
   // The length of the name, not of the value, decides: receivers rely on it.
-  if (variable.variableName.size() < settings_.strValueLength) info["_v"] = variable.valueText;
+  if (variable.variableName.size() < settings_.StrValueLength()) info["_v"] = variable.valueText;
 
   auto alert = std::make_shared<KSAlertData>();
   alert->SetNodeId(subject_.nodeId);
