@@ -26,7 +26,8 @@ class ResidentUnit;
 ///
 /// Changes by others count: those of this process (tables, merges, removals, rows of other rule
 /// instances) at the unit's next run; those of other processes, and replaced files, within a
-/// second. What is not written then is written first, and the unit is read again.
+/// second. Rows that others have changed stand: what was learned of them and is not written is
+/// dropped. All else is written first, and the unit is read again.
 ///
 /// Units that were not used for longest leave when they take more than the budget; what they
 /// hold unwritten is written first. Units in the midst of a run, and those that cannot be

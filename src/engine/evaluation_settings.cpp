@@ -1,6 +1,7 @@
 #include "engine/evaluation_settings.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "keelstone/ini_reader.h"
 
@@ -22,7 +23,13 @@ std::shared_ptr<const RuleSettings> RulesOf(const KSDataManagerSql* manager) {
 EvaluationSettings::EvaluationSettings(const KSDataManagerSql* manager)
     : rules(RulesOf(manager)),
       areUnreadable(manager != nullptr && !manager->AreGlobalSettingsRead()),
-      dynamicCalculation(manager != nullptr && manager->IsEnableDynamicCal()) {}
+      dynamicCalculation(manager != nullptr && manager->IsEnableDynamicCal()) {
+  // What is wrong with them is said, whether or not a value asks.
+  static std::atomic<bool> isChecked{false};
+  if (isChecked.exchange(true)) return;
+  IntervalTime();
+  StrValueLength();
+}
 
 std::int32_t EvaluationSettings::IntervalTime() const {
   if (!intervalTime_) intervalTime_ = ReadIni("IntervalTime", 1800);

@@ -14,6 +14,35 @@ constexpr std::size_t kShortText = 15;   // bytes that lie in the text itself
 // An entry of the table of places with its share of free ones.
 constexpr std::size_t kPlaceBytes = 24;
 
+std::uint32_t DigestOf(std::string_view text) {
+  const std::uint64_t hash = std::hash<std::string_view>{}(text);
+  return static_cast<std::uint32_t>(hash ^ hash >> 32U) | 1U;  // never 0
+}
+
+std::uint32_t RuleDigest(std::int32_t ruleType, std::int32_t generateType,
+                         std::int32_t variableType, std::string_view ruleParam) {
+  std::uint32_t digest = DigestOf(ruleParam);
+  for (const std::int32_t number : {ruleType, generateType, variableType}) {
+    digest = (digest ^ static_cast<std::uint32_t>(number)) * 0x9E3779B1U;
+  }
+  return digest | 1U;
+}
+
+std::uint32_t RuleDigest(const ResidentVariable& variable) {
+  if (!variable.hasRule) return 0;
+  return RuleDigest(variable.ruleType, variable.generateType, variable.variableType,
+                    variable.ruleParam);
+}
+
+/// The value of a two-step map; nullptr when there is none.
+template <class Map>
+auto* ValueIn(const Map& map, const std::string& first, const std::string& second) {
+  const auto outer = map.find(first);
+  if (outer == map.end()) return static_cast<decltype(&outer->second.begin()->second)>(nullptr);
+  const auto inner = outer->second.find(second);
+  return inner == outer->second.end() ? nullptr : &inner->second;
+}
+
 std::size_t HeapOfText(const std::string& text) noexcept {
   return text.capacity() > kShortText ? text.capacity() + 1 + kBlockBytes : 0;
 }
@@ -163,6 +192,7 @@ void ResidentUnit::SetRules(const DevParserRule& rules) {
     }
   }
   areRulesLoaded_ = true;
+  if (areHistoriesLoaded_) NoteStored();
 }
 
 void ResidentUnit::SetHistories(const DevParserHistory& histories) {
@@ -175,6 +205,45 @@ void ResidentUnit::SetHistories(const DevParserHistory& histories) {
     }
   }
   areHistoriesLoaded_ = true;
+  if (areRulesLoaded_) NoteStored();
+}
+
+/// All is as it was read just now.
+void ResidentUnit::NoteStored() {
+  const MutexLock lock(mutex_);
+  for (ResidentVariable& variable : variables_) {
+    const auto text = variable.history.Text();
+    variable.storedRule = RuleDigest(variable);
+    variable.storedHistory = text ? DigestOf(*text) : 0;
+  }
+}
+
+std::size_t ResidentUnit::GiveWay(const DevParserRule& rules, const DevParserHistory& histories) {
+  std::size_t count = 0;
+  const MutexLock lock(mutex_);
+  for (const std::uint32_t place : unwritten_) {
+    ResidentVariable& variable = variables_[place];
+    const std::string& interfaceValue = interfaces_[variable.interface];
+    const auto* const rule = ValueIn(rules, interfaceValue, variable.name);
+    const auto* const history = ValueIn(histories, interfaceValue, variable.name);
+    const std::uint32_t ruleNow = rule == nullptr || *rule == nullptr
+                                      ? 0
+                                      : RuleDigest((*rule)->ruleType, (*rule)->ruleGenerateType,
+                                                   (*rule)->variableType, (*rule)->ruleParam);
+    const std::uint32_t historyNow = history == nullptr ? 0 : DigestOf(*history);
+    if (variable.isRuleUnwritten && ruleNow != variable.storedRule) {
+      variable.isRuleUnwritten = false;
+      ++count;
+    }
+    if (variable.isHistoryUnwritten && historyNow != variable.storedHistory) {
+      variable.isHistoryUnwritten = false;
+      ++count;
+    }
+  }
+  std::erase_if(unwritten_, [this](std::uint32_t place) KS_REQUIRES(mutex_) {
+    return !variables_[place].isRuleUnwritten && !variables_[place].isHistoryUnwritten;
+  });
+  return count;
 }
 
 void ResidentUnit::Drop() noexcept {
@@ -276,7 +345,11 @@ void ResidentUnit::Append(SourceRows& rows) {
   const std::size_t ruleCount = rows.rules.size();
   const std::size_t historyCount = rows.histories.size();
   try {
-    for (const std::uint32_t place : unwritten_) AppendRows(variables_[place], rows);
+    writingDigests_.clear();
+    writingDigests_.reserve(unwritten_.size());
+    for (const std::uint32_t place : unwritten_) {
+      writingDigests_.push_back(AppendRows(variables_[place], rows));
+    }
   } catch (...) {
     rows.rules.resize(ruleCount);
     rows.histories.resize(historyCount);
@@ -291,12 +364,16 @@ void ResidentUnit::Append(SourceRows& rows) {
 }
 
 // A rule carries its history, so that it never is on disk without it.
-void ResidentUnit::AppendRows(const ResidentVariable& variable, SourceRows& rows) const {
+ResidentUnit::Digests ResidentUnit::AppendRows(const ResidentVariable& variable,
+                                               SourceRows& rows) const {
   ObjectDefine object;
   object.deviceName = key_.deviceName;
   object.interfaceValue = interfaces_[variable.interface];
   std::string history = variable.isHistoryUnwritten ? variable.history.ToText() : std::string();
   const bool isCarried = variable.isRuleUnwritten && !history.empty();
+  const Digests written = {
+      variable.isRuleUnwritten ? RuleDigest(variable) : variable.storedRule,
+      variable.isHistoryUnwritten ? DigestOf(history) : variable.storedHistory};
   if (variable.isRuleUnwritten) {
     const auto record = std::make_shared<RuleDefinitionData>();
     variable.FillRecord(*record);
@@ -308,18 +385,24 @@ void ResidentUnit::AppendRows(const ResidentVariable& variable, SourceRows& rows
     row.variableSource = key_.variableSource;
     row.variableParam = key_.variableParam;
   }
-  if (!variable.isHistoryUnwritten || isCarried) return;
+  if (!variable.isHistoryUnwritten || isCarried) return written;
   rows.histories.push_back({std::move(history), std::move(object), key_.variableSource,
                             variable.name, key_.variableParam, kVariableSourceParser});
+  return written;
 }
 
 void ResidentUnit::Written(bool isOnDisk) noexcept {
   const MutexLock lock(mutex_);
-  for (const std::uint32_t place : writing_) {
-    ResidentVariable& variable = variables_[place];
+  for (std::size_t i = 0; i < writing_.size(); ++i) {
+    ResidentVariable& variable = variables_[writing_[i]];
     const bool rule = std::exchange(variable.isRuleBeingWritten, false);
     const bool history = std::exchange(variable.isHistoryBeingWritten, false);
-    if (!isOnDisk) NoteUnwritten(place, rule, history);
+    if (!isOnDisk) {
+      NoteUnwritten(writing_[i], rule, history);
+    } else {
+      variable.storedRule = writingDigests_[i].rule;
+      variable.storedHistory = writingDigests_[i].history;
+    }
   }
   writing_.clear();
 }

@@ -25,6 +25,9 @@ struct ResidentVariable {
   // The place of the variable that came behind it the last time.
   mutable std::uint32_t next = 0;
   std::uint32_t schema = 0;  // of its newest rule row: its place among the unit's schemas
+  // Of both rows as they were read or written last, 0 without one.
+  std::uint32_t storedRule = 0;
+  std::uint32_t storedHistory = 0;
   bool hasRule = false;
   // What of it is not on disk; guarded by the unit's mutex.
   bool isRuleUnwritten = false;
@@ -120,11 +123,19 @@ class ResidentUnit {
   // The writer's: Written after each Append. Append adds the newest state of all that is not
   // written, or nothing.
   bool HasUnwritten() const;
+  /// Before an Append, what the tables hold now: of rows that others have changed since they were
+  /// read or written, theirs stand, and what is not written is dropped. How many such rows.
+  std::size_t GiveWay(const DevParserRule& rules, const DevParserHistory& histories);
   void Append(SourceRows& rows);
   void Written(bool isOnDisk) noexcept;
 
  private:
   using Places = std::vector<std::uint32_t>;
+  /// Of what is stored of a variable once it is written.
+  struct Digests {
+    std::uint32_t rule;
+    std::uint32_t history;
+  };
 
   static std::uint64_t KeyOf(std::string_view interfaceValue, std::string_view variableName);
   bool IsAt(std::uint32_t place, std::string_view interfaceValue,
@@ -142,7 +153,8 @@ class ResidentUnit {
       KS_REQUIRES(mutex_);
   void TakeHistory(std::uint32_t place, PackedHistory& history) noexcept KS_REQUIRES(mutex_);
   void NoteUnwritten(std::uint32_t place, bool rule, bool history) noexcept KS_REQUIRES(mutex_);
-  void AppendRows(const ResidentVariable& variable, SourceRows& rows) const KS_REQUIRES(mutex_);
+  void NoteStored();
+  Digests AppendRows(const ResidentVariable& variable, SourceRows& rows) const KS_REQUIRES(mutex_);
 
   const UnitKey key_;
   mutable Mutex mutex_;  // guards what follows while it changes; innermost
@@ -155,6 +167,7 @@ class ResidentUnit {
   // all variables.
   Places unwritten_ KS_GUARDED_BY(mutex_);
   Places writing_ KS_GUARDED_BY(mutex_);
+  std::vector<Digests> writingDigests_ KS_GUARDED_BY(mutex_);
   bool areRulesLoaded_ = false;
   bool areHistoriesLoaded_ = false;
   bool isRefused_ = false;

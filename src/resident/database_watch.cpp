@@ -104,10 +104,21 @@ std::uint64_t DatabaseWatch::Changes() {
   const std::int64_t now = Now(CLOCK_MONOTONIC);
   if (isWriting_ || now < nextLook_) return changes_;
   nextLook_ = now + kSecond;
+  Look();
+  return changes_;
+}
+
+std::uint64_t DatabaseWatch::ChangesNow() {
+  const MutexLock lock(mutex_);
+  Begin();
+  if (!isWriting_) Look();
+  return changes_;
+}
+
+void DatabaseWatch::Look() {
   for (File& file : files_) {
     if (MayHaveMoved(file) && HasMoved(file, 0)) ++changes_;
   }
-  return changes_;
 }
 
 void DatabaseWatch::BeginWrite(const SourceRows& rows) {

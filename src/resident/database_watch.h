@@ -31,6 +31,8 @@ class DatabaseWatch {
   /// Counts the changes that were seen. Looks at the files if the last look is a second old and
   /// no write is under way.
   std::uint64_t Changes();
+  /// The same with a look at the files now.
+  std::uint64_t ChangesNow();
 
   /// Around the one commit of these rows.
   void BeginWrite(const SourceRows& rows);
@@ -61,6 +63,7 @@ class DatabaseWatch {
   static Status StatusOf(const std::string& path) noexcept;
   static std::uint32_t CounterOf(const std::string& path) noexcept;
   void Begin() KS_REQUIRES(mutex_);
+  void Look() KS_REQUIRES(mutex_);
   static void Read(File& file) noexcept;
   static bool MayHaveMoved(const File& file) noexcept;
   static bool HasMoved(File& file, std::uint32_t ownCommits) noexcept;

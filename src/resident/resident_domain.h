@@ -28,9 +28,9 @@ struct ResidentEntry {
   ResidentDomain& domain;
   ResidentUnit unit;
   const std::string name;  // in the store
-  // Of the thread that has taken it.
-  std::uint64_t readings = 0;  // ResidentDomain::Readings before it was read
-  std::uint64_t others = 0;    // OthersUnitChanges likewise
+  // Set by the thread that has taken it, while nothing of it is unwritten.
+  std::atomic<std::uint64_t> readings{0};  // ResidentDomain::Readings before it was read
+  std::atomic<std::uint64_t> others{0};    // OthersUnitChanges likewise
   // Guarded by the store's mutex.
   bool isTaken = false;
   std::uint64_t holder = 0;  // the thread
@@ -61,12 +61,18 @@ class ResidentDomain final : public RowSource {
   void RemoveRoom() noexcept;
   void NoteUnwritten(const Entry& entry) noexcept;
 
+  /// Whether what is in memory of a unit may be other than what is stored, for what others have
+  /// done.
+  bool IsOutOfDate(const ResidentEntry& entry, std::uint64_t readings) const;
+
   bool HasRows() override;
   SourceRows Take() override;
   void Written(bool isOnDisk) noexcept override;
   void Renew() noexcept override { renew_(); }
 
  private:
+  void GiveWay(const std::vector<Entry>& entries);
+
   const std::string id_;
   const std::function<void()> renew_;
   DatabaseWatch watch_;

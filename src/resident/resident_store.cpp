@@ -42,8 +42,7 @@ struct Claimed {
 };
 
 bool IsCurrent(ResidentEntry& entry) {
-  return entry.unit.IsWhole() && entry.readings == entry.domain.Readings() &&
-         entry.others == OthersUnitChanges(entry.domain.id(), entry.unit.key().deviceName);
+  return entry.unit.IsWhole() && !entry.domain.IsOutOfDate(entry, entry.domain.Readings());
 }
 
 /// Makes the unit one that may be read from the databases; false when it stays as it is,

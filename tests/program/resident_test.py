@@ -207,6 +207,22 @@ class ResidentTest(unittest.TestCase):
         self.wait_for(lambda: str(self.when(16)) in self.points(), "nothing is written")
         self.assertNotIn(str(self.when(14)), self.points())
 
+    def test_what_others_change_stands_against_what_is_unwritten(self):
+        self.make("root", "default")
+        begun = self.start("--enroll")
+        for number in range(12):
+            self.feed(begun, number, 5)
+        self.assertEqual(self.points(), "[]")  # nothing is written yet
+        self.call("rule", "set", "--device", "r", "--interface", "", "--source", "s", "--param",
+                  "", "--variable", "v", "--type", "intLEQ", "--parameter", '{"ruleParam":3}')
+        time.sleep(1.1)
+        self.assertEqual(len(self.feed(begun, 12, 5)["alertItems"]), 1)
+        begun.communicate()
+        rule = self.query("KSObjectRule", "select ruleAlgParameter from KSObjectRule "
+                          "where variableName = 'v' and variableSource = 's'")
+        self.assertEqual(rule, [('{"ruleParam":3}',)])
+        self.assertIn(str(self.when(11)), self.points())
+
     def test_what_could_not_be_written_is_written_later(self):
         self.make("root", "default")
         self.write_soon(CacheTime=1, BusyTimeout=50)

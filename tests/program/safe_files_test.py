@@ -234,7 +234,7 @@ class SafeFilesTest(ProgramCase):
 
     def test_a_full_disk_ends_in_order_and_the_next_run_carries_on(self):
         self.root.mkdir()
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=400k", "tmpfs", self.root],
+        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=220k", "tmpfs", self.root],
                                  capture_output=True)
         if mounted.returncode != 0:
             self.skipTest("nothing can be mounted here")
