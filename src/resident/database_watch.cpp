@@ -91,11 +91,13 @@ bool DatabaseWatch::MayHaveMoved(const File& file) noexcept {
 /// Reads the file anew; whether more has happened to it than so many commits.
 bool DatabaseWatch::HasMoved(File& file, std::uint32_t ownCommits) noexcept {
   const Status before = file.status;
-  const std::uint32_t expected = file.counter + ownCommits;
+  const std::uint32_t counter = file.counter;
   Read(file);
+  // A commit of rows that are all as they were does not count.
+  const bool isOwn = file.counter == counter || file.counter == counter + ownCommits;
   const Status& after = file.status;
   return before.hasLog || after.hasLog || before.isThere != after.isThere ||
-         before.device != after.device || before.node != after.node || file.counter != expected;
+         before.device != after.device || before.node != after.node || !isOwn;
 }
 
 std::uint64_t DatabaseWatch::Changes() {
