@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <boost/thread/thread.hpp>
 #include <exception>
 #include <functional>
 #include <list>
 #include <map>
+#include <new>
 #include <unordered_map>
 #include <utility>
 
@@ -33,6 +35,20 @@ std::string NameOf(const std::string& domainId, const UnitKey& key) {
     name.append(std::to_string(part->size())).append(":").append(*part);
   }
   return name;
+}
+
+/// Tries again while memory is short, up to ten seconds.
+template <class Step>
+void UntilThereIsMemory(const Step& step) {
+  constexpr int kTries = 1000;
+  for (int i = 1;; ++i) {
+    try {
+      return step();
+    } catch (const std::bad_alloc&) {
+      if (i == kTries) throw;
+      boost::this_thread::sleep_for(boost::chrono::milliseconds(10));
+    }
+  }
 }
 
 /// A unit that the caller has until it drops the pointer; empty when it did not get it.
@@ -71,6 +87,7 @@ struct ResidentStore::State : std::enable_shared_from_this<State> {
       : budget(limit), renew(std::move(renewIt)) {}
 
   ResidentDomain* DomainOf(const std::string& domainId);
+  const std::string* DomainAfter(const std::string* domainId);
   Claimed Claim(ResidentDomain& domain, const UnitKey& key, bool waits);
   void Release(const Entry& entry) noexcept;
   void Shrink() noexcept;
@@ -97,9 +114,21 @@ ResidentDomain* ResidentStore::State::DomainOf(const std::string& domainId) {
   auto made = std::make_unique<ResidentDomain>(domainId, [this] { renew(*this); });
   ResidentDomain* const domain = made.get();
   const auto place = domains.emplace(domainId, std::move(made)).first;
-  if (DBWriteWrapper::Instance()->AddSource(domainId, *domain)) return domain;
+  try {
+    if (DBWriteWrapper::Instance()->AddSource(domainId, *domain)) return domain;
+  } catch (...) {
+    domains.erase(place);
+    throw;
+  }
   domains.erase(place);
   return nullptr;
+}
+
+/// The first domain for nullptr; nullptr behind the last one.
+const std::string* ResidentStore::State::DomainAfter(const std::string* domainId) {
+  const MutexLock lock(mutex);
+  const auto next = domainId == nullptr ? domains.begin() : domains.upper_bound(*domainId);
+  return next == domains.end() ? nullptr : &next->first;
 }
 
 /// Empty when the unit is taken and is not waited for, or would be waited for in vain.
@@ -212,15 +241,13 @@ std::size_t ResidentStore::State::UnitsWorthLoading() {
 ResidentStore::ResidentStore(std::size_t budget)
     : state_(std::make_shared<State>(budget, [this](State& old) { Renew(old); })) {}
 
+// The cache must not ask a store that is gone, and what is unwritten would be lost: where memory
+// is short, this waits for it.
 ResidentStore::~ResidentStore() {
-  std::vector<std::string> ids;
-  {
-    const MutexLock lock(state_->mutex);
-    for (const auto& [domainId, domain] : state_->domains) ids.push_back(domainId);
-  }
-  for (const std::string& domainId : ids) {
-    DBWriteWrapper::Instance()->WriteDomain(domainId);
-    DBWriteWrapper::Instance()->RemoveSource(domainId);
+  for (const std::string* id = state_->DomainAfter(nullptr); id != nullptr;
+       id = state_->DomainAfter(id)) {
+    UntilThereIsMemory([&] { DBWriteWrapper::Instance()->WriteDomain(*id); });
+    UntilThereIsMemory([&] { DBWriteWrapper::Instance()->RemoveSource(*id); });
   }
 }
 
