@@ -32,7 +32,7 @@ void ExpectSafeFolder(const std::string& domainId) {
 
 void ReadLine(std::string_view line) {
   static Home home;
-  static const Domain domain{
+  static const DomainSnapshot domain{
       .id = "fuzz", .data = home.manager(), .tableRowLimit = 5000, .stringLineLimit = 100};
   RunLineReader reader("fuzz");
   ParsedRun run;
