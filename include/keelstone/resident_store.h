@@ -38,7 +38,7 @@ class ResidentUnit;
 /// what is unwritten then. A child of fork() begins with an empty store.
 class KEELSTONE_EXPORT ResidentStore {
  public:
-  /// `budget` in bytes, about: texts and what the maps around them take.
+  /// `budget` in bytes, about: rules, histories, names, and the tables that find them.
   explicit ResidentStore(std::size_t budget);
   ~ResidentStore();
   ResidentStore(const ResidentStore&) = delete;
